@@ -1,0 +1,113 @@
+#include "base/child.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/pidfd.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+#include <string_view>
+
+#include "base/owners.h"
+#include "base/stop.h"
+
+namespace base {
+namespace {
+
+constexpr int64_t SLICE_MS = 20;  // between two looks where the kernel has no process descriptors
+
+// The spawn attributes and file actions of one child; destroyed with it.
+class SpawnPlan {
+ public:
+  explicit SpawnPlan(int stdoutFd) {
+    posix_spawnattr_init(&attributes_);
+    posix_spawn_file_actions_init(&actions_);
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes_, &none);
+    posix_spawnattr_setsigdefault(&attributes_, &all);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    if (stdoutFd >= 0) posix_spawn_file_actions_adddup2(&actions_, stdoutFd, STDOUT_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
+  }
+  SpawnPlan(const SpawnPlan&) = delete;
+  SpawnPlan& operator=(const SpawnPlan&) = delete;
+  ~SpawnPlan() {
+    posix_spawn_file_actions_destroy(&actions_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+  int Spawn(pid_t* pid, char* const* words, char* const* environment) {
+    return posix_spawnp(pid, words[0], &actions_, &attributes_, words, environment);
+  }
+
+ private:
+  posix_spawnattr_t attributes_{};
+  posix_spawn_file_actions_t actions_{};
+};
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+bool SameName(std::string_view one, std::string_view other) {
+  return one.substr(0, one.find('=')) == other.substr(0, other.find('='));
+}
+
+std::vector<std::string> Environment(const std::vector<std::string>& changes) {
+  std::vector<std::string> result = changes;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    bool changed = false;
+    for (const std::string& change : changes) changed = changed || SameName(change, *entry);
+    if (!changed) result.emplace_back(*entry);
+  }
+  return result;
+}
+
+// 1 when the child has ended, -1 with errno when the wait was given up.
+int AwaitEnd(pid_t pid, int* status) {
+  const UniqueFd process(::pidfd_open(pid, 0));
+  while (true) {
+    const pid_t ended = ::waitpid(pid, status, WNOHANG);
+    if (ended == pid) return 1;
+    if (ended < 0 && errno != EINTR) return -1;
+    if (process.Valid()) {
+      if (WaitDescriptor(process.Get(), POLLIN, FOREVER) < 0) return -1;
+    } else if (StopGraceOver()) {
+      errno = ECANCELED;
+      return -1;
+    } else {
+      ::poll(nullptr, 0, SLICE_MS);
+    }
+  }
+}
+
+}  // namespace
+
+int RunProgram(const std::vector<std::string>& words, int stdoutFd,
+               const std::vector<std::string>& environment) {
+  std::vector<std::string> wordCopy = words;
+  std::vector<std::string> environmentCopy = Environment(environment);
+  SpawnPlan plan(stdoutFd);
+  pid_t pid = 0;
+  const int error = plan.Spawn(&pid, Pointers(wordCopy).data(), Pointers(environmentCopy).data());
+  if (error != 0) {
+    errno = error;
+    return -1;
+  }
+  int status = 0;
+  return AwaitEnd(pid, &status) == 1 ? status : -1;
+}
+
+int RunShell(const std::string& command) {
+  return RunProgram({"/bin/sh", "-c", command});
+}
+
+}  // namespace base

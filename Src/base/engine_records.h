@@ -1,0 +1,41 @@
+// Records of the engine link that the management link and the TLS layer share.
+#ifndef BASE_ENGINE_RECORDS_H
+#define BASE_ENGINE_RECORDS_H
+
+#include <cstdint>
+
+using SSL = struct ssl_st;
+using SSL_CTX = struct ssl_ctx_st;
+
+// One recognition channel of the engine.
+struct LVCSR_CHANNEL {
+  int32_t id;
+  int32_t state;
+};
+
+// The engine's channel status. The counts are what the engine said; pChannel holds nEntries entries, whatever
+// the counts claim, and belongs to whoever filled the record.
+struct LVCSR_DATA_CHANNEL {
+  int32_t nThreadCnt;
+  int32_t nChannelCnt;
+  int32_t nUsedCnt;
+  int32_t nWaitCnt;
+  int32_t nIdleCnt;
+  int32_t nEntries;
+  LVCSR_CHANNEL* pChannel;
+};
+
+// One connection to the engine; the caller zero-fills it before use.
+struct LVCSR_SOCK_HEAD {
+  int32_t uSock;         // connected socket
+  int32_t uChannel;      // channel id of the connection, -1 after connecting
+  SSL* pSSL;             // null unless a TLS handshake succeeded
+  SSL_CTX* pCTX;         // client context the session is made from
+  int32_t bUseSSL;       // 1: the connection is to run TLS
+  int32_t bVerify;       // 1: the server's certificate is checked after the handshake
+  int32_t uConnTimeout;  // seconds, at least 1
+  int32_t uRecvTimeout;  // seconds, at least 1
+  int32_t uLastError;    // last TLS error
+};
+
+#endif

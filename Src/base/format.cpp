@@ -1,0 +1,32 @@
+#include "base/format.h"
+
+#include <array>
+#include <cstdio>
+
+namespace base {
+
+std::string FormatList(const char* format, va_list arguments) {
+  std::array<char, 512> first;
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(first.data(), first.size(), format, arguments);
+  std::string text;
+  if (length >= 0 && static_cast<size_t>(length) < first.size()) {
+    text.assign(first.data(), static_cast<size_t>(length));
+  } else if (length >= 0) {
+    text.resize(static_cast<size_t>(length));
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+  }
+  va_end(again);
+  return text;
+}
+
+std::string Format(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  std::string text = FormatList(format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+}  // namespace base

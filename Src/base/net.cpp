@@ -1,0 +1,93 @@
+#include "base/net.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+
+#include <cerrno>
+
+namespace base {
+namespace {
+
+// Runs call until it no longer says "would block", waiting for the events between.
+template <typename Call>
+ssize_t Repeat(int fd, short events, int64_t milliseconds, Call call) {
+  while (true) {
+    const ssize_t result = call();
+    if (result >= 0) return result;
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+    const int ready = WaitDescriptor(fd, events, milliseconds);
+    if (ready < 0) return -1;
+    if (ready == 0) {
+      errno = ETIMEDOUT;
+      return -1;
+    }
+  }
+}
+
+int SetBlocking(int fd, bool blocking) {
+  const int flags = ::fcntl(fd, F_GETFL);
+  if (flags < 0) return -1;
+  return ::fcntl(fd, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
+}
+
+int FinishConnect(int fd, int64_t milliseconds) {
+  const int ready = WaitDescriptor(fd, POLLOUT, milliseconds);
+  if (ready < 0) return -1;
+  int error = ETIMEDOUT;
+  if (ready > 0) {
+    socklen_t length = sizeof error;
+    if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) < 0) return -1;
+  }
+  errno = error;
+  return error == 0 ? 0 : -1;
+}
+
+}  // namespace
+
+UniqueFd OpenSocket(int family, int protocol) {
+  return UniqueFd(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, protocol));
+}
+
+int Connect(int fd, const sockaddr* address, socklen_t length, int64_t milliseconds) {
+  if (SetBlocking(fd, false) < 0) return -1;
+  int result = ::connect(fd, address, length);
+  if (result < 0 && (errno == EINPROGRESS || errno == EINTR)) result = FinishConnect(fd, milliseconds);
+  if (result < 0) return -1;
+  return SetBlocking(fd, true) < 0 ? -1 : 0;
+}
+
+ssize_t SendSome(int fd, const void* data, size_t length, int64_t milliseconds) {
+  return Repeat(fd, POLLOUT, milliseconds,
+                [&] { return ::send(fd, data, length, MSG_NOSIGNAL | MSG_DONTWAIT); });
+}
+
+ssize_t ReceiveSome(int fd, void* buffer, size_t length, int64_t milliseconds) {
+  return Repeat(fd, POLLIN, milliseconds, [&] { return ::recv(fd, buffer, length, MSG_DONTWAIT); });
+}
+
+int SendAll(int fd, const void* data, size_t length, int64_t milliseconds) {
+  const char* next = static_cast<const char*>(data);
+  while (length > 0) {
+    const ssize_t sent = SendSome(fd, next, length, milliseconds);
+    if (sent <= 0) return -1;
+    next += sent;
+    length -= static_cast<size_t>(sent);
+  }
+  return 0;
+}
+
+ssize_t ReceiveExactly(int fd, void* buffer, size_t length, int64_t milliseconds) {
+  char* next = static_cast<char*>(buffer);
+  ssize_t got = 1;
+  while (length > 0) {
+    got = ReceiveSome(fd, next, length, milliseconds);
+    if (got <= 0) return got;
+    next += got;
+    length -= static_cast<size_t>(got);
+  }
+  return got;
+}
+
+}  // namespace base

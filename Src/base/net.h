@@ -1,0 +1,37 @@
+// Blocking socket calls by meaning, that a stop can still cut (see stop.h). The descriptor may have any
+// number and any blocking mode; nothing here ever raises SIGPIPE.
+#ifndef BASE_NET_H
+#define BASE_NET_H
+
+#include <sys/socket.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "base/owners.h"
+#include "base/stop.h"
+
+namespace base {
+
+// A stream socket, close-on-exec. Invalid with errno on failure.
+UniqueFd OpenSocket(int family, int protocol = 0);
+
+// As connect(2) on a blocking socket; 0, or -1 with the errno that connect would have given, ETIMEDOUT when
+// the time given passed first, ECANCELED when a stop cut it. The socket is blocking afterwards.
+int Connect(int fd, const sockaddr* address, socklen_t length, int64_t milliseconds = FOREVER);
+
+// As one send(2) or recv(2) on a blocking socket: the count moved (1 or more), 0 at the peer's end, -1 with
+// errno (ETIMEDOUT and ECANCELED as above).
+ssize_t SendSome(int fd, const void* data, size_t length, int64_t milliseconds = FOREVER);
+ssize_t ReceiveSome(int fd, void* buffer, size_t length, int64_t milliseconds = FOREVER);
+
+// Sends everything: 0, or -1 with errno.
+int SendAll(int fd, const void* data, size_t length, int64_t milliseconds = FOREVER);
+// Receives exactly length bytes; each receive may wait the time given. The last result of ReceiveSome: above
+// 0 on success, 0 when the peer ended early, -1 with errno. A length of 0 gives 1.
+ssize_t ReceiveExactly(int fd, void* buffer, size_t length, int64_t milliseconds = FOREVER);
+
+}  // namespace base
+
+#endif
