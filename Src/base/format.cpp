@@ -1,7 +1,9 @@
 #include "base/format.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 
 namespace base {
 
@@ -27,6 +29,12 @@ std::string Format(const char* format, ...) {
   std::string text = FormatList(format, arguments);
   va_end(arguments);
   return text;
+}
+
+void CopyText(char* buffer, size_t size, std::string_view text) {
+  const size_t length = std::min(text.size(), size - 1);
+  std::memcpy(buffer, text.data(), length);
+  buffer[length] = '\0';
 }
 
 }  // namespace base

@@ -1,0 +1,49 @@
+#include "Tovik/checks/process_search.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/owners.h"
+#include "base/stop.h"
+
+namespace {
+
+constexpr size_t PID_FILE_SIZE = 1024;
+constexpr int64_t SPACING_SECONDS = 1;
+
+}  // namespace
+
+ProcessList SpacedSnapshot() {
+  const ProcessList first(qxapi_open_process());
+  if (first) base::SleepSeconds(SPACING_SECONDS);
+  return ProcessList(qxapi_open_process());
+}
+
+SearchResult FindProcess(const qxapi_process* list, const char* name, int64_t pid) {
+  for (const qxapi_process* process = list; process != nullptr; process = process->next) {
+    if (process->name == nullptr) return {Search::NAMELESS, nullptr};
+    if (std::strcmp(process->name, name) != 0) continue;
+    if (pid == ANY_PID || pid == process->pid) return {Search::FOUND, process};
+  }
+  return {Search::ABSENT, nullptr};
+}
+
+int CountProcesses(const qxapi_process* list, const char* name) {
+  int count = 0;
+  for (const qxapi_process* process = list; process != nullptr; process = process->next) {
+    if (process->name == nullptr) return 0;
+    if (std::strcmp(process->name, name) == 0) ++count;
+  }
+  return count;
+}
+
+bool ReadPidFile(const char* path, int64_t* pid) {
+  const base::UniqueFile file(std::fopen(path, "re"));
+  if (!file) return false;
+  std::array<char, PID_FILE_SIZE + 1> text{};
+  text[std::fread(text.data(), 1, PID_FILE_SIZE, file.get())] = '\0';
+  *pid = std::atol(text.data());
+  return true;
+}
