@@ -1,6 +1,8 @@
 // The command line, and configurations that the agent refuses: each row a run that ends by itself.
 #include <sys/wait.h>
 
+#include <ostream>
+
 #include "system/harness.h"
 
 namespace harness {
@@ -15,6 +17,10 @@ struct OptionsCase {
   std::string out;  // what standard output must hold
   std::string err;
 };
+
+void PrintTo(const OptionsCase& row, std::ostream* out) {
+  *out << row.name;
+}
 
 class Options : public AgentTest, public testing::WithParamInterface<OptionsCase> {
  protected:

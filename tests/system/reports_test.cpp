@@ -1,6 +1,7 @@
 // The agent's main job on the wire: a dead engine, and what management servers can do to a report.
 #include <sys/wait.h>
 
+#include <cstring>
 #include <filesystem>
 
 #include "system/harness.h"
@@ -9,6 +10,9 @@ namespace harness {
 namespace {
 
 namespace fs = std::filesystem;
+
+// Signals 32 and 33, which the C library keeps to itself and its posix_spawn leaves ignored.
+constexpr uint64_t LIBC_SIGNALS = 0x180000000;
 
 class Reports : public AgentTest {
  protected:
@@ -25,8 +29,10 @@ class Reports : public AgentTest {
   void ExpectEngineInheritedNothing() const {
     EXPECT_EQ(ReadFile(folder_ / "descriptors"), "0\n1\n2\n3\n");  // 3 is the listing's own
     const std::string signals = ReadFile(folder_ / "signals");
-    for (const char* mask : {"SigBlk", "SigIgn"}) {
-      EXPECT_NE(signals.find(std::string(mask) + ":\t0000000000000000\n"), std::string::npos) << signals;
+    for (const char* mask : {"SigBlk:\t", "SigIgn:\t"}) {
+      const size_t at = signals.find(mask);
+      ASSERT_NE(at, std::string::npos);
+      EXPECT_EQ(std::stoull(signals.substr(at + strlen(mask)), nullptr, 16) & ~LIBC_SIGNALS, 0U) << signals;
     }
   }
 };
