@@ -1,0 +1,184 @@
+#include "Tovik/alarms/webhook.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+
+#include "Tovik/alarms/alarm_pictures.h"
+#include "Tovik/core/config.h"
+#include "Tovik/core/host.h"
+#include "Tovik/alarm_sink.h"
+#include "base/stop.h"
+
+namespace {
+
+using alarm_test::SetText;
+using alarm_test::Sink;
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
+
+class WebHook : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "ALL_PROXY"}) unsetenv(name);
+    ASSERT_EQ(AlarmTransportInit(), 0);
+    SetText(gIpaddr, "10.1.2.3");
+    m_webhook_apps = 1;
+  }
+  void TearDown() override {
+    DunraSTTUtils::SetLogLevel(0);
+    m_webhook_apps = 0;
+    SetText(gIpaddr, "");
+    SetText(m_webhook_server_url, "");
+  }
+  static void Aim(const std::string& port) { SetText(m_webhook_server_url, "http://127.0.0.1:" + port + "/hook"); }
+  // What a post left at the sink, its date taken out.
+  static std::string Posted(const Sink& sink, const std::string& mark) {
+    EXPECT_NE(sink.Kept("1.json"), "");
+    return alarm_test::WithoutDate(sink.Kept("1.body"), mark);
+  }
+  // Sends one alarm; what went to standard error goes to errors.
+  static int Send(std::string* errors, const char* message = "m") {
+    CaptureStderr();
+    CaptureStdout();
+    const int result = SendAlarmWebHook("[ 10.1.2.3 ] stt", 2, "STT Service Moniter", message);
+    output_ = GetCapturedStdout();
+    *errors = GetCapturedStderr();
+    return result;
+  }
+  static std::string output_;
+};
+
+std::string WebHook::output_;
+
+// As the service reads it; the parts in capitals are what an alarm brings.
+std::string Card(const std::string& picture, const std::string& message) {
+  return R"({"@type": "MessageCard","@context": "http://schema.org/extensions","themeColor": "0076D7",)"
+         R"("summary": "[ 10.1.2.3 ] stt","sections": [{   "activityTitle": "[ 10.1.2.3 ] stt",   )"
+         R"("activitySubtitle": "STT Service Moniter",   "activityImage": ")" +
+         picture +
+         R"(",   "facts": [{       "name": "Assigned IP",       "value": "10.1.2.3"    }, {       )"
+         R"("name": "Send date",       "value": "DATE"    }, {       "name": "Message",       "value": ")" +
+         message + R"("    }],    "markdown": true}]})";
+}
+
+constexpr char CARD_DATE[] = "\"Send date\",       \"value\": \"";
+
+TEST_F(WebHook, PostsACard) {
+  const Sink sink("webhook_sink.py");
+  Aim(sink.Port());
+  std::string errors;
+  ASSERT_EQ(Send(&errors, "a\n\xB0\xA1\n"), 1);
+  EXPECT_EQ(Posted(sink, CARD_DATE), Card(alarms::PictureOf(2, &alarms::AlarmPictures::webhook),
+                                          "a<br />\xEA\xB0\x80<br />"));
+  const std::string record = sink.Kept("1.json");
+  for (const char* part : {R"("method": "POST")", R"("path": "/hook")", R"("parsed": true)",
+                           R"("content-type": "application/json")"}) {
+    EXPECT_NE(record.find(part), std::string::npos) << part << " in " << record;
+  }
+  EXPECT_EQ(errors, "");
+}
+
+TEST_F(WebHook, OnlyKindsOfTheTableHaveAPicture) {
+  for (const uint32_t kind : {0U, 1U, 3U, 4U, 5U}) {
+    const Sink sink("webhook_sink.py");
+    Aim(sink.Port());
+    ASSERT_EQ(SendAlarmWebHook("[ 10.1.2.3 ] stt", kind, "STT Service Moniter", "m"), 1);
+    EXPECT_EQ(Posted(sink, CARD_DATE), Card(alarms::PictureOf(kind, &alarms::AlarmPictures::webhook), "m"));
+  }
+}
+
+TEST_F(WebHook, OnlyAppsTwoIsSlack) {
+  for (const int64_t apps : {0, 2, 3}) {
+    const Sink sink("webhook_sink.py");
+    Aim(sink.Port());
+    m_webhook_apps = apps;
+    std::string errors;
+    ASSERT_EQ(Send(&errors, "x\ny"), 1);
+    const std::string body = sink.Kept("1.body");
+    if (apps != 2) {
+      EXPECT_EQ(body.find("{\"@type\""), 0U);
+      continue;
+    }
+    EXPECT_EQ(alarm_test::WithoutDate(body, "stt "),
+              "payload={\t\t\t\t\"channel\": \"#test\",              \"username\": \"STT Service Moniter\",     "
+              "\t        \"text\": \"[ 10.1.2.3 ] stt DATE<br />x<br />y\",              \"icon_emoji\": "
+              "\":ghost:\"         }");
+    EXPECT_NE(sink.Kept("1.json").find(R"("content-type": "application/json")"), std::string::npos);
+  }
+}
+
+TEST_F(WebHook, DoesNotLookAtTheStatusNorFollow) {
+  for (const auto& options : {std::vector<std::string>{"--status", "500"}, {"--behaviour", "redirect"}}) {
+    const Sink sink("webhook_sink.py", options);
+    Aim(sink.Port());
+    std::string errors;
+    EXPECT_EQ(Send(&errors), 1);
+    EXPECT_EQ(errors, "");
+    EXPECT_FALSE(sink.Has("2.json"));
+  }
+}
+
+TEST_F(WebHook, TellsTransferErrors) {
+  const Sink resetting("webhook_sink.py", {"--behaviour", "reset"});
+  int refusing = 0;
+  { refusing = support::Listener().Port(); }
+  const struct {
+    std::string url, error;
+  } cases[] = {
+      {"http://127.0.0.1:" + resetting.Port() + "/", "Failure when receiving data from the peer"},
+      {"http://127.0.0.1:" + std::to_string(refusing) + "/", "Couldn't connect to server"},
+      {"nothing://127.0.0.1/", "Unsupported protocol"},
+      {"", "URL using bad/illegal format or missing URL"},
+  };
+  for (const auto& entry : cases) {
+    SetText(m_webhook_server_url, entry.url);
+    std::string errors;
+    EXPECT_EQ(Send(&errors), -1);
+    EXPECT_EQ(errors, "curl_easy_perform() failed: " + entry.error + "\n") << entry.url;
+  }
+}
+
+TEST_F(WebHook, ATextThatDoesNotConvertIsTracedAndNotPosted) {
+  const Sink sink("webhook_sink.py");
+  Aim(sink.Port());
+  DunraSTTUtils::SetLogLevel(TRACE_ERROR);
+  std::string errors;
+  EXPECT_EQ(Send(&errors, "hanja \xCA\xA1"), -1);
+  EXPECT_NE(output_.find("[ERROR]"), std::string::npos);
+  EXPECT_NE(output_.find("WebHook lost: [ 10.1.2.3 ] stt, kind 2: its text does not convert to UTF-8"),
+            std::string::npos);
+  EXPECT_FALSE(sink.Has("1.body"));
+}
+
+TEST_F(WebHook, AMessageTooLongIsCutAndTheCardStaysWhole) {
+  const Sink sink("webhook_sink.py");
+  Aim(sink.Port());
+  std::string errors;
+  ASSERT_EQ(Send(&errors, std::string(900'000, 'x').c_str()), 1);
+  EXPECT_NE(sink.Kept("1.json").find(R"("parsed": true)"), std::string::npos);
+  EXPECT_EQ(sink.Kept("1.body").size(), 819'199U);
+}
+
+// In a process of its own, as a stop is for good.
+TEST_F(WebHook, AStopCutsASilentService) {
+  const support::Listener silent;
+  Aim(std::to_string(silent.Port()));
+  EXPECT_EXIT(
+      {
+        using std::chrono::milliseconds;
+        const auto start = std::chrono::steady_clock::now();
+        if (base::StopPrepare() < 0) _exit(2);
+        base::StopRequest();
+        const int result = SendAlarmWebHook("t", 1, "l", "m");
+        const auto passed = std::chrono::steady_clock::now() - start;
+        _exit(result == -1 && passed >= milliseconds(4900) && passed < milliseconds(8000) ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "Operation was aborted by an application callback");
+}
+
+}  // namespace
