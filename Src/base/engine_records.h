@@ -13,8 +13,9 @@ struct LVCSR_CHANNEL {
   int32_t state;
 };
 
-// The engine's channel status. The counts are what the engine said; pChannel holds nEntries entries, whatever
-// the counts claim, and belongs to whoever filled the record.
+// The engine's channel status. The counts are claims of the engine, kept as it sent them; pChannel holds
+// nEntries entries, those that really arrived, whatever the counts say. Readers go up to
+// min(nChannelCnt, nEntries).
 struct LVCSR_DATA_CHANNEL {
   int32_t nThreadCnt;
   int32_t nChannelCnt;
@@ -22,12 +23,12 @@ struct LVCSR_DATA_CHANNEL {
   int32_t nWaitCnt;
   int32_t nIdleCnt;
   int32_t nEntries;
-  LVCSR_CHANNEL* pChannel;
+  LVCSR_CHANNEL* pChannel;  // malloc; belongs to whoever had the record filled
 };
 
-// One connection to the engine; the caller zero-fills it before use.
+// One connection to the engine; the caller zero-fills it before use. It belongs to one thread.
 struct LVCSR_SOCK_HEAD {
-  int32_t uSock;         // connected socket
+  int32_t uSock;         // connected socket; -1 once the link has closed it
   int32_t uChannel;      // channel id of the connection, -1 after connecting
   SSL* pSSL;             // null unless a TLS handshake succeeded
   SSL_CTX* pCTX;         // client context the session is made from
@@ -35,7 +36,7 @@ struct LVCSR_SOCK_HEAD {
   int32_t bVerify;       // 1: the server's certificate is checked after the handshake
   int32_t uConnTimeout;  // seconds, at least 1
   int32_t uRecvTimeout;  // seconds, at least 1
-  int32_t uLastError;    // last TLS error
+  int32_t uLastError;    // last TLS error: a value of SSL_get_error(3), 0 for none
 };
 
 #endif

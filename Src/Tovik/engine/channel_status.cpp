@@ -1,0 +1,147 @@
+#include "Tovik/engine/channel_status.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <span>
+#include <utility>
+
+#include "Tovik/core/config.h"
+#include "Tovik/core/trace.h"
+#include "Tovik/engine/channel_reply.h"
+#include "Tovik/engine/engine_socket.h"
+#include "base/handover.h"
+#include "base/owners.h"
+#include "tls/tls_socket.h"
+
+namespace {
+
+constexpr const char* ENGINE_HOST = "127.0.0.1";
+constexpr int CONNECT_SECONDS = 10;
+constexpr int RECEIVE_SECONDS = 30;
+constexpr int32_t ASK_CHANNELS = 5;
+
+// A record that owns its array.
+struct ChannelStatus {
+  ChannelStatus() = default;
+  explicit ChannelStatus(const LVCSR_DATA_CHANNEL& filled) : record(filled), channels(filled.pChannel) {}
+
+  LVCSR_DATA_CHANNEL record{};
+  std::unique_ptr<LVCSR_CHANNEL[], base::MallocFree> channels;
+};
+
+base::Handover<ChannelStatus> gSTAT;
+
+int ResultOf(int32_t engine_status) {
+  switch (engine_status) {
+    case 2:
+    case 3:
+      return ENGINE_FAILED;
+    case 4:
+      return ENGINE_REFUSED;
+    default:
+      return ENGINE_OK;
+  }
+}
+
+void PrepareTls(LVCSR_SOCK_HEAD* head) {
+  CreateClientContext(SSLInit(head));
+  DunraSTT_SSL(m_sz_cert_file, m_sz_key_file, m_sz_ca_file, m_sz_ssl_password, head);
+}
+
+void Query(LVCSR_SOCK_HEAD* head) {
+  gSTAT.Set({});
+  LVCSR_DATA_CHANNEL record{};
+  if (DunraSTT_GET_CHANNEL(head, &record) == ENGINE_OK) {
+    TRACE(TRACE_INFO,
+          "Thread Count [ %d ], Channel Count [ %d ], Used Count [ %d ], Wait Count [ %d ], "
+          "Idle Count [ %d ]",
+          record.nThreadCnt, record.nChannelCnt, record.nUsedCnt, record.nWaitCnt, record.nIdleCnt);
+  }
+  gSTAT.Set(ChannelStatus(record));
+}
+
+// The channels that the count speaks of and that really came.
+std::span<const LVCSR_CHANNEL> Channels(const LVCSR_DATA_CHANNEL& status) {
+  const int32_t count = std::clamp(status.nChannelCnt, 0, status.nEntries);
+  return {status.pChannel, static_cast<size_t>(count)};
+}
+
+int64_t UsedPercent(const LVCSR_DATA_CHANNEL& status) {
+  constexpr float LIMIT = 9223372036854775808.0F;  // 2^63
+  // Single precision, and 0 channels divide to infinity or to no number at all.
+  if (status.nChannelCnt == 0) return INT64_MIN;
+  const float percent = static_cast<float>(status.nUsedCnt) / static_cast<float>(status.nChannelCnt) * 100.0F;
+  return percent >= -LIMIT && percent < LIMIT ? static_cast<int64_t>(percent) : INT64_MIN;
+}
+
+}  // namespace
+
+int DunraSTT_GET_CHANNEL(LVCSR_SOCK_HEAD* head, LVCSR_DATA_CHANNEL* record) {
+  if (head->bUseSSL != 0 && head->pSSL == nullptr) return ENGINE_FAILED;
+  if (head->uSock <= 0) {
+    TRACE(TRACE_ERROR, "[CHANNEL] Socket ID Create Failed");
+    return ENGINE_FAILED;
+  }
+  const LVCSR_NET_HEADER request{ASK_CHANNELS, 0, 0, head->uChannel};
+  int result = SendData(head, &request, nullptr, 0);
+  if (result != ENGINE_OK) {
+    TRACE(TRACE_ERROR, "[CHANNEL] SendData packets Failed[%d]", request.nLength);
+    return result;
+  }
+  LVCSR_NET_HEADER reply{};
+  const base::UniqueText payload(RecvData(head, &reply, &result, 0));
+  if (payload != nullptr) DecodeChannelReply(payload.get(), static_cast<size_t>(reply.nLength), record);
+  if (result == ENGINE_OK) {
+    result = ResultOf(reply.nStatus);
+    TRACE(TRACE_ERROR, "[CHANNEL] RecvData packets Check[%d] Stat[%d] Len[%d]", result, reply.nStatus,
+          reply.nLength);
+  }
+  head->uChannel = result == ENGINE_OK ? reply.nChannel : -1;
+  return result;
+}
+
+int SHM_OPEN() {
+  LVCSR_SOCK_HEAD head{};
+  if (m_ssl_check != 0) PrepareTls(&head);
+  const int port = static_cast<int>(m_PROC_PORT);
+  if (DunraSTT_INIT(ENGINE_HOST, port, CONNECT_SECONDS, RECEIVE_SECONDS, &head) != ENGINE_OK) {
+    TRACE(TRACE_ERROR, "[ %d ] disconnect", port);
+    DunraSTT_EXIT(&head);
+    return -1;
+  }
+  Query(&head);
+  DunraSTT_EXIT(&head);
+  TRACE(TRACE_INFO, "Shared memory");
+  return 1;
+}
+
+int SHM_CLOS() {
+  gSTAT.Set({});
+  return 1;
+}
+
+int64_t get_recg_svr_wrk_ch_cnt() {
+  const auto status = CurrentChannelStatus();
+  const int64_t percent = UsedPercent(*status);
+  TRACE(TRACE_INFO, "ch_status_check TotalCh cnt [ %ld ] MaxCh cnt [ %ld ] Percent [ %ld ]",
+        long{status->nChannelCnt}, long{status->nUsedCnt}, long{percent});
+  for (const LVCSR_CHANNEL& channel : Channels(*status)) {
+    TRACE(TRACE_INFO, "recog_channel_status CHID [%d], STAT[%d]", channel.id, channel.state);
+  }
+  return percent;
+}
+
+int64_t ch_status_check() {
+  const auto status = CurrentChannelStatus();
+  std::printf("ch_status_check TotalCh cnt [ %lld ] !!", static_cast<long long>(status->nChannelCnt));
+  for (const LVCSR_CHANNEL& channel : Channels(*status)) {
+    std::printf("CHID [ %ld ], STATUS [ %ld ]", long{channel.id}, long{channel.state});
+  }
+  return status->nChannelCnt;
+}
+
+std::shared_ptr<const LVCSR_DATA_CHANNEL> CurrentChannelStatus() {
+  const auto status = gSTAT.Get();
+  return {status, &status->record};
+}

@@ -1,0 +1,139 @@
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "Tovik/core/trace.h"
+#include "Tovik/engine/engine_socket.h"
+#include "Tovik/engine/growing_receive.h"
+#include "base/owners.h"
+#include "base/stop.h"
+#include "tls/tls_socket.h"
+
+namespace {
+
+constexpr int RETRY_MS = 10;
+
+// As one send(2) on a blocking socket: all of it, unless it fails on the way.
+ssize_t SendPlain(int fd, const char* data, size_t length, int flags) {
+  const bool may_wait = (flags & MSG_DONTWAIT) == 0;
+  size_t sent = 0;
+  while (sent < length) {
+    const ssize_t count = ::send(fd, data + sent, length - sent, flags | MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (count > 0) {
+      sent += static_cast<size_t>(count);
+      continue;
+    }
+    if (count < 0 && errno == EINTR) continue;
+    const bool full = count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+    if (!full || !may_wait || base::WaitDescriptor(fd, POLLOUT, base::FOREVER) != 1) break;
+  }
+  return sent > 0 ? static_cast<ssize_t>(sent) : -1;
+}
+
+// As one recv(2) on a blocking socket.
+ssize_t ReceivePlain(int fd, char* buffer, size_t length, int flags) {
+  const bool may_wait = (flags & MSG_DONTWAIT) == 0;
+  while (true) {
+    if (may_wait && base::WaitDescriptor(fd, POLLIN, base::FOREVER) != 1) return -1;
+    const ssize_t got = ::recv(fd, buffer, length, flags | MSG_DONTWAIT);
+    if (got >= 0 || errno != EINTR) return got;
+  }
+}
+
+ssize_t ReceiveHeaderPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags) {
+  if (head->bUseSSL == 1) return Read(head, buffer, static_cast<int>(length));
+  while (true) {
+    const ssize_t got = ReceivePlain(head->uSock, buffer, length, flags);
+    if (got >= 0 || (errno != ENOBUFS && errno != EAGAIN)) return got;
+    // A sleep that only the end of a stop's grace cuts.
+    if (base::WaitDescriptor(head->uSock, 0, RETRY_MS) < 0) return -1;
+  }
+}
+
+ssize_t ReceivePayloadPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags) {
+  if (head->bUseSSL != 1) return ReceivePlain(head->uSock, buffer, length, flags);
+  TRACE(TRACE_INFO, "[RecvData] recvData start");
+  const long got = Read(head, buffer, static_cast<int>(std::min<size_t>(length, INT_MAX)));
+  if (got < 1) {
+    TRACE(TRACE_ERROR, "recvData End [ %ld ]", got);
+    if (got == -1) TRACE(TRACE_ERROR, "[RecvData] %s ", ErrorMessage(head));
+  }
+  return got;
+}
+
+bool ReceiveHeader(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int flags) {
+  char bytes[sizeof *out];
+  for (size_t have = 0; have < sizeof bytes;) {
+    const ssize_t got = ReceiveHeaderPiece(head, bytes + have, sizeof bytes - have, flags);
+    if (got < 1) return false;
+    have += static_cast<size_t>(got);
+  }
+  std::memcpy(out, bytes, sizeof bytes);
+  return true;
+}
+
+base::UniqueText BuildPacket(const LVCSR_NET_HEADER& header, const char* data, size_t* size) {
+  const size_t length = static_cast<size_t>(std::max(header.nLength, 0));
+  *size = sizeof header + length;
+  base::UniqueText packet(static_cast<char*>(std::calloc(1, *size)));
+  if (packet == nullptr) return packet;
+  std::memcpy(packet.get(), &header, sizeof header);
+  if (length > 0 && data != nullptr) std::memcpy(packet.get() + sizeof header, data, length);
+  return packet;
+}
+
+int SendTls(LVCSR_SOCK_HEAD* head, const char* packet, size_t size) {
+  TRACE(TRACE_INFO, "[SendData] sendData start");
+  const int sent = size > INT_MAX ? 0 : Write(head, packet, static_cast<int>(size));
+  if (sent > 0) return ENGINE_OK;
+  TRACE(TRACE_ERROR, "[SendData] sendData End [ %d ]", sent);
+  if (sent == -1) TRACE(TRACE_ERROR, "[SendData] %s", ErrorMessage(head));
+  return ENGINE_FAILED;
+}
+
+}  // namespace
+
+int SendData(LVCSR_SOCK_HEAD* head, const LVCSR_NET_HEADER* header, const char* data, int flags) {
+  if (head->uSock < 1 || header == nullptr) return ENGINE_FAILED;
+  size_t size = 0;
+  const base::UniqueText packet = BuildPacket(*header, data, &size);
+  if (packet == nullptr) return ENGINE_FAILED;
+  if (head->bUseSSL == 1) return SendTls(head, packet.get(), size);
+  return SendPlain(head->uSock, packet.get(), size, flags) > 0 ? ENGINE_OK : ENGINE_FAILED;
+}
+
+int Recv_Wait(int sock, int seconds) {
+  if (sock < 0) {
+    TRACE(TRACE_INFO, "[Recv_Wait] Socket ID Create Failed");
+    return ENGINE_FAILED;
+  }
+  TRACE(TRACE_INFO, "[Recv_Wait] select");
+  const int ready = seconds < 0 ? -1 : base::WaitDescriptor(sock, POLLIN, int64_t{seconds} * 1000);
+  TRACE(TRACE_INFO, "[Recv_Wait] select end[ %d ]", ready);
+  if (ready == 0) return ENGINE_TIMED_OUT;
+  return ready > 0 ? ENGINE_OK : ENGINE_FAILED;
+}
+
+char* RecvData(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int* status, int flags) {
+  *status = ENGINE_FAILED;
+  if (head->uSock < 1 || out == nullptr) return nullptr;
+  const int waited = Recv_Wait(head->uSock, head->uRecvTimeout);
+  if (waited != ENGINE_OK) {
+    *status = waited;
+    return nullptr;
+  }
+  if (!ReceiveHeader(head, out, flags)) return nullptr;
+  if (out->nLength > 0) {
+    base::UniqueText payload = ReceiveGrowing(
+        out->nLength, [&](char* to, size_t length) { return ReceivePayloadPiece(head, to, length, flags); });
+    if (payload != nullptr) *status = ENGINE_OK;
+    return payload.release();
+  }
+  *status = ENGINE_OK;
+  return nullptr;
+}

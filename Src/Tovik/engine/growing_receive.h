@@ -1,0 +1,36 @@
+// Receiving a payload whose length is only the peer's word for it.
+#ifndef TOVIK_ENGINE_GROWING_RECEIVE_H
+#define TOVIK_ENGINE_GROWING_RECEIVE_H
+
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+#include "base/owners.h"
+
+// Receives exactly length bytes (1 or more) by calls of receive(char* to, size_t at most), which gives the
+// count received or a result below 1 that ends it. Null then, and when memory runs out. The buffer doubles as
+// bytes arrive, from 64 KiB on.
+template <typename Receive>
+base::UniqueText ReceiveGrowing(int64_t length, Receive receive) {
+  constexpr int64_t FIRST = 64 * 1024;
+  base::UniqueText buffer;
+  int64_t capacity = 0;
+  for (int64_t have = 0; have < length;) {
+    if (have == capacity) {
+      capacity = std::min(length, std::max(FIRST, capacity * 2));
+      auto* grown = static_cast<char*>(std::realloc(buffer.get(), static_cast<size_t>(capacity)));
+      if (grown == nullptr) return nullptr;
+      [[maybe_unused]] const char* moved = buffer.release();
+      buffer.reset(grown);
+    }
+    const ssize_t got = receive(buffer.get() + have, static_cast<size_t>(capacity - have));
+    if (got < 1) return nullptr;
+    have += got;
+  }
+  return buffer;
+}
+
+#endif

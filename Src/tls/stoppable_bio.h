@@ -1,0 +1,16 @@
+// The road of a TLS session's bytes to its socket.
+#ifndef TLS_STOPPABLE_BIO_H
+#define TLS_STOPPABLE_BIO_H
+
+#include <openssl/ssl.h>
+
+namespace tls {
+
+// Puts a session on a connected socket, which it borrows. Handshake, reads and writes then block as on a
+// blocking socket whatever the descriptor's mode, but a stop cuts them (SSL_ERROR_SYSCALL with errno
+// ECANCELED), and a vanished peer raises no SIGPIPE; SSL_set_fd(3) offers neither. False when out of memory.
+bool AttachSocket(SSL* session, int fd);
+
+}  // namespace tls
+
+#endif
