@@ -142,7 +142,9 @@ TEST_F(ErrorLogTest, NeverFollowsWhatStandsInTheExtractsPlace) {
 
 TEST_F(ErrorLogTest, TracesASearchThatCannotBeRun) {
   WriteLog(" 14:05:00 error\n");
-  const std::string path = getenv("PATH");
+  const char* const inherited = getenv("PATH");
+  ASSERT_NE(inherited, nullptr);
+  const std::string path = inherited;
   setenv("PATH", "/nowhere", 1);
   DunraSTTUtils::SetLogLevel(TRACE_DEBUG);
   m_txt_save = 0;

@@ -43,7 +43,6 @@ class CentralEuropeanTime : public testing::Test {
     return timegm(&time);
   }
 };
-;
 
 TEST_F(CentralEuropeanTime, YesterdayIsTheDayOf86400SecondsAgo) {
   const struct {

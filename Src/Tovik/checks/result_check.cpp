@@ -1,10 +1,8 @@
 #include "Tovik/checks/result_check.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <new>
-#include <system_error>
 
 #include "Tovik/alarms/email.h"
 #include "Tovik/alarms/raise_alarm.h"
@@ -47,9 +45,6 @@ bool IsDue(time_t now) {
 int Report(time_t now) {
   const auto host = m_log_hostname_inc_flag != 0 ? std::optional(HostName()) : std::nullopt;
   const ResultDay day = ResultDayAt(now, m_sz_svc_txt_path, host);
-  // A FIFO in the file's place would hold up the count for ever.
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(day.path, error)) return -1;
   const int64_t count = GetTotalLine(day.path.c_str());
   const std::unique_ptr<RESULT_LIST, RecordsRelease> records(GetResultReadData(day.path.c_str(), count));
   if (records == nullptr) return -1;
