@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "Tovik/alarms/email.h"
 #include "Tovik/checks/supervision.h"
 #include "Tovik/core/state.h"
 #include "Tovik/core/trace.h"
@@ -68,7 +69,10 @@ void RecipientCycle(CycleState* /*state*/) {
   if (receiver > 0 || reference > 0 || blind > 0) {
     TRACE(TRACE_INFO, "ReceiverDiff [ %lf ] ReferenceDiff [ %lf ] BlindDiff [ %lf ]", receiver, reference,
           blind);
-    // The recipient lists are freed and reloaded here.
+    EMailListFree(*gEmailLists.Get());
+    if (GetEMailList(m_receiver_email, m_reference_email, m_blind_email) != 1) {
+      TRACE(TRACE_ERROR, "DunraSTT_Aadmin Email Setting");
+    }
   } else {
     TRACE(TRACE_WARN, "Diff Over");
   }

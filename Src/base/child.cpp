@@ -3,8 +3,9 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -73,7 +74,7 @@ std::vector<std::string> Environment(const std::vector<std::string>& changes) {
 
 // 1 when the child has ended, -1 with errno when the wait was given up.
 int AwaitEnd(pid_t pid, int* status) {
-  const UniqueFd process(::pidfd_open(pid, 0));
+  const UniqueFd process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   while (true) {
     const pid_t ended = ::waitpid(pid, status, WNOHANG);
     if (ended == pid) return 1;

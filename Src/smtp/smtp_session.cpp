@@ -1,0 +1,124 @@
+// From the connection to its end: open, handshake, AUTH, close.
+#include <netinet/in.h>
+
+#include <csignal>
+#include <memory>
+#include <new>
+
+#include "base/net.h"
+#include "base/resolve.h"
+#include "smtp/smtp_internal.h"
+#include "smtp/smtp_text.h"
+
+namespace {
+
+constexpr int64_t HANDSHAKE_TIMEOUT = 300;
+constexpr int CODE_AUTHENTICATED = 235;
+constexpr int CODE_GO_ON = 334;
+
+std::unique_ptr<smtp_session> NewSession(unsigned flags, const char* cafile) {
+  std::unique_ptr<smtp_session> session(new (std::nothrow) smtp_session);
+  if (session == nullptr) return nullptr;
+  session->flags = flags;
+  session->reader.read = smtp_str_getdelimfd_read;
+  session->reader.userData = session.get();
+  try {
+    if (cafile != nullptr) session->cafile = cafile;
+  } catch (const std::exception&) {
+    return nullptr;
+  }
+  return session;
+}
+
+// Sends one AUTH line: command, the base64 of the data, CRLF. The status.
+int PutBase64(smtp_session* session, const std::string& command, std::string_view data) {
+  size_t length = 0;
+  const base::UniqueText encoded(smtp_base64_encode(data.data(), data.size(), &length));
+  if (encoded == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
+  return smtp_puts_terminate(session, (command + encoded.get()).c_str());
+}
+
+// Reads a reply that must have this code. The status.
+int Expect(smtp_session* session, int code) {
+  if (session->status != SMTP_SUCCESS || smtp_read_and_parse_code(session) == code) return session->status;
+  return smtp_status_code_set(session, SMTP_AUTH_FAILED);
+}
+
+}  // namespace
+
+int smtp_connect(smtp_session* session, const char* server, const char* port) {
+  base::AddressList addresses;
+  if (base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &addresses) == 0) {
+    for (const addrinfo* at = addresses.get(); at != nullptr; at = at->ai_next) {
+      base::UniqueFd sock = base::OpenSocket(at->ai_family, at->ai_protocol);
+      if (!sock.Valid() || base::Connect(sock.Get(), at->ai_addr, at->ai_addrlen) != 0) continue;
+      session->sock = std::move(sock);
+      return session->status;
+    }
+  }
+  return smtp_status_code_set(session, SMTP_CONNECT_FAILED);
+}
+
+int smtp_ehlo(smtp_session* session) {
+  if (smtp_puts(session, "EHLO smtp\r\n") == SMTP_SUCCESS) smtp_read_and_parse_code(session);
+  return session->status;
+}
+
+int smtp_initiate_handshake(smtp_session* session) {
+  smtp_set_read_timeout(session, HANDSHAKE_TIMEOUT);
+  if (smtp_getline(session) >= 0) smtp_ehlo(session);
+  if (session->status == SMTP_SUCCESS) return SMTP_SUCCESS;
+  return smtp_status_code_set(session, SMTP_HANDSHAKE_FAILED);
+}
+
+int smtp_open(const char* server, const char* port, int /*connection_security*/, unsigned flags,
+              const char* cafile, smtp_session** session) {
+  *session = NewSession(flags, cafile).release();
+  if (*session == nullptr) {
+    *session = smtp_no_memory_session();
+    return SMTP_NO_MEMORY;
+  }
+  std::signal(SIGPIPE, SIG_IGN);
+  if (smtp_connect(*session, server, port) == SMTP_SUCCESS) smtp_initiate_handshake(*session);
+  return (*session)->status;
+}
+
+int smtp_auth_plain(smtp_session* session, const char* user, const char* password) {
+  std::string credentials(1, '\0');
+  credentials.append(user).append(1, '\0').append(password);
+  PutBase64(session, "AUTH PLAIN ", credentials);
+  return Expect(session, CODE_AUTHENTICATED);
+}
+
+int smtp_auth_login(smtp_session* session, const char* user, const char* password) {
+  PutBase64(session, "AUTH LOGIN ", user);
+  if (Expect(session, CODE_GO_ON) != SMTP_SUCCESS) return session->status;
+  PutBase64(session, "", password);
+  return Expect(session, CODE_AUTHENTICATED);
+}
+
+int smtp_auth(smtp_session* session, int method, const char* user, const char* password) {
+  if (session->status != SMTP_SUCCESS || method == SMTP_METHOD_NONE) return session->status;
+  const bool known = method == SMTP_METHOD_PLAIN || method == SMTP_METHOD_LOGIN;
+  if (!known || user == nullptr || password == nullptr) return smtp_status_code_set(session, SMTP_INVALID);
+  const int result = smtp_guarded(session, [&] {
+    return method == SMTP_METHOD_PLAIN ? smtp_auth_plain(session, user, password)
+                                       : smtp_auth_login(session, user, password);
+  });
+  return result == SMTP_SUCCESS ? result : smtp_status_code_set(session, SMTP_AUTH_FAILED);
+}
+
+int smtp_close(smtp_session* session) {
+  if (session == smtp_no_memory_session()) return session->status;
+  const std::unique_ptr<smtp_session> owned(session);
+  const int before = smtp_status_code_clear(session);
+  if (session->sock.Valid()) {
+    // A server that a failure left with a full window is not waited for once more.
+    if (before != SMTP_SUCCESS) smtp_set_read_timeout(session, 0);
+    smtp_puts(session, "QUIT\r\n");
+    if (session->sock.Reset() != 0 && session->status == SMTP_SUCCESS) {
+      smtp_status_code_set(session, SMTP_CLOSE_FAILED);
+    }
+  }
+  return before != SMTP_SUCCESS ? before : session->status;
+}

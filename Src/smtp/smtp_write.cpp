@@ -1,0 +1,41 @@
+// Sending, and the debug print of both directions.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "base/net.h"
+#include "smtp/smtp_internal.h"
+
+void smtp_puts_dbg(const smtp_session* session, const char* label, std::string_view text) {
+  if ((session->flags & SMTP_FLAG_DEBUG) == 0) return;
+  try {
+    std::string copy(text);
+    std::replace_if(
+        copy.begin(), copy.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
+    std::fprintf(stderr, "[smtp %s]: %s\n", label, copy.c_str());
+  } catch (const std::exception&) {
+    return;  // what is only for debugging must not fail the mail
+  }
+}
+
+int smtp_write(smtp_session* session, const char* data, size_t length) {
+  smtp_puts_dbg(session, "Client", {data, length});
+  if (length > SMTP_WRITE_LIMIT) return smtp_status_code_set(session, SMTP_SEND_FAILED);
+  if (session->tls_on != 0) return session->status;
+  const int64_t wait = std::clamp<int64_t>(session->readTimeout, 0, INT32_MAX) * 1000;
+  if (base::SendAll(session->sock.Get(), data, length, wait) != 0) {
+    return smtp_status_code_set(session, SMTP_SEND_FAILED);
+  }
+  return session->status;
+}
+
+int smtp_puts(smtp_session* session, const char* text) {
+  return smtp_write(session, text, std::strlen(text));
+}
+
+int smtp_puts_terminate(smtp_session* session, const char* text) {
+  return smtp_guarded(session, [&] {
+    const std::string line = std::string(text) + "\r\n";
+    return smtp_write(session, line.data(), line.size());
+  });
+}

@@ -1,0 +1,235 @@
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "sysinfo/qxapi_internal.h"
+
+namespace {
+
+constexpr size_t SPRINTF_LIMIT = 0x80000 - 4096;
+
+bool IsWhite(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+char LowerAscii(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+void SkipWhite(std::string_view* rest) {
+  while (!rest->empty() && IsWhite(rest->front())) rest->remove_prefix(1);
+}
+
+size_t FindStop(const char* seps, std::string_view text) {
+  if (seps == nullptr) {
+    size_t stop = 0;
+    while (stop < text.size() && !IsWhite(text[stop])) ++stop;
+    return stop;
+  }
+  const bool single = seps[0] != '\0' && seps[1] == '\0';
+  return std::min(single ? text.find(seps[0]) : text.find_first_of(seps), text.size());
+}
+
+struct Digits {
+  bool negative;
+  bool fits;
+  uint64_t magnitude;
+};
+
+// White space, a sign and digits off the front of *rest; none when there is no digit.
+std::optional<Digits> TakeDigits(std::string_view* rest) {
+  SkipWhite(rest);
+  Digits digits{};
+  digits.negative = rest->starts_with('-');
+  if (digits.negative || rest->starts_with('+')) rest->remove_prefix(1);
+  const auto [end, error] = std::from_chars(rest->data(), rest->data() + rest->size(), digits.magnitude);
+  if (error == std::errc::invalid_argument) return std::nullopt;
+  digits.fits = error == std::errc();
+  rest->remove_prefix(static_cast<size_t>(end - rest->data()));
+  return digits;
+}
+
+bool TakeUnsigned(std::string_view* rest, uint64_t* number) {
+  const auto digits = TakeDigits(rest);
+  if (!digits) return false;
+  *number = digits->negative ? 0 - digits->magnitude : digits->magnitude;
+  if (!digits->fits) *number = std::numeric_limits<uint64_t>::max();
+  return true;
+}
+
+bool TakeSigned(std::string_view* rest, int64_t* number) {
+  constexpr uint64_t TOP = std::numeric_limits<int64_t>::max();
+  const auto digits = TakeDigits(rest);
+  if (!digits) return false;
+  const uint64_t bound = digits->negative ? TOP + 1 : TOP;
+  const uint64_t magnitude = digits->fits ? std::min(digits->magnitude, bound) : bound;
+  *number = static_cast<int64_t>(digits->negative ? 0 - magnitude : magnitude);
+  return true;
+}
+
+bool SkipFields(std::string_view* rest, int count) {
+  for (; count > 0; --count) {
+    SkipWhite(rest);
+    if (rest->empty()) return false;
+    rest->remove_prefix(FindStop(nullptr, *rest));
+  }
+  return true;
+}
+
+int64_t LeadingNumber(std::string_view text) {
+  int64_t number = 0;
+  TakeSigned(&text, &number);
+  return number;
+}
+
+using sysinfo::StatusFields;
+
+struct StatusKey {
+  std::string_view key;
+  void (*store)(StatusFields* fields, std::string_view value);
+};
+
+constexpr std::array<StatusKey, 8> STATUS_KEYS{{
+    {"name", [](StatusFields* f, std::string_view v) { f->name = v; }},
+    {"state", [](StatusFields* f, std::string_view v) { f->state = v.front(); }},
+    {"pid", [](StatusFields* f, std::string_view v) { f->pid = static_cast<int32_t>(LeadingNumber(v)); }},
+    {"ppid", [](StatusFields* f, std::string_view v) { f->ppid = static_cast<int32_t>(LeadingNumber(v)); }},
+    {"uid", [](StatusFields* f, std::string_view v) { f->uid = static_cast<uint32_t>(LeadingNumber(v)); }},
+    {"gid", [](StatusFields* f, std::string_view v) { f->gid = static_cast<uint32_t>(LeadingNumber(v)); }},
+    {"vmsize",
+     [](StatusFields* f, std::string_view v) { f->vmsize = static_cast<uint64_t>(LeadingNumber(v)); }},
+    {"threads",
+     [](StatusFields* f, std::string_view v) { f->threads = static_cast<int32_t>(LeadingNumber(v)); }},
+}};
+
+const StatusKey* FindStatusKey(std::string_view key) {
+  const auto same = [key](const StatusKey& row) {
+    return std::equal(key.begin(), key.end(), row.key.begin(), row.key.end(),
+                      [](char a, char b) { return LowerAscii(a) == b; });
+  };
+  const auto* const row = std::find_if(STATUS_KEYS.begin(), STATUS_KEYS.end(), same);
+  return row == STATUS_KEYS.end() ? nullptr : row;
+}
+
+void ParseStatusLine(std::string_view line, StatusFields* fields) {
+  const StatusKey* const row = FindStatusKey(sysinfo::CutWord(":", &line));
+  if (row == nullptr) return;
+  line = line.substr(0, line.find('\0'));
+  const std::string_view value = sysinfo::CutWord("\n", &line);
+  if (!value.empty()) row->store(fields, value);
+}
+
+[[gnu::format(printf, 1, 0)]] char* FormatToHeap(const char* format, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  char* text = nullptr;
+  if (length >= 0 && static_cast<size_t>(length) < SPRINTF_LIMIT) {
+    const size_t size = static_cast<size_t>(length) + 1;
+    text = static_cast<char*>(std::malloc(size));
+    if (text != nullptr) std::vsnprintf(text, size, format, again);
+  }
+  va_end(again);
+  return text;
+}
+
+// Calls each with the start of every word until it returns false.
+template <typename Each>
+void ForEachWord(char* buf, uint64_t len, Each each) {
+  for (uint64_t start = 0; start < len;) {
+    const void* const nul = std::memchr(buf + start, '\0', len - start);
+    const uint64_t stop = nul == nullptr ? len : static_cast<uint64_t>(static_cast<const char*>(nul) - buf);
+    if (!each(buf + start)) return;
+    start = stop + 1;
+  }
+}
+
+}  // namespace
+
+unsigned int __qxapi_peek_byte__(const void* buf, size_t i) {
+  return static_cast<const unsigned char*>(buf)[i];
+}
+
+unsigned char* __qxapi_poke_byte__(void* buf, size_t i, unsigned char c) {
+  unsigned char* const byte = static_cast<unsigned char*>(buf) + i;
+  *byte = c;
+  return byte;
+}
+
+const char* __qxapi_skip_space__(const char* p) {
+  if (p == nullptr) return nullptr;
+  while (IsWhite(*p)) ++p;
+  return p;
+}
+
+char* __qxapi_get_word_sep__(const char* seps, const char** cursor) {
+  if (cursor == nullptr || *cursor == nullptr) return nullptr;
+  std::string_view rest(*cursor);
+  const std::string_view word = sysinfo::CutWord(seps, &rest);
+  *cursor = rest.data();
+  return word.empty() ? nullptr : ::strndup(word.data(), word.size());
+}
+
+char* __qxapi_alloc_sprintf__(const char* fmt, ...) {
+  if (fmt == nullptr) return nullptr;
+  va_list arguments;
+  va_start(arguments, fmt);
+  char* const text = FormatToHeap(fmt, arguments);
+  va_end(arguments);
+  return text;
+}
+
+int __qxapi_command_line_decoder__(char* buf, uint64_t len, uint32_t* argc, char*** argv) {
+  *argc = 0;
+  *argv = nullptr;
+  if (buf == nullptr || len == 0) return -1;
+  uint32_t words = 0;
+  ForEachWord(buf, len, [&](char*) { return ++words < QXAPI_MAX_WORDS; });
+  auto** const array = static_cast<char**>(std::malloc(words * sizeof(char*)));
+  if (array == nullptr) return 0;
+  ForEachWord(buf, len, [&](char* word) {
+    array[(*argc)++] = word;
+    return *argc < words;
+  });
+  *argv = array;
+  return 1;
+}
+
+namespace sysinfo {
+
+std::string_view CutWord(const char* seps, std::string_view* rest) {
+  SkipWhite(rest);
+  const size_t stop = FindStop(seps, *rest);
+  std::string_view word = rest->substr(0, stop);
+  rest->remove_prefix(std::min(stop + 1, rest->size()));
+  while (!word.empty() && IsWhite(word.back())) word.remove_suffix(1);
+  return word;
+}
+
+void ParseStatus(std::string_view text, StatusFields* fields) {
+  while (!text.empty()) {
+    const size_t line = std::min(text.find('\n'), text.size() - 1) + 1;
+    ParseStatusLine(text.substr(0, line), fields);
+    text.remove_prefix(line);
+  }
+}
+
+std::optional<StatCounters> ParseStat(std::string_view text) {
+  text = text.substr(0, text.find('\0'));
+  const size_t name_end = text.rfind(')');
+  if (name_end == std::string_view::npos) return std::nullopt;
+  text.remove_prefix(name_end + 1);
+  StatCounters c{};
+  const bool whole = SkipFields(&text, 11) && TakeUnsigned(&text, &c.utime) &&
+                     TakeUnsigned(&text, &c.stime) && SkipFields(&text, 3) && TakeSigned(&text, &c.nice) &&
+                     SkipFields(&text, 4) && TakeUnsigned(&text, &c.pages);
+  if (!whole) return std::nullopt;
+  return c;
+}
+
+}  // namespace sysinfo

@@ -1,0 +1,239 @@
+#include "sysinfo/resource_usage.h"
+
+#include <fcntl.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/owners.h"
+#include "base/stop.h"
+#include "sysinfo/resource_usage_internal.h"
+
+namespace {
+
+constexpr const char* PROC = "/proc";
+
+using Path = std::array<char, PATH_MAX>;
+
+// The head of a file of the process file system as a text.
+class HeadText {
+ public:
+  bool Read(const char* proc_root, const char* name) {
+    Path path;
+    const int length = std::snprintf(path.data(), path.size(), "%s/%s", proc_root, name);
+    if (length < 0 || static_cast<size_t>(length) >= path.size()) return false;
+    const base::UniqueFd file(::open(path.data(), O_RDONLY | O_CLOEXEC));
+    if (!file.Valid()) return false;
+    ssize_t got = 0;
+    do {
+      got = ::read(file.Get(), text_.data(), text_.size() - 1);
+    } while (got < 0 && errno == EINTR);
+    text_[got > 0 ? static_cast<size_t>(got) : 0] = '\0';
+    return true;
+  }
+  const char* Get() const { return text_.data(); }
+
+ private:
+  std::array<char, 4096 + 1> text_;
+};
+
+// The number behind the first occurrence of a label; 0 without one.
+double Figure(const char* text, const char* label) {
+  const char* const at = std::strstr(text, label);
+  double value = 0;
+  if (at != nullptr) std::sscanf(at + std::strlen(label), "%lf", &value);
+  return value;
+}
+
+uint32_t FigureInt(const char* text, const char* label) {
+  const char* const at = std::strstr(text, label);
+  int value = 0;
+  if (at != nullptr) std::sscanf(at + std::strlen(label), "%d", &value);
+  return static_cast<uint32_t>(value);
+}
+
+template <typename Value, typename From>
+void Store(Value* out, From value) {
+  if (out != nullptr) *out = static_cast<Value>(value);
+}
+
+// Where a layout of /proc/net/dev has its received and sent counters.
+struct NetworkLayout {
+  size_t columns;
+  size_t sent;
+};
+constexpr std::array<NetworkLayout, 3> NETWORK_LAYOUTS{{{10, 5}, {12, 6}, {16, 8}}};
+
+}  // namespace
+
+namespace sysinfo {
+
+float NextCpuUsage(const char* text, CpuSample* previous) {
+  CpuSample now{0.0, 0.0, 0.0, 0.0};
+  std::sscanf(text, "cpu %lf %lf %lf %lf", &now.puser, &now.pwait, &now.psys, &now.pidle);
+  const double idle = now.pidle - previous->pidle;
+  const double total =
+      (now.puser - previous->puser) + (now.pwait - previous->pwait) + (now.psys - previous->psys) + idle;
+  double usage = 0.0;
+  if (total > 0 && previous->puser >= 0) usage = 100 - 100 * idle / total;
+  *previous = now;
+  return static_cast<float>(usage);
+}
+
+int TruncateToInt(double value) {
+  if (std::isnan(value)) return 0;
+  if (value >= INT_MAX) return INT_MAX;
+  return value <= INT_MIN ? INT_MIN : static_cast<int>(value);
+}
+
+int MemoryPercent(const char* text, double* total, double* available) {
+  const double all = Figure(text, "MemTotal:");
+  const double unused = Figure(text, "MemFree:") + Figure(text, "Cached:") + Figure(text, "Buffers:");
+  if (all == 0) return 0;
+  Store(total, all);
+  Store(available, unused);
+  return TruncateToInt(100.0 * (all - unused) / all);
+}
+
+int MemoryPercentInt(const char* text, double* total, double* available) {
+  const uint32_t all = FigureInt(text, "MemTotal:");
+  const uint32_t unused =
+      FigureInt(text, "MemFree:") + FigureInt(text, "Buffers:") + FigureInt(text, "Cached:");
+  if (all == 0) return 0;
+  Store(total, static_cast<int32_t>(all));
+  Store(available, static_cast<int32_t>(unused));
+  // Divided in 64 bits: the smallest number over -1 has no 32-bit result.
+  const int64_t hundredfold = static_cast<int32_t>((all - unused) * 100);
+  return static_cast<int>(hundredfold / static_cast<int32_t>(all));
+}
+
+int ResidentMegabytes(const char* line) {
+  std::array<char, 1024> label{};
+  std::array<char, 1024> value{};
+  std::sscanf(line, "%1023s%1023s", label.data(), value.data());
+  return static_cast<int>(std::strtol(value.data(), nullptr, 10)) / 1024;
+}
+
+unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t available_blocks, uint64_t* total_mb,
+                         uint64_t* available_mb) {
+  const uint64_t total = (block_size * (blocks >> 10)) >> 10;
+  const uint64_t available = (block_size * (available_blocks >> 10)) >> 10;
+  Store(total_mb, total);
+  Store(available_mb, available);
+  if (total == 0 || available == 0) return 0;
+  return static_cast<unsigned int>((total - available) * 100 / total);
+}
+
+uint64_t NetworkCounter(const char* text, int number) {
+  std::array<char, 32> label;
+  std::snprintf(label.data(), label.size(), "eth%d:", number);
+  const char* at = std::strstr(text, label.data());
+  if (at == nullptr) return 0;
+  at += std::strlen(label.data());
+  const NetworkLayout layout = NETWORK_LAYOUTS[static_cast<size_t>(procnetdev_version(text)) - 1];
+  std::array<unsigned long, 16> counters{};
+  for (size_t i = 0; i < layout.columns; ++i) {
+    int used = 0;
+    if (std::sscanf(at, "%lu%n", &counters[i], &used) != 1) break;
+    at += used;
+  }
+  return counters[0] + counters[layout.sent];
+}
+
+float LinkPercent(uint64_t before, uint64_t after) {
+  return 800.0F * static_cast<float>(after - before) / 100000000.0F;
+}
+
+float CpuUsage(const char* proc_root, CpuSample* previous) {
+  HeadText text;
+  return text.Read(proc_root, "stat") ? NextCpuUsage(text.Get(), previous) : 0.0F;
+}
+
+int MemoryUsage(const char* proc_root, double* total, double* available) {
+  HeadText text;
+  return text.Read(proc_root, "meminfo") ? MemoryPercent(text.Get(), total, available) : 0;
+}
+
+int MemoryUsageInt(const char* proc_root, double* total, double* available) {
+  HeadText text;
+  return text.Read(proc_root, "meminfo") ? MemoryPercentInt(text.Get(), total, available) : 0;
+}
+
+int ProcessMemory(const char* proc_root, int pid) {
+  Path path;
+  const int length = std::snprintf(path.data(), path.size(), "%s/%d/status", proc_root, pid);
+  if (length < 0 || static_cast<size_t>(length) >= path.size()) return -1;
+  const base::UniqueFile file(std::fopen(path.data(), "re"));
+  if (!file) return -1;
+  std::array<char, 1024> line;
+  while (std::fgets(line.data(), line.size(), file.get()) != nullptr) {
+    if (std::strstr(line.data(), "VmRSS") != nullptr) return ResidentMegabytes(line.data());
+  }
+  return 0;
+}
+
+uint64_t NetworkStatics(const char* proc_root, int number) {
+  HeadText text;
+  return text.Read(proc_root, "net/dev") ? NetworkCounter(text.Get(), number) : 0;
+}
+
+}  // namespace sysinfo
+
+float CpuUsage() {
+  static sysinfo::CpuSample previous;
+  return sysinfo::CpuUsage(PROC, &previous);
+}
+
+int system_cpu_usage() {
+  return sysinfo::TruncateToInt(CpuUsage());
+}
+
+int memory_usage(double* total, double* available) {
+  return sysinfo::MemoryUsage(PROC, total, available);
+}
+
+double system_memory_usage() {
+  double total = 0;
+  double available = 0;
+  memory_usage(&total, &available);
+  return total;
+}
+
+int MemUsage(double* total, double* available) {
+  return sysinfo::MemoryUsageInt(PROC, total, available);
+}
+
+int process_memory_usage(int pid) {
+  return sysinfo::ProcessMemory(PROC, pid);
+}
+
+unsigned int DiskUsage(const char* path, uint64_t* total_mb, uint64_t* available_mb) {
+  std::array<char, 511> here;
+  if (path == nullptr) path = ::getcwd(here.data(), here.size());
+  struct statfs figures {};
+  if (path == nullptr || ::statfs(path, &figures) != 0) return 0;
+  return sysinfo::DiskPercent(static_cast<uint64_t>(figures.f_bsize), figures.f_blocks, figures.f_bavail,
+                              total_mb, available_mb);
+}
+
+int procnetdev_version(const char* text) {
+  if (std::strstr(text, "compressed") != nullptr) return 3;
+  return std::strstr(text, "bytes") != nullptr ? 2 : 1;
+}
+
+uint64_t NetworkStatics(int number) {
+  return sysinfo::NetworkStatics(PROC, number);
+}
+
+float NetworkUsage(int number) {
+  const uint64_t before = NetworkStatics(number);
+  base::SleepSeconds(1);
+  return sysinfo::LinkPercent(before, NetworkStatics(number));
+}

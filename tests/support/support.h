@@ -1,0 +1,112 @@
+// What the tests of functions share: a folder of their own, waits for a condition, and loopback peers in a
+// thread.
+#ifndef TESTS_SUPPORT_H
+#define TESTS_SUPPORT_H
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <thread>
+
+#include "base/owners.h"
+
+namespace support {
+
+class TempFolder {
+ public:
+  TempFolder() {
+    char pattern[] = "/tmp/dunra-test-XXXXXX";
+    path_ = std::string(mkdtemp(pattern)) + "/";
+  }
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+  ~TempFolder() { std::filesystem::remove_all(path_); }
+  const std::string& Path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + name; }
+  std::string Write(const std::string& name, const std::string& text) const {
+    std::ofstream(path_ + name, std::ios::binary) << text;
+    return path_ + name;
+  }
+
+ private:
+  std::string path_;
+};
+
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline bool WaitUntil(const std::function<bool()>& condition,
+                      std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    ::poll(nullptr, 0, 5);
+  }
+  return true;
+}
+
+// A listening socket on a port that the kernel chose.
+class Listener {
+ public:
+  Listener() : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(fd_.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::listen(fd_.Get(), 16);
+    socklen_t length = sizeof address;
+    ::getsockname(fd_.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+    port_ = ntohs(address.sin_port);
+  }
+  int Port() const { return port_; }
+  base::UniqueFd Accept() const {
+    return base::UniqueFd(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+  }
+
+ private:
+  base::UniqueFd fd_;
+  int port_ = 0;
+};
+
+// Serves one connection by a script, in a thread that the destructor joins.
+class Peer {
+ public:
+  explicit Peer(std::function<void(int)> script)
+      : thread_([this, script = std::move(script)] { script(listener_.Accept().Get()); }) {}
+  Peer(const Peer&) = delete;
+  Peer& operator=(const Peer&) = delete;
+  ~Peer() { Finish(); }
+  int Port() const { return listener_.Port(); }
+  void Finish() {
+    if (thread_.joinable()) thread_.join();
+  }
+
+ private:
+  Listener listener_;
+  std::thread thread_;
+};
+
+inline std::string Receive(int fd, size_t length) {
+  std::string text(length, '\0');
+  text.resize(static_cast<size_t>(std::max<ssize_t>(0, ::recv(fd, text.data(), length, MSG_WAITALL))));
+  return text;
+}
+
+inline void Send(int fd, const std::string& text) {
+  ::send(fd, text.data(), text.size(), MSG_NOSIGNAL);
+}
+
+}  // namespace support
+
+#endif
