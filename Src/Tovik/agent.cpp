@@ -9,6 +9,8 @@
 #include <new>
 #include <string>
 
+#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/webhook.h"
 #include "Tovik/checks/process_search.h"
 #include "Tovik/core/host.h"
 #include "Tovik/core/state.h"
@@ -61,7 +63,10 @@ void KeepRecipientTimes() {
 }
 
 int LoadRecipients() {
-  // The recipient lists are loaded here.
+  if (GetEMailList(m_receiver_email, m_reference_email, m_blind_email) != 1) {
+    TRACE(TRACE_ERROR, "DunraSTT_Aadmin Email Setting");
+    return FAILED;
+  }
   KeepRecipientTimes();
   return STARTED;
 }
@@ -115,6 +120,7 @@ int StartService() {
   WritePidFile();
   TRACE(TRACE_INFO, "Start DunraSTT_Admin Service");
   m_nCPU[0] = CpuUsage();
+  AlarmTransportInit();
   return StartThreads();
 }
 

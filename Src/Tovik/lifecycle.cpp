@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstring>
 
+#include "Tovik/alarms/email.h"
 #include "Tovik/core/state.h"
 #include "Tovik/core/trace.h"
 #include "Tovik/daemon.h"
@@ -61,7 +62,8 @@ void Stop() {
   hTimerThread2.Join();
   hTimerThread6.Join();
   hTimerThread7.Join();
-  // The recipient lists are freed here.
+  EMailListFree(*gEmailLists.Get());
+  gEmailLists.Set({});
   delete gSendInfo;
   gSendInfo = nullptr;
   SHM_CLOS();

@@ -1,0 +1,183 @@
+// The life of the process: daemon mode, signals, heartbeat, stop.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "system/harness.h"
+
+namespace harness {
+namespace {
+
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+namespace fs = std::filesystem;
+
+class Life : public AgentTest {
+ protected:
+  // Waits for the end of a stop: the agent dies of SIGINT, and had said good-bye before.
+  void ExpectStopped(Process& agent, seconds limit) {
+    const auto start = steady_clock::now();
+    const int status = agent.Wait();
+    const std::chrono::duration<double> taken = steady_clock::now() - start;
+    ASSERT_TRUE(WIFSIGNALED(status)) << status;
+    EXPECT_EQ(WTERMSIG(status), SIGINT);
+    EXPECT_LT(taken, limit);
+    EXPECT_EQ(Count(Out(), "Debug: stopping daemon ...\n"), 1U);
+    EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
+  }
+  // Of a daemon: waits until its lock file names it.
+  pid_t DaemonPid() const {
+    WaitFor([this] { return ReadFile(folder_ / "agent.lock").ends_with('\n'); });
+    return atoi(ReadFile(folder_ / "agent.lock").c_str());
+  }
+};
+
+class IdleStop : public Life, public testing::WithParamInterface<std::vector<int>> {};
+
+// Timers that sleep for minutes; also signals that come again while the stop is under way.
+TEST_P(IdleStop, TakesAMoment) {
+  StartEngine();
+  WriteFile(folder_ / "p.pid", "1");
+  config_.Set("RESTART_CHECK_SEC", 600).Set("HANG_SAVE", 1).Set("HANG_TIME", 600);
+  config_.Set("RESULT_CHECK", 1).Set("RESULT_TIME", "24:60").Set("LOG_CHECK_MIN", 1);
+  Process agent = StartedAgent({"-p", folder_ / "p.pid"});
+  ASSERT_TRUE(WaitForOut("System CPU ["));
+  for (const int number : GetParam()) agent.Signal(number);
+  ExpectStopped(agent, seconds(2));
+  EXPECT_FALSE(fs::exists(folder_ / "p.pid"));
+  EXPECT_EQ(ReadFile(folder_ / "agent.pid"), std::to_string(agent.Pid()));
+  EXPECT_TRUE(EngineAlive());
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, IdleStop,
+                         testing::Values(std::vector{SIGTERM}, std::vector{SIGINT},
+                                         std::vector{SIGTERM, SIGHUP, SIGALRM, SIGTERM}));
+
+TEST_F(Life, StopsDuringStartUp) {
+  Process agent = Start();
+  // Installed handlers show as caught signals; the process-table snapshots of start-up take a second.
+  ASSERT_TRUE(WaitFor([&] {
+    const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
+    const size_t caught = status.find("SigCgt:");
+    if (caught == std::string::npos) return false;
+    return (std::stoull(status.substr(caught + 7), nullptr, 16) >> (SIGALRM - 1) & 1) != 0;
+  }));
+  agent.Signal(SIGTERM);
+  ExpectStopped(agent, seconds(2));
+}
+
+TEST_F(Life, StopEndsASilentExchangeAndAnEndlessStartScript) {
+  const ManagementServer silent(folder_, "silent", "silent");
+  config_.Set("ALARM_1", silent.Address());
+  const std::string script = folder_ / "start engine.sh";
+  WriteFile(script, "#!/bin/sh\n\"${0%/*}/" + engine_ + "\" 600\n", 0755);
+  Process agent = StartedAgent();
+  ASSERT_TRUE(WaitFor([&] { return EngineAlive() && silent.Frames().size() == 1; }));
+  agent.Signal(SIGTERM);
+  ExpectStopped(agent, seconds(7));
+  EXPECT_TRUE(EngineAlive());
+}
+
+TEST_F(Life, StopFinishesAnExchangeThatMovesAndServesTheRest) {
+  const ManagementServer slow(folder_, "slow", "slow", "0.05");
+  const ManagementServer last(folder_, "last");
+  config_.Set("RESTART_CHECK", 0).Set("FIRST_ALARM_SEND", 1);
+  config_.Set("ALARM_1", slow.Address()).Set("ALARM_2", last.Address());
+  Process agent = StartedAgent();
+  ASSERT_TRUE(WaitFor([&] { return slow.Frames().size() == 1; }));
+  agent.Signal(SIGTERM);
+  ExpectStopped(agent, seconds(5));
+  EXPECT_EQ(slow.CountBodies("ALARM+Tovik Start"), 1U);
+  EXPECT_EQ(last.CountBodies("ALARM+Tovik Start"), 1U);
+}
+
+TEST_F(Life, HangupProvesTheConfigurationAndChangesNothing) {
+  config_.Set("RESTART_CHECK", 0);
+  Process agent = StartedAgent();
+  ASSERT_TRUE(WaitForOut("Debug: 0\n"));
+  WriteFile(folder_ / "agent.conf", "LOG_LEVEL 0\n");
+  agent.Signal(SIGHUP);
+  EXPECT_TRUE(WaitForOut("Debug: reloading daemon config file ...\n"));
+  EXPECT_TRUE(WaitForOut("Debug: 2\n"));
+  agent.Signal(SIGTERM);
+  ExpectStopped(agent, seconds(2));
+}
+
+TEST_F(Life, HeartbeatGoesToTheLogFile) {
+  config_.Set("RESTART_CHECK", 0);
+  WriteFile(folder_ / "beat", "older\n");
+  Process agent = StartedAgent({"-l", folder_ / "beat"});
+  const std::string expected = "older\nDebug: 0\nDebug: 1\n";
+  EXPECT_TRUE(WaitFor([&] { return ReadFile(folder_ / "beat") == expected; }));
+  agent.Signal(SIGTERM);
+  agent.Wait();
+  EXPECT_NE(ReadFile(folder_ / "beat").find("Debug: stopping daemon ...\n"), std::string::npos);
+  EXPECT_EQ(Out().find("Debug: "), std::string::npos);
+}
+
+TEST_F(Life, HeartbeatFallsBackToStandardOutput) {
+  config_.Set("RESTART_CHECK", 0);
+  Process agent = StartedAgent({"-l", folder_ / "absent/beat"});
+  EXPECT_TRUE(WaitForOut("Debug: 1\n"));
+}
+
+// A full disk under the heartbeat ends the agent, by way of the stop sequence.
+TEST_F(Life, BrokenHeartbeatStopsTheAgent) {
+  WriteFile(folder_ / "p.pid", "1");
+  Process agent = StartedAgent({"-l", "/dev/full", "-p", folder_ / "p.pid"});
+  const int status = agent.Wait();
+  EXPECT_NE(status, -1);
+  EXPECT_TRUE(WIFEXITED(status) ? WEXITSTATUS(status) == 0 : WTERMSIG(status) == SIGINT) << status;
+  EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
+  EXPECT_FALSE(fs::exists(folder_ / "p.pid"));
+}
+
+TEST_F(Life, DaemonDetachesAndGuardsItsLock) {
+  config_.Set("RESTART_CHECK", 0);
+  Process parent = Start({"-d"});
+  EXPECT_EQ(parent.Wait(), 0);
+  const pid_t daemon = DaemonPid();
+  ASSERT_GT(daemon, 0);
+  const std::string proc = "/proc/" + std::to_string(daemon);
+  EXPECT_TRUE(WaitFor([&] { return ReadFile(folder_ / "agent.pid") == std::to_string(daemon); }));
+  EXPECT_EQ(getsid(daemon), daemon);
+  for (const char* fd : {"/fd/0", "/fd/1", "/fd/2"}) EXPECT_EQ(fs::read_symlink(proc + fd), "/dev/null");
+  EXPECT_NE(ReadFile(proc + "/status").find("Umask:\t0022"), std::string::npos);
+  EXPECT_EQ(fs::read_symlink(proc + "/cwd").string() + "/", folder_ / "");
+
+  // The second: its parent knows nothing of the refusal, its child ends with 1. Without PWD, too.
+  WriteFile(folder_ / "out.txt", "");
+  Process second = Run({"-d", "-f", folder_ / "agent.conf"}, {"PWD"});
+  EXPECT_EQ(second.Wait(), 0);
+  int status = -1;
+  EXPECT_TRUE(WaitFor([&] { return waitpid(-1, &status, WNOHANG) > 0; }));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+  EXPECT_EQ(ReadFile(folder_ / "agent.lock"), std::to_string(daemon) + "\n");
+
+  kill(daemon, SIGTERM);
+  status = -1;
+  EXPECT_TRUE(WaitFor([&] { return waitpid(daemon, &status, WNOHANG) > 0; }));
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+}
+
+// Found by a search path, the program has no folder of its own: the daemon stays where PWD says.
+TEST_F(Life, DaemonWorksInThePwdOfItsCaller) {
+  config_.Set("RESTART_CHECK", 0);
+  WriteFile(folder_ / "agent.conf", config_.Text());
+  fs::create_directory(folder_ / "elsewhere");
+  Process parent({.program = folder_ / agent_,
+                  .words = {agent_, "-d", "-f", folder_ / "agent.conf"},
+                  .environment = {"PWD=" + folder_ / "elsewhere"},
+                  .out = folder_ / "out.txt",
+                  .err = folder_ / "err.txt"});
+  EXPECT_EQ(parent.Wait(), 0);
+  const pid_t daemon = DaemonPid();
+  ASSERT_GT(daemon, 0);
+  EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(daemon) + "/cwd"), folder_ / "elsewhere");
+}
+
+}  // namespace
+}  // namespace harness
