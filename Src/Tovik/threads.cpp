@@ -7,6 +7,7 @@
 
 #include "Tovik/alarms/email.h"
 #include "Tovik/checks/error_log_check.h"
+#include "Tovik/checks/hang_check.h"
 #include "Tovik/checks/result_check.h"
 #include "Tovik/checks/supervision.h"
 #include "Tovik/core/state.h"
@@ -52,6 +53,7 @@ bool TraceOutcome(int result) {
 }
 
 void HangCycle(CycleState* /*state*/) {
+  hangCheckProc(m_sz_proc_name);
   TRACE(TRACE_INFO, "send_timer Hang Time [ %d ]", static_cast<int>(m_Hang_Time));
   base::SleepSeconds(HangPause(m_Hang_Time));
 }
