@@ -45,11 +45,13 @@ TEST(EMailLists, ReadAsManyRecipientsAsNewlines) {
       {"0xFF ends the counting", "kim a@x\n\xFF b@x\nlee c@x\n", {{"kim", "a@x"}}},
       {"0xFF behind nothing", "\xFFkim a@x\n", {}},
       {"NUL ends a word", "ki\0m a@x\n"s, {{"ki", "a@x"}}},
-      {"long words", longWord + " " + longWord + "\nlee b@x\n",
+      {"long words",
+       longWord + " " + longWord + "\nlee b@x\n",
        {{longWord.substr(0, 4095), longWord.substr(0, 4095)}, {"lee", "b@x"}}},
   };
   const support::TempFolder folder;
-  for (const auto& entry : cases) EXPECT_EQ(EntriesOf(folder.Write("list", entry.text)), entry.entries) << entry.what;
+  for (const auto& entry : cases)
+    EXPECT_EQ(EntriesOf(folder.Write("list", entry.text)), entry.entries) << entry.what;
 }
 
 TEST(EMailLists, TakeTenThousandLines) {

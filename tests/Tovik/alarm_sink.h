@@ -2,6 +2,7 @@
 #ifndef TESTS_TOVIK_ALARM_SINK_H
 #define TESTS_TOVIK_ALARM_SINK_H
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -21,8 +22,8 @@ class Sink {
  public:
   explicit Sink(const std::string& script, const std::vector<std::string>& options = {}) {
     const std::string out = folder_ / "out";
-    std::vector<std::string> words = {"/usr/bin/python3", std::string(PEERS_FOLDER) + "/" + script, "--folder",
-                                      folder_.Path()};
+    std::vector<std::string> words = {"/usr/bin/python3", std::string(PEERS_FOLDER) + "/" + script,
+                                      "--folder", folder_.Path()};
     words.insert(words.end(), options.begin(), options.end());
     std::vector<char*> pointers;
     for (std::string& word : words) pointers.push_back(word.data());

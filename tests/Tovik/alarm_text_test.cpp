@@ -17,11 +17,15 @@ TEST(ReplaceAll, ReplacesFromLeftToRight) {
   const struct {
     const char *text, *from, *to, *result;
   } cases[] = {
-      {"aaa", "aa", "b", "ba"},        {"", "a", "b", ""},
+      {"aaa", "aa", "b", "ba"},
+      {"", "a", "b", ""},
       {"a\nb\n", "\n", "<br />", "a<br />b<br />"},
-      {"abc", "abc", "", ""},          {"abcabc", "b", "xx", "axxcaxxc"},
-      {"same", "am", "ma", "smae"},    {"none", "zz", "y", "none"},
-      {"ab", "abc", "x", "ab"},        {"aXa", "a", "aa", "aaXaa"},
+      {"abc", "abc", "", ""},
+      {"abcabc", "b", "xx", "axxcaxxc"},
+      {"same", "am", "ma", "smae"},
+      {"none", "zz", "y", "none"},
+      {"ab", "abc", "x", "ab"},
+      {"aXa", "a", "aa", "aaXaa"},
   };
   for (const auto& entry : cases) {
     std::string text = entry.text;
@@ -39,13 +43,17 @@ TEST(AlarmText, PrefixEndsAtACharacter) {
     size_t limit;
     size_t bytes;
   } cases[] = {
-      {"abc", 2, 2},           {"abc", 9, 3},         {"", 0, 0},
+      {"abc", 2, 2},
+      {"abc", 9, 3},
+      {"", 0, 0},
       {"\xB0\xA1\xB0\xA2", 2, 0},  // three bytes each
-      {"\xB0\xA1\xB0\xA2", 3, 2}, {"\xB0\xA1\xB0\xA2", 5, 2}, {"\xB0\xA1\xB0\xA2", 6, 4},
-      {"a\xA1\xA4z", 3, 3},        // two bytes
-      {"a\x81\xFF", 2, 1},         // no mapping: two bytes
-      {"a\xB0", 9, 1},             // half a character
-      {"\x80\x80z", 9, 3},         // does not convert, whatever its length
+      {"\xB0\xA1\xB0\xA2", 3, 2},
+      {"\xB0\xA1\xB0\xA2", 5, 2},
+      {"\xB0\xA1\xB0\xA2", 6, 4},
+      {"a\xA1\xA4z", 3, 3},  // two bytes
+      {"a\x81\xFF", 2, 1},   // no mapping: two bytes
+      {"a\xB0", 9, 1},       // half a character
+      {"\x80\x80z", 9, 3},   // does not convert, whatever its length
   };
   for (const auto& entry : cases) {
     EXPECT_EQ(alarms::PrefixWithin(entry.text, entry.limit).size(), entry.bytes) << entry.text;
