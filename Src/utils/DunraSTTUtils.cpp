@@ -36,7 +36,7 @@ trace::Moment Now() {
 }
 
 // The formatted message, cut to what a message may hold. Almost all fit the small buffer.
-std::string Message(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string Message(const char* format, va_list arguments) {
   std::array<char, 2048> small;
   va_list again;
   va_copy(again, arguments);
