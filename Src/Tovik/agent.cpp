@@ -76,7 +76,7 @@ void ChangeToProgramFolder() {
   const size_t slash = program.rfind('/');
   if (slash == std::string::npos) return;
   const std::string folder = program.substr(0, slash + 1);
-  if (::chdir(folder.c_str()) < 0) syslog(LOG_INFO, "Could not change to %s", folder.c_str());
+  [[maybe_unused]] const int changed = ::chdir(folder.c_str());
 }
 
 void ConfigureTrace() {

@@ -87,7 +87,7 @@ void daemonize(const char* rundir, const char* lockfile) {
   Detach();
   CloseAllDescriptors();
   GuardStandardDescriptors();
-  if (rundir != nullptr && ::chdir(rundir) < 0) syslog(LOG_INFO, "Could not change to %s", rundir);
+  [[maybe_unused]] const int changed = rundir == nullptr ? 0 : ::chdir(rundir);
   TakeLock(lockfile);
 }
 

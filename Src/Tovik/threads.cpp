@@ -6,6 +6,9 @@
 #include <ctime>
 
 #include "Tovik/alarms/email.h"
+#include "Tovik/checks/error_log_check.h"
+#include "Tovik/checks/hang_check.h"
+#include "Tovik/checks/result_check.h"
 #include "Tovik/checks/supervision.h"
 #include "Tovik/core/state.h"
 #include "Tovik/core/trace.h"
@@ -39,7 +42,18 @@ void SuperviseCycle(CycleState* /*state*/) {
   base::SleepSeconds(m_restart_period);
 }
 
+// Both checks report under one name, and every result but 0 counts as a success.
+bool TraceOutcome(int result) {
+  if (result != 0) {
+    TRACE(TRACE_INFO, "errorCheckProc success");
+  } else {
+    TRACE(TRACE_WARN, "errorCheckProc fail");
+  }
+  return result != 0;
+}
+
 void HangCycle(CycleState* /*state*/) {
+  hangCheckProc(m_sz_proc_name);
   TRACE(TRACE_INFO, "send_timer Hang Time [ %d ]", static_cast<int>(m_Hang_Time));
   base::SleepSeconds(HangPause(m_Hang_Time));
 }
@@ -47,6 +61,7 @@ void HangCycle(CycleState* /*state*/) {
 void ResultCycle(CycleState* /*state*/) {
   if (m_result_type == 0) {
     m_result_type = 1;
+    TraceOutcome(resultCheckProc());
     m_result_type = 0;
     base::SleepSeconds(RESULT_PAUSE);
   }
@@ -57,7 +72,9 @@ void ErrorLogCycle(CycleState* state) {
   const time_t now = std::time(nullptr);
   std::tm local{};
   localtime_r(&now, &local);
-  if (ErrorCheckDue(local.tm_min, m_errorlog_period, &state->errorCheck)) state->errorCheck.succeeded = 1;
+  if (ErrorCheckDue(local.tm_min, m_errorlog_period, &state->errorCheck)) {
+    state->errorCheck.succeeded = TraceOutcome(errorCheckProc()) ? 1 : 0;
+  }
   TRACE(TRACE_INFO, "send_timer ErrorCheck Time [ %d ]", static_cast<int>(m_errorlog_period));
   base::SleepSeconds(SHORT_PAUSE);
 }

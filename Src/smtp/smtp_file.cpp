@@ -74,8 +74,7 @@ base::UniqueFile OpenFile(const char* path) {
   base::UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd.Valid()) return nullptr;
   base::UniqueFile stream(::fdopen(fd.Get(), "rb"));
-  if (stream != nullptr) [[maybe_unused]]
-    const int owned = fd.Release();
+  if (stream != nullptr) fd.Release();
   return stream;
 }
 

@@ -34,6 +34,21 @@ int ReserveRead(smtp_line_reader* reader) {
   return 0;
 }
 
+// One more read behind the bytes held: its count, or the result that the line then has.
+ptrdiff_t ReadMore(smtp_line_reader* reader) {
+  if (reader->held >= SMTP_LINE_LIMIT) return SMTP_LINE_FAILED;
+  if (ReserveRead(reader) != 0) return SMTP_LINE_NO_MEMORY;
+  const ptrdiff_t got = reader->read(reader, reader->buffer.get() + reader->held, SMTP_READ_SIZE);
+  if (got < 0) return SMTP_LINE_FAILED;
+  reader->held += static_cast<size_t>(got);
+  return got;
+}
+
+int Deliver(smtp_line_reader* reader, size_t length, smtp_line_result result) {
+  if (smtp_str_getdelimfd_set_line_and_buf(reader, length) == 0) return result;
+  return smtp_str_getdelimfd_throw_error(reader, SMTP_LINE_NO_MEMORY);
+}
+
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
@@ -83,26 +98,16 @@ int smtp_str_getdelimfd_throw_error(smtp_line_reader* reader, int result) {
 }
 
 int smtp_str_getdelimfd(smtp_line_reader* reader) {
-  size_t searched = 0;  // what was held before the last read has no delimiter
-  for (ptrdiff_t got = 1;; reader->held += static_cast<size_t>(got)) {
-    size_t length = reader->held;
-    if (smtp_str_getdelimfd_search_delim(reader->buffer.get() + searched, reader->held - searched,
-                                         reader->delimiter, &length) != 0) {
-      length += searched;
-    } else if (got != 0) {
-      searched = reader->held;
-      if (searched >= SMTP_LINE_LIMIT) return smtp_str_getdelimfd_throw_error(reader, SMTP_LINE_FAILED);
-      if (ReserveRead(reader) != 0) return smtp_str_getdelimfd_throw_error(reader, SMTP_LINE_NO_MEMORY);
-      got = reader->read(reader, reader->buffer.get() + searched, SMTP_READ_SIZE);
-      if (got < 0) return smtp_str_getdelimfd_throw_error(reader, SMTP_LINE_FAILED);
-      continue;
-    }
-    const bool ended = length == reader->held;
-    if (smtp_str_getdelimfd_set_line_and_buf(reader, length) != 0) {
-      return smtp_str_getdelimfd_throw_error(reader, SMTP_LINE_NO_MEMORY);
-    }
-    return ended ? SMTP_LINE_END : SMTP_LINE;
+  size_t searched = 0;  // this many of the bytes held are known to have no delimiter
+  size_t position = 0;
+  while (smtp_str_getdelimfd_search_delim(reader->buffer.get() + searched, reader->held - searched,
+                                          reader->delimiter, &position) == 0) {
+    searched = reader->held;
+    const ptrdiff_t got = ReadMore(reader);
+    if (got < 0) return smtp_str_getdelimfd_throw_error(reader, static_cast<int>(got));
+    if (got == 0) return Deliver(reader, reader->held, SMTP_LINE_END);
   }
+  return Deliver(reader, searched + position, SMTP_LINE);
 }
 
 int smtp_str_getdelimfd_read_timeout(smtp_session* session) {

@@ -36,7 +36,7 @@ trace::Moment Now() {
 }
 
 // The formatted message, cut to what a message may hold. Almost all fit the small buffer.
-std::string Message(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string Message(const char* format, va_list arguments) {
   std::array<char, 2048> small;
   va_list again;
   va_copy(again, arguments);
@@ -71,19 +71,21 @@ int Append(const std::string& name, const std::string& line) {
   return 0;
 }
 
+// The folder of today is nearly always there, so it is only made when the file cannot be opened without.
 void Save(char type, long channel, long save, const trace::Moment& moment, const std::string& line) {
-  std::string folder;
-  if (save != 0) {
-    const char* parent = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
-    folder = trace::DatedFolder(parent, moment.local);
-    DunraSTTUtils::MakeFolders(folder.c_str());
-  }
   const bool ordinary = type == TRACE_ORDINARY && DunraSTTUtils::GetLogLevel() > 0 && save != 0;
   if (!ordinary && type != TRACE_HANG) return;
+  const char* parent = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
+  const std::string folder = save != 0 ? trace::DatedFolder(parent, moment.local) : std::string();
   const bool withHost = DunraSTTUtils::GetLogHostnameFlag() != 0;
   const std::string name = trace::FileName(type, channel, folder, moment.local, withHost,
                                            withHost ? HostNameForFiles() : std::string());
-  if (Append(name, line) < 0 && ordinary) std::fputs("log file open error", stdout);
+  if (Append(name, line) == 0) return;
+  if (save != 0) {
+    DunraSTTUtils::MakeFolders(folder.c_str());
+    if (Append(name, line) == 0) return;
+  }
+  if (ordinary) std::fputs("log file open error", stdout);
 }
 
 void TraceLine(char type, long level, long channel, long save, const trace::Place& place,

@@ -28,6 +28,10 @@ echo run >> "$home/runs"
 echo $! > "$home/engine.pid"
 )";
 
+// The agent refuses to start when a process ends in the moment in which it reads the process table, and other
+// tests end processes all the time.
+constexpr int ATTEMPTS = 5;
+
 // Sanitizers write their findings where TearDown finds them, also those of a daemon.
 std::vector<std::string> SanitizerEnvironment(const Folder& folder) {
   std::vector<std::string> result;
@@ -123,9 +127,9 @@ void AgentTest::TearDown() {
   std::cerr << "--- standard error of the agent\n" << ReadFile(folder_ / "err.txt") << "---\n";
 }
 
-Process AgentTest::Run(const std::vector<std::string>& arguments,
-                       const std::vector<std::string>& environment) {
-  std::vector<std::string> words{folder_ / agent_};
+Process AgentTest::Run(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+                       const std::string& name) {
+  std::vector<std::string> words{name.empty() ? folder_ / agent_ : name};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = SanitizerEnvironment(folder_);
   variables.insert(variables.end(), environment.begin(), environment.end());
@@ -144,9 +148,30 @@ Process AgentTest::Start(const std::vector<std::string>& arguments) {
 }
 
 Process AgentTest::StartedAgent(const std::vector<std::string>& arguments) {
-  Process agent = Start(arguments);
-  EXPECT_TRUE(WaitForOut("Start DunraSTT_Admin Service"));
-  return agent;
+  constexpr char up[] = "Start DunraSTT_Admin Service";
+  for (int attempt = 1;; ++attempt) {
+    Process agent = Start(arguments);
+    EXPECT_TRUE(WaitFor([&] { return !agent.Alive() || Out().find(up) != std::string::npos; }));
+    if (Out().find("DunraSTT_Admin Already Running") == std::string::npos || attempt == ATTEMPTS)
+      return agent;
+    WriteFile(folder_ / "out.txt", "");
+  }
+}
+
+pid_t AgentTest::StartedDaemon(const std::vector<std::string>& environment, const std::string& name) {
+  WriteFile(folder_ / "agent.conf", config_.Text());
+  const std::vector<std::string> arguments{"-d", "-f", folder_ / "agent.conf"};
+  for (int attempt = 1; attempt <= ATTEMPTS; ++attempt) {
+    EXPECT_EQ(Run(arguments, environment, name).Wait(), 0);
+    bool ended = false;
+    EXPECT_TRUE(WaitFor([&] {
+      ended = waitpid(-1, nullptr, WNOHANG) > 0;
+      return ended || !ReadFile(folder_ / "agent.pid").empty();
+    }));
+    if (!ended) return std::stoi("0" + ReadFile(folder_ / "agent.pid"));
+  }
+  ADD_FAILURE() << "the daemon does not start";
+  return 0;
 }
 
 bool AgentTest::WaitForOut(std::string_view text, milliseconds limit) const {

@@ -136,12 +136,16 @@ class AgentTest : public testing::Test {
   ~AgentTest() override;
   void TearDown() override;
 
-  // Runs the agent with these words after its name; its output goes to out.txt and err.txt.
-  Process Run(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
+  // Runs the agent with these words after its name; its output goes to out.txt and err.txt. The first word it
+  // gets is its path, unless another is given.
+  Process Run(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
+              const std::string& name = {});
   // Writes the configuration and runs the agent on it, with further words.
   Process Start(const std::vector<std::string>& arguments = {});
   // The same, and waits until it is up.
   Process StartedAgent(const std::vector<std::string>& arguments = {});
+  // The same as a daemon: its process id. The parent's end with 0 is checked.
+  pid_t StartedDaemon(const std::vector<std::string>& environment = {}, const std::string& name = {});
   std::string Out() const { return ReadFile(folder_ / "out.txt"); }
   bool WaitForOut(std::string_view text, milliseconds limit = LIMIT) const;
 

@@ -28,11 +28,6 @@ class Life : public AgentTest {
     EXPECT_EQ(Count(Out(), "Debug: stopping daemon ...\n"), 1U);
     EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
   }
-  // Of a daemon: waits until its lock file names it.
-  pid_t DaemonPid() const {
-    WaitFor([this] { return ReadFile(folder_ / "agent.lock").ends_with('\n'); });
-    return atoi(ReadFile(folder_ / "agent.lock").c_str());
-  }
 };
 
 class IdleStop : public Life, public testing::WithParamInterface<std::vector<int>> {};
@@ -137,19 +132,16 @@ TEST_F(Life, BrokenHeartbeatStopsTheAgent) {
 
 TEST_F(Life, DaemonDetachesAndGuardsItsLock) {
   config_.Set("RESTART_CHECK", 0);
-  Process parent = Start({"-d"});
-  EXPECT_EQ(parent.Wait(), 0);
-  const pid_t daemon = DaemonPid();
+  const pid_t daemon = StartedDaemon();
   ASSERT_GT(daemon, 0);
+  EXPECT_EQ(ReadFile(folder_ / "agent.lock"), std::to_string(daemon) + "\n");
   const std::string proc = "/proc/" + std::to_string(daemon);
-  EXPECT_TRUE(WaitFor([&] { return ReadFile(folder_ / "agent.pid") == std::to_string(daemon); }));
   EXPECT_EQ(getsid(daemon), daemon);
   for (const char* fd : {"/fd/0", "/fd/1", "/fd/2"}) EXPECT_EQ(fs::read_symlink(proc + fd), "/dev/null");
   EXPECT_NE(ReadFile(proc + "/status").find("Umask:\t0022"), std::string::npos);
   EXPECT_EQ(fs::read_symlink(proc + "/cwd").string() + "/", folder_ / "");
 
   // The second: its parent knows nothing of the refusal, its child ends with 1. Without PWD, too.
-  WriteFile(folder_ / "out.txt", "");
   Process second = Run({"-d", "-f", folder_ / "agent.conf"}, {"PWD"});
   EXPECT_EQ(second.Wait(), 0);
   int status = -1;
@@ -166,15 +158,8 @@ TEST_F(Life, DaemonDetachesAndGuardsItsLock) {
 // Found by a search path, the program has no folder of its own: the daemon stays where PWD says.
 TEST_F(Life, DaemonWorksInThePwdOfItsCaller) {
   config_.Set("RESTART_CHECK", 0);
-  WriteFile(folder_ / "agent.conf", config_.Text());
   fs::create_directory(folder_ / "elsewhere");
-  Process parent({.program = folder_ / agent_,
-                  .words = {agent_, "-d", "-f", folder_ / "agent.conf"},
-                  .environment = {"PWD=" + folder_ / "elsewhere"},
-                  .out = folder_ / "out.txt",
-                  .err = folder_ / "err.txt"});
-  EXPECT_EQ(parent.Wait(), 0);
-  const pid_t daemon = DaemonPid();
+  const pid_t daemon = StartedDaemon({"PWD=" + folder_ / "elsewhere"}, agent_);
   ASSERT_GT(daemon, 0);
   EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(daemon) + "/cwd"), folder_ / "elsewhere");
 }

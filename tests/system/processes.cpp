@@ -12,7 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -65,8 +65,11 @@ bool WaitFor(const std::function<bool()>& condition, milliseconds limit) {
 }
 
 std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
+  const std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  // Not by iterators: those throw on a process that ends while its file in /proc is read.
+  if (in) text << in.rdbuf();
+  return text.str();
 }
 
 void WriteFile(const std::string& path, std::string_view content, mode_t mode) {

@@ -42,7 +42,7 @@ TEST_P(ResultTime, WithoutColonEndsTheStart) {
   const ManagementServer silent(folder_, "silent", "silent");
   config_.Set("ALARM_1", silent.Address()).Set("FIRST_ALARM_SEND", 1);
   config_.Set("RESULT_CHECK", 1).Set("RESULT_TIME", GetParam());
-  Process agent = Start();
+  Process agent = StartedAgent();
   ExpectRefused(agent, "Create RESULT_CHECK_TIMER send_timer fail..Errcode [ ");
 }
 

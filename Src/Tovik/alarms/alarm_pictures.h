@@ -17,7 +17,7 @@ struct AlarmPictures {
 extern const std::array<AlarmPictures, 4> alarmPictures;
 
 // The picture of a kind; the empty text for a kind that has none. text is a column of the table.
-inline const char* PictureOf(uint32_t kind, const char* AlarmPictures::* text) {
+inline const char* PictureOf(uint32_t kind, const char* AlarmPictures::*text) {
   for (const AlarmPictures& row : alarmPictures)
     if (row.kind == kind) return row.*text;
   return "";

@@ -1,6 +1,7 @@
 #include "Tovik/alarms/alarm_text.h"
 
-#include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "Tovik/alarms/webhook.h"
 #include "base/format.h"

@@ -1,8 +1,8 @@
 // Alarms by e-mail: an HTML mail in one layout to the recipients of three files, and those lists.
 //
-// A recipient file is text in code page 949, a recipient per line: the display name, white space, the address.
-// Names hold no blanks. As many recipients are read as the file has newlines, so a last line without one is
-// lost, and a blank line makes an empty recipient at the end of the list.
+// A recipient file is text in code page 949, a recipient per line: the display name, white space, the
+// address. Names hold no blanks. As many recipients are read as the file has newlines, so a last line without
+// one is lost, and a blank line makes an empty recipient at the end of the list.
 #ifndef TOVIK_ALARMS_EMAIL_H
 #define TOVIK_ALARMS_EMAIL_H
 
@@ -29,12 +29,12 @@ class EMAIL_ENTRIES {
   Entry At(int64_t index) const;
 
  private:
-  std::string text_;           // name NUL address NUL ...
+  std::string text_;            // name NUL address NUL ...
   std::vector<size_t> begins_;  // of name and address by turns
 };
 
-// The three lists. A count is -1 when the file could not be opened; a list that was never read is null and its
-// count 0 or less.
+// The three lists. A count is -1 when the file could not be opened; a list that was never read is null and
+// its count 0 or less.
 struct EMAIL_LIST {
   int64_t receiver_count = 0;
   std::shared_ptr<const EMAIL_ENTRIES> receivers;
@@ -62,11 +62,11 @@ std::shared_ptr<const EMAIL_ENTRIES> GetMailInfo(const char* path, int64_t count
 // GetEMailList. 0.
 int EMailListFree(EMAIL_LIST list);
 
-// Mails an alarm through the server of the configuration to all recipients of gEmailLists and waits until it is
-// accepted. The texts are in code page 949. title is the subject too, there as it is; label is the service's
-// short name; message may be HTML, its newlines become "<br />"; all go into the HTML unescaped. A message that
-// is too long for a body of 819,199 bytes of UTF-8 is cut at a character. kind is one of alarm_kind.h, another
-// one has no picture. attachment_path names a file to attach, or is null.
+// Mails an alarm through the server of the configuration to all recipients of gEmailLists and waits until it
+// is accepted. The texts are in code page 949. title is the subject too, there as it is; label is the
+// service's short name; message may be HTML, its newlines become "<br />"; all go into the HTML unescaped. A
+// message that is too long for a body of 819,199 bytes of UTF-8 is cut at a character. kind is one of
+// alarm_kind.h, another one has no picture. attachment_path names a file to attach, or is null.
 //
 // 1 when the server took the mail; -1 otherwise: the failure of the session is told on standard error, a text
 // that does not convert to UTF-8 is traced at level 1 and nothing is sent.

@@ -23,7 +23,7 @@ class InputFile {
   explicit InputFile(const char* path) {
     base::UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     opened_ = fd.Valid();
-    struct stat status{};
+    struct stat status {};
     if (!opened_ || ::fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return;
     file_.reset(::fdopen(fd.Get(), "r"));
     if (file_ != nullptr) fd.Release();

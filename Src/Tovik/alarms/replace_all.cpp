@@ -7,7 +7,8 @@ namespace {
 
 size_t CountOf(std::string_view text, std::string_view part) {
   size_t count = 0;
-  for (size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + part.size())) ++count;
+  for (size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + part.size()))
+    ++count;
   return count;
 }
 

@@ -37,8 +37,8 @@ std::string TeamsCard(const AlarmText& alarm) {
 }
 
 base::UniqueText Body(const AlarmText& alarm, const char** reason) {
-  return alarms::ConvertBody(
-      alarms::FillLayout(alarm, m_webhook_apps == APPS_SLACK ? SlackForm : TeamsCard), reason);
+  return alarms::ConvertBody(alarms::FillLayout(alarm, m_webhook_apps == APPS_SLACK ? SlackForm : TeamsCard),
+                             reason);
 }
 
 int Post(const char* body) {

@@ -1,5 +1,5 @@
-// Alarms by webhook: one POST per alarm to a chat service's incoming webhook, as a Teams message card or, with
-// WEBHOOK_APPS 2, as a Slack form.
+// Alarms by webhook: one POST per alarm to a chat service's incoming webhook, as a Teams message card or,
+// with WEBHOOK_APPS 2, as a Slack form.
 #ifndef TOVIK_ALARMS_WEBHOOK_H
 #define TOVIK_ALARMS_WEBHOOK_H
 

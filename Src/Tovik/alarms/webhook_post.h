@@ -13,8 +13,8 @@ struct CurlCleanup {
 };
 using UniqueCurl = std::unique_ptr<CURL, CurlCleanup>;
 
-// POSTs body, announced as application/json, to url with a fresh handle. CURLE_ABORTED_BY_CALLBACK when a stop
-// cut it.
+// POSTs body, announced as application/json, to url with a fresh handle. CURLE_ABORTED_BY_CALLBACK when a
+// stop cut it.
 CURLcode PostJson(CURL* handle, const char* url, const char* body);
 
 }  // namespace alarms

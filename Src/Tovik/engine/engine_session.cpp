@@ -74,7 +74,7 @@ int Session_Create(const char* host, int port, long* sock) {
   address.sin_port = htons(static_cast<uint16_t>(port));
   address.sin_addr.s_addr = ::inet_addr(host);
   if (base::Connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address,
-                    CONNECT_SECONDS * 1000) < 0) {
+                    int64_t{CONNECT_SECONDS} * 1000) < 0) {
     return -3;
   }
   *sock = socket.Release();

@@ -15,7 +15,7 @@
 // bytes arrive, from 64 KiB on.
 template <typename Receive>
 base::UniqueText ReceiveGrowing(int64_t length, Receive receive) {
-  constexpr int64_t FIRST = 64 * 1024;
+  constexpr int64_t FIRST = int64_t{64} * 1024;
   base::UniqueText buffer;
   int64_t capacity = 0;
   for (int64_t have = 0; have < length;) {

@@ -1,0 +1,151 @@
+#include "Tovik/checks/error_log_check.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "Tovik/alarms/raise_alarm.h"
+#include "Tovik/core/config.h"
+#include "Tovik/core/host.h"
+#include "Tovik/core/trace.h"
+#include "base/child.h"
+#include "base/format.h"
+#include "base/owners.h"
+
+namespace {
+
+constexpr time_t LOOK_BACK = 120;  // seconds
+constexpr size_t MAX_TEXT = ERROR_TEXT - 1;
+constexpr const char* EXTRACT_NAME = "STTAlarmLog.txt";
+constexpr const char* CHECK_NAME = "Service Check";
+constexpr const char* LABEL_ERROR = "STT Service Error";
+// A line found has 8 bytes at least, so more lines than this never get into a text, and a log flooded with
+// errors is not copied onto its own disk.
+constexpr const char* MAX_LINES = "10240";
+
+void ReportOpenFailure(const char* path, int error) {
+  std::printf("[%s] file open fail : file name = %s, error = %d", "ReadTextFile", path, error);
+}
+
+// The file that takes the lines found: new, ours alone, never what a link points to; removed with its owner.
+class Extract {
+ public:
+  explicit Extract(const std::string& path) : path_(path) {
+    ::unlink(path_.c_str());
+    file_.Reset(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    error_ = file_.Valid() ? 0 : errno;
+  }
+  Extract(const Extract&) = delete;
+  Extract& operator=(const Extract&) = delete;
+  ~Extract() {
+    if (file_.Valid()) ::unlink(path_.c_str());
+  }
+  int Descriptor() const { return file_.Get(); }
+  // errno of a file that could not be made, else 0.
+  int Error() const { return error_; }
+
+ private:
+  std::string path_;
+  base::UniqueFd file_;
+  int error_ = 0;
+};
+
+// As much of the file as out takes.
+size_t ReadUpTo(int fd, char* out, size_t limit) {
+  size_t length = 0;
+  while (length < limit) {
+    const ssize_t got = ::read(fd, out + length, limit - length);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    length += static_cast<size_t>(got);
+  }
+  return length;
+}
+
+// The length without a two-byte character's first half at the end, with which no later conversion succeeds.
+size_t WholeCharacters(const char* text, size_t length) {
+  size_t at = 0;
+  while (at < length) at += static_cast<unsigned char>(text[at]) < 0x80 ? 1 : 2;
+  return at > length ? length - 1 : length;
+}
+
+int Check(time_t now) {
+  const auto host = m_log_hostname_inc_flag != 0 ? std::optional(HostName()) : std::nullopt;
+  const ErrorLogSearch search = ErrorLogSearchAt(now, m_sz_svc_txt_path, host);
+  const base::UniqueText text(static_cast<char*>(std::malloc(ERROR_TEXT)));
+  if (text == nullptr) throw std::bad_alloc();
+  if (FindErrorLines(search, text.get()) < 1) return -1;
+  RaiseAlarm({ALARM_KIND_ERROR_LOG, LABEL_ERROR, CHECK_NAME, CHECK_NAME, m_sz_proc_name, text.get()});
+  return 1;
+}
+
+}  // namespace
+
+int errorCheckProc() {
+  return ErrorCheckAt(std::time(nullptr));
+}
+
+int ErrorCheckAt(time_t now) {
+  try {
+    return Check(now);
+  } catch (const std::bad_alloc&) {
+    TRACE(TRACE_ERROR, "no memory for the error-log check");
+    return -1;
+  }
+}
+
+int ReadTextFile(const char* path, char* out) {
+  out[0] = 0;
+  // Without O_NONBLOCK a FIFO put in the file's place would hold up the check.
+  const base::UniqueFd file(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!file.Valid()) {
+    const int error = errno;
+    ReportOpenFailure(path, error);
+    return 0;
+  }
+  size_t length = ReadUpTo(file.Get(), out, MAX_TEXT);
+  if (length == MAX_TEXT) length = WholeCharacters(out, length);
+  out[length] = 0;
+  return static_cast<int>(std::strlen(out));
+}
+
+ErrorLogSearch ErrorLogSearchAt(time_t now, const char* folder, const std::optional<std::string>& host) {
+  const time_t when = now - LOOK_BACK;
+  std::tm local{};
+  localtime_r(&when, &local);
+  const int month = local.tm_mon + 1;
+  const std::string prefix = host ? *host + "." : "";
+  ErrorLogSearch search;
+  search.pattern = base::Format(" %02d:%02d:", local.tm_hour, local.tm_min);
+  search.log = base::Format("%s%d%02d%02d/%s%02d%02d.ERR.LOG", folder, local.tm_year + 1900, month,
+                            local.tm_mday, prefix.c_str(), month, local.tm_mday);
+  search.extract = folder + prefix + EXTRACT_NAME;
+  search.command =
+      base::Format("grep \"%s\" %s > %s", search.pattern.c_str(), search.log.c_str(), search.extract.c_str());
+  return search;
+}
+
+int FindErrorLines(const ErrorLogSearch& search, char* out) {
+  out[0] = 0;
+  const Extract extract(search.extract);
+  if (extract.Error() != 0) {
+    ReportOpenFailure(search.extract.c_str(), extract.Error());
+    return 0;
+  }
+  // "-D skip" keeps grep from waiting for a writer when the log is a FIFO.
+  const int status =
+      base::RunProgram({"grep", "-a", "-D", "skip", "-m", MAX_LINES, "-e", search.pattern, "--", search.log},
+                       extract.Descriptor(), {"LC_ALL=C"});
+  if (status < 0) {
+    const int error = errno;
+    TRACE(TRACE_DEBUG, "Unable to execute distrib server error log script (%d)\n%s, command = %s", error,
+          std::strerror(error), search.command.c_str());
+    return 0;
+  }
+  return ReadTextFile(search.extract.c_str(), out);
+}

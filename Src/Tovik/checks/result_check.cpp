@@ -1,0 +1,92 @@
+#include "Tovik/checks/result_check.h"
+
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/raise_alarm.h"
+#include "Tovik/checks/result_table.h"
+#include "Tovik/core/config.h"
+#include "Tovik/core/host.h"
+#include "Tovik/core/trace.h"
+#include "base/format.h"
+
+namespace {
+
+constexpr time_t ONE_DAY = 86400;  // seconds
+constexpr const char* CHECK_NAME = "Result Check";
+constexpr const char* LABEL_RESULT = "STT Service Result";
+
+struct RecordsRelease {
+  void operator()(RESULT_LIST* records) const { FreeResultData(records); }
+};
+
+std::tm LocalTime(time_t when) {
+  std::tm local{};
+  localtime_r(&when, &local);
+  return local;
+}
+
+bool IsDue(time_t now) {
+  switch (ResultMomentOf(m_result_check_time, LocalTime(now))) {
+    case ResultMoment::OTHER_HOUR:
+      TRACE(TRACE_ERROR, "Result check Hour Over");
+      return false;
+    case ResultMoment::OTHER_MINUTE:
+      TRACE(TRACE_ERROR, "Result check Min Over");
+      return false;
+    case ResultMoment::DUE:
+      break;
+  }
+  return true;
+}
+
+int Report(time_t now) {
+  const auto host = m_log_hostname_inc_flag != 0 ? std::optional(HostName()) : std::nullopt;
+  const ResultDay day = ResultDayAt(now, m_sz_svc_txt_path, host);
+  const int64_t count = GetTotalLine(day.path.c_str());
+  const std::unique_ptr<RESULT_LIST, RecordsRelease> records(GetResultReadData(day.path.c_str(), count));
+  if (records == nullptr) return -1;
+  GetResultShowData(day.path.c_str(), count, records.get(), day.date.c_str());
+  return 1;
+}
+
+}  // namespace
+
+int resultCheckProc() {
+  return ResultCheckAt(std::time(nullptr));
+}
+
+int ResultCheckAt(time_t now) {
+  try {
+    return IsDue(now) ? Report(now) : -1;
+  } catch (const std::bad_alloc&) {
+    TRACE(TRACE_ERROR, "no memory for the result check");
+    return -1;
+  }
+}
+
+void GetResultShowData(const char* path, int64_t count, const RESULT_LIST* records, const char* date) {
+  char table[RESULT_TABLE] = "";
+  if (count > 0) FormatResultTable(date, count, AverageOf(records, count), table);
+  RaiseAlarm({ALARM_KIND_RESULT, LABEL_RESULT, CHECK_NAME, CHECK_NAME, m_sz_proc_name, table, path});
+}
+
+ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local) {
+  std::string copy(timeOfDay);
+  char part[RESULT_LINE];
+  char* rest = GetNextString(copy.data(), ':', part);
+  if (std::strtol(part, nullptr, 10) != local.tm_hour) return ResultMoment::OTHER_HOUR;
+  GetNextString(rest, ':', part);
+  return std::strtol(part, nullptr, 10) == local.tm_min ? ResultMoment::DUE : ResultMoment::OTHER_MINUTE;
+}
+
+ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::string>& host) {
+  const std::tm day = LocalTime(now - ONE_DAY);
+  const int year = day.tm_year + 1900;
+  const int month = day.tm_mon + 1;
+  const std::string name = host ? base::Format("Result.%s.csv", host->c_str()) : "Result.csv";
+  return {base::Format("%s%d%02d%02d/%s", folder, year, month, day.tm_mday, name.c_str()),
+          base::Format("%d/%02d/%02d", year, month, day.tm_mday)};
+}

@@ -1,0 +1,270 @@
+#include "Tovik/checks/result_reader.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <utility>
+
+#include "base/owners.h"
+
+namespace {
+
+constexpr size_t READ_SIZE = size_t{256} << 10;
+constexpr size_t HUGE_PAGE = size_t{2} << 20;
+constexpr size_t PIECE = RESULT_LINE - 1;  // longest line that the line buffer holds
+constexpr std::array<size_t, RESULT_TEXTS> TEXT_FIELDS = {3, 5, 7, 9, 11};
+constexpr size_t RECOGNITION_FIELD = 13;
+constexpr size_t FILE_FIELD = 16;
+constexpr size_t XRT_FIELD = 19;
+constexpr size_t RESPONSE_FIELD = 22;
+constexpr size_t LAST_FIELD = RESPONSE_FIELD;
+
+// One heap block: the records and behind them the room for their texts, which is only touched as far as it is
+// used. All zero; null without memory.
+using UniqueRecords = std::unique_ptr<RESULT_LIST, base::MallocFree>;
+
+UniqueRecords NewRecords(size_t count, size_t textRoom) {
+  const size_t size = count * sizeof(RESULT_LIST) + textRoom;
+  UniqueRecords records(static_cast<RESULT_LIST*>(std::calloc(1, std::max<size_t>(size, 1))));
+  // Half of the time for a large file would go into page faults; a refusal changes nothing.
+  const auto start = reinterpret_cast<uintptr_t>(records.get());
+  const uintptr_t inside = (start + HUGE_PAGE - 1) / HUGE_PAGE * HUGE_PAGE;
+  if (records != nullptr && inside + HUGE_PAGE <= start + size) {
+    ::madvise(reinterpret_cast<char*>(records.get()) + (inside - start), start + size - inside,
+              MADV_HUGEPAGE);
+  }
+  return records;
+}
+
+// The room for texts, filled from its start.
+struct TextRoom {
+  char* next;
+  size_t left;
+};
+
+// Hands out a file's lines as fgets does, without a copy.
+class LineReader {
+ public:
+  explicit LineReader(base::UniqueFd file)
+      : file_(std::move(file)), buffer_(static_cast<char*>(std::malloc(READ_SIZE))) {}
+  // False without memory: then nothing else may be called.
+  bool Ready() const { return buffer_ != nullptr; }
+
+  // The next line with its newline, or a piece of PIECE bytes; valid until the next call. False at the end.
+  bool Next(std::string_view* line) {
+    size_t length = PieceLength();
+    while (length == 0 && Fill()) length = PieceLength();
+    if (length == 0) length = end_ - begin_;
+    *line = {buffer_.get() + begin_, length};
+    begin_ += length;
+    return length > 0;
+  }
+
+ private:
+  // Of the piece that is whole in the buffer, 0 when none is.
+  size_t PieceLength() const {
+    const size_t limit = std::min(end_ - begin_, PIECE);
+    const char* start = buffer_.get() + begin_;
+    const void* newline = limit == 0 ? nullptr : std::memchr(start, '\n', limit);
+    if (newline != nullptr) return static_cast<size_t>(static_cast<const char*>(newline) - start) + 1;
+    return limit == PIECE ? PIECE : 0;
+  }
+  bool Fill() {
+    std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
+    end_ -= std::exchange(begin_, 0);
+    ssize_t got = -1;
+    do {
+      got = ::read(file_.Get(), buffer_.get() + end_, READ_SIZE - end_);
+    } while (got < 0 && errno == EINTR);
+    if (got > 0) end_ += static_cast<size_t>(got);
+    return got > 0;
+  }
+
+  base::UniqueFd file_;
+  base::UniqueText buffer_;
+  size_t begin_ = 0;
+  size_t end_ = 0;
+};
+
+// A FIFO in the file's place must not hold up the check: nothing but a regular file is opened.
+base::UniqueFd OpenRegular(const char* path, size_t* size) {
+  base::UniqueFd file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat status {};
+  if (!file.Valid() || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  *size = static_cast<size_t>(status.st_size);
+  return file;
+}
+
+bool IsBlank(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// As atoi; out of int's range its nearest end.
+int64_t ToInteger(std::string_view text) {
+  size_t at = 0;
+  while (at < text.size() && IsBlank(text[at])) ++at;
+  const bool negative = at < text.size() && text[at] == '-';
+  if (at < text.size() && (text[at] == '-' || text[at] == '+')) ++at;
+  int64_t value = 0;
+  for (; at < text.size() && IsDigit(text[at]); ++at) {
+    value = std::min<int64_t>(value * 10 + (text[at] - '0'), int64_t{INT_MAX} + 1);
+  }
+  return std::clamp<int64_t>(negative ? -value : value, INT_MIN, INT_MAX);
+}
+
+// The slow and complete road: blanks, signs, exponents, hexadecimal, infinities.
+double ToDoubleByLibrary(std::string_view text) {
+  char copy[RESULT_LINE];
+  copy[text.copy(copy, PIECE)] = 0;
+  return std::strtod(copy, nullptr);
+}
+
+// As atof. Digits with a point and at most 15 figures, as the engine writes them, are one exact integer and
+// one exact power of ten: their quotient is the correctly rounded value.
+double ToDouble(std::string_view text) {
+  static constexpr double POWERS[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                      1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+  if (text.size() > 16) return ToDoubleByLibrary(text);
+  int64_t figures = 0;
+  size_t places = 0;
+  bool point = false;
+  for (const char c : text) {
+    if (IsDigit(c)) {
+      figures = figures * 10 + (c - '0');
+      places += point ? 1 : 0;
+    } else if (c == '.' && !point) {
+      point = true;
+    } else {
+      return ToDoubleByLibrary(text);
+    }
+  }
+  if (figures > int64_t{999'999'999'999'999}) return ToDoubleByLibrary(text);
+  return static_cast<double>(figures) / POWERS[places];
+}
+
+// What is too large for a float is infinite, as IEEE 754 has it.
+static_assert(std::numeric_limits<float>::is_iec559);
+float ToFloat(std::string_view text) {
+  return static_cast<float>(ToDouble(text));
+}
+
+// The fields of a line up to the last one that is used.
+class LineFields {
+ public:
+  explicit LineFields(std::string_view line) : line_(line) {
+    for (size_t at = 0; at < line.size() && count_ < LAST_FIELD; at += sizeof(uint64_t)) {
+      for (uint64_t commas = Commas(at); commas != 0 && count_ < LAST_FIELD; commas &= commas - 1) {
+        ends_[++count_] = at + static_cast<size_t>(std::countr_zero(commas)) / CHAR_BIT;
+      }
+    }
+    if (count_ < LAST_FIELD) ends_[++count_] = line.size();
+  }
+  // Counted from 1; empty beyond the line's last.
+  std::string_view Field(size_t number) const {
+    if (number > count_) return {};
+    const size_t begin = number == 1 ? 0 : ends_[number - 1] + 1;
+    return line_.substr(begin, ends_[number] - begin);
+  }
+
+ private:
+  // The top bit of each byte of eight, from position at on, that is a comma; the first byte lowest.
+  uint64_t Commas(size_t at) const {
+    constexpr uint64_t LOW = 0x7F7F7F7F7F7F7F7F;
+    uint64_t bytes = 0;
+    if (line_.size() - at >= sizeof bytes) {
+      std::memcpy(&bytes, line_.data() + at, sizeof bytes);
+    } else {
+      std::memcpy(&bytes, line_.data() + at, line_.size() - at);
+    }
+    if constexpr (std::endian::native == std::endian::big) bytes = __builtin_bswap64(bytes);
+    bytes ^= 0x2C2C2C2C2C2C2C2C;
+    return ~(((bytes & LOW) + LOW) | bytes | LOW);
+  }
+
+  std::string_view line_;
+  size_t ends_[LAST_FIELD + 1];
+  size_t count_ = 0;
+};
+
+// A line as a C text without its newline.
+std::string_view LineText(std::string_view piece) {
+  piece = piece.substr(0, piece.find('\0'));
+  if (piece.ends_with('\n')) piece.remove_suffix(1);
+  return piece;
+}
+
+void KeepTexts(const LineFields& fields, TextRoom& room, RESULT_LIST& record) {
+  size_t total = 0;
+  for (const size_t number : TEXT_FIELDS) total += fields.Field(number).size();
+  if (total > room.left) return;
+  char* to = room.next;
+  room = {to + total, room.left - total};
+  record.texts = to;
+  for (size_t i = 0; i < TEXT_FIELDS.size(); ++i) {
+    const std::string_view text = fields.Field(TEXT_FIELDS[i]);
+    record.lengths[i] = static_cast<uint16_t>(text.size());
+    to += text.copy(to, text.size());
+  }
+}
+
+void ParseLine(std::string_view line, TextRoom& room, RESULT_LIST& record) {
+  const LineFields fields(line);
+  KeepTexts(fields, room, record);
+  record.recognition_time = ToInteger(fields.Field(RECOGNITION_FIELD));
+  record.file_time = ToFloat(fields.Field(FILE_FIELD));
+  record.xrt = ToFloat(fields.Field(XRT_FIELD));
+  record.response_time = ToInteger(fields.Field(RESPONSE_FIELD));
+}
+
+}  // namespace
+
+std::string_view ResultText(const RESULT_LIST& record, int index) {
+  size_t begin = 0;
+  for (int i = 0; i < index; ++i) begin += record.lengths[i];
+  return record.texts == nullptr ? std::string_view()
+                                 : std::string_view(record.texts + begin, record.lengths[index]);
+}
+
+char* GetNextString(char* src, char sep, char* dst) {
+  const std::string_view rest(src);
+  std::string_view field = rest.substr(0, rest.find(sep));
+  char* next = src + field.size() + (field.size() < rest.size() ? 1 : 0);
+  if (field.ends_with('\n')) field.remove_suffix(1);
+  dst[field.copy(dst, RESULT_LINE - 1)] = 0;
+  return next;
+}
+
+RESULT_LIST* GetResultReadData(const char* path, int64_t count, size_t maxTexts) {
+  if (count < 0 || count > MAX_RESULT_RECORDS) return nullptr;
+  size_t size = 0;
+  base::UniqueFd file = OpenRegular(path, &size);
+  if (!file.Valid()) return nullptr;
+  LineReader lines(std::move(file));
+  const size_t textRoom = std::min(size, maxTexts);
+  UniqueRecords records = NewRecords(static_cast<size_t>(count), textRoom);
+  if (records == nullptr || !lines.Ready()) return nullptr;
+  TextRoom room = {reinterpret_cast<char*>(records.get() + count), textRoom};
+  std::string_view line;
+  for (int64_t i = 0; i < count && lines.Next(&line); ++i) {
+    ParseLine(LineText(line), room, records.get()[i]);
+  }
+  return records.release();
+}
+
+void FreeResultData(RESULT_LIST* records) {
+  std::free(records);
+}

@@ -1,0 +1,21 @@
+// Runs a target on every file of the folders named: what the fuzzer's own driver does when it is not fuzzing.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "fuzz/fuzz.h"
+
+int main(int argc, char** argv) {
+  size_t count = 0;
+  for (int i = 1; i < argc; ++i) {
+    for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
+      std::ifstream file(entry.path(), std::ios::binary);
+      const std::string content{std::istreambuf_iterator<char>(file), {}};
+      // What the target breaks off at is the last file named.
+      std::fprintf(stderr, "%s\n", entry.path().c_str());
+      LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(content.data()), content.size());
+      ++count;
+    }
+  }
+  return count > 0 ? 0 : 1;
+}
