@@ -176,7 +176,7 @@ TEST(EngineSend, RefusesWhatCannotBeSent) {
 TEST(EngineReceive, TakesAPacketThatIsWhole) {
   const std::string payload(200'000, 'p');  // beyond the buffer's first size
   auto [near, far] = test::SocketPair();
-  std::thread sender([&] { Send(far, Bytes({5, 3, 200'000, 7}) + payload); });
+  std::thread sender([&, &far = far] { Send(far, Bytes({5, 3, 200'000, 7}) + payload); });
   LVCSR_SOCK_HEAD head{};
   head.uSock = near.Get();
   head.uRecvTimeout = 5;
