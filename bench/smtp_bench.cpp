@@ -33,7 +33,7 @@ class BenchFile {
 
 void AttachPath(benchmark::State& state) {
   const BenchFile file(state.range(0));
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     smtp_session session;
     benchmark::DoNotOptimize(smtp_attachment_add_path(&session, "a.bin", file.Path()));
   }
@@ -46,8 +46,8 @@ BENCHMARK(AttachPath)->Arg(50)->Arg(200)->Unit(benchmark::kMillisecond);
 
 void StuffDots(benchmark::State& state) {
   std::string body;
-  while (body.size() < 800U * 1024U) body += "<td>cell</td>\n.dotted line\n";
-  for (auto _ : state) {
+  while (body.size() < 819200) body += "<td>cell</td>\n.dotted line\n";
+  while (state.KeepRunning()) {
     const base::UniqueText text(smtp_str_replace("\n.", "\n..", body.c_str()));
     benchmark::DoNotOptimize(text.get());
   }
@@ -56,8 +56,8 @@ BENCHMARK(StuffDots)->Unit(benchmark::kMicrosecond);
 
 void FoldRecipients(benchmark::State& state) {
   std::string line = "To: ";
-  while (line.size() < 800U * 1024U) line += "\"Some One\" <some.one@example.com>, ";
-  for (auto _ : state) {
+  while (line.size() < 819200) line += "\"Some One\" <some.one@example.com>, ";
+  while (state.KeepRunning()) {
     const base::UniqueText text(smtp_fold_whitespace(line.c_str(), 78));
     benchmark::DoNotOptimize(text.get());
   }

@@ -183,6 +183,9 @@ TEST_F(ErrorLogTest, SaysWhichFileCannotBeOpened) {
   EXPECT_EQ(ReadTextFile(path.c_str(), out_.get()), 0);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "[ReadTextFile] file open fail : file name = " + path + ", error = 2");
+  WriteLog("text");
+  fs::create_symlink(folder_ + "20240131/0131.ERR.LOG", path);
+  EXPECT_EQ(ReadTextFile(path.c_str(), out_.get()), 0);
 }
 
 TEST_F(ErrorLogTest, CheckSucceedsWithErrorLinesOnly) {

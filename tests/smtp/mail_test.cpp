@@ -211,7 +211,7 @@ TEST(SmtpMail, DescriptorsAboveThoseOfSelect) {
   ASSERT_EQ(peer.Open(&session), 0);
   EXPECT_GT(session->sock.Get(), 1100);
   AddLeast(session);
-  EXPECT_EQ(smtp_mail(session, std::string(800U * 1024U, 'x').c_str()), 0);
+  EXPECT_EQ(smtp_mail(session, std::string(819200, 'x').c_str()), 0);
   EXPECT_EQ(smtp_close(session), 0);
 }
 

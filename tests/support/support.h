@@ -9,11 +9,11 @@
 #include <sys/socket.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <thread>
 
@@ -42,8 +42,13 @@ class TempFolder {
 };
 
 inline std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  const base::UniqueFile file(std::fopen(path.c_str(), "rbe"));
+  std::string text;
+  char buffer[4096];
+  for (size_t got = 1; file != nullptr && got > 0; text.append(buffer, got)) {
+    got = std::fread(buffer, 1, sizeof buffer, file.get());
+  }
+  return text;
 }
 
 inline bool WaitUntil(const std::function<bool()>& condition,
