@@ -154,7 +154,9 @@ long DunraSTTUtils::GetLogHostnameFlag() {
 }
 
 void DunraSTTUtils::StrNCopy(char* dst, unsigned /*size*/, const char* src, unsigned len) {
-  std::strncpy(dst, src, len);
+  const size_t text = strnlen(src, len);
+  std::memcpy(dst, src, text);
+  std::memset(dst + text, 0, len - text);
 }
 
 char* DunraSTTUtils::StrCate(char* dst, unsigned /*size*/, const char* src) {

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cinttypes>
 #include <cstdio>
@@ -15,7 +16,8 @@ base::Handover<EMAIL_LIST> gEmailLists;
 
 namespace {
 
-constexpr int END_MARK = 0xFF;  // ends the counting of lines, as the end of the file does
+constexpr size_t COUNT_BLOCK = 16384;
+constexpr char END_MARK = '\xFF';  // ends the counting of lines, as the end of the file does
 
 // A file opened for reading. What is no regular file reads as empty: a pipe would block, a device never end.
 class InputFile {
@@ -31,6 +33,8 @@ class InputFile {
   bool Opened() const { return opened_; }
   // The next byte, or EOF.
   int Next() { return file_ == nullptr ? EOF : getc_unlocked(file_.get()); }
+  // The next bytes, at most size of them; 0 at the end.
+  size_t Read(char* out, size_t size) { return file_ == nullptr ? 0 : std::fread(out, 1, size, file_.get()); }
 
  private:
   base::UniqueFile file_;
@@ -96,8 +100,14 @@ int GetEMailList(const char* receiver_path, const char* reference_path, const ch
 int64_t GetTotalLine(const char* path) {
   InputFile input(path);
   if (!input.Opened()) return -1;
+  // By blocks: a day's result file is counted at the speed at which it is read.
+  char block[COUNT_BLOCK];
   int64_t lines = 0;
-  for (int byte = input.Next(); byte != EOF && byte != END_MARK; byte = input.Next()) lines += byte == '\n';
+  while (const size_t size = input.Read(block, sizeof block)) {
+    const std::string_view bytes(block, std::min(size, std::string_view(block, size).find(END_MARK)));
+    for (size_t at = bytes.find('\n'); at != std::string_view::npos; at = bytes.find('\n', at + 1)) ++lines;
+    if (bytes.size() < size) break;
+  }
   return lines;
 }
 

@@ -9,7 +9,6 @@
 #include <array>
 #include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -17,6 +16,7 @@
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/growing_receive.h"
 #include "base/descriptors.h"
+#include "base/format.h"
 #include "base/net.h"
 #include "base/owners.h"
 #include "base/stop.h"
@@ -48,8 +48,8 @@ int ToDescriptor(long sock) {
 }
 
 bool SendRequest(int fd) {
-  std::array<char, REQUEST_LENGTH + 1> request{};
-  std::snprintf(request.data(), request.size(), "%06d D %10d  Q ", fd, ASK_CHANNELS);
+  std::string request = base::Format("%06d D %10d  Q ", fd, ASK_CHANNELS);
+  request.resize(REQUEST_LENGTH);
   return base::SendSome(fd, request.data(), REQUEST_LENGTH) > 0;
 }
 
