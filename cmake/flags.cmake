@@ -12,10 +12,6 @@ add_compile_options(
 # Hardening: what Debian's own packages are built with, plus the library's assertions.
 add_compile_options(-fPIE -fstack-protector-strong -fstack-clash-protection)
 add_compile_definitions(_GNU_SOURCE _GLIBCXX_ASSERTIONS)
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86")
-  # Indirect branches and returns that land where none should end the process, on processors that can tell.
-  add_compile_options(-fcf-protection)
-endif()
 add_link_options(-pie -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 
 if(DUNRA_SANITIZE)
