@@ -178,6 +178,17 @@ bool AgentTest::WaitForOut(std::string_view text, milliseconds limit) const {
   return WaitFor([&] { return Out().find(text) != std::string::npos; }, limit);
 }
 
+void AgentTest::ExpectStopped(Process& agent, std::chrono::seconds limit) {
+  const auto start = std::chrono::steady_clock::now();
+  const int status = agent.Wait();
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+  ASSERT_TRUE(WIFSIGNALED(status)) << status;
+  EXPECT_EQ(WTERMSIG(status), SIGINT);
+  EXPECT_LT(taken, limit);
+  EXPECT_EQ(Count(Out(), "Debug: stopping daemon ...\n"), 1U);
+  EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
+}
+
 std::vector<pid_t> AgentTest::Named(const std::string& name) {
   std::vector<pid_t> found;
   for (const auto& entry : fs::directory_iterator("/proc")) {
