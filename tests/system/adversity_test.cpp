@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <ostream>
 #include <thread>
 
 #include "system/all_channels.h"
@@ -110,6 +111,9 @@ struct Script {
   mode_t mode;
   bool endless;
 };
+void PrintTo(const Script& row, std::ostream* out) {
+  *out << row.name;
+}
 
 class StartScript : public Adversity, public testing::WithParamInterface<Script> {};
 

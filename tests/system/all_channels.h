@@ -47,7 +47,7 @@ class AllChannels : public AgentTest {
   bool KillUntil(const std::function<bool()>& condition) {
     for (int attempt = 0; attempt < 5; ++attempt) {
       KillEngine();
-      if (WaitFor(condition, LIMIT / 4)) return true;
+      if (WaitFor(condition, LIMIT / 2)) return true;
     }
     return false;
   }
