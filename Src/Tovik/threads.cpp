@@ -185,7 +185,10 @@ int StartManageThread() {
 
 int StartTimerThreads() {
   for (const Timer& timer : TIMERS) {
-    if (timer.enabled() && StartTimer(timer) != 1) return -1;
+    const bool enabled = timer.enabled();
+    // A stop that came meanwhile has cut what enabled waits for: it must not begin anew on a thread.
+    if (base::StopSignalPending()) break;
+    if (enabled && StartTimer(timer) != 1) return -1;
   }
   return 1;
 }
