@@ -12,6 +12,8 @@
 #include <chrono>
 #include <cstdint>
 
+#include "base/owners.h"
+
 namespace base {
 
 inline constexpr std::chrono::seconds STOP_GRACE{5};
@@ -34,7 +36,13 @@ class StopOnPendingSignal {
   ~StopOnPendingSignal();
   StopOnPendingSignal(const StopOnPendingSignal&) = delete;
   StopOnPendingSignal& operator=(const StopOnPendingSignal&) = delete;
+
+ private:
+  UniqueFd signals_;
 };
+
+// Whether such a signal is pending; false without a StopOnPendingSignal on this thread.
+bool StopSignalPending();
 
 // Sleeps, or returns early because of a stop. True when the whole time has passed.
 bool SleepMilliseconds(int64_t milliseconds);

@@ -11,8 +11,10 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "base/owners.h"
+#include "charset/cp949.h"
 #include "utils/trace_line.h"
 
 char DunraSTTUtils::mDunraSTTPath[4096];
@@ -27,31 +29,40 @@ constexpr size_t PATH_SIZE = 4096;
 constexpr size_t HOST_SIZE = 4096;
 constexpr mode_t LOG_MODE = 0655;
 
+// The local time of a second is kept, as most lines share theirs with the one before.
 trace::Moment Now() {
+  static thread_local time_t second = -1;
+  static thread_local std::tm local;
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  trace::Moment moment{{}, now.tv_nsec};
-  localtime_r(&now.tv_sec, &moment.local);
-  return moment;
+  if (now.tv_sec != second) {
+    localtime_r(&now.tv_sec, &local);
+    second = now.tv_sec;
+  }
+  return {local, now.tv_nsec};
 }
 
 // The formatted message, cut to what a message may hold. Almost all fit the small buffer.
-[[gnu::format(printf, 1, 0)]] std::string Message(const char* format, va_list arguments) {
-  std::array<char, 2048> small;
-  va_list again;
-  va_copy(again, arguments);
-  const int length = std::vsnprintf(small.data(), small.size(), format, arguments);
-  std::string text;
-  if (length >= 0 && static_cast<size_t>(length) < small.size()) {
-    text = small.data();
-  } else if (length >= 0) {
-    const std::unique_ptr<char[]> large(new char[MESSAGE_SIZE]);
-    std::vsnprintf(large.get(), MESSAGE_SIZE, format, again);
-    text = large.get();
+class Message {
+ public:
+  [[gnu::format(printf, 2, 0)]] Message(const char* format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(small_.data(), small_.size(), format, arguments);
+    if (length < 0) {
+      small_[0] = '\0';
+    } else if (static_cast<size_t>(length) >= small_.size()) {
+      large_.reset(new char[MESSAGE_SIZE]);
+      std::vsnprintf(large_.get(), MESSAGE_SIZE, format, again);
+    }
+    va_end(again);
   }
-  va_end(again);
-  return text;
-}
+  const char* Text() const { return large_ ? large_.get() : small_.data(); }
+
+ private:
+  std::array<char, 2048> small_;
+  std::unique_ptr<char[]> large_;
+};
 
 std::string HostNameForFiles() {
   std::array<char, HOST_SIZE> host{};
@@ -60,6 +71,10 @@ std::string HostNameForFiles() {
 }
 
 void Echo(const std::string& line) {
+  if (line.find("%%") == std::string::npos) {
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    return;
+  }
   const std::string text = trace::AsPrintFormat(line);
   std::fwrite(text.data(), 1, text.size(), stdout);
 }
@@ -88,10 +103,9 @@ void Save(char type, long channel, long save, const trace::Moment& moment, const
   if (ordinary) std::fputs("log file open error", stdout);
 }
 
-void TraceLine(char type, long level, long channel, long save, const trace::Place& place,
-               const std::string& raw) {
+void TraceLine(char type, long level, long channel, long save, const trace::Place& place, std::string raw) {
   const trace::Moment moment = Now();
-  const std::string message = trace::ToUtf8(raw.c_str());
+  const std::string message = trace::ToUtf8(std::move(raw));
   std::string line;
   if (type == TRACE_ORDINARY) line = trace::OrdinaryLine(moment, level, channel, place, message);
   if (DunraSTTUtils::GetLogLevel() > 0) Echo(line);
@@ -121,7 +135,7 @@ void DunraSTTUtils::LogTrace(char type, long level, long channel, long save, con
   va_list arguments;
   va_start(arguments, format);
   try {
-    TraceLine(type, level, channel, save, {file, function, line}, Message(format, arguments));
+    TraceLine(type, level, channel, save, {file, function, line}, Message(format, arguments).Text());
   } catch (const std::bad_alloc&) {
     std::fputs("no memory for a trace line\n", stderr);
   }

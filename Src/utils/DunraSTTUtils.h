@@ -50,8 +50,8 @@ class DunraSTTUtils {
   // Makes every folder of a path ("/" or "\" between) and sets the mode of the last to 0755; prints
   // "path: %s\n" when that fails. Always 0. Paths of 4,095 bytes or more are cut.
   static int MakeFolders(const char* path);
-  // As strncpy(dst, src, len): exactly len characters, zeros behind a shorter src, no terminator when src is at
-  // least that long. size is ignored.
+  // As strncpy(dst, src, len): exactly len characters, zeros behind a shorter src, no terminator when src is
+  // at least that long. size is ignored.
   static void StrNCopy(char* dst, unsigned size, const char* src, unsigned len);
   // strcat(dst, src); size is ignored. Returns dst.
   static char* StrCate(char* dst, unsigned size, const char* src);

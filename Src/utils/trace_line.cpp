@@ -1,8 +1,9 @@
 #include "utils/trace_line.h"
 
 #include <array>
+#include <charconv>
+#include <utility>
 
-#include "base/format.h"
 #include "base/owners.h"
 #include "charset/cp949.h"
 #include "utils/DunraSTTUtils.h"
@@ -11,6 +12,8 @@ namespace trace {
 namespace {
 
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
+constexpr size_t MESSAGE_LIMIT = 100'000;
+constexpr size_t HANG_LIMIT = 4000;
 constexpr std::array<const char*, 6> TAGS = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
 
 int Year(const std::tm& local) {
@@ -20,8 +23,64 @@ int Month(const std::tm& local) {
   return local.tm_mon + 1;
 }
 
-std::string ChannelField(long channel) {
-  return channel == TRACE_MAIN_CHANNEL ? " MAIN" : base::Format("%05ld", channel);
+// What a line or a path needs beside its texts, so that nearly each is allocated once.
+constexpr size_t FRAME_SIZE = 128;
+
+// Lines are put together by hand, since every one of the agent comes this way and printf would take most of
+// its time.
+
+// As "%0<width>ld".
+void AddNumber(std::string* text, long value, size_t width) {
+  std::array<char, 24> buffer;
+  const char* const end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr;
+  std::string_view digits(buffer.data(), static_cast<size_t>(end - buffer.data()));
+  if (value < 0) {
+    *text += '-';
+    digits.remove_prefix(1);
+    --width;
+  }
+  if (digits.size() < width) text->append(width - digits.size(), '0');
+  *text += digits;
+}
+
+void PutTwoDigits(char* at, int value) {
+  at[0] = static_cast<char>('0' + value / 10);
+  at[1] = static_cast<char>('0' + value % 10);
+}
+
+// "YYYYMMDD".
+void AddDay(std::string* text, const std::tm& local) {
+  std::array<char, 8> day;
+  PutTwoDigits(&day[0], Year(local) / 100);
+  PutTwoDigits(&day[2], Year(local) % 100);
+  PutTwoDigits(&day[4], Month(local));
+  PutTwoDigits(&day[6], local.tm_mday);
+  text->append(day.data(), day.size());
+}
+
+// "[YYYY/MM/DD hh:mm:ss:mmm]".
+void AddMoment(std::string* text, const Moment& moment) {
+  const std::tm& local = moment.local;
+  const auto milliseconds = static_cast<int>(moment.nanoseconds / NANOSECONDS_PER_MILLISECOND);
+  std::array<char, 26> form = {"[0000/00/00 00:00:00:000]"};
+  PutTwoDigits(&form[1], Year(local) / 100);
+  PutTwoDigits(&form[3], Year(local) % 100);
+  PutTwoDigits(&form[6], Month(local));
+  PutTwoDigits(&form[9], local.tm_mday);
+  PutTwoDigits(&form[12], local.tm_hour);
+  PutTwoDigits(&form[15], local.tm_min);
+  PutTwoDigits(&form[18], local.tm_sec);
+  PutTwoDigits(&form[21], milliseconds / 10);
+  form[23] = static_cast<char>('0' + milliseconds % 10);
+  text->append(form.data(), form.size() - 1);
+}
+
+void AddChannel(std::string* text, long channel) {
+  if (channel == TRACE_MAIN_CHANNEL) {
+    *text += " MAIN";
+  } else {
+    AddNumber(text, channel, 5);
+  }
 }
 
 }  // namespace
@@ -30,35 +89,37 @@ const char* LevelTag(long level) {
   return level >= 0 && level < static_cast<long>(TAGS.size()) ? TAGS[static_cast<size_t>(level)] : "";
 }
 
-std::string ToUtf8(const char* message) {
-  std::string text = message;
-  if (is_UTF8(message) == 1) return text;
+std::string ToUtf8(std::string message) {
+  if (is_UTF8(message.c_str()) == 1) return message;
   char* converted = nullptr;
   uint32_t length = 0;
-  if (encode_UTF8(message, static_cast<uint32_t>(text.size()), &converted, &length) == 0) {
+  if (encode_UTF8(message.c_str(), static_cast<uint32_t>(message.size()), &converted, &length) == 0) {
     const base::UniqueText owner(converted);
     return {converted, length};
   }
-  for (char& byte : text) {
+  for (char& byte : message) {
     if (static_cast<unsigned char>(byte) >= 0x80) byte = '?';
   }
-  return text;
+  return message;
 }
 
 std::string OrdinaryLine(const Moment& moment, long level, long channel, const Place& place,
-                         const std::string& message) {
-  const std::tm& t = moment.local;
-  return base::Format("[%04d/%02d/%02d %02d:%02d:%02d:%03ld][%.05s][%s][%s/%s:%d] : [%.100000s]\n", Year(t),
-                      Month(t), t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec,
-                      moment.nanoseconds / NANOSECONDS_PER_MILLISECOND, LevelTag(level),
-                      ChannelField(channel).c_str(), place.file, place.function, place.line, message.c_str());
+                         std::string_view message) {
+  const std::string_view text = message.substr(0, MESSAGE_LIMIT);
+  std::string line;
+  line.reserve(FRAME_SIZE + text.size());
+  AddMoment(&line, moment);
+  line.append("[").append(LevelTag(level)).append("][");
+  AddChannel(&line, channel);
+  line.append("][").append(place.file).append("/").append(place.function).append(":");
+  AddNumber(&line, place.line, 1);
+  return std::move(line.append("] : [").append(text).append("]\n"));
 }
 
-std::string HangLine(const Moment& moment, const std::string& message) {
-  const std::tm& t = moment.local;
-  return base::Format("[HANG][%04d/%02d/%02d %02d:%02d:%02d:%03ld] : [%.4000s]\n", Year(t), Month(t),
-                      t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec,
-                      moment.nanoseconds / NANOSECONDS_PER_MILLISECOND, message.c_str());
+std::string HangLine(const Moment& moment, std::string_view message) {
+  std::string line = "[HANG]";
+  AddMoment(&line, moment);
+  return std::move(line.append(" : [").append(message.substr(0, HANG_LIMIT)).append("]\n"));
 }
 
 std::string AsPrintFormat(std::string_view line) {
@@ -72,21 +133,41 @@ std::string AsPrintFormat(std::string_view line) {
 }
 
 std::string DatedFolder(const char* folder, const std::tm& local) {
-  return base::Format("%s%04d%02d%02d/", folder, Year(local), Month(local), local.tm_mday);
+  std::string dated;
+  dated.reserve(FRAME_SIZE);
+  dated += folder;
+  AddDay(&dated, local);
+  dated += '/';
+  return dated;
 }
 
-std::string FileName(char type, long channel, const std::string& datedFolder, const std::tm& local,
-                     bool withHost, const std::string& host) {
-  const std::string hostPart = withHost ? host + "." : "";
-  const char* folder = datedFolder.c_str();
-  const char* middle = hostPart.c_str();
+std::string FileName(char type, long channel, std::string datedFolder, const std::tm& local, bool withHost,
+                     const std::string& host) {
+  std::string name = std::move(datedFolder);
+  const auto addHost = [&] {
+    if (withHost) name.append(host).append(".");
+  };
   if (type == TRACE_HANG) {
-    return base::Format("%shang.%s%04d%02d%02d.log", folder, middle, Year(local), Month(local),
-                        local.tm_mday);
+    name += "hang.";
+    addHost();
+    AddDay(&name, local);
+    name += ".log";
+    return name;
   }
   if (type != TRACE_ORDINARY) return {};
-  if (channel == TRACE_MAIN_CHANNEL) return base::Format("%sMAIN.%sLOG", folder, middle);
-  return base::Format("%s%05ld.%s%02d%02d.LOG", folder, channel, middle, Month(local), local.tm_mday);
+  if (channel == TRACE_MAIN_CHANNEL) {
+    name += "MAIN.";
+    addHost();
+    name += "LOG";
+    return name;
+  }
+  AddNumber(&name, channel, 5);
+  name += '.';
+  addHost();
+  AddNumber(&name, Month(local), 2);
+  AddNumber(&name, local.tm_mday, 2);
+  name += ".LOG";
+  return name;
 }
 
 }  // namespace trace

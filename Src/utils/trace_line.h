@@ -26,12 +26,12 @@ const char* LevelTag(long level);
 
 // The message in UTF-8: as it is when it is valid, else converted from code page 949, else with a '?' for
 // each byte of 0x80 and above.
-std::string ToUtf8(const char* message);
+std::string ToUtf8(std::string message);
 
 // The lines, "\n" included. The message is cut to 100,000 bytes in the first and to 4,000 in the second.
 std::string OrdinaryLine(const Moment& moment, long level, long channel, const Place& place,
-                         const std::string& message);
-std::string HangLine(const Moment& moment, const std::string& message);
+                         std::string_view message);
+std::string HangLine(const Moment& moment, std::string_view message);
 
 // The text that printf would make of a line that is its own format and has no arguments: "%%" becomes "%",
 // and every other conversion stands as it is, since there is nothing that it could print.
@@ -42,8 +42,8 @@ std::string DatedFolder(const char* folder, const std::tm& local);
 
 // The file of a line; empty for a type that has none. An empty host leaves the host name out only when
 // withHost is false.
-std::string FileName(char type, long channel, const std::string& datedFolder, const std::tm& local,
-                     bool withHost, const std::string& host);
+std::string FileName(char type, long channel, std::string datedFolder, const std::tm& local, bool withHost,
+                     const std::string& host);
 
 }  // namespace trace
 
