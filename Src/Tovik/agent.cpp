@@ -1,6 +1,5 @@
 #include "Tovik/agent.h"
 
-#include <malloc.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -31,7 +30,6 @@ namespace {
 
 constexpr int STARTED = 1;
 constexpr int FAILED = -1;
-constexpr int LARGE_BLOCK = 128 * 1024;  // bytes
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 
 float m_nCPU[1];  // the CPU figure at start-up
@@ -136,9 +134,6 @@ int StartService() {
 
 int RunAgent(int argc, char** argv) {
   app_name = argv[0];
-  // Large blocks (a mail with its attachment, a snapshot) go back to the system at once. Left to itself the
-  // allocator raises this bound with each that is freed, and the heap of every thread keeps its largest.
-  ::mallopt(M_MMAP_THRESHOLD, LARGE_BLOCK);
   GuardStandardDescriptors();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   Options options;
