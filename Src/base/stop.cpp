@@ -20,8 +20,8 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 UniqueFd stopEvent;
-std::atomic<int64_t> graceEndMs{0};  // 0: no stop requested; else the steady clock's milliseconds
-thread_local UniqueFd pendingSignals;
+std::atomic<int64_t> graceEndMs{0};    // 0: no stop requested; else the steady clock's milliseconds
+thread_local int pendingSignals = -1;  // a plain number: an object's destructor costs each thread memory
 
 int64_t NowMs() {
   return std::chrono::duration_cast<milliseconds>(Clock::now().time_since_epoch()).count();
@@ -41,7 +41,7 @@ struct Poll {
   std::array<pollfd, 3> set;
 
   explicit Poll(int fd = -1, short events = 0, bool stop = true)
-      : set{{{fd, events, 0}, {stop ? stopEvent.Get() : -1, POLLIN, 0}, {pendingSignals.Get(), POLLIN, 0}}} {}
+      : set{{{fd, events, 0}, {stop ? stopEvent.Get() : -1, POLLIN, 0}, {pendingSignals, POLLIN, 0}}} {}
   int Run(int64_t deadline) { return ::poll(set.data(), set.size(), PollTimeout(deadline)); }
   bool Ready() const { return set[0].revents != 0; }
   bool BadDescriptor() const { return (set[0].revents & POLLNVAL) != 0; }
@@ -82,11 +82,12 @@ StopOnPendingSignal::StopOnPendingSignal() {
   sigemptyset(&set);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
-  pendingSignals = UniqueFd(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+  signals_ = UniqueFd(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+  pendingSignals = signals_.Get();
 }
 
 StopOnPendingSignal::~StopOnPendingSignal() {
-  pendingSignals.Reset();
+  pendingSignals = -1;
 }
 
 bool SleepMilliseconds(int64_t ms) {

@@ -12,6 +12,8 @@
 #include <chrono>
 #include <cstdint>
 
+#include "base/owners.h"
+
 namespace base {
 
 inline constexpr std::chrono::seconds STOP_GRACE{5};
@@ -34,6 +36,9 @@ class StopOnPendingSignal {
   ~StopOnPendingSignal();
   StopOnPendingSignal(const StopOnPendingSignal&) = delete;
   StopOnPendingSignal& operator=(const StopOnPendingSignal&) = delete;
+
+ private:
+  UniqueFd signals_;
 };
 
 // Sleeps, or returns early because of a stop. True when the whole time has passed.

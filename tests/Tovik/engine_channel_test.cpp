@@ -28,7 +28,7 @@ std::string Packet(int status, const std::vector<int32_t>& payload, int channel 
 class Answers {
  public:
   explicit Answers(
-      std::vector<std::string> answers, std::function<void()> before = [] {})
+      std::vector<std::string> answers, const std::function<void()>& before = [] {})
       : listener_(test::BoundSocket(true, &port_)), thread_([this, answers = std::move(answers), before] {
           for (const std::string& answer : answers) {
             const base::UniqueFd connection(::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -203,6 +203,7 @@ TEST(EngineChannel, ReadersNeverMeetAReleasedArray) {
   const Answers engine(std::vector<std::string>(QUERIES, Packet(0, TWO)));
   std::atomic<bool> done{false};
   std::vector<std::thread> readers;
+  readers.reserve(2);
   for (int i = 0; i < 2; ++i) {
     readers.emplace_back([&] {
       while (!done) {

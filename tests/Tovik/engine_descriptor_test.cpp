@@ -74,6 +74,7 @@ TEST(EngineDescriptors, FailedProbesAndQueriesShootNobodysDescriptor) {
   std::atomic<long> exchanges{0};
   std::atomic<long> lost{0};
   std::vector<std::thread> others;
+  others.reserve(3);
   for (int i = 0; i < 3; ++i) {
     others.emplace_back([&, path = folder + "/" + std::to_string(i)] {
       while (!done) (Exchange(path) ? exchanges : lost)++;

@@ -85,7 +85,7 @@ inline Lines Messages(const std::string& trace) {
     start = end + 1;
     const size_t level = line.find("][");
     const size_t message = line.find("] : [");
-    if (level == std::string::npos || message == std::string::npos) continue;
+    if (line.starts_with("[HANG]") || level == std::string::npos || message == std::string::npos) continue;
     messages.push_back(line.substr(level + 2, line.find(']', level + 2) - level - 2) + " " +
                        line.substr(message + 5, line.size() - message - 6));
   }

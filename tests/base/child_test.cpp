@@ -40,7 +40,7 @@ TEST(ChildTest, HandsDownNoSignalStateAndNoDescriptor) {
   const std::string out = folder / "out";
   base::RunShell(
       "exec > " + out +
-      "; awk '/SigBlk|SigIgn/ {print $2}' /proc/self/status"
+      "; sed -nE 's/^Sig(Blk|Ign):[[:space:]]*//p' /proc/self/status"
       "; n=0; for fd in $(seq 3 99); do if [ -e /proc/$$/fd/$fd ]; then n=$((n + 1)); fi; done; echo $n");
   std::signal(SIGPIPE, SIG_DFL);
   sigemptyset(&set);

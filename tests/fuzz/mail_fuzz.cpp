@@ -1,4 +1,5 @@
-// The texts of a mail: folded headers, doubled dots, split lines and base64, each taken back by a simple reader.
+// The texts of a mail: folded headers, doubled dots, split lines and base64, each taken back by a simple
+// reader.
 #include <cctype>
 #include <cstring>
 #include <vector>
@@ -10,7 +11,9 @@
 
 namespace {
 
-bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t';
+}
 
 // A line that is too long has no blank behind a word at which it could have been broken.
 void CheckFoldedLine(std::string_view line, size_t limit) {

@@ -14,7 +14,8 @@ size_t AnnouncedLength(std::string_view header) {
   if (digits.starts_with('-')) return 0;
   if (digits.starts_with('+')) digits.remove_prefix(1);
   size_t length = 0;
-  for (; !digits.empty() && std::isdigit(static_cast<unsigned char>(digits[0])) != 0; digits.remove_prefix(1)) {
+  for (; !digits.empty() && std::isdigit(static_cast<unsigned char>(digits[0])) != 0;
+       digits.remove_prefix(1)) {
     length = length * 10 + size_t(digits[0] - '0');
   }
   return length;

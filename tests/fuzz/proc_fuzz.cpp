@@ -23,11 +23,11 @@ void CheckStat(const std::string& text) {
   unsigned long stime = 0;
   long nice = 0;
   unsigned long pages = 0;
-  const bool whole = end != nullptr &&
-                     std::sscanf(end + 1,
-                                 "%*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %lu %lu %*s %*s %*s %ld "
-                                 "%*s %*s %*s %*s %lu",
-                                 &utime, &stime, &nice, &pages) == 4;
+  const bool whole =
+      end != nullptr && std::sscanf(end + 1,
+                                    "%*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %lu %lu %*s %*s %*s %ld "
+                                    "%*s %*s %*s %*s %lu",
+                                    &utime, &stime, &nice, &pages) == 4;
   HOLDS(counters.has_value() == whole);
   if (!whole) return;
   HOLDS(counters->utime == utime && counters->stime == stime && counters->nice == nice &&

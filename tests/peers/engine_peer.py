@@ -127,6 +127,7 @@ def serve(connection, behaviour, options, context):
     try:
         if kind == "garbage":
             connection.sendall(b"220 what is this\r\n" * 4)
+            connection.shutdown(socket.SHUT_WR)
             hold(connection)
         elif kind == "reset":
             reset(connection)

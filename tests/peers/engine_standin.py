@@ -2,7 +2,7 @@
 """A speech engine that behaves: it loads for a while, then answers channel-status queries on its port.
 
 How many channels it has and how many are in use it reads from --figures ("8 2") for every query, so that
-whoever watches it can make it busy. It runs until it is killed.
+whoever watches it can make it busy. It prints "port N" once it listens, and runs until it is killed.
 """
 import argparse
 import pathlib
@@ -37,12 +37,13 @@ def serve(connection, figures):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--port", type=int, required=True)
+    parser.add_argument("--port", type=int, default=0, help="0: one that the kernel chooses")
     parser.add_argument("--figures", type=pathlib.Path, required=True)
     parser.add_argument("--load", type=float, default=0, help="seconds before the port opens")
     options = parser.parse_args()
     time.sleep(options.load)
     listener = socket.create_server(("127.0.0.1", options.port), backlog=64)
+    print("port", listener.getsockname()[1], flush=True)
     while True:
         connection, _ = listener.accept()
         threading.Thread(target=serve, args=(connection, options.figures), daemon=True).start()

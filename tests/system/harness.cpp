@@ -32,14 +32,16 @@ echo $! > "$home/engine.pid"
 // tests end processes all the time.
 constexpr int ATTEMPTS = 5;
 
-// Sanitizers write their findings where TearDown finds them, also those of a daemon.
-std::vector<std::string> SanitizerEnvironment(const Folder& folder) {
+// Sanitizers write their findings where TearDown finds them, also those of a daemon. With TZ unset the C
+// library reads the zone anew in every mktime, under a lock that the thread sanitizer does not see.
+std::vector<std::string> AgentEnvironment(const Folder& folder) {
   std::vector<std::string> result;
   for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
     const char* given = getenv(name);
     result.push_back(std::string(name) + "=" + (given != nullptr ? std::string(given) + ":" : std::string()) +
                      "log_path='" + folder / "sanitizer'");
   }
+  if (getenv("TZ") == nullptr) result.emplace_back("TZ=:/etc/localtime");
   return result;
 }
 
@@ -131,7 +133,7 @@ Process AgentTest::Run(const std::vector<std::string>& arguments, const std::vec
                        const std::string& name) {
   std::vector<std::string> words{name.empty() ? folder_ / agent_ : name};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<std::string> variables = SanitizerEnvironment(folder_);
+  std::vector<std::string> variables = AgentEnvironment(folder_);
   variables.insert(variables.end(), environment.begin(), environment.end());
   return Process({.program = folder_ / agent_,
                   .words = words,
@@ -176,6 +178,17 @@ pid_t AgentTest::StartedDaemon(const std::vector<std::string>& environment, cons
 
 bool AgentTest::WaitForOut(std::string_view text, milliseconds limit) const {
   return WaitFor([&] { return Out().find(text) != std::string::npos; }, limit);
+}
+
+void AgentTest::ExpectStopped(Process& agent, std::chrono::seconds limit) {
+  const auto start = std::chrono::steady_clock::now();
+  const int status = agent.Wait();
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+  ASSERT_TRUE(WIFSIGNALED(status)) << status;
+  EXPECT_EQ(WTERMSIG(status), SIGINT);
+  EXPECT_LT(taken, limit);
+  EXPECT_EQ(Count(Out(), "Debug: stopping daemon ...\n"), 1U);
+  EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
 }
 
 std::vector<pid_t> AgentTest::Named(const std::string& name) {

@@ -84,30 +84,44 @@ struct Frame {
   std::string extra;  // uncounted bytes that followed, in hexadecimal
 };
 
-// A management server in a process of its own (tests/peers/mgmt_server.py).
-class ManagementServer {
+// A script of tests/peers that prints "port N" once it listens, in a process of its own.
+class Peer {
  public:
-  ManagementServer(const Folder& folder, const std::string& name, const std::string& behaviour = "normal",
-                   const std::string& interval = "1");
+  Peer(const Folder& folder, const std::string& name, const std::string& script,
+       const std::vector<std::string>& words);
+  int Port() const { return port_; }
   std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
-  // What has come so far, without the open frames.
-  std::vector<Frame> Reports() const;
-  std::vector<Frame> Frames() const;
-  size_t CountBodies(std::string_view prefix) const;
 
  private:
-  std::string record_;
   std::string out_;
   Process process_;
   int port_ = 0;
 };
 
-// A port of 127.0.0.1 that refuses connections as long as this lives.
-class RefusingPort {
+// A management server.
+class ManagementServer : public Peer {
  public:
-  RefusingPort();
+  ManagementServer(const Folder& folder, const std::string& name, const std::string& behaviour = "normal",
+                   const std::string& interval = "1");
+  std::vector<Frame> Frames() const;
+  // Without the open frames.
+  std::vector<Frame> Reports() const;
+  size_t CountBodies(std::string_view prefix) const;
+
+ private:
+  std::string record_;
+};
+
+// A port of 127.0.0.1, taken as long as this lives. It refuses connections, or, when silent, it takes them
+// and never says a word.
+class DeadPort {
+ public:
+  enum class Kind { REFUSING, SILENT };
+  explicit DeadPort(Kind kind);
   int Port() const { return port_; }
   std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
+  // Of a silent one: somebody has connected.
+  bool Visited() const;
 
  private:
   base::UniqueFd socket_;
@@ -149,6 +163,9 @@ class AgentTest : public testing::Test {
   std::string Out() const { return ReadFile(folder_ / "out.txt"); }
   bool WaitForOut(std::string_view text, milliseconds limit = LIMIT) const;
 
+  // Waits for the end of a stop: the agent dies of SIGINT, and had said good-bye before.
+  void ExpectStopped(Process& agent, std::chrono::seconds limit);
+
   // Process ids that bear this short name (zombies too).
   static std::vector<pid_t> Named(const std::string& name);
   void StartEngine();
@@ -161,7 +178,7 @@ class AgentTest : public testing::Test {
   Folder folder_;
   std::string agent_;  // short process names
   std::string engine_;
-  RefusingPort engine_port_;
+  DeadPort engine_port_{DeadPort::Kind::REFUSING};
   Config config_;
 };
 

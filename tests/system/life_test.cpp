@@ -1,4 +1,4 @@
-// The life of the process: daemon mode, signals, heartbeat, stop.
+// The life of the process: heartbeat, hangup, daemon mode.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,82 +12,9 @@ namespace harness {
 namespace {
 
 using std::chrono::seconds;
-using std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
-class Life : public AgentTest {
- protected:
-  // Waits for the end of a stop: the agent dies of SIGINT, and had said good-bye before.
-  void ExpectStopped(Process& agent, seconds limit) {
-    const auto start = steady_clock::now();
-    const int status = agent.Wait();
-    const std::chrono::duration<double> taken = steady_clock::now() - start;
-    ASSERT_TRUE(WIFSIGNALED(status)) << status;
-    EXPECT_EQ(WTERMSIG(status), SIGINT);
-    EXPECT_LT(taken, limit);
-    EXPECT_EQ(Count(Out(), "Debug: stopping daemon ...\n"), 1U);
-    EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
-  }
-};
-
-class IdleStop : public Life, public testing::WithParamInterface<std::vector<int>> {};
-
-// Timers that sleep for minutes; also signals that come again while the stop is under way.
-TEST_P(IdleStop, TakesAMoment) {
-  StartEngine();
-  WriteFile(folder_ / "p.pid", "1");
-  config_.Set("RESTART_CHECK_SEC", 600).Set("HANG_SAVE", 1).Set("HANG_TIME", 600);
-  config_.Set("RESULT_CHECK", 1).Set("RESULT_TIME", "24:60").Set("LOG_CHECK_MIN", 1);
-  Process agent = StartedAgent({"-p", folder_ / "p.pid"});
-  ASSERT_TRUE(WaitForOut("System CPU ["));
-  for (const int number : GetParam()) agent.Signal(number);
-  ExpectStopped(agent, seconds(2));
-  EXPECT_FALSE(fs::exists(folder_ / "p.pid"));
-  EXPECT_EQ(ReadFile(folder_ / "agent.pid"), std::to_string(agent.Pid()));
-  EXPECT_TRUE(EngineAlive());
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, IdleStop,
-                         testing::Values(std::vector{SIGTERM}, std::vector{SIGINT},
-                                         std::vector{SIGTERM, SIGHUP, SIGALRM, SIGTERM}));
-
-TEST_F(Life, StopsDuringStartUp) {
-  Process agent = Start();
-  // Installed handlers show as caught signals; the process-table snapshots of start-up take a second.
-  ASSERT_TRUE(WaitFor([&] {
-    const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
-    const size_t caught = status.find("SigCgt:");
-    if (caught == std::string::npos) return false;
-    return (std::stoull(status.substr(caught + 7), nullptr, 16) >> (SIGALRM - 1) & 1) != 0;
-  }));
-  agent.Signal(SIGTERM);
-  ExpectStopped(agent, seconds(2));
-}
-
-TEST_F(Life, StopEndsASilentExchangeAndAnEndlessStartScript) {
-  const ManagementServer silent(folder_, "silent", "silent");
-  config_.Set("ALARM_1", silent.Address());
-  const std::string script = folder_ / "start engine.sh";
-  WriteFile(script, "#!/bin/sh\n\"${0%/*}/" + engine_ + "\" 600\n", 0755);
-  Process agent = StartedAgent();
-  ASSERT_TRUE(WaitFor([&] { return EngineAlive() && silent.Frames().size() == 1; }));
-  agent.Signal(SIGTERM);
-  ExpectStopped(agent, seconds(7));
-  EXPECT_TRUE(EngineAlive());
-}
-
-TEST_F(Life, StopFinishesAnExchangeThatMovesAndServesTheRest) {
-  const ManagementServer slow(folder_, "slow", "slow", "0.05");
-  const ManagementServer last(folder_, "last");
-  config_.Set("RESTART_CHECK", 0).Set("FIRST_ALARM_SEND", 1);
-  config_.Set("ALARM_1", slow.Address()).Set("ALARM_2", last.Address());
-  Process agent = StartedAgent();
-  ASSERT_TRUE(WaitFor([&] { return slow.Frames().size() == 1; }));
-  agent.Signal(SIGTERM);
-  ExpectStopped(agent, seconds(5));
-  EXPECT_EQ(slow.CountBodies("ALARM+Tovik Start"), 1U);
-  EXPECT_EQ(last.CountBodies("ALARM+Tovik Start"), 1U);
-}
+class Life : public AgentTest {};
 
 TEST_F(Life, HangupProvesTheConfigurationAndChangesNothing) {
   config_.Set("RESTART_CHECK", 0);

@@ -1,6 +1,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -51,6 +52,11 @@ std::string Field(const std::string& line, const std::string& name) {
   if (from == std::string::npos) return {};
   const size_t begin = from + start.size();
   return line.substr(begin, line.find('"', begin) - begin);
+}
+
+std::vector<std::string> Joined(std::vector<std::string> first, const std::vector<std::string>& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
 }
 
 }  // namespace
@@ -124,20 +130,23 @@ int Process::Wait(milliseconds limit) {
   return status_;
 }
 
-ManagementServer::ManagementServer(const Folder& folder, const std::string& name,
-                                   const std::string& behaviour, const std::string& interval)
-    : record_(folder / (name + ".jsonl")),
-      out_(folder / (name + ".out")),
+Peer::Peer(const Folder& folder, const std::string& name, const std::string& script,
+           const std::vector<std::string>& words)
+    : out_(folder / (name + ".out")),
       process_({.program = "/usr/bin/python3",
-                .words = {"python3", PEERS_FOLDER "/mgmt_server.py", "--record", record_, "--behaviour",
-                          behaviour, "--interval", interval},
-                .environment = {},
+                .words = Joined({"python3", PEERS_FOLDER "/" + script}, words),
                 .out = out_,
-                .err = {}}) {
+                .err = folder / "peers.err"}) {
   const bool up = WaitFor([this] { return ReadFile(out_).ends_with('\n'); });
-  if (!up) throw std::runtime_error("the management server does not start");
+  if (!up) throw std::runtime_error(script + ": " + ReadFile(folder / "peers.err"));
   port_ = std::stoi(ReadFile(out_).substr(strlen("port ")));
 }
+
+ManagementServer::ManagementServer(const Folder& folder, const std::string& name,
+                                   const std::string& behaviour, const std::string& interval)
+    : Peer(folder, name, "mgmt_server.py",
+           {"--record", folder / (name + ".jsonl"), "--behaviour", behaviour, "--interval", interval}),
+      record_(folder / (name + ".jsonl")) {}
 
 std::vector<Frame> ManagementServer::Frames() const {
   std::vector<Frame> frames;
@@ -162,17 +171,23 @@ size_t ManagementServer::CountBodies(std::string_view prefix) const {
   return count;
 }
 
-RefusingPort::RefusingPort() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+DeadPort::DeadPort(Kind kind) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
   // Bound and not listening: nobody else gets the port, and a connection is refused.
-  if (bind(socket_.Get(), generic, size) != 0 || getsockname(socket_.Get(), generic, &size) != 0) {
-    throw std::runtime_error("no port to be had");
-  }
+  const bool taken = bind(socket_.Get(), generic, size) == 0 &&
+                     getsockname(socket_.Get(), generic, &size) == 0 &&
+                     (kind == Kind::REFUSING || listen(socket_.Get(), SOMAXCONN) == 0);
+  if (!taken) throw std::runtime_error("no port to be had");
   port_ = ntohs(address.sin_port);
+}
+
+bool DeadPort::Visited() const {
+  pollfd waiting{socket_.Get(), POLLIN, 0};
+  return poll(&waiting, 1, 0) == 1;
 }
 
 }  // namespace harness

@@ -105,7 +105,7 @@ TEST_F(Reports, BadServersDelayNobody) {
   };
   const ManagementServer first(folder_, "first");
   const ManagementServer last(folder_, "last");
-  const RefusingPort refusing;
+  const DeadPort refusing(DeadPort::Kind::REFUSING);
   config_.Set("RESTART_CHECK", 0).Set("FIRST_ALARM_SEND", 1);
   config_.Set("ALARM_FIRST", first.Address()).Set("ALARM_REFUSING", refusing.Address());
   std::vector<ManagementServer> servers;

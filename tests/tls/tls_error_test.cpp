@@ -17,7 +17,7 @@ std::string ToUtf8(std::string text) {
   char* out_next = out.data();
   size_t in_left = text.size();
   size_t out_left = out.size();
-  const iconv_t converter = ::iconv_open("UTF-8", "EUC-KR");
+  iconv_t converter = ::iconv_open("UTF-8", "EUC-KR");
   const bool whole = ::iconv(converter, &in_next, &in_left, &out_next, &out_left) == 0;
   ::iconv_close(converter);
   out.resize(whole ? out.size() - out_left : 0);

@@ -6,23 +6,19 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string>
+#include <utility>
 
 #include "Tovik/core/trace.h"
 #include "Tovik/engine/engine_socket.h"
 #include "base/descriptors.h"
 #include "base/net.h"
 #include "base/owners.h"
+#include "base/resolve.h"
 #include "base/stop.h"
 #include "tls/tls_socket.h"
 
 namespace {
-
-struct AddressFree {
-  void operator()(addrinfo* list) const { ::freeaddrinfo(list); }
-};
-using AddressList = std::unique_ptr<addrinfo, AddressFree>;
 
 bool HostGiven(const char* host) {
   if (host == nullptr) {
@@ -36,16 +32,11 @@ bool HostGiven(const char* host) {
   return true;
 }
 
-AddressList Resolve(const char* host, int port) {
-  addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
-  hints.ai_socktype = SOCK_STREAM;
-  hints.ai_flags = AI_NUMERICSERV;
-  addrinfo* found = nullptr;
-  const int error = ::getaddrinfo(host, std::to_string(port).c_str(), &hints, &found);
-  if (error == 0) return AddressList(found);
-  TRACE(TRACE_ERROR, "[INIT] getaddrinfo error: %d", error);
-  return nullptr;
+base::AddressList Resolve(const char* host, int port) {
+  base::AddressList list;
+  const int error = base::Resolve(host, std::to_string(port).c_str(), AF_UNSPEC, 0, &list);
+  if (error != 0) TRACE(TRACE_ERROR, "[INIT] getaddrinfo error: %d", error);
+  return list;
 }
 
 // The first address of the list that yields a socket; null when none does.
@@ -177,7 +168,7 @@ int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, 
   connTimeout = std::max(connTimeout, 1);
   recvTimeout = std::max(recvTimeout, 1);
   TRACE(TRACE_ERROR, "[INIT] HOST Connent(%s:%d)", host, port);
-  const AddressList addresses = Resolve(host, port);
+  const base::AddressList addresses = Resolve(host, port);
   if (addresses == nullptr) return ENGINE_FAILED;
   base::UniqueFd socket;
   const addrinfo* address = FirstSocket(addresses.get(), &socket);

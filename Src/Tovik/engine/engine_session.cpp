@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdint>
@@ -50,7 +51,7 @@ int ToDescriptor(long sock) {
 bool SendRequest(int fd) {
   std::string request = base::Format("%06d D %10d  Q ", fd, ASK_CHANNELS);
   request.resize(REQUEST_LENGTH);
-  return base::SendSome(fd, request.data(), REQUEST_LENGTH) > 0;
+  return base::SendSome(fd, request.data(), request.size()) > 0;
 }
 
 // The length of the body that follows; 0 when the header announces none.

@@ -1,0 +1,158 @@
+// Every call that can fail, failed once on the agent's way through a restart alarm on all channels: it lives,
+// later alarms arrive, and nothing stays behind.
+//
+// In the ordinary run a few calls, spread evenly. TORTURE_FROM, TORTURE_TO and TORTURE_STEP choose others
+// (scripts/torture runs them all).
+#include <fcntl.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <set>
+
+#include "Tovik/alarm_sink.h"
+#include "system/harness.h"
+#include "system/torture.h"
+
+namespace harness {
+namespace {
+
+namespace fs = std::filesystem;
+
+int64_t Number(const char* name, int64_t otherwise) {
+  const char* text = getenv(name);
+  return text == nullptr ? otherwise : atoll(text);
+}
+
+size_t Entries(const std::string& folder) {
+  std::error_code gone;
+  return size_t(std::distance(fs::directory_iterator(folder, gone), fs::directory_iterator()));
+}
+
+class Torture : public AgentTest {
+ protected:
+  struct Delivered {
+    size_t reports = 0;
+    int mails = 0;
+    int posts = 0;
+  };
+  struct Held {
+    size_t descriptors = SIZE_MAX;
+    size_t threads = SIZE_MAX;
+    int64_t blocks = INT64_MAX;
+  };
+
+  Torture() {
+    const std::string path = folder_ / "control";
+    WriteFile(path, std::string(sizeof(TortureControl), '\0'));
+    const base::UniqueFd file(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    control_ = static_cast<TortureControl*>(
+        mmap(nullptr, sizeof *control_, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0));
+    WriteFile(folder_ / "to.txt", "Kim kim@example.com\nLee lee@example.com\n");
+    WriteFile(folder_ / "agent.conf", "");
+    config_.Set("ALARM_1", server_.Address())
+        .Set("RESTART_CHECK_SEC", 0)
+        .Set("HANG_SAVE", 1)
+        .Set("HANG_TIME", 1);
+    config_.Set("SEND_EMAIL_CHECK", 1)
+        .Set("SMTP_SERVER_URL", "127.0.0.1")
+        .Set("SMTP_SERVER_PORT", mails_.Port());
+    config_.Set("SMTP_AUTH", 1).Set("SENDER_NAME", "Agent").Set("SENDER_EMAIL", "agent@example.com");
+    config_.Set("CFG_FILE", "./agent.conf").Set("SEND_WEBHOOK_CHECK", 1).Set("WEBHOOK_APPS", 1);
+    config_.Set("WEBHOOK_SERVER_URL", "http://127.0.0.1:" + posts_.Port() + "/");
+    config_.Set("LOG_LEVEL", 3);
+  }
+  ~Torture() override { munmap(control_, sizeof *control_); }
+
+  Process StartTortured() {
+    WriteFile(folder_ / "agent.conf", config_.Text());
+    return Run({"-f", folder_ / "agent.conf"},
+               {std::string("LD_PRELOAD=") + TORTURE_SHIM, "TORTURE_CONTROL=" + folder_ / "control"});
+  }
+  static int Kept(const alarm_test::Sink& sink) {
+    return atoi(support::ReadFile(sink.Folder() / "count").c_str());
+  }
+  Delivered Now() const { return {server_.CountBodies("ALARM+DunraSTT"), Kept(mails_), Kept(posts_)}; }
+
+  // Kills the engine until that has the effect: a start script that is under way may bring up another one.
+  bool KillUntil(const std::function<bool()>& condition) {
+    for (int attempt = 0; attempt < 5; ++attempt) {
+      KillEngine();
+      if (WaitFor(condition, LIMIT / 4)) return true;
+    }
+    return false;
+  }
+  // The engine dies with the n-th call failing from then on; how many calls there were until it had been
+  // restarted and its alarm was told.
+  int64_t FailingPass(int64_t n) {
+    const size_t runs = ReadFile(folder_ / "runs").size();
+    control_->count = 0;
+    control_->failed = 0;
+    control_->fail_at = n;
+    control_->armed = 1;
+    EXPECT_TRUE(KillUntil([&] { return ReadFile(folder_ / "runs").size() > runs && EngineAlive(); })) << n;
+    // Until the call has come, or a pass is over.
+    WaitFor([&] { return control_->failed > 0; }, milliseconds(n > 0 ? 2500 : 1500));
+    control_->armed = 0;
+    return control_->count;
+  }
+  void ExpectAlarmOnAllChannels(const std::string& when) {
+    const Delivered before = Now();
+    EXPECT_TRUE(KillUntil([&] {
+      const Delivered now = Now();
+      return now.reports > before.reports && now.mails > before.mails && now.posts > before.posts &&
+             EngineAlive();
+    })) << when;
+  }
+  // The least that is held at any moment: what comes and goes with each cycle does not count.
+  Held Least(const Process& agent, milliseconds period) const {
+    const std::string proc = "/proc/" + std::to_string(agent.Pid());
+    Held least;
+    WaitFor(
+        [&] {
+          least.descriptors = std::min(least.descriptors, Entries(proc + "/fd"));
+          least.threads = std::min(least.threads, Entries(proc + "/task"));
+          least.blocks = std::min(least.blocks, control_->live.load());
+          return false;
+        },
+        period);
+    return least;
+  }
+
+  TortureControl* control_;
+  ManagementServer server_{folder_, "server"};
+  alarm_test::Sink mails_{"mail_sink.py", {"--count-only"}};
+  alarm_test::Sink posts_{"webhook_sink.py", {"--count-only"}};
+};
+
+TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
+  constexpr int64_t CLEAN_EVERY = 8;
+  Process agent = StartTortured();
+  ASSERT_TRUE(WaitForOut("Start DunraSTT_Admin Service"));
+  ExpectAlarmOnAllChannels("first");
+  const int64_t calls = FailingPass(0);
+  const Held before = Least(agent, milliseconds(2500));
+  const int64_t from = Number("TORTURE_FROM", calls / 12);
+  const int64_t step = Number("TORTURE_STEP", std::max<int64_t>(calls / 6, 1));
+  const int64_t to = Number("TORTURE_TO", calls);
+  std::cerr << "calls in a pass: " << calls << "\n";
+  int64_t done = 0;
+  for (int64_t n = from; n <= to; n += step) {
+    FailingPass(n);
+    std::cerr << "failed " << n << " " << control_->name << "\n";
+    ASSERT_TRUE(agent.Alive()) << "call " << n << ", " << control_->name;
+    if (++done % CLEAN_EVERY == 0) ExpectAlarmOnAllChannels("after call " + std::to_string(n));
+  }
+  ExpectAlarmOnAllChannels("at the end");
+  const Held after = Least(agent, milliseconds(2500));
+  EXPECT_LE(after.descriptors, before.descriptors);
+  EXPECT_LE(after.threads, before.threads);
+  // Fewer than one for ten failed calls: caches grow with what was met.
+  EXPECT_LE(after.blocks, before.blocks + 24 + done / 10) << done << " calls failed";
+  agent.Signal(SIGTERM);
+  EXPECT_NE(agent.Wait(milliseconds(9'000)), -1);
+}
+
+}  // namespace
+}  // namespace harness
