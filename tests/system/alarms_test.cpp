@@ -13,7 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr time_t MINUTE = 60;
-constexpr time_t DAY = 24 * 60 * MINUTE;
+constexpr time_t DAY = 86'400;
 
 class Alarms : public AgentTest {
  protected:
