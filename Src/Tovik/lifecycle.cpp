@@ -1,7 +1,6 @@
 #include "Tovik/lifecycle.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -92,13 +91,12 @@ bool WriteHeartbeat() {
   return true;
 }
 
-// The heartbeat's sleep, in which the signals are let in.
-void SleepTakingSignals() {
-  sigset_t open;
-  pthread_sigmask(SIG_BLOCK, nullptr, &open);
-  for (const int signal : HANDLED_SIGNALS) sigdelset(&open, signal);
-  const timespec period{delay, 0};
-  ::ppoll(nullptr, 0, &period, &open);
+// Sleeps until a signal comes, at most so long, and handles that one.
+void SleepTakingSignal(int seconds) {
+  const sigset_t handled = HandledSet();
+  const timespec limit{seconds, 0};
+  const int signal = sigtimedwait(&handled, nullptr, &limit);
+  if (signal > 0) handle_signal(signal);
 }
 
 }  // namespace
@@ -167,7 +165,7 @@ void MainLoop() {
   running = 1;
   while (running == 1) {
     if (!WriteHeartbeat()) break;
-    SleepTakingSignals();
+    SleepTakingSignal(delay);
   }
 }
 
@@ -178,10 +176,14 @@ int EndProcess() {
   ::closelog();
   daemonShutdown();
   std::fflush(stdout);
+  ::kill(::getpid(), SIGINT);
+  if (running == 1) {
+    SleepTakingSignal(0);
+    return 0;
+  }
   sigset_t interrupt;
   sigemptyset(&interrupt);
   sigaddset(&interrupt, SIGINT);
   pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
-  ::kill(::getpid(), SIGINT);
   return 0;
 }

@@ -1,9 +1,9 @@
 // The agent's life between start-up and end: signals, heartbeat, stop.
 //
-// SIGINT, SIGTERM, SIGHUP and SIGALRM are blocked in every thread, and in the main one too except while it
-// sleeps between two heartbeats. So handle_signal always runs on the main thread at a point where it holds
-// nothing, and may do what a handler otherwise must not: join threads, free memory, write. A signal that
-// comes during start-up waits for the first heartbeat; what start-up waits for is cut short by it
+// SIGINT, SIGTERM, SIGHUP and SIGALRM are blocked in every thread, and taken by the main one while it sleeps
+// between two heartbeats, by sigtimedwait(2). So handle_signal always runs on the main thread at a point
+// where it holds nothing, and may do what a handler otherwise must not: join threads, free memory, write. A
+// signal that comes during start-up waits for the first heartbeat; what start-up waits for is cut short by it
 // (base::StopOnPendingSignal).
 //
 // The stop: the exit flag is set and every sleep ends; exchanges under way get the grace of base/stop.h; the

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <new>
 
 #include "Tovik/alarms/email.h"
 #include "Tovik/checks/error_log_check.h"
@@ -110,8 +111,13 @@ void ChannelStatusCycle(CycleState* /*state*/) {
   }
 }
 
+// Without memory for its record an engine has not answered.
 bool EngineAnswers() {
-  if (SHM_OPEN() != 1) return false;
+  try {
+    if (SHM_OPEN() != 1) return false;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   g_shm_open_flag = 1;
   return true;
 }
@@ -152,6 +158,16 @@ void (*CycleOf(uint32_t id))(CycleState*) {
   return IdleCycle;
 }
 
+// A cycle that memory fails is lost, and no more than that.
+void RunCycle(void (*cycle)(CycleState*), CycleState* state) {
+  try {
+    cycle(state);
+  } catch (const std::bad_alloc&) {
+    TRACE(TRACE_ERROR, "no memory for a timer's cycle");
+    base::SleepSeconds(SHORT_PAUSE);
+  }
+}
+
 int StartTimer(const Timer& timer) {
   auto* id = const_cast<uint32_t*>(&timer.id);
   if (timer.ready() && timer.thread->Start(send_timer, id) == 0) return 1;
@@ -172,7 +188,10 @@ int StartManageThread() {
 
 int StartTimerThreads() {
   for (const Timer& timer : TIMERS) {
-    if (timer.enabled() && StartTimer(timer) != 1) return -1;
+    const bool enabled = timer.enabled();
+    // A stop that came meanwhile has cut what enabled waits for: it must not begin anew on a thread.
+    if (base::StopSignalPending()) break;
+    if (enabled && StartTimer(timer) != 1) return -1;
   }
   return 1;
 }
@@ -180,7 +199,7 @@ int StartTimerThreads() {
 void* send_timer(void* argument) {
   auto* const cycle = CycleOf(*static_cast<const uint32_t*>(argument));
   CycleState state;
-  while (gSvcManageThrdExit != 1) cycle(&state);
+  while (gSvcManageThrdExit != 1) RunCycle(cycle, &state);
   return reinterpret_cast<void*>(1);
 }
 

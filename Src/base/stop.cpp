@@ -90,6 +90,12 @@ StopOnPendingSignal::~StopOnPendingSignal() {
   pendingSignals = -1;
 }
 
+bool StopSignalPending() {
+  Poll poll;
+  poll.Run(NowMs());
+  return poll.SignalPending();
+}
+
 bool SleepMilliseconds(int64_t ms) {
   const int64_t deadline = Deadline(std::max<int64_t>(ms, 0));
   while (NowMs() < deadline) {

@@ -41,6 +41,9 @@ class StopOnPendingSignal {
   UniqueFd signals_;
 };
 
+// Whether such a signal is pending; false without a StopOnPendingSignal on this thread.
+bool StopSignalPending();
+
 // Sleeps, or returns early because of a stop. True when the whole time has passed.
 bool SleepMilliseconds(int64_t milliseconds);
 // As sleep(3): the count is taken as an unsigned 32-bit number.

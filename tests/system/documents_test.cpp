@@ -53,7 +53,7 @@ Names ParserKeys() {
 }
 
 TEST(Documents, SampleExplainsAndSetsExactlyTheKeysOfTheParser) {
-  const std::vector<std::string> explained = All(Sample(), "^; ([A-Za-z0-9_]+): ");
+  const std::vector<std::string> explained = All(Sample(), "^; ([A-Z]{2}[A-Za-z0-9_]+): ");
   EXPECT_EQ(Set(explained), ParserKeys());
   EXPECT_EQ(Set(explained).size(), explained.size());
   const Names set = Set(All(Sample(), "^(?:; )?([A-Za-z0-9_]+)  *[^ ]+$"));
@@ -112,9 +112,11 @@ TEST(Documents, ManualPageOfTheConfigurationHasExactlyTheKeysOfTheParser) {
 }
 
 TEST(Documents, ManualPageAndCompletionHaveExactlyTheOptionsOfTheProgram) {
-  const Names options = Set(All(Read("Src/Tovik/options.cpp"), R"re(\{"([a-z_]+)", (?:required|no)_argument)re"));
+  const Names options =
+      Set(All(Read("Src/Tovik/options.cpp"), R"re(\{"([a-z_]+)", (?:required|no)_argument)re"));
   EXPECT_EQ(options.size(), 6U);
-  EXPECT_EQ(Set(All(Read("man/DunraSTT_Admin.8"), R"(^\.It Fl [a-z](?: Ar file)? , Fl -([a-z_]+))")), options);
+  EXPECT_EQ(Set(All(Read("man/DunraSTT_Admin.8"), R"(^\.It Fl [a-z](?: Ar file)? , Fl -([a-z_]+))")),
+            options);
   const std::vector<std::string> offered = All(Read("completions/DunraSTT_Admin"), R"(compgen -W '([^']*)')");
   ASSERT_EQ(offered.size(), 1U);
   EXPECT_EQ(Set(All(offered[0], "--([a-z_]+)")), options);

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <ostream>
 #include <thread>
 
 #include "Tovik/alarm_sink.h"
@@ -65,6 +66,9 @@ struct Moment {
   const char* day_before;  // folders of the log
   const char* day_after;
 };
+void PrintTo(const Moment& row, std::ostream* out) {
+  *out << row.name;
+}
 
 class Turn : public OtherTime, public testing::WithParamInterface<Moment> {};
 

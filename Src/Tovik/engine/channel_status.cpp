@@ -49,7 +49,13 @@ void PrepareTls(LVCSR_SOCK_HEAD* head) {
   DunraSTT_SSL(m_sz_cert_file, m_sz_key_file, m_sz_ca_file, m_sz_ssl_password, head);
 }
 
+struct Exit {
+  void operator()(LVCSR_SOCK_HEAD* head) const { DunraSTT_EXIT(head); }
+};
+
+// Ends the connection, also when there is no memory for the record.
 void Query(LVCSR_SOCK_HEAD* head) {
+  const std::unique_ptr<LVCSR_SOCK_HEAD, Exit> connection(head);
   gSTAT.Set({});
   LVCSR_DATA_CHANNEL record{};
   if (DunraSTT_GET_CHANNEL(head, &record) == ENGINE_OK) {
@@ -111,7 +117,6 @@ int SHM_OPEN() {
     return -1;
   }
   Query(&head);
-  DunraSTT_EXIT(&head);
   TRACE(TRACE_INFO, "Shared memory");
   return 1;
 }

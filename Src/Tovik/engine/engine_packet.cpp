@@ -67,7 +67,7 @@ ssize_t ReceivePayloadPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, 
 }
 
 bool ReceiveHeader(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int flags) {
-  char bytes[sizeof *out];
+  char bytes[sizeof *out] = {};
   for (size_t have = 0; have < sizeof bytes;) {
     const ssize_t got = ReceiveHeaderPiece(head, bytes + have, sizeof bytes - have, flags);
     if (got < 1) return false;
