@@ -136,7 +136,7 @@ int StartService() {
 
 int RunAgent(int argc, char** argv) {
   app_name = argv[0];
-  ::mallopt(M_ARENA_MAX, 1);  // few threads that seldom allocate at once: a heap for each would only hold memory
+  ::mallopt(M_ARENA_MAX, 1);  // the threads seldom allocate at once: more heaps would only hold memory
   GuardStandardDescriptors();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   Options options;
