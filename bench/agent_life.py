@@ -273,8 +273,9 @@ def one_kill(stage, receivers, phase, period, snapshot):
     killed = stage.kill_engine()
     script = wait_for(stage.started, "the start script")
     arrivals = {kind: wait_for(lambda k=kind: receivers.arrived(k, killed), "the " + kind) for kind in ("frame", "mail", "post")}
-    # The earliest look that could miss the engine: the second snapshot of a tick.
-    look = next(moment for tick in stage.ticks() if (moment := tick + snapshot + SPACING) >= killed)
+    # The first look that could miss the engine: the second snapshot of a tick, or the kill when it came during one.
+    looks = (tick + snapshot + SPACING for tick in stage.ticks())
+    look = next((moment for moment in looks if killed <= moment <= script), killed)
     (stage.home / "started").unlink()
     beyond = {"script": script - look - PAUSES, "frame": arrivals["frame"] - look - LOOK}
     return {**beyond, **{kind: arrivals[kind] - look - PAUSES for kind in ("mail", "post")}}
