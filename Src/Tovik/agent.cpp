@@ -31,18 +31,9 @@ namespace {
 
 constexpr int STARTED = 1;
 constexpr int FAILED = -1;
-constexpr int LARGE_BLOCK = 128 * 1024;  // bytes
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 
 float m_nCPU[1];  // the CPU figure at start-up
-
-// Few threads that seldom allocate at once: a heap for each would only hold memory. And large blocks (a mail
-// with its attachment, a snapshot) go back to the system at once; left to itself the allocator raises this
-// bound with each that is freed.
-void LimitHeap() {
-  ::mallopt(M_ARENA_MAX, 1);
-  ::mallopt(M_MMAP_THRESHOLD, LARGE_BLOCK);
-}
 
 void PrintBanner() {
   timespec now{};
@@ -145,7 +136,7 @@ int StartService() {
 
 int RunAgent(int argc, char** argv) {
   app_name = argv[0];
-  LimitHeap();
+  ::mallopt(M_ARENA_MAX, 1);  // the threads seldom allocate at once: more heaps would only hold memory
   GuardStandardDescriptors();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   Options options;
