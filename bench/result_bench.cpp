@@ -28,6 +28,7 @@ class ResultFile {
     const char* kept = std::getenv("DUNRA_RESULT_FILE");
     kept_ = kept != nullptr;
     path_ = kept_ ? kept : (std::filesystem::temp_directory_path() / "dunra-result-bench.csv").string();
+    if (kept_ && std::filesystem::exists(path_)) return;
     const base::UniqueFile file(std::fopen(path_.c_str(), "we"));
     if (file == nullptr) std::abort();
     for (unsigned i = 0; i < LINES; ++i) WriteJob(file.get(), i);

@@ -1,6 +1,6 @@
 // The process table against a bare walk of the same files. Walk/N and Snapshot/N are the two alone;
-// SnapshotOverWalk/N takes turns between them and gives the ratio of their best rounds, free of what else
-// the machine does meanwhile. N sleeping children are added to the processes that run anyway.
+// SnapshotOverWalk/N takes turns between them and gives the microseconds of CPU for each process and the
+// ratio. N sleeping children are added to the processes that run anyway.
 #include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <fcntl.h>
@@ -10,13 +10,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstring>
 #include <vector>
 
 #include "base/owners.h"
+#include "rounds.h"
 #include "sysinfo/qxapi_process.h"
 
 namespace {
@@ -78,11 +77,12 @@ void OneSnapshot() {
   qxapi_close_process(list);
 }
 
-template <typename Run>
-double Seconds(Run run) {
-  const auto start = std::chrono::steady_clock::now();
-  run();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+int64_t Processes() {
+  qxapi_process* const list = qxapi_open_process();
+  int64_t count = 0;
+  for (const qxapi_process* process = list; process != nullptr; process = process->next) ++count;
+  qxapi_close_process(list);
+  return count;
 }
 
 void Walk(benchmark::State& state) {
@@ -100,24 +100,21 @@ void SnapshotOverWalk(benchmark::State& state) {
   const Children children(state.range(0));
   if (!children.Complete(state.range(0))) return state.SkipWithError("cannot start that many processes");
   std::vector<char> buffer(65536);
-  std::vector<double> walks;
-  std::vector<double> snapshots;
-  while (state.KeepRunning()) {
-    walks.push_back(Seconds([&] { BareWalk(&buffer); }));
-    snapshots.push_back(Seconds(OneSnapshot));
-  }
-  const auto half = static_cast<std::ptrdiff_t>(walks.size() / 2);
-  state.counters["best"] =
-      *std::min_element(snapshots.begin(), snapshots.end()) / *std::min_element(walks.begin(), walks.end());
-  std::nth_element(walks.begin(), walks.begin() + half, walks.end());
-  std::nth_element(snapshots.begin(), snapshots.begin() + half, snapshots.end());
-  state.counters["median"] = snapshots[walks.size() / 2] / walks[walks.size() / 2];
+  rounds::Pair pair;
+  while (state.KeepRunning()) pair.Round(OneSnapshot, [&] { BareWalk(&buffer); });
+  const auto processes = static_cast<double>(Processes());
+  state.counters["processes"] = processes;
+  state.counters["ours_us"] = pair.Ours() / processes * 1e6;
+  state.counters["floor_us"] = pair.Floor() / processes * 1e6;
+  state.counters["ratio"] = pair.Ratio();
+  state.counters["best_ratio"] = pair.BestRatio();
 }
 
 BENCHMARK(Walk)->Arg(100)->Arg(1000)->Arg(5000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(Snapshot)->Arg(100)->Arg(1000)->Arg(5000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(SnapshotOverWalk)->Arg(0)->Iterations(60)->Unit(benchmark::kMillisecond);
 BENCHMARK(SnapshotOverWalk)->Arg(100)->Iterations(400)->Unit(benchmark::kMillisecond);
-BENCHMARK(SnapshotOverWalk)->Arg(1000)->Iterations(100)->Unit(benchmark::kMillisecond);
+BENCHMARK(SnapshotOverWalk)->Arg(1000)->Iterations(80)->Unit(benchmark::kMillisecond);
 BENCHMARK(SnapshotOverWalk)->Arg(5000)->Iterations(30)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "Tovik/agent.h"
 
+#include <malloc.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -120,7 +121,8 @@ int StartService() {
   WritePidFile();
   TRACE(TRACE_INFO, "Start DunraSTT_Admin Service");
   m_nCPU[0] = CpuUsage();
-  AlarmTransportInit();
+  // Without webhooks the libraries are left unready, which saves their memory.
+  if (m_send_webhook_used != 0) AlarmTransportInit();
   return StartThreads();
 }
 
@@ -134,6 +136,7 @@ int StartService() {
 
 int RunAgent(int argc, char** argv) {
   app_name = argv[0];
+  ::mallopt(M_ARENA_MAX, 1);  // the threads seldom allocate at once: more heaps would only hold memory
   GuardStandardDescriptors();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   Options options;

@@ -54,7 +54,8 @@ int smtp_connect(smtp_session* session, const char* server, const char* port) {
     for (const addrinfo* at = addresses.get(); at != nullptr; at = at->ai_next) {
       base::UniqueFd sock = base::OpenSocket(at->ai_family, at->ai_protocol);
       if (!sock.Valid() || base::Connect(sock.Get(), at->ai_addr, at->ai_addrlen) != 0) continue;
-      // The last lines of a mail are small writes in a row, which must not wait for each other's acknowledgement.
+      // The last lines of a mail are small writes in a row, which must not wait for each other's
+      // acknowledgement.
       const int on = 1;
       ::setsockopt(sock.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
       session->sock = std::move(sock);

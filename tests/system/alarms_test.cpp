@@ -12,6 +12,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr time_t MINUTE = 60;
+constexpr time_t DAY = 86'400;
+
 class Alarms : public AgentTest {
  protected:
   Alarms() {
@@ -111,7 +114,7 @@ TEST_F(Alarms, ErrorLinesOfTwoMinutesAgo) {
   const time_t now = time(nullptr);
   // One line a minute, whichever minute it is when the check runs.
   for (int minutes = 4; minutes >= 0; --minutes) {
-    const time_t moment = now - minutes * 60;
+    const time_t moment = now - minutes * MINUTE;
     WriteEngineFile(moment, Local(moment, "%m%d.ERR.LOG"), Local(moment, "E %Y/%m/%d %H:%M:00 at %H%M\n"));
   }
   Process agent = StartedAgent();
@@ -123,7 +126,7 @@ TEST_F(Alarms, ErrorLinesOfTwoMinutesAgo) {
 TEST_F(Alarms, DailyReportAtItsMinute) {
   config_.Set("RESTART_CHECK", 0).Set("RESULT_CHECK", 1);
   constexpr char row[] = ",,,,,,,,,,,,100,,,5000,,,0.5,,,40,,\n";
-  WriteEngineFile(time(nullptr) - 24 * 60 * 60, "Result.csv", row);
+  WriteEngineFile(time(nullptr) - DAY, "Result.csv", row);
   // Anew when the minute turned between the configuration and the check.
   for (int attempt = 0; attempt < 3; ++attempt) {
     config_.Set("RESULT_TIME", Local(time(nullptr), "%H:%M"));

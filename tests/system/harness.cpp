@@ -69,7 +69,7 @@ Config& Config::Raw(std::string_view text) {
 
 std::string Config::Text() const {
   std::string text;
-  for (const auto& [key, value] : lines_) text += key + "\t" + value + "\n";
+  for (const auto& [key, value] : lines_) text.append(key).append("\t").append(value).append("\n");
   return text + raw_;
 }
 
