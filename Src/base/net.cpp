@@ -26,12 +26,6 @@ ssize_t Repeat(int fd, short events, int64_t milliseconds, Call call) {
   }
 }
 
-int SetBlocking(int fd, bool blocking) {
-  const int flags = ::fcntl(fd, F_GETFL);
-  if (flags < 0) return -1;
-  return ::fcntl(fd, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
-}
-
 int FinishConnect(int fd, int64_t milliseconds) {
   const int ready = WaitDescriptor(fd, POLLOUT, milliseconds);
   if (ready < 0) return -1;
@@ -48,6 +42,12 @@ int FinishConnect(int fd, int64_t milliseconds) {
 
 UniqueFd OpenSocket(int family, int protocol) {
   return UniqueFd(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, protocol));
+}
+
+int SetBlocking(int fd, bool blocking) {
+  const int flags = ::fcntl(fd, F_GETFL);
+  if (flags < 0) return -1;
+  return ::fcntl(fd, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
 }
 
 int Connect(int fd, const sockaddr* address, socklen_t length, int64_t milliseconds) {

@@ -17,6 +17,9 @@ namespace base {
 // A stream socket, close-on-exec. Invalid with errno on failure.
 UniqueFd OpenSocket(int family, int protocol = 0);
 
+// Sets or clears O_NONBLOCK; negative with errno on failure.
+int SetBlocking(int fd, bool blocking);
+
 // As connect(2) on a blocking socket; 0, or -1 with the errno that connect would have given, ETIMEDOUT when
 // the time given passed first, ECANCELED when a stop cut it. The socket is blocking afterwards.
 int Connect(int fd, const sockaddr* address, socklen_t length, int64_t milliseconds = FOREVER);

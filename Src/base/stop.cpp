@@ -68,10 +68,6 @@ void StopRequest() {
   [[maybe_unused]] const ssize_t written = ::write(stopEvent.Get(), &one, sizeof one);
 }
 
-bool StopRequested() {
-  return graceEndMs.load() != 0;
-}
-
 bool StopGraceOver() {
   const int64_t grace = graceEndMs.load();
   return grace != 0 && NowMs() >= grace;

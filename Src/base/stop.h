@@ -23,7 +23,6 @@ inline constexpr int FOREVER = -1;
 int StopPrepare();
 // Requests the stop; later calls change nothing. Callable from any thread, also in a signal handler.
 void StopRequest();
-bool StopRequested();
 // True once the grace of a requested stop has passed.
 bool StopGraceOver();
 

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -51,9 +50,7 @@ const addrinfo* FirstSocket(const addrinfo* list, base::UniqueFd* socket) {
 }
 
 bool SetBlocking(int fd, bool blocking) {
-  const int flags = ::fcntl(fd, F_GETFL);
-  const int wanted = blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK;
-  if (flags >= 0 && ::fcntl(fd, F_SETFL, wanted) >= 0) return true;
+  if (base::SetBlocking(fd, blocking) >= 0) return true;
   TRACE(TRACE_ERROR, "[INIT] %d: fcntl error: %s", h_errno, std::strerror(h_errno));
   return false;
 }
