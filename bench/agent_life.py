@@ -264,10 +264,10 @@ class Receivers:
 def snapshot_seconds(ticks, period):
     """One snapshot, from the time between the undisturbed ticks that the agent itself noted."""
     gaps = [later - earlier for earlier, later in zip(ticks, ticks[1:])]
-    return max((statistics.median(gaps) - period - SPACING - PAUSES) / 2, 0.0)
+    return max(statistics.median(gaps) - period - SPACING - PAUSES, 0.0)
 
 
-def one_kill(stage, receivers, phase, period, snapshot):
+def one_kill(stage, receivers, phase, period):
     """Kills the engine at that part of the period: seconds of each event beyond what the waits explain."""
     known = len(stage.ticks())
     begin = wait_for(lambda: stage.ticks()[known:], "a tick")[0]
@@ -276,7 +276,7 @@ def one_kill(stage, receivers, phase, period, snapshot):
     script = wait_for(stage.started, "the start script")
     arrivals = {kind: wait_for(lambda k=kind: receivers.arrived(k, killed), "the " + kind) for kind in ("frame", "mail", "post")}
     # The first look that could miss the engine: the second snapshot of a tick, or the kill when it came during one.
-    looks = (tick + snapshot + SPACING for tick in stage.ticks())
+    looks = (tick + SPACING for tick in stage.ticks())
     look = next((moment for moment in looks if killed <= moment <= script), killed)
     (stage.home / "started").unlink()
     beyond = {"script": script - look - PAUSES, "frame": arrivals["frame"] - look - LOOK}
@@ -293,8 +293,8 @@ def measure_kills(options):
         stage.start_agent()
         wait_for(lambda: len(stage.ticks()) >= 6, "the ticks")
         snapshot = snapshot_seconds(stage.ticks()[1:], period)
-        one_kill(stage, receivers, 0, period, snapshot)  # the receivers, too, are slower the first time
-        kills = [one_kill(stage, receivers, number / options.kills, period, snapshot)
+        one_kill(stage, receivers, 0, period)  # the receivers, too, are slower the first time
+        kills = [one_kill(stage, receivers, number / options.kills, period)
                  for number in range(options.kills)]
     return {"snapshot": snapshot, "kills": kills}
 

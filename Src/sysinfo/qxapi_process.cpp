@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "base/owners.h"
@@ -138,6 +139,24 @@ qxapi_process* OpenEntry(Source* source, const char* entry) {
   return process;
 }
 
+// A snapshot that ends after so many records.
+qxapi_process* OpenFirst(size_t most, const char* proc_root) {
+  const base::UniqueDir directory(::opendir(proc_root));
+  if (!directory) return nullptr;
+  Source source{::dirfd(directory.get()), {}, {}};
+  qxapi_process* head = nullptr;
+  qxapi_process** tail = &head;
+  for (size_t count = 0; count < most;) {
+    const dirent* const entry = ::readdir(directory.get());
+    if (entry == nullptr) break;
+    *tail = OpenEntry(&source, entry->d_name);
+    if (*tail == nullptr) continue;
+    tail = &(*tail)->next;
+    ++count;
+  }
+  return head;
+}
+
 }  // namespace
 
 qxapi_process* __qxapi_new_process__() {
@@ -161,16 +180,13 @@ int __qxapi_free_process__(qxapi_process* list) {
 }
 
 qxapi_process* qxapi_open_process(const char* proc_root) {
-  const base::UniqueDir directory(::opendir(proc_root));
-  if (!directory) return nullptr;
-  Source source{::dirfd(directory.get()), {}, {}};
-  qxapi_process* head = nullptr;
-  qxapi_process** tail = &head;
-  while (const dirent* const entry = ::readdir(directory.get())) {
-    *tail = OpenEntry(&source, entry->d_name);
-    if (*tail != nullptr) tail = &(*tail)->next;
-  }
-  return head;
+  return OpenFirst(std::numeric_limits<size_t>::max(), proc_root);
+}
+
+int qxapi_has_process(const char* proc_root) {
+  qxapi_process* const first = OpenFirst(1, proc_root);
+  __qxapi_free_process__(first);
+  return first != nullptr ? 1 : 0;
 }
 
 void qxapi_close_process(qxapi_process* list) {

@@ -41,6 +41,9 @@ struct qxapi_process {
 // password database for one look-up per user id; no stop cuts it short.
 qxapi_process* qxapi_open_process(const char* proc_root = "/proc");
 
+// 1 when a snapshot would hold a process, else 0; reads no further than the first.
+int qxapi_has_process(const char* proc_root = "/proc");
+
 // Frees the record and all that follow it, with everything that hangs from them. Null is allowed.
 void qxapi_close_process(qxapi_process* list);
 

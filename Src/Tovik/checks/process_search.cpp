@@ -16,8 +16,7 @@ constexpr int64_t SPACING_SECONDS = 1;
 }  // namespace
 
 ProcessList SpacedSnapshot() {
-  const ProcessList first(qxapi_open_process());
-  if (first) base::SleepSeconds(SPACING_SECONDS);
+  if (qxapi_has_process() == 1) base::SleepSeconds(SPACING_SECONDS);
   return ProcessList(qxapi_open_process());
 }
 

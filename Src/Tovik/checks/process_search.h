@@ -13,7 +13,9 @@ struct ProcessListCloser {
 using ProcessList = std::unique_ptr<qxapi_process, ProcessListCloser>;
 
 // The second of two snapshots, taken one second after the first (at once when the first is empty). Null when
-// there is none. Blocks for that second; a stop shortens it.
+// there is none. Blocks for that second; a stop shortens it. Nothing but its being empty is asked of the
+// first, so it is not read beyond its first process: a second walk would double what the agent costs its
+// host.
 ProcessList SpacedSnapshot();
 
 enum class Search { FOUND, ABSENT, NAMELESS };
