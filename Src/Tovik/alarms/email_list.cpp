@@ -16,7 +16,7 @@ base::Handover<EMAIL_LIST> gEmailLists;
 
 namespace {
 
-constexpr size_t COUNT_BLOCK = 16384;
+constexpr size_t COUNT_BLOCK = 65536;
 constexpr char END_MARK = '\xFF';  // ends the counting of lines, as the end of the file does
 
 // A file opened for reading. What is no regular file reads as empty: a pipe would block, a device never end.
