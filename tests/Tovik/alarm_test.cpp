@@ -1,0 +1,296 @@
+// Alarms as mail and as card, at scripted servers.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <string>
+
+#include "Tovik/alarm_sink.h"
+#include "Tovik/alarms/alarm_pictures.h"
+#include "Tovik/alarms/alarm_text.h"
+#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/webhook.h"
+#include "Tovik/core/host.h"
+#include "Tovik/core/trace.h"
+#include "Tovik/engine_fixture.h"
+
+namespace {
+
+using alarm_test::SetText;
+using alarm_test::Sink;
+using alarms::AlarmPictures;
+using alarms::AlarmText;
+
+class AlarmTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "ALL_PROXY"}) unsetenv(name);
+    ASSERT_EQ(AlarmTransportInit(), 0);
+    SetText(gIpaddr, "10.1.2.3");
+    SetText(m_send_name, "STT Agent");
+    SetText(m_send_email, "agent@example.com");
+    SetText(m_stmp_server_url, "127.0.0.1");
+    m_stmp_auth = m_webhook_apps = 1;
+    Lists("kim kim@example.com\nlee lee@example.com\n", "", "");
+  }
+  void TearDown() override { SetText(gIpaddr, ""); }
+  void Lists(const std::string& to, const std::string& cc, const std::string& bcc) const {
+    ASSERT_EQ(GetEMailList(folder_.Write("to", to).c_str(), folder_.Write("cc", cc).c_str(),
+                           folder_.Write("bcc", bcc).c_str()),
+              1);
+  }
+  static void Aim(const std::string& port) {
+    SetText(m_smtp_server_port, port);
+    SetText(m_webhook_server_url, "http://127.0.0.1:" + port + "/hook");
+  }
+  // What the sending says on standard error; "sent" when it says 1.
+  template <typename Send>
+  static std::string Outcome(Send send) {
+    testing::internal::CaptureStderr();
+    const int result = send();
+    const std::string errors = testing::internal::GetCapturedStderr();
+    return result == 1 && errors.empty() ? "sent" : errors + (result == -1 ? "" : "?");
+  }
+  static std::string Mail(const char* message, const char* attachment = nullptr, uint32_t kind = 2) {
+    return Outcome([&] { return SendAlarmEmail("[ IP ] stt", kind, "Label", message, attachment); });
+  }
+  static std::string Post(const char* message, uint32_t kind = 2) {
+    return Outcome([&] { return SendAlarmWebHook("[ IP ] stt", kind, "Label", message); });
+  }
+  static void ExpectParts(const std::string& record, std::initializer_list<const char*> parts) {
+    for (const char* part : parts)
+      EXPECT_NE(record.find(part), std::string::npos) << part << " in " << record;
+  }
+  // The text with its "yyyy/mm/dd hh:mm:ss" behind a mark replaced by "DATE".
+  static std::string WithoutDate(std::string text, const std::string& mark) {
+    const size_t at = text.find(mark);
+    return at == std::string::npos ? text : text.replace(at + mark.size(), 19, "DATE");
+  }
+  support::TempFolder folder_;
+};
+
+TEST_F(AlarmTest, MailReachesAllRecipientsInOrder) {
+  const Sink sink("mail_sink.py");
+  Aim(sink.Port());
+  // Blank lines become recipients without address, at the end.
+  Lists("\nkim kim@example.com\nlee lee@example.com\n", "park park@example.com\n", "choi choi@example.com\n");
+  ASSERT_EQ(Mail("a\n\xB0\xA1", folder_.Write("agent.cfg", "KEY value\n").c_str()), "sent");
+  ExpectParts(sink.Kept("1.json"),
+              {R"("from": "agent@example.com", "to": ["kim@example.com", "lee@example.com", "<>", )"
+               R"("park@example.com", "choi@example.com"], "user": null)",
+               R"("From": "\"STT Agent\" <agent@example.com>")", R"("Cc": "\"park\" <park@example.com>")",
+               R"("To": "\"kim\" <kim@example.com>, \"lee\" <lee@example.com>, <>")",
+               R"("Subject": "[ IP ] stt")", R"("attached": ["agent.cfg"], "defects": [])"});
+  EXPECT_EQ(sink.Kept("1.attached-1"), "KEY value\n");
+  std::string html = WithoutDate(sink.Kept("1.html"), "color:gray'>");
+  // The line ends that the mail's layout puts behind the body.
+  while (html.ends_with('\n') || html.ends_with('\r')) html.pop_back();
+  EXPECT_EQ(
+      html,
+      std::string("<html><head><title>No Title</title><body><div>\t<div style='margin:auto;width:800px;'>"
+                  "\t\t<div style='padding:5pt 5pt 5pt 7.5pt;background-color:#6365A2;font-size:15pt;"
+                  "font-family:\"Segoe UI\",sans-serif;color:white;'>[ IP ] stt\t\t</div>\t\t"
+                  "<div style='background:#F3F2F1;padding:18pt 7.5pt 15pt 9pt;'>\t\t\t<table>\t\t\t\t<tr>"
+                  "\t\t\t\t\t<td style='padding:7.5pt 7.5pt 0 0;vertical-align:top;width:40px;'>"
+                  "\t\t\t\t\t\t<img src='") +
+          alarms::PictureOf(2, &AlarmPictures::mail) +
+          "' width='40px' style='width:40px; max-width:40px' />\t\t\t\t\t</td>\t\t\t\t\t"
+          "<td style='padding:7.5pt 7.5pt 7.5pt 7.5pt;background-color:#FFFFFF;'>\t\t\t\t\t\t"
+          "<div style='margin-bottom:7.5pt;'>\t\t\t\t\t\t\t<b style='font-size:9pt;font-family:\"Segoe UI\","
+          "sans-serif;color:#323130;'>Label</b>\t\t\t\t\t\t\t<span>&nbsp;&nbsp;&nbsp;&nbsp;</span>"
+          "\t\t\t\t\t\t\t<span style='font-size:9pt;font-family:\"Segoe "
+          "UI\",sans-serif;color:gray'>DATE</span>"
+          "\t\t\t\t\t\t</div>\t\t\t\t\t\t<div style='word-break:break-word;;font-size:10.5pt;"
+          "font-family:\"Segoe UI\",sans-serif;color:#323130'>a<br />\xEA\xB0\x80</div>\t\t\t\t\t</td>"
+          "\t\t\t\t</tr>\t\t\t</table>\t\t</div>\t</div></div></body></html>");
+}
+
+TEST_F(AlarmTest, MailTellsWhatFailed) {
+  const Sink sink("mail_sink.py", {"--user", "agent", "--password", "pass word"});
+  const Sink open("mail_sink.py");
+  int refusing = 0;
+  const base::UniqueFd closed = test::BoundSocket(-1, &refusing);
+  const std::string none = folder_ / "none";
+  SetText(m_stmp_auth_id, "agent");
+  const struct {
+    std::string port;
+    int64_t method;
+    const char *password, *to, *attachment, *outcome;
+  } cases[] = {
+      {sink.Port(), 2, "pass word", "k k@x\n", nullptr, "sent"},
+      {sink.Port(), 3, "pass word", "k k@x\n", nullptr, "sent"},
+      {sink.Port(), 2, "no", "k k@x\n", nullptr, "Failed to authenticate with the given credentials\n"},
+      {sink.Port(), 3, "no", "k k@x\n", nullptr, "Failed to authenticate with the given credentials\n"},
+      {sink.Port(), 1, "no", "k k@x\n", nullptr, "SMTP server sent back an unexpected status code\n"},
+      {sink.Port(), 4, "no", "k k@x\n", nullptr, "Invalid parameter\n"},
+      {open.Port(), 1, "", "k k@x\n", none.c_str(), "Failed to read or open a local file\n"},
+      {open.Port(), 1, "", "k <k@x>\n", nullptr, "Invalid parameter\n"},
+      {open.Port(), 1, "", "", nullptr, "SMTP server sent back an unexpected status code\n"},
+      {std::to_string(refusing), 1, "", "k k@x\n", nullptr, "Failed to connect to the mail server\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.method) + c.to + c.outcome);
+    Aim(c.port);
+    m_stmp_auth = c.method;
+    SetText(m_stmp_auth_password, c.password);
+    Lists(c.to, "", "");
+    const std::string failed = "smtp failed: ";
+    EXPECT_EQ(Mail("m", c.attachment), std::strcmp(c.outcome, "sent") == 0 ? "sent" : failed + c.outcome);
+  }
+  ExpectParts(sink.Kept("2.json"), {R"("user": "agent")"});
+  EXPECT_FALSE(std::filesystem::exists(sink.Folder() / "3.eml"));
+  EXPECT_FALSE(std::filesystem::exists(open.Folder() / "1.eml"));
+}
+
+TEST_F(AlarmTest, PostsACardWithThePictureOfItsKind) {
+  const Sink sink("webhook_sink.py");
+  Aim(sink.Port());
+  for (const uint32_t kind : {4U, 5U}) {
+    ASSERT_EQ(Post("a\n\xB0\xA1\n", kind), "sent");
+    const std::string number = kind == 4 ? "1" : "2";
+    ExpectParts(sink.Kept(number + ".json"), {R"("method": "POST", "path": "/hook", "parsed": true)",
+                                              R"("content-type": "application/json")"});
+    EXPECT_EQ(
+        WithoutDate(sink.Kept(number + ".body"), "\"Send date\",       \"value\": \""),
+        std::string(R"({"@type": "MessageCard","@context": "http://schema.org/extensions",)"
+                    R"("themeColor": "0076D7","summary": "[ IP ] stt","sections": [{   )"
+                    R"("activityTitle": "[ IP ] stt",   "activitySubtitle": "Label",   "activityImage": ")") +
+            alarms::PictureOf(kind, &AlarmPictures::webhook) +
+            R"(",   "facts": [{       "name": "Assigned IP",       "value": "10.1.2.3"    }, {       )"
+            R"("name": "Send date",       "value": "DATE"    }, {       "name": "Message",       )"
+            "\"value\": \"a<br />\xEA\xB0\x80<br />\"    }],    \"markdown\": true}]}");
+  }
+  m_webhook_apps = 3;
+  ASSERT_EQ(Post(std::string(900'000, 'x').c_str()), "sent");
+  ExpectParts(sink.Kept("3.json"), {R"("parsed": true)"});
+  EXPECT_EQ(sink.Kept("3.body").size(), 819'199U);
+  m_webhook_apps = 2;
+  ASSERT_EQ(Post("x\ny"), "sent");
+  EXPECT_EQ(WithoutDate(sink.Kept("4.body"), "stt "),
+            "payload={\t\t\t\t\"channel\": \"#test\",              \"username\": \"Label\",     "
+            "\t        \"text\": \"[ IP ] stt DATE<br />x<br />y\",              \"icon_emoji\": "
+            "\":ghost:\"         }");
+}
+
+// Neither the status nor a redirection is looked at; what fails is the transfer.
+TEST_F(AlarmTest, PostTellsTransferErrors) {
+  const Sink failing("webhook_sink.py", {"--status", "500"});
+  const Sink redirecting("webhook_sink.py", {"--behaviour", "redirect"});
+  const Sink resetting("webhook_sink.py", {"--behaviour", "reset"});
+  int refusing = 0;
+  const base::UniqueFd closed = test::BoundSocket(-1, &refusing);
+  const std::pair<std::string, std::string> cases[] = {
+      {"http://127.0.0.1:" + failing.Port(), "sent"},
+      {"http://127.0.0.1:" + redirecting.Port(), "sent"},
+      {"http://127.0.0.1:" + resetting.Port(), "curl_easy_perform() failed: "},  // found out at either end
+      {"http://127.0.0.1:" + std::to_string(refusing),
+       "curl_easy_perform() failed: Couldn't connect to server\n"},
+      {"nothing://127.0.0.1/", "curl_easy_perform() failed: Unsupported protocol\n"},
+      {"", "curl_easy_perform() failed: URL using bad/illegal format or missing URL\n"},
+  };
+  for (const auto& [url, outcome] : cases) {
+    SetText(m_webhook_server_url, url);
+    const std::string said = Post("m");
+    EXPECT_TRUE(said.starts_with(outcome)) << url << said;
+  }
+  EXPECT_FALSE(std::filesystem::exists(redirecting.Folder() / "2.json"));
+}
+
+TEST_F(AlarmTest, ATextThatDoesNotConvertIsTracedAndNotSent) {
+  EXPECT_EQ(test::Messages(test::TraceOf([] {
+              EXPECT_EQ(Mail("hanja \xCA\xA1"), "");
+              EXPECT_EQ(Post("hanja \xCA\xA1"), "");
+            })),
+            (test::Lines{"ERROR Mail lost: [ IP ] stt, kind 2: its text does not convert to UTF-8",
+                         "ERROR WebHook lost: [ IP ] stt, kind 2: its text does not convert to UTF-8"}));
+}
+
+TEST(AlarmTextTest, ReplacesFromLeftToRight) {
+  const char* const cases[][4] = {{"aaa", "aa", "b", "ba"},
+                                  {"", "a", "b", ""},
+                                  {"abc", "abc", "", ""},
+                                  {"abcabc", "b", "xx", "axxcaxxc"},
+                                  {"ab", "abc", "x", "ab"},
+                                  {"aXa", "a", "aa", "aaXaa"},
+                                  {"a\nb\n", "\n", "<br />", "a<br />b<br />"}};
+  for (const auto& [text, from, to, expected] : cases) {
+    std::string copy = text;
+    EXPECT_STREQ(base::UniqueText(replaceAll(copy.data(), from, to)).get(), expected) << text;
+  }
+  char text[] = "kept";
+  EXPECT_EQ(replaceAll(text, "", "x"), text);
+}
+
+TEST(AlarmTextTest, PrefixEndsAtACharacter) {
+  const struct {
+    const char* text;
+    size_t limit, bytes;
+  } cases[] = {
+      {"abc", 2, 2},
+      {"abc", 9, 3},
+      {"\xB0\xA1\xB0\xA2", 2, 0},  // three bytes each
+      {"\xB0\xA1\xB0\xA2", 5, 2},
+      {"\xB0\xA1\xB0\xA2", 6, 4},
+      {"a\xA1\xA4z", 3, 3},  // two bytes
+      {"a\x81\xFF", 2, 1},   // no mapping: two bytes
+      {"a\xB0", 9, 1},       // half a character
+  };
+  for (const auto& c : cases) EXPECT_EQ(alarms::PrefixWithin(c.text, c.limit).size(), c.bytes) << c.text;
+}
+
+TEST(AlarmTextTest, CutsTheMessageAndKeepsTheLayout) {
+  const auto brackets = [](const AlarmText& alarm) {
+    return alarm.title + "[" + alarm.label + alarm.title + "|" + alarm.message + "]";
+  };
+  std::string korean;
+  for (int i = 0; i < 300'000; ++i) korean += "\xB0\xA1";
+  for (const std::string& title : {std::string("t"), std::string("tt"), std::string("ttt"), korean}) {
+    const char* reason = "";
+    const base::UniqueText body =
+        alarms::ConvertBody(alarms::FillLayout({title, korean, korean, "", ""}, brackets), &reason);
+    ASSERT_NE(body, nullptr) << reason;
+    const std::string text = body.get();
+    EXPECT_TRUE(text.size() <= alarms::BODY_LIMIT && text.size() > alarms::BODY_LIMIT - 3) << text.size();
+    EXPECT_TRUE(text.ends_with("\xEA\xB0\x80]"));
+  }
+  for (const size_t size : {alarms::BODY_LIMIT - 3, alarms::BODY_LIMIT - 2}) {
+    EXPECT_EQ(alarms::FillLayout({"", "", std::string(size, 'x'), "", ""}, brackets),
+              "[|" + std::string(alarms::BODY_LIMIT - 3, 'x') + "]");
+  }
+}
+
+TEST(AlarmTextTest, PicturesArePngOfAboutTheLengthsThatTheServicesTake) {
+  const struct {
+    uint32_t kind;
+    double mail, webhook;
+  } cases[] = {{1, 998, 7554}, {2, 854, 6846}, {3, 1022, 7274}, {4, 938, 7106}};
+  for (const auto& c : cases) {
+    const std::string mail = alarms::PictureOf(c.kind, &AlarmPictures::mail);
+    const std::string webhook = alarms::PictureOf(c.kind, &AlarmPictures::webhook);
+    EXPECT_NEAR(static_cast<double>(mail.size()), c.mail, c.mail / 10);
+    EXPECT_NEAR(static_cast<double>(webhook.size()), c.webhook, c.webhook / 10);
+    EXPECT_TRUE(mail.starts_with("data:image/png;base64,iVBORw0KGgo")) << c.kind;
+    EXPECT_TRUE(webhook.starts_with("data:image/png;base64,iVBORw0KGgo")) << c.kind;
+  }
+  for (const uint32_t kind : {0U, 5U}) EXPECT_STREQ(alarms::PictureOf(kind, &AlarmPictures::mail), "");
+}
+
+// What the files say is up to the fuzz target "recipients".
+TEST(RecipientsTest, ListsAreReplacedAndFilesMade) {
+  const support::TempFolder folder;
+  const std::string to = folder.Write("to", "kim a@x\n");
+  const std::string cc = folder / "cc";
+  ASSERT_EQ(GetEMailList(to.c_str(), cc.c_str(), (folder / "none/bcc").c_str()), 1);
+  EXPECT_TRUE(std::filesystem::exists(cc));
+  const auto before = gEmailLists.Get();
+  EXPECT_EQ(before->receiver_count, 1);
+  EXPECT_EQ(before->reference_count, 0);
+  EXPECT_EQ(before->blind_count, -1);
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+  ASSERT_EQ(GetEMailList((folder / "pipe").c_str(), cc.c_str(), folder.Path().c_str()), 1);
+  EXPECT_EQ(gEmailLists.Get()->receiver_count, 0);
+  EXPECT_EQ(gEmailLists.Get()->blind_count, 0);
+  EXPECT_STREQ(before->receivers->At(0).address, "a@x");
+}
+
+}  // namespace
