@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstring>
 #include <string>
 
 #include "Tovik/alarm_sink.h"
@@ -107,91 +106,66 @@ TEST_F(AlarmTest, MailReachesAllRecipientsInOrder) {
 
 TEST_F(AlarmTest, MailTellsWhatFailed) {
   const Sink sink("mail_sink.py", {"--user", "agent", "--password", "pass word"});
-  const Sink open("mail_sink.py");
-  int refusing = 0;
-  const base::UniqueFd closed = test::BoundSocket(-1, &refusing);
   const std::string none = folder_ / "none";
   SetText(m_stmp_auth_id, "agent");
   const struct {
     std::string port;
     int64_t method;
-    const char *password, *to, *attachment, *outcome;
+    const char *password, *attachment, *outcome;
   } cases[] = {
-      {sink.Port(), 2, "pass word", "k k@x\n", nullptr, "sent"},
-      {sink.Port(), 3, "pass word", "k k@x\n", nullptr, "sent"},
-      {sink.Port(), 2, "no", "k k@x\n", nullptr, "Failed to authenticate with the given credentials\n"},
-      {sink.Port(), 3, "no", "k k@x\n", nullptr, "Failed to authenticate with the given credentials\n"},
-      {sink.Port(), 1, "no", "k k@x\n", nullptr, "SMTP server sent back an unexpected status code\n"},
-      {sink.Port(), 4, "no", "k k@x\n", nullptr, "Invalid parameter\n"},
-      {open.Port(), 1, "", "k k@x\n", none.c_str(), "Failed to read or open a local file\n"},
-      {open.Port(), 1, "", "k <k@x>\n", nullptr, "Invalid parameter\n"},
-      {open.Port(), 1, "", "", nullptr, "SMTP server sent back an unexpected status code\n"},
-      {std::to_string(refusing), 1, "", "k k@x\n", nullptr, "Failed to connect to the mail server\n"},
+      {sink.Port(), 2, "pass word", nullptr, "sent"},
+      {sink.Port(), 3, "pass word", nullptr, "sent"},
+      {sink.Port(), 3, "no", nullptr, "smtp failed: Failed to authenticate with the given credentials\n"},
+      {sink.Port(), 2, "pass word", none.c_str(), "smtp failed: Failed to read or open a local file\n"},
+      {"1", 1, "", nullptr, "smtp failed: Failed to connect to the mail server\n"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(c.method) + c.to + c.outcome);
     Aim(c.port);
     m_stmp_auth = c.method;
     SetText(m_stmp_auth_password, c.password);
-    Lists(c.to, "", "");
-    const std::string failed = "smtp failed: ";
-    EXPECT_EQ(Mail("m", c.attachment), std::strcmp(c.outcome, "sent") == 0 ? "sent" : failed + c.outcome);
+    EXPECT_EQ(Mail("m", c.attachment), c.outcome);
   }
   ExpectParts(sink.Kept("2.json"), {R"("user": "agent")"});
-  EXPECT_FALSE(std::filesystem::exists(sink.Folder() / "3.eml"));
-  EXPECT_FALSE(std::filesystem::exists(open.Folder() / "1.eml"));
 }
 
 TEST_F(AlarmTest, PostsACardWithThePictureOfItsKind) {
   const Sink sink("webhook_sink.py");
   Aim(sink.Port());
-  for (const uint32_t kind : {4U, 5U}) {
-    ASSERT_EQ(Post("a\n\xB0\xA1\n", kind), "sent");
-    const std::string number = kind == 4 ? "1" : "2";
-    ExpectParts(sink.Kept(number + ".json"), {R"("method": "POST", "path": "/hook", "parsed": true)",
-                                              R"("content-type": "application/json")"});
-    EXPECT_EQ(
-        WithoutDate(sink.Kept(number + ".body"), "\"Send date\",       \"value\": \""),
-        std::string(R"({"@type": "MessageCard","@context": "http://schema.org/extensions",)"
-                    R"("themeColor": "0076D7","summary": "[ IP ] stt","sections": [{   )"
-                    R"("activityTitle": "[ IP ] stt",   "activitySubtitle": "Label",   "activityImage": ")") +
-            alarms::PictureOf(kind, &AlarmPictures::webhook) +
-            R"(",   "facts": [{       "name": "Assigned IP",       "value": "10.1.2.3"    }, {       )"
-            R"("name": "Send date",       "value": "DATE"    }, {       "name": "Message",       )"
-            "\"value\": \"a<br />\xEA\xB0\x80<br />\"    }],    \"markdown\": true}]}");
-  }
+  ASSERT_EQ(Post("a\n\xB0\xA1\n", 4), "sent");
+  ExpectParts(sink.Kept("1.json"), {R"("method": "POST", "path": "/hook", "parsed": true)",
+                                    R"("content-type": "application/json")"});
+  EXPECT_EQ(
+      WithoutDate(sink.Kept("1.body"), "\"Send date\",       \"value\": \""),
+      std::string(R"({"@type": "MessageCard","@context": "http://schema.org/extensions",)"
+                  R"("themeColor": "0076D7","summary": "[ IP ] stt","sections": [{   )"
+                  R"("activityTitle": "[ IP ] stt",   "activitySubtitle": "Label",   "activityImage": ")") +
+          alarms::PictureOf(4, &AlarmPictures::webhook) +
+          R"(",   "facts": [{       "name": "Assigned IP",       "value": "10.1.2.3"    }, {       )"
+          R"("name": "Send date",       "value": "DATE"    }, {       "name": "Message",       )"
+          "\"value\": \"a<br />\xEA\xB0\x80<br />\"    }],    \"markdown\": true}]}");
   m_webhook_apps = 3;
   ASSERT_EQ(Post(std::string(900'000, 'x').c_str()), "sent");
-  ExpectParts(sink.Kept("3.json"), {R"("parsed": true)"});
-  EXPECT_EQ(sink.Kept("3.body").size(), 819'199U);
+  ExpectParts(sink.Kept("2.json"), {R"("parsed": true)"});
+  EXPECT_EQ(sink.Kept("2.body").size(), 819'199U);
   m_webhook_apps = 2;
   ASSERT_EQ(Post("x\ny"), "sent");
-  EXPECT_EQ(WithoutDate(sink.Kept("4.body"), "stt "),
+  EXPECT_EQ(WithoutDate(sink.Kept("3.body"), "stt "),
             "payload={\t\t\t\t\"channel\": \"#test\",              \"username\": \"Label\",     "
             "\t        \"text\": \"[ IP ] stt DATE<br />x<br />y\",              \"icon_emoji\": "
             "\":ghost:\"         }");
 }
 
-// Neither the status nor a redirection is looked at; what fails is the transfer.
+// What is answered is not looked at, nor followed; what fails is the transfer.
 TEST_F(AlarmTest, PostTellsTransferErrors) {
-  const Sink failing("webhook_sink.py", {"--status", "500"});
   const Sink redirecting("webhook_sink.py", {"--behaviour", "redirect"});
-  const Sink resetting("webhook_sink.py", {"--behaviour", "reset"});
-  int refusing = 0;
-  const base::UniqueFd closed = test::BoundSocket(-1, &refusing);
   const std::pair<std::string, std::string> cases[] = {
-      {"http://127.0.0.1:" + failing.Port(), "sent"},
       {"http://127.0.0.1:" + redirecting.Port(), "sent"},
-      {"http://127.0.0.1:" + resetting.Port(), "curl_easy_perform() failed: "},  // found out at either end
-      {"http://127.0.0.1:" + std::to_string(refusing),
-       "curl_easy_perform() failed: Couldn't connect to server\n"},
+      {"http://127.0.0.1:1", "curl_easy_perform() failed: Couldn't connect to server\n"},
       {"nothing://127.0.0.1/", "curl_easy_perform() failed: Unsupported protocol\n"},
-      {"", "curl_easy_perform() failed: URL using bad/illegal format or missing URL\n"},
   };
   for (const auto& [url, outcome] : cases) {
     SetText(m_webhook_server_url, url);
-    const std::string said = Post("m");
-    EXPECT_TRUE(said.starts_with(outcome)) << url << said;
+    EXPECT_EQ(Post("m"), outcome);
   }
   EXPECT_FALSE(std::filesystem::exists(redirecting.Folder() / "2.json"));
 }
@@ -206,13 +180,9 @@ TEST_F(AlarmTest, ATextThatDoesNotConvertIsTracedAndNotSent) {
 }
 
 TEST(AlarmTextTest, ReplacesFromLeftToRight) {
-  const char* const cases[][4] = {{"aaa", "aa", "b", "ba"},
-                                  {"", "a", "b", ""},
-                                  {"abc", "abc", "", ""},
-                                  {"abcabc", "b", "xx", "axxcaxxc"},
-                                  {"ab", "abc", "x", "ab"},
-                                  {"aXa", "a", "aa", "aaXaa"},
-                                  {"a\nb\n", "\n", "<br />", "a<br />b<br />"}};
+  const char* const cases[][4] = {
+      {"aaa", "aa", "b", "ba"}, {"abc", "abc", "", ""},      {"abcabc", "b", "xx", "axxcaxxc"},
+      {"ab", "abc", "x", "ab"}, {"aXa", "a", "aa", "aaXaa"}, {"a\nb\n", "\n", "<br />", "a<br />b<br />"}};
   for (const auto& [text, from, to, expected] : cases) {
     std::string copy = text;
     EXPECT_STREQ(base::UniqueText(replaceAll(copy.data(), from, to)).get(), expected) << text;
@@ -221,21 +191,14 @@ TEST(AlarmTextTest, ReplacesFromLeftToRight) {
   EXPECT_EQ(replaceAll(text, "", "x"), text);
 }
 
+// Of Hangul and hanja three bytes each, of a letter with two, of what has no mapping two, of half a
+// character.
 TEST(AlarmTextTest, PrefixEndsAtACharacter) {
-  const struct {
-    const char* text;
-    size_t limit, bytes;
-  } cases[] = {
-      {"abc", 2, 2},
-      {"abc", 9, 3},
-      {"\xB0\xA1\xB0\xA2", 2, 0},  // three bytes each
-      {"\xB0\xA1\xB0\xA2", 5, 2},
-      {"\xB0\xA1\xB0\xA2", 6, 4},
-      {"a\xA1\xA4z", 3, 3},  // two bytes
-      {"a\x81\xFF", 2, 1},   // no mapping: two bytes
-      {"a\xB0", 9, 1},       // half a character
-  };
-  for (const auto& c : cases) EXPECT_EQ(alarms::PrefixWithin(c.text, c.limit).size(), c.bytes) << c.text;
+  const std::tuple<const char*, size_t, size_t> cases[] = {
+      {"abc", 2, 2}, {"\xB0\xA1\xB0\xA2", 2, 0}, {"\xB0\xA1\xB0\xA2", 5, 2}, {"\xB0\xA1\xB0\xA2", 6, 4},
+      {"abc", 9, 3}, {"a\xA1\xA4z", 3, 3},       {"a\x81\xFF", 2, 1},        {"a\xB0", 9, 1}};
+  for (const auto& [text, limit, bytes] : cases)
+    EXPECT_EQ(alarms::PrefixWithin(text, limit).size(), bytes) << text;
 }
 
 TEST(AlarmTextTest, CutsTheMessageAndKeepsTheLayout) {
@@ -260,36 +223,30 @@ TEST(AlarmTextTest, CutsTheMessageAndKeepsTheLayout) {
 }
 
 TEST(AlarmTextTest, PicturesArePngOfAboutTheLengthsThatTheServicesTake) {
-  const struct {
-    uint32_t kind;
-    double mail, webhook;
-  } cases[] = {{1, 998, 7554}, {2, 854, 6846}, {3, 1022, 7274}, {4, 938, 7106}};
-  for (const auto& c : cases) {
-    const std::string mail = alarms::PictureOf(c.kind, &AlarmPictures::mail);
-    const std::string webhook = alarms::PictureOf(c.kind, &AlarmPictures::webhook);
-    EXPECT_NEAR(static_cast<double>(mail.size()), c.mail, c.mail / 10);
-    EXPECT_NEAR(static_cast<double>(webhook.size()), c.webhook, c.webhook / 10);
-    EXPECT_TRUE(mail.starts_with("data:image/png;base64,iVBORw0KGgo")) << c.kind;
-    EXPECT_TRUE(webhook.starts_with("data:image/png;base64,iVBORw0KGgo")) << c.kind;
+  const double lengths[][2] = {{998, 7554}, {854, 6846}, {1022, 7274}, {938, 7106}};
+  for (uint32_t kind = 1; kind <= 4; ++kind) {
+    const std::string pictures[] = {alarms::PictureOf(kind, &AlarmPictures::mail),
+                                    alarms::PictureOf(kind, &AlarmPictures::webhook)};
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_NEAR(double(pictures[i].size()), lengths[kind - 1][i], lengths[kind - 1][i] / 10) << kind;
+      EXPECT_TRUE(pictures[i].starts_with("data:image/png;base64,iVBORw0KGgo")) << kind;
+    }
   }
-  for (const uint32_t kind : {0U, 5U}) EXPECT_STREQ(alarms::PictureOf(kind, &AlarmPictures::mail), "");
 }
 
 // What the files say is up to the fuzz target "recipients".
 TEST(RecipientsTest, ListsAreReplacedAndFilesMade) {
   const support::TempFolder folder;
   const std::string to = folder.Write("to", "kim a@x\n");
-  const std::string cc = folder / "cc";
-  ASSERT_EQ(GetEMailList(to.c_str(), cc.c_str(), (folder / "none/bcc").c_str()), 1);
-  EXPECT_TRUE(std::filesystem::exists(cc));
+  const std::string pipe = folder / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  ASSERT_EQ(GetEMailList(to.c_str(), (folder / "cc").c_str(), (folder / "none/bcc").c_str()), 1);
+  EXPECT_TRUE(std::filesystem::exists(folder / "cc"));
   const auto before = gEmailLists.Get();
-  EXPECT_EQ(before->receiver_count, 1);
-  EXPECT_EQ(before->reference_count, 0);
-  EXPECT_EQ(before->blind_count, -1);
-  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
-  ASSERT_EQ(GetEMailList((folder / "pipe").c_str(), cc.c_str(), folder.Path().c_str()), 1);
-  EXPECT_EQ(gEmailLists.Get()->receiver_count, 0);
-  EXPECT_EQ(gEmailLists.Get()->blind_count, 0);
+  ASSERT_EQ(GetEMailList(pipe.c_str(), folder.Path().c_str(), to.c_str()), 1);
+  const auto after = gEmailLists.Get();
+  EXPECT_TRUE(before->receiver_count == 1 && before->reference_count == 0 && before->blind_count == -1);
+  EXPECT_TRUE(after->receiver_count == 0 && after->reference_count == 0 && after->blind_count == 1);
   EXPECT_STREQ(before->receivers->At(0).address, "a@x");
 }
 
