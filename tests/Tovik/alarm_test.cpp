@@ -179,18 +179,6 @@ TEST_F(AlarmTest, ATextThatDoesNotConvertIsTracedAndNotSent) {
                          "ERROR WebHook lost: [ IP ] stt, kind 2: its text does not convert to UTF-8"}));
 }
 
-TEST(AlarmTextTest, ReplacesFromLeftToRight) {
-  const char* const cases[][4] = {
-      {"aaa", "aa", "b", "ba"}, {"abc", "abc", "", ""},      {"abcabc", "b", "xx", "axxcaxxc"},
-      {"ab", "abc", "x", "ab"}, {"aXa", "a", "aa", "aaXaa"}, {"a\nb\n", "\n", "<br />", "a<br />b<br />"}};
-  for (const auto& [text, from, to, expected] : cases) {
-    std::string copy = text;
-    EXPECT_STREQ(base::UniqueText(replaceAll(copy.data(), from, to)).get(), expected) << text;
-  }
-  char text[] = "kept";
-  EXPECT_EQ(replaceAll(text, "", "x"), text);
-}
-
 // Of Hangul and hanja three bytes each, of a letter with two, of what has no mapping two, of half a
 // character.
 TEST(AlarmTextTest, PrefixEndsAtACharacter) {

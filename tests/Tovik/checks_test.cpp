@@ -216,9 +216,8 @@ TEST_F(ChecksTest, HangCheckComparesPidAndFlag) {
   std::ifstream("/proc/self/comm") >> m_sz_proc_name;
   std::snprintf(m_sz_svc_pid_file, sizeof m_sz_svc_pid_file, "%s", (folder_ / "pid").c_str());
   DunraSTTUtils::SetHangPath(folder_.Path().c_str());
-  int port = 0;
-  const base::UniqueFd listener = test::BoundSocket(8, &port);
-  m_PROC_PORT = port;
+  const support::Listener listener;
+  m_PROC_PORT = listener.Port();
   const std::tuple<pid_t, int64_t, const char*> cases[] = {
       {::getpid(), 1, "alived"}, {::getpid(), 2, "deaded - process"}, {::getppid(), 1, "deaded - process"}};
   for (const auto& [pid, save, verdict] : cases) {

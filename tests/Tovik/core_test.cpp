@@ -1,12 +1,15 @@
-#include "Tovik/core/config.h"
-
+// The configuration, and what the agent knows of its host.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "Tovik/core/config.h"
 #include "Tovik/core/config_line.h"
+#include "Tovik/core/host.h"
 #include "support/support.h"
 
 namespace {
@@ -99,6 +102,35 @@ TEST(FullPathTest, FollowsTheFirstCharacter) {
     std::snprintf(path, sizeof path, "%s", c.path);
     EXPECT_EQ(FullPath("/opt/a/", path, sizeof path), c.status) << c.path;
     EXPECT_STREQ(path, c.result);
+  }
+}
+
+TEST(HostTest, TheFirstUsableAddressWins) {
+  const struct {
+    std::vector<const char*> addresses;  // null: an interface without one
+    const char* chosen;
+  } cases[] = {{{"packet", "127.0.0.1", "10.1.2.3", "10.1.2.4"}, "10.1.2.3"},
+               {{nullptr, "127.0.0.1", "::1", "10.1.2.3"}, "::1"},
+               {{"127.0.0.2"}, "127.0.0.2"},
+               {{"127.0.0.1"}, "before"},
+               {{}, "before"}};
+  for (const auto& c : cases) {
+    char name[] = "eth0";
+    ifaddrs list[4] = {};
+    sockaddr_in6 storage[4] = {};
+    for (size_t i = 0; i < c.addresses.size(); ++i) {
+      list[i].ifa_name = name;
+      if (i > 0) list[i - 1].ifa_next = &list[i];
+      if (c.addresses[i] == nullptr) continue;
+      list[i].ifa_addr = reinterpret_cast<sockaddr*>(&storage[i]);
+      auto* const v4 = reinterpret_cast<sockaddr_in*>(&storage[i]);
+      const bool is_v4 = inet_pton(AF_INET, c.addresses[i], &v4->sin_addr) == 1;
+      const bool is_v6 = !is_v4 && inet_pton(AF_INET6, c.addresses[i], &storage[i].sin6_addr) == 1;
+      list[i].ifa_addr->sa_family = is_v4 ? AF_INET : is_v6 ? AF_INET6 : AF_PACKET;
+    }
+    char out[IP_TEXT] = "before";
+    ChooseIpAddr(c.addresses.empty() ? nullptr : list, out);
+    EXPECT_STREQ(out, c.chosen);
   }
 }
 
