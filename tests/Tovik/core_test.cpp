@@ -47,7 +47,7 @@ TEST_F(ConfigTest, ReadsKeysOfEveryType) {
 }
 
 TEST_F(ConfigTest, AValueIsLeftOverFromTheLineBefore) {
-  ASSERT_EQ(Read("PROC_NAME first\nSHELL_METHOD start\n;comment\nWATCHDOG_NAME"), 1);
+  ASSERT_EQ(Read("PROC_NAME first\nSHELL_METHOD start\n;a b\n:a b\n/a b\nWATCHDOG_NAME"), 1);
   EXPECT_STREQ(m_sz_watchdog_name, "start");
   ASSERT_EQ(Read("ALARM_A 1.2.3.4:5\nPROC_NAME  \n"), 1);
   EXPECT_STREQ(m_sz_proc_name, "\n");
