@@ -65,10 +65,10 @@ class Sink {
   std::string Port() const { return script_.Port(); }
   // What the sink left under a name: complete, once it is there; empty when it does not come.
   std::string Kept(const std::string& name) const {
-    const std::string path = folder_ / name;
-    support::WaitUntil([&] { return ::access(path.c_str(), F_OK) == 0; });
-    return support::ReadFile(path);
+    support::WaitUntil([&] { return Has(name); });
+    return support::ReadFile(folder_ / name);
   }
+  bool Has(const std::string& name) const { return ::access((folder_ / name).c_str(), F_OK) == 0; }
   const support::TempFolder& Folder() const { return folder_; }
 
  private:
