@@ -1,0 +1,241 @@
+// Alarms as mail and as card, at scripted servers.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "Tovik/alarm_sink.h"
+#include "Tovik/alarms/alarm_pictures.h"
+#include "Tovik/alarms/alarm_text.h"
+#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/webhook.h"
+#include "Tovik/core/host.h"
+#include "Tovik/core/trace.h"
+#include "Tovik/engine_fixture.h"
+
+namespace {
+
+using alarm_test::SetText;
+using alarm_test::Sink;
+using alarms::AlarmPictures;
+using alarms::AlarmText;
+
+class AlarmTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "ALL_PROXY"}) unsetenv(name);
+    ASSERT_EQ(AlarmTransportInit(), 0);
+    SetText(gIpaddr, "10.1.2.3");
+    SetText(m_send_name, "STT Agent");
+    SetText(m_send_email, "agent@example.com");
+    SetText(m_stmp_server_url, "127.0.0.1");
+    m_stmp_auth = m_webhook_apps = 1;
+    Lists("kim kim@example.com\nlee lee@example.com\n", "", "");
+  }
+  void TearDown() override { SetText(gIpaddr, ""); }
+  void Lists(const std::string& to, const std::string& cc, const std::string& bcc) const {
+    ASSERT_EQ(GetEMailList(folder_.Write("to", to).c_str(), folder_.Write("cc", cc).c_str(),
+                           folder_.Write("bcc", bcc).c_str()),
+              1);
+  }
+  static void Aim(const std::string& port) {
+    SetText(m_smtp_server_port, port);
+    SetText(m_webhook_server_url, "http://127.0.0.1:" + port + "/hook");
+  }
+  // What the sending says on standard error; "sent" when it says 1.
+  template <typename Send>
+  static std::string Outcome(Send send) {
+    testing::internal::CaptureStderr();
+    const int result = send();
+    const std::string errors = testing::internal::GetCapturedStderr();
+    return result == 1 && errors.empty() ? "sent" : errors + (result == -1 ? "" : "?");
+  }
+  static std::string Mail(const char* message, const char* attachment = nullptr, uint32_t kind = 2) {
+    return Outcome([&] { return SendAlarmEmail("[ IP ] stt", kind, "Label", message, attachment); });
+  }
+  static std::string Post(const char* message, uint32_t kind = 2) {
+    return Outcome([&] { return SendAlarmWebHook("[ IP ] stt", kind, "Label", message); });
+  }
+  static void ExpectParts(const std::string& record, std::initializer_list<const char*> parts) {
+    for (const char* part : parts)
+      EXPECT_NE(record.find(part), std::string::npos) << part << " in " << record;
+  }
+  // The text with its "yyyy/mm/dd hh:mm:ss" behind a mark replaced by "DATE".
+  static std::string WithoutDate(std::string text, const std::string& mark) {
+    const size_t at = text.find(mark);
+    return at == std::string::npos ? text : text.replace(at + mark.size(), 19, "DATE");
+  }
+  support::TempFolder folder_;
+};
+
+TEST_F(AlarmTest, MailReachesAllRecipientsInOrder) {
+  const Sink sink("mail_sink.py");
+  Aim(sink.Port());
+  // Blank lines become recipients without address, at the end.
+  Lists("\nkim kim@example.com\nlee lee@example.com\n", "park park@example.com\n", "choi choi@example.com\n");
+  ASSERT_EQ(Mail("a\n\xB0\xA1", folder_.Write("agent.cfg", "KEY value\n").c_str()), "sent");
+  ExpectParts(sink.Kept("1.json"),
+              {R"("from": "agent@example.com", "to": ["kim@example.com", "lee@example.com", "<>", )"
+               R"("park@example.com", "choi@example.com"], "user": null)",
+               R"("From": "\"STT Agent\" <agent@example.com>")", R"("Cc": "\"park\" <park@example.com>")",
+               R"("To": "\"kim\" <kim@example.com>, \"lee\" <lee@example.com>, <>")",
+               R"("Subject": "[ IP ] stt")", R"("attached": ["agent.cfg"], "defects": [])"});
+  EXPECT_EQ(sink.Kept("1.attached-1"), "KEY value\n");
+  std::string html = WithoutDate(sink.Kept("1.html"), "color:gray'>");
+  // The line ends that the mail's layout puts behind the body.
+  while (html.ends_with('\n') || html.ends_with('\r')) html.pop_back();
+  EXPECT_EQ(
+      html,
+      std::string("<html><head><title>No Title</title><body><div>\t<div style='margin:auto;width:800px;'>"
+                  "\t\t<div style='padding:5pt 5pt 5pt 7.5pt;background-color:#6365A2;font-size:15pt;"
+                  "font-family:\"Segoe UI\",sans-serif;color:white;'>[ IP ] stt\t\t</div>\t\t"
+                  "<div style='background:#F3F2F1;padding:18pt 7.5pt 15pt 9pt;'>\t\t\t<table>\t\t\t\t<tr>"
+                  "\t\t\t\t\t<td style='padding:7.5pt 7.5pt 0 0;vertical-align:top;width:40px;'>"
+                  "\t\t\t\t\t\t<img src='") +
+          alarms::PictureOf(2, &AlarmPictures::mail) +
+          "' width='40px' style='width:40px; max-width:40px' />\t\t\t\t\t</td>\t\t\t\t\t"
+          "<td style='padding:7.5pt 7.5pt 7.5pt 7.5pt;background-color:#FFFFFF;'>\t\t\t\t\t\t"
+          "<div style='margin-bottom:7.5pt;'>\t\t\t\t\t\t\t<b style='font-size:9pt;font-family:\"Segoe UI\","
+          "sans-serif;color:#323130;'>Label</b>\t\t\t\t\t\t\t<span>&nbsp;&nbsp;&nbsp;&nbsp;</span>"
+          "\t\t\t\t\t\t\t<span style='font-size:9pt;font-family:\"Segoe "
+          "UI\",sans-serif;color:gray'>DATE</span>"
+          "\t\t\t\t\t\t</div>\t\t\t\t\t\t<div style='word-break:break-word;;font-size:10.5pt;"
+          "font-family:\"Segoe UI\",sans-serif;color:#323130'>a<br />\xEA\xB0\x80</div>\t\t\t\t\t</td>"
+          "\t\t\t\t</tr>\t\t\t</table>\t\t</div>\t</div></div></body></html>");
+}
+
+TEST_F(AlarmTest, MailTellsWhatFailed) {
+  const Sink sink("mail_sink.py", {"--user", "agent", "--password", "pass word"});
+  const std::string none = folder_ / "none";
+  SetText(m_stmp_auth_id, "agent");
+  const struct {
+    std::string port;
+    int64_t method;
+    const char *password, *attachment, *outcome;
+  } cases[] = {
+      {sink.Port(), 2, "pass word", nullptr, "sent"},
+      {sink.Port(), 3, "pass word", nullptr, "sent"},
+      {sink.Port(), 3, "no", nullptr, "smtp failed: Failed to authenticate with the given credentials\n"},
+      {sink.Port(), 2, "pass word", none.c_str(), "smtp failed: Failed to read or open a local file\n"},
+      {"1", 1, "", nullptr, "smtp failed: Failed to connect to the mail server\n"},
+  };
+  for (const auto& c : cases) {
+    Aim(c.port);
+    m_stmp_auth = c.method;
+    SetText(m_stmp_auth_password, c.password);
+    EXPECT_EQ(Mail("m", c.attachment), c.outcome);
+  }
+  ExpectParts(sink.Kept("2.json"), {R"("user": "agent")"});
+}
+
+TEST_F(AlarmTest, PostsACardWithThePictureOfItsKind) {
+  const Sink sink("webhook_sink.py");
+  Aim(sink.Port());
+  ASSERT_EQ(Post("a\n\xB0\xA1\n", 4), "sent");
+  ExpectParts(sink.Kept("1.json"), {R"("method": "POST", "path": "/hook", "parsed": true)",
+                                    R"("content-type": "application/json")"});
+  EXPECT_EQ(
+      WithoutDate(sink.Kept("1.body"), "\"Send date\",       \"value\": \""),
+      std::string(R"({"@type": "MessageCard","@context": "http://schema.org/extensions",)"
+                  R"("themeColor": "0076D7","summary": "[ IP ] stt","sections": [{   )"
+                  R"("activityTitle": "[ IP ] stt",   "activitySubtitle": "Label",   "activityImage": ")") +
+          alarms::PictureOf(4, &AlarmPictures::webhook) +
+          R"(",   "facts": [{       "name": "Assigned IP",       "value": "10.1.2.3"    }, {       )"
+          R"("name": "Send date",       "value": "DATE"    }, {       "name": "Message",       )"
+          "\"value\": \"a<br />\xEA\xB0\x80<br />\"    }],    \"markdown\": true}]}");
+  m_webhook_apps = 3;
+  ASSERT_EQ(Post(std::string(900'000, 'x').c_str()), "sent");
+  ExpectParts(sink.Kept("2.json"), {R"("parsed": true)"});
+  EXPECT_EQ(sink.Kept("2.body").size(), 819'199U);
+  m_webhook_apps = 2;
+  ASSERT_EQ(Post("x\ny"), "sent");
+  EXPECT_EQ(WithoutDate(sink.Kept("3.body"), "stt "),
+            "payload={\t\t\t\t\"channel\": \"#test\",              \"username\": \"Label\",     "
+            "\t        \"text\": \"[ IP ] stt DATE<br />x<br />y\",              \"icon_emoji\": "
+            "\":ghost:\"         }");
+}
+
+// What is answered is not looked at, nor followed; what fails is the transfer.
+TEST_F(AlarmTest, PostTellsTransferErrors) {
+  const Sink redirecting("webhook_sink.py", {"--behaviour", "redirect"});
+  const std::pair<std::string, std::string> cases[] = {
+      {"http://127.0.0.1:" + redirecting.Port(), "sent"},
+      {"http://127.0.0.1:1", "curl_easy_perform() failed: Couldn't connect to server\n"},
+      {"nothing://127.0.0.1/", "curl_easy_perform() failed: Unsupported protocol\n"},
+  };
+  for (const auto& [url, outcome] : cases) {
+    SetText(m_webhook_server_url, url);
+    EXPECT_EQ(Post("m"), outcome);
+  }
+  EXPECT_FALSE(redirecting.Has("2.json"));
+}
+
+TEST_F(AlarmTest, ATextThatDoesNotConvertIsTracedAndNotSent) {
+  EXPECT_EQ(test::Messages(test::TraceOf([] {
+              EXPECT_EQ(Mail("hanja \xCA\xA1"), "");
+              EXPECT_EQ(Post("hanja \xCA\xA1"), "");
+            })),
+            (test::Lines{"ERROR Mail lost: [ IP ] stt, kind 2: its text does not convert to UTF-8",
+                         "ERROR WebHook lost: [ IP ] stt, kind 2: its text does not convert to UTF-8"}));
+}
+
+// Of Hangul and hanja three bytes each, of a letter with two, of what has no mapping two, of half a
+// character.
+TEST(AlarmTextTest, PrefixEndsAtACharacter) {
+  const std::tuple<const char*, size_t, size_t> cases[] = {
+      {"abc", 2, 2}, {"\xB0\xA1\xB0\xA2", 2, 0}, {"\xB0\xA1\xB0\xA2", 5, 2}, {"\xB0\xA1\xB0\xA2", 6, 4},
+      {"abc", 9, 3}, {"a\xA1\xA4z", 3, 3},       {"a\x81\xFF", 2, 1},        {"a\xB0", 9, 1}};
+  for (const auto& [text, limit, bytes] : cases)
+    EXPECT_EQ(alarms::PrefixWithin(text, limit).size(), bytes) << text;
+}
+
+TEST(AlarmTextTest, CutsTheMessageAndKeepsTheLayout) {
+  const auto brackets = [](const AlarmText& alarm) {
+    return alarm.title + "[" + alarm.label + alarm.title + "|" + alarm.message + "]";
+  };
+  std::string korean;
+  for (int i = 0; i < 300'000; ++i) korean += "\xB0\xA1";
+  for (const std::string& title : {std::string("t"), std::string("tt"), std::string("ttt"), korean}) {
+    const char* reason = "";
+    const base::UniqueText body =
+        alarms::ConvertBody(alarms::FillLayout({title, korean, korean, "", ""}, brackets), &reason);
+    ASSERT_NE(body, nullptr) << reason;
+    const std::string text = body.get();
+    EXPECT_TRUE(text.size() <= alarms::BODY_LIMIT && text.size() > alarms::BODY_LIMIT - 3) << text.size();
+    EXPECT_TRUE(text.ends_with("\xEA\xB0\x80]"));
+  }
+  for (const size_t size : {alarms::BODY_LIMIT - 3, alarms::BODY_LIMIT - 2}) {
+    EXPECT_EQ(alarms::FillLayout({"", "", std::string(size, 'x'), "", ""}, brackets),
+              "[|" + std::string(alarms::BODY_LIMIT - 3, 'x') + "]");
+  }
+}
+
+TEST(AlarmTextTest, PicturesArePngOfAboutTheLengthsThatTheServicesTake) {
+  const double lengths[][2] = {{998, 7554}, {854, 6846}, {1022, 7274}, {938, 7106}};
+  for (uint32_t kind = 1; kind <= 4; ++kind) {
+    const std::string pictures[] = {alarms::PictureOf(kind, &AlarmPictures::mail),
+                                    alarms::PictureOf(kind, &AlarmPictures::webhook)};
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_NEAR(double(pictures[i].size()), lengths[kind - 1][i], lengths[kind - 1][i] / 10) << kind;
+      EXPECT_TRUE(pictures[i].starts_with("data:image/png;base64,iVBORw0KGgo")) << kind;
+    }
+  }
+}
+
+// What the files say is up to the fuzz target "recipients".
+TEST(RecipientsTest, ListsAreReplacedAndFilesMade) {
+  const support::TempFolder folder;
+  const std::string to = folder.Write("to", "kim a@x\n");
+  const std::string pipe = folder / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  ASSERT_EQ(GetEMailList(to.c_str(), (folder / "cc").c_str(), (folder / "none/bcc").c_str()), 1);
+  EXPECT_TRUE(std::filesystem::exists(folder / "cc"));
+  const auto before = gEmailLists.Get();
+  ASSERT_EQ(GetEMailList(pipe.c_str(), folder.Path().c_str(), to.c_str()), 1);
+  const auto after = gEmailLists.Get();
+  EXPECT_TRUE(before->receiver_count == 1 && before->reference_count == 0 && before->blind_count == -1);
+  EXPECT_TRUE(after->receiver_count == 0 && after->reference_count == 0 && after->blind_count == 1);
+  EXPECT_STREQ(before->receivers->At(0).address, "a@x");
+}
+
+}  // namespace

@@ -1,0 +1,311 @@
+// The engine's protocol: connection, packets, channel status, probe and TLS. The fuzz target "engine" has the
+// replies' details.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "Tovik/alarm_sink.h"
+#include "Tovik/engine/channel_status.h"
+#include "Tovik/engine/engine_session.h"
+#include "Tovik/engine/engine_socket.h"
+#include "Tovik/engine_fixture.h"
+#include "base/net.h"
+#include "tls/certificates.h"
+
+namespace {
+
+using alarm_test::Script;
+using support::Receive;
+using support::Send;
+using test::Bytes;
+using test::Lines;
+using test::Messages;
+using test::TraceOf;
+
+std::string Packet(int status, const std::vector<int32_t>& payload) {
+  return Bytes({5, status, static_cast<int32_t>(payload.size() * 4), 7}) + Bytes(payload);
+}
+
+std::vector<int32_t> Counts(const LVCSR_DATA_CHANNEL& r) {
+  return {r.nThreadCnt, r.nChannelCnt, r.nUsedCnt, r.nWaitCnt, r.nIdleCnt, r.nEntries};
+}
+
+const std::vector<int32_t> TWO = {2, 2, 1, 0, 1, 100, 1, 101, 0};
+const std::vector<int32_t> TWO_COUNTS = {2, 2, 1, 0, 1, 2};
+const std::vector<int32_t> UNTOUCHED = {9, 9, 9, 9, 9, 0};
+const std::vector<int32_t> ZEROS(6, 0);
+
+// A listener whose queue is full drops the attempt: the wait runs out without a message.
+TEST(EngineConnection, SaysWhyThereIsNone) {
+  const base::UniqueFd listener = base::OpenSocket(AF_INET);
+  ASSERT_EQ(::listen(listener.Get(), 0), 0);  // takes a free port
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  ::getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+  const int full = ntohs(address.sin_port);
+  const int refusing = 1;
+  LVCSR_SOCK_HEAD first{};
+  ASSERT_EQ(DunraSTT_INIT("127.0.0.1", full, 0, -5, &first), ENGINE_OK);
+  EXPECT_TRUE(first.uConnTimeout == 1 && first.uRecvTimeout == 1);
+  const std::tuple<const char*, int, const char*> cases[] = {
+      {nullptr, 1, "ERROR [INIT] HOST Nothing"},
+      {"", 1, "ERROR [INIT] HOST Nothing Data is Null"},
+      {"no.such.host.invalid", 5, "ERROR [INIT] getaddrinfo error: -"},
+      {"127.0.0.1", refusing, "ERROR [INIT] 111: "},
+      {"127.0.0.1", full, "ERROR [INIT] HOST Connent("}};
+  for (const auto& [host, port, last] : cases) {
+    LVCSR_SOCK_HEAD head{};
+    const Lines lines = Messages(TraceOf([&] { EXPECT_EQ(DunraSTT_INIT(host, port, 1, 1, &head), -1); }));
+    ASSERT_FALSE(lines.empty()) << last;
+    EXPECT_TRUE(lines.back().starts_with(last)) << lines.back();
+  }
+  long session = 0;
+  EXPECT_EQ(Session_Create("127.0.0.1", full, &session), -3);
+  EXPECT_EQ(Session_Create("127.0.0.1", refusing, &session), -3);
+  EXPECT_EQ(Session_Create(nullptr, refusing, &session), -1);
+  const std::pair<long, int> sessions[] = {{first.uSock, 0}, {first.uSock, -1}, {-1, 0}, {1L << 40, -1}};
+  for (const auto& [number, result] : sessions) EXPECT_EQ(Session_Destroy(number), result) << number;
+}
+
+// Failed probes and queries close descriptor 0, which must never become free for somebody else's file.
+TEST(EngineConnection, LeavesTheNullDeviceOnStandardInput) {
+  auto [near, far] = test::SocketPair();
+  struct stat input {};
+  struct stat null {};
+  ASSERT_EQ(::stat("/dev/null", &null), 0);
+  ASSERT_EQ(::dup2(near.Release(), 0), 0);
+  EXPECT_EQ(Session_Destroy(0), 0);
+  EXPECT_TRUE(::fstat(0, &input) == 0 && input.st_rdev == null.st_rdev);
+  ::close(0);
+  LVCSR_SOCK_HEAD head{};
+  EXPECT_EQ(DunraSTT_EXIT(&head), 0);
+  EXPECT_TRUE(::fstat(0, &input) == 0 && input.st_rdev == null.st_rdev);
+  EXPECT_EQ(::fcntl(0, F_GETFD), 0);
+}
+
+TEST(EnginePacket, IsSentWhole) {
+  auto [near, far] = test::SocketPair();
+  LVCSR_SOCK_HEAD head{};
+  const auto send = [&](int32_t length, const char* data) {
+    const LVCSR_NET_HEADER header{5, 0, length, 9};
+    return SendData(&head, &header, data, 0);
+  };
+  EXPECT_EQ(send(0, nullptr), ENGINE_FAILED);  // descriptor 0
+  head.uSock = near.Get();
+  EXPECT_TRUE(send(4, "data") == ENGINE_OK && send(4, nullptr) == ENGINE_OK && send(-3, "data") == ENGINE_OK);
+  EXPECT_EQ(Receive(far.Get(), 56),
+            Bytes({5, 0, 4, 9}) + "data" + Bytes({5, 0, 4, 9, 0}) + Bytes({5, 0, -3, 9}));
+  far.Reset();
+  head.bUseSSL = 1;
+  const Lines lines = Messages(TraceOf([&] { EXPECT_EQ(send(0, nullptr), ENGINE_FAILED); }));
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_EQ(lines[1], "ERROR [SendData] sendData End [ -1 ]");
+  EXPECT_TRUE(lines[2].starts_with("ERROR [SendData] SSL_ERROR_SSL: SSL 라이브러리에서")) << lines[2];
+}
+
+TEST(EngineChannel, TakesEveryReplyForAClaim) {
+  const struct {
+    const char* what;
+    std::string reply;
+    int result;
+    std::vector<int32_t> counts;
+    int channel = -1;  // of the connection afterwards
+  } cases[] = {
+      {"whole", Packet(1, TWO), 0, TWO_COUNTS, 7},
+      {"status 2", Packet(2, TWO), -1, TWO_COUNTS},
+      {"status 3", Packet(3, TWO), -1, TWO_COUNTS},
+      {"status 4", Packet(4, TWO), -3, TWO_COUNTS},
+      {"no payload", Packet(0, {}), 0, UNTOUCHED, 7},
+      {"three counts", Packet(0, {4, 5, 6}), 0, {4, 5, 6, 0, 0, 0}, 7},
+      {"half an entry", Packet(0, {3, 3, 1, 0, 2, 1, 1, 2}), 0, {3, 3, 1, 0, 2, 1}, 7},
+      {"more than claimed", Packet(0, {1, 1, 0, 0, 0, 1, 1, 2, 2}), 0, {1, 1, 0, 0, 0, 1}, 7},
+      {"below zero", Packet(0, {-1, -1, -1, -1, -1, 1, 1}), 0, {-1, -1, -1, -1, -1, 0}, 7},
+      {"two thousand million bytes", Bytes({5, 0, 2'000'000'000, 7, 1}), -1, UNTOUCHED},
+  };
+  for (const auto& c : cases) {
+    auto [near, far] = test::SocketPair();
+    Send(far.Get(), c.reply);
+    ::shutdown(far.Get(), SHUT_WR);
+    LVCSR_SOCK_HEAD head{};
+    head.uSock = near.Get();
+    LVCSR_DATA_CHANNEL record{9, 9, 9, 9, 9, 0, nullptr};
+    EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), c.result) << c.what;
+    EXPECT_EQ(Counts(record), c.counts) << c.what;
+    EXPECT_EQ(head.uChannel, c.channel) << c.what;
+    dataFree(record.pChannel);
+  }
+}
+
+TEST(EngineChannel, NeedsAConnectionThatAnswers) {
+  auto [near, far] = test::SocketPair();
+  auto [left, gone] = test::SocketPair();
+  gone.Reset();
+  const std::tuple<int, int, Lines> cases[] = {
+      {0, -1, {"ERROR [CHANNEL] Socket ID Create Failed"}},
+      {left.Get(), -1, {"ERROR [CHANNEL] SendData packets Failed[0]"}},
+      {near.Get(), -2, {"INFO [Recv_Wait] select", "INFO [Recv_Wait] select end[ 0 ]"}}};
+  for (const auto& [socket, result, traced] : cases) {
+    LVCSR_SOCK_HEAD head{};
+    LVCSR_DATA_CHANNEL record{};
+    head.uSock = socket;
+    int got = 0;
+    EXPECT_EQ(Messages(TraceOf([&] { got = DunraSTT_GET_CHANNEL(&head, &record); })), traced);
+    EXPECT_EQ(got, result);
+  }
+}
+
+class EngineStatus : public testing::Test {
+ protected:
+  // One query of an engine that gives this answer and closes; what readers see meanwhile goes to seen_.
+  void Query(const std::string& answer) {
+    const support::Peer engine([&](int fd) {
+      EXPECT_EQ(Receive(fd, 16), Bytes({5, 0, 0, -1}));
+      seen_ = Counts(*CurrentChannelStatus());
+      Send(fd, answer);
+    });
+    m_PROC_PORT = engine.Port();
+    EXPECT_EQ(SHM_OPEN(), 1);
+  }
+  std::vector<int32_t> seen_;
+};
+
+TEST_F(EngineStatus, IsTraced) {
+  Lines lines = Messages(TraceOf([&] { Query(Packet(0, TWO)); }));
+  std::erase(lines, "INFO [INIT] getsockopt2 Successed");  // of a connection that took a moment
+  const std::string place = "(127.0.0.1:" + std::to_string(m_PROC_PORT) + ")";
+  ASSERT_EQ(lines.size(), 9U);
+  const std::string number = std::to_string(std::atoi(lines[7].c_str() + lines[7].find("[ ") + 2));
+  EXPECT_EQ(lines,
+            (Lines{"ERROR [INIT] HOST Connent" + place, "INFO [INIT] Successed" + place + "(" + number + ")",
+                   "INFO VALID_SOCKET pHEAD->uSock [ " + number + " ] uSOCK[ " + number + " ]",
+                   "INFO [Recv_Wait] select", "INFO [Recv_Wait] select end[ 1 ]",
+                   "ERROR [CHANNEL] RecvData packets Check[0] Stat[0] Len[36]",
+                   "INFO Thread Count [ 2 ], Channel Count [ 2 ], Used Count [ 1 ], Wait Count [ 0 ], "
+                   "Idle Count [ 1 ]",
+                   "INFO [EXIT] Successed [ " + number + " ]", "INFO Shared memory"}));
+  EXPECT_EQ(Messages(TraceOf([] { EXPECT_EQ(get_recg_svr_wrk_ch_cnt(), 50); })),
+            (Lines{"INFO ch_status_check TotalCh cnt [ 2 ] MaxCh cnt [ 1 ] Percent [ 50 ]",
+                   "INFO recog_channel_status CHID [100], STAT[1]",
+                   "INFO recog_channel_status CHID [101], STAT[0]"}));
+  EXPECT_EQ(TraceOf([] { EXPECT_EQ(ch_status_check(), 2); }),
+            "ch_status_check TotalCh cnt [ 2 ] !!CHID [ 100 ], STATUS [ 1 ]CHID [ 101 ], STATUS [ 0 ]");
+}
+
+TEST_F(EngineStatus, GivesTheShareInUse) {
+  const std::tuple<int32_t, int32_t, int64_t> cases[] = {
+      {3, 2, 66}, {0, 5, INT64_MIN}, {100, 29, 29}, {-4, 1, -25}, {1, INT32_MAX, 214'748'364'800}};
+  for (const auto& [channels, used, percent] : cases) {
+    Query(Packet(0, {1, channels, used, 0, 0, 1, 1}));
+    EXPECT_EQ(get_recg_svr_wrk_ch_cnt(), percent) << used << "/" << channels;
+  }
+}
+
+// Readers see the old answer, zeros while the query is under way, then the new one; who is in the middle of
+// an array keeps it, and an engine that is away leaves it.
+TEST_F(EngineStatus, IsHandedOverWhole) {
+  std::vector<int32_t> many = {30'000, 30'000, 0, 0, 0};  // beyond the first buffer
+  for (int32_t i = 0; i < 30'000; ++i) many.insert(many.end(), {i, 1});
+  Query(Packet(0, many));
+  const auto kept = CurrentChannelStatus();
+  Query(Packet(4, TWO));  // the counts came, whatever the engine's status says
+  EXPECT_EQ(seen_, ZEROS);
+  EXPECT_EQ(Counts(*CurrentChannelStatus()), TWO_COUNTS);
+  m_PROC_PORT = 1;
+  const Lines lines = Messages(TraceOf([] { EXPECT_EQ(SHM_OPEN(), -1); }));
+  EXPECT_EQ(lines[lines.size() - 2], "ERROR [ 1 ] disconnect");
+  EXPECT_EQ(Counts(*CurrentChannelStatus()), TWO_COUNTS);
+  Query(Packet(0, {}));
+  EXPECT_EQ(Counts(*CurrentChannelStatus()), ZEROS);
+  ASSERT_EQ(kept->nEntries, 30'000);
+  EXPECT_EQ(kept->pChannel[29'999].id, 29'999);
+}
+
+TEST(EngineSession, TakesEveryTextReplyAtItsWord) {
+  const auto framed = [](const std::string& text, const std::vector<int64_t>& numbers = {}) {
+    const std::string body = text + Bytes(numbers);
+    char header[32];
+    std::snprintf(header, sizeof header, "%06d D %10zu ", 1, body.size());
+    return header + body;
+  };
+  const std::string data = " D ASR_ACK -c ";
+  const std::tuple<std::string, int, std::vector<int32_t>> cases[] = {
+      {framed("123ASR_ACK"), 0, UNTOUCHED},
+      {framed("123ASR_NAK"), -1, UNTOUCHED},
+      {"000001 D 9999999999 " + data, -1, UNTOUCHED},
+      {framed(data, {4}), 0, {9, 4, 9, 9, 9, 0}},
+      {framed(data, {-4, 0x0000000300000002}), 0, {9, -4, 2, 3, 9, 0}},
+      {framed(data, {2'000'000'000, 1, 7, 1, 7, 0, 9}), 0, {9, 2'000'000'000, 1, 0, 9, 2}},
+  };
+  for (const auto& [reply, result, counts] : cases) {
+    auto [near, far] = test::SocketPair();
+    Send(far.Get(), reply);
+    ::shutdown(far.Get(), SHUT_WR);
+    LVCSR_DATA_CHANNEL record{9, 9, 9, 9, 9, 0, nullptr};
+    EXPECT_EQ(ASR_SVC_CHANNEL(near.Get(), &record), result) << reply;
+    EXPECT_EQ(Counts(record), counts) << reply;
+    EXPECT_EQ(Receive(far.Get(), 24).substr(6), std::string(" D          4  Q \0", 18));
+    for (int32_t i = 0; i < record.nEntries; ++i) EXPECT_EQ(record.pChannel[i].id, 7);
+    dataFree(record.pChannel);
+  }
+}
+
+class EngineTls : public testing::Test {
+ protected:
+  ~EngineTls() override { m_ssl_check = 0; }
+  // The words of an engine with this certificate.
+  std::vector<std::string> With(const std::string& identity, std::vector<std::string> words = {}) const {
+    words.insert(words.end(), {"--cert", Path(identity + ".pem"), "--key", Path(identity + ".key")});
+    return words;
+  }
+  // An empty name stays empty: the key is not configured.
+  std::string Path(const std::string& file) const { return file.empty() ? "" : files_.Path(file); }
+  test::CertificateFolder files_;
+};
+
+TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
+  const Script sound("engine_peer.py", With("server"));
+  const Script demanding("engine_peer.py", With("server", {"--client-ca", Path("ca.pem")}));
+  const Script expired("engine_peer.py", With("expired"));
+  const Script garbage("engine_peer.py", With("server", {"--script", "garbage"}));
+  const Script cut("engine_peer.py", With("server", {"--script", "cut:30"}));
+  const struct {
+    const Script& engine;
+    const char *certificate, *ca;
+    int result;       // of SHM_OPEN
+    int32_t entries;  // of the record
+    const char* traced;
+  } cases[] = {
+      {sound, "", "", 1, 8, "INFO [INIT] SSL Connect Successed"},  // nothing is checked
+      {sound, "client.pem", "ca.pem", 1, 8, "INFO [SendData] sendData start"},
+      {sound, "missing.pem", "ca.pem", 1, 8, "INFO [EXIT] SSL Close Successed"},  // none is asked for
+      {sound, "client.pem", "foreign.pem", -1, 0, "ERROR [INIT] SSL_ERROR_SSL: "},
+      {sound, "client.pem", "missing.pem", -1, 0, "INFO [EXIT] SSL Close Successed"},
+      {demanding, "client.pem", "ca.pem", 1, 8, "INFO [RecvData] recvData start"},
+      // The refusal comes after the handshake: connected, but the query fails.
+      {demanding, "", "", 1, 0, "INFO Shared memory"},
+      {expired, "client.pem", "ca.pem", -1, 0, "ERROR [INIT] SSL_ERROR_SSL: "},
+      // Its socket is closed and forgotten: whoever gets the number next keeps it.
+      {garbage, "", "", -1, 0, "INFO [EXIT] Successed [ -1 ]"},
+      {cut, "", "", 1, 0, "ERROR recvData End [ -1 ]"},
+  };
+  m_ssl_check = 1;
+  alarm_test::SetText(m_sz_key_file, Path("client.key"));
+  alarm_test::SetText(m_sz_ssl_password, "secret");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.certificate) + " " + c.ca + " " + c.traced);
+    SHM_CLOS();
+    m_PROC_PORT = std::stoi(c.engine.Port());
+    alarm_test::SetText(m_sz_cert_file, Path(c.certificate));
+    alarm_test::SetText(m_sz_ca_file, Path(c.ca));
+    const std::string trace = TraceOf([&] { EXPECT_EQ(SHM_OPEN(), c.result); });
+    bool traced = false;
+    for (const std::string& line : Messages(trace)) traced = traced || line.starts_with(c.traced);
+    EXPECT_TRUE(traced) << trace;
+    EXPECT_EQ(CurrentChannelStatus()->nEntries, c.entries);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,119 @@
+// Snapshots of a process file system made of ordinary files. The fuzz target "proc" has the parsers' details.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "support/support.h"
+#include "sysinfo/qxapi_internal.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+struct Close {
+  void operator()(qxapi_process* list) const { qxapi_close_process(list); }
+};
+using ProcessList = std::unique_ptr<qxapi_process, Close>;
+
+class Snapshot : public testing::Test {
+ protected:
+  void Write(const std::string& entry, const std::string& file, const std::string& text) const {
+    std::filesystem::create_directory(proc_ / entry);
+    proc_.Write(entry + "/" + file, text);
+  }
+  void WriteStat(const std::string& comm, const std::string& nice, const std::string& pages) const {
+    Write("7", "stat",
+          "7 (" + comm + ") S 1 7 7 0 -1 4194304 103 0 0 0 250 125 1 2 20 " + nice + " 3 0 136868 3133440 " +
+              pages + " 18446744073709551615 1 1 0\n");
+  }
+  ProcessList Open() const { return ProcessList(qxapi_open_process(proc_.Path().c_str())); }
+  static const qxapi_process* Find(const ProcessList& list, int32_t pid) {
+    const qxapi_process* process = list.get();
+    while (process != nullptr && process->pid != pid) process = process->next;
+    return process;
+  }
+  support::TempFolder proc_;
+};
+
+TEST_F(Snapshot, FillsAWholeRecord) {
+  Write("7", "cmdline", "stt\0\0-x\0"s);
+  Write("7", "status",
+        "Name:\ta) R (b\nSTATE:\tS (sleeping)\nPid:\t77\nPPid:\t1\nUid:\t0\t1\nGid:\t3\t1\n"
+        "VmSize:\t 3060 kB\nThreads:\t4\n");
+  WriteStat("a) R (b", "-5", "376");
+  const ProcessList list = Open();
+  ASSERT_NE(list, nullptr);
+  const qxapi_process& p = *list;
+  EXPECT_EQ(p.next, nullptr);
+  EXPECT_EQ(p.pid, 77);  // the status file's
+  EXPECT_EQ(std::string(p.cmdline, p.cmdline_len + 1), "stt\0\0-x\0\0"s);
+  ASSERT_EQ(p.argc, 3U);
+  EXPECT_EQ(p.argv[2], p.cmdline + 5);
+  EXPECT_STREQ(p.command, "stt  -x");
+  EXPECT_STREQ(p.name, "a) R (b");
+  EXPECT_STREQ(p.state, "S <");
+  EXPECT_STREQ(p.owner, "root");
+  EXPECT_EQ(p.rss_kb, 376U * static_cast<uint64_t>(::sysconf(_SC_PAGESIZE) / 1024));
+  const int64_t figures[] = {p.ppid,           p.uid, p.gid, int64_t(p.vmsize), p.threads, int64_t(p.utime),
+                             int64_t(p.stime), p.nice};
+  const int64_t expected[] = {1, 0, 3, 3060, 4, 250, 125, -5};
+  for (size_t i = 0; i < std::size(expected); ++i) EXPECT_EQ(figures[i], expected[i]) << i;
+}
+
+TEST_F(Snapshot, TellsTheStateInThreeLetters) {
+  const char* const cases[][4] = {{"S (sleeping)", "0", "1", "S  "},
+                                  {"S (sleeping)", "0", "0", "SW "},
+                                  {"Z (zombie)", "0", "0", "Z  "},
+                                  {"R (running)", "5", "1", "R N"},
+                                  {"I (idle)", "-20", "0", "IW<"}};
+  for (const auto& [state, nice, pages, letters] : cases) {
+    Write("7", "status", "State:\t"s + state + "\n");
+    WriteStat("x", nice, pages);
+    EXPECT_STREQ(Open()->state, letters);
+  }
+}
+
+TEST_F(Snapshot, TakesProcessesAndWhatIsLeftOfThem) {
+  for (const char* entry : {"12abc", "010", "0x1F", "self", "-5"}) Write(entry, "other", "");
+  proc_.Write("99", "a file");
+  Write("2", "cmdline", "");
+  Write("2", "status", "Name:\tkthreadd\nState:\tS\nUid:\t3999999999\n");
+  Write("2", "stat", "2 (kthreadd) S 0 0 0 0 -1 1 0 0 0 0 250 125 0 0 20 5 1 0 1");  // cut short
+  const ProcessList list = Open();
+  size_t count = 0;
+  for (const qxapi_process* p = list.get(); p != nullptr; p = p->next) ++count;
+  EXPECT_EQ(count, 4U);
+  for (const int32_t pid : {12, 8, 31}) {
+    ASSERT_NE(Find(list, pid), nullptr) << pid;
+    EXPECT_STREQ(Find(list, pid)->state, " W ");
+  }
+  const qxapi_process* const kernel = Find(list, 2);
+  ASSERT_NE(kernel, nullptr);
+  EXPECT_TRUE(kernel->cmdline == nullptr && kernel->argv == nullptr && kernel->command == nullptr);
+  EXPECT_STREQ(kernel->name, "kthreadd");
+  EXPECT_STREQ(kernel->owner, "owner");
+  EXPECT_EQ(kernel->utime, 0U);
+  EXPECT_EQ(qxapi_open_process((proc_ / "none").c_str()), nullptr);
+}
+
+TEST_F(Snapshot, CutsACommandLineAtItsLimits) {
+  Write("1", "cmdline", std::string(3145727, 'a') + "b");
+  Write("2", "cmdline", std::string(65536, 'a') + "b");
+  Write("3", "cmdline", std::string(3145727, '\0'));
+  const ProcessList list = Open();
+  EXPECT_EQ(Find(list, 1)->cmdline_len, 3145727U);
+  EXPECT_EQ(Find(list, 1)->cmdline[3145726], 'a');
+  EXPECT_EQ(Find(list, 2)->cmdline[65536], 'b');
+  EXPECT_EQ(Find(list, 3)->argc, 393216U);
+}
+
+TEST(Text, IsFormattedUpToItsLimitOrNotAtAll) {
+  const std::string filler(0x80000, 'x');
+  const int limit = 0x80000 - 4096;
+  const base::UniqueText text(__qxapi_alloc_sprintf__("%.*s", limit - 1, filler.c_str()));
+  EXPECT_EQ(std::string(text.get()), filler.substr(4097));
+  EXPECT_EQ(__qxapi_alloc_sprintf__("%.*s", limit, filler.c_str()), nullptr);
+}
+
+}  // namespace
