@@ -1,51 +1,55 @@
-// A Python script as the other side of a session.
+// A scripted mail server.
 #ifndef TESTS_SMTP_PEER_H
 #define TESTS_SMTP_PEER_H
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "smtp/smtp_internal.h"
+#include "support/support.h"
 
-// Runs a script that prints "PORT n" and, in the end, its findings. Arguments hold no single quote.
-class Peer {
+// Each reply follows what the client sends: a line, or after 354 the mail up to its dot. "flood TEXT" sends
+// the text without end, "end" ends the server's side. After the last it listens.
+class MailPeer {
  public:
-  Peer(const std::string& script, const std::vector<std::string>& arguments) {
-    std::string command = "exec /usr/bin/python3 " + script;
-    for (const auto& argument : arguments) command += " '" + argument + "'";
-    pipe_ = ::popen(command.c_str(), "re");
-    int port = 0;
-    if (pipe_ != nullptr && std::fscanf(pipe_, "PORT %d", &port) == 1) std::fgetc(pipe_);
-    port_ = std::to_string(port);
+  explicit MailPeer(std::vector<std::string> replies)
+      : replies_(std::move(replies)), peer_([this](int fd) { Serve(fd); }) {}
+  // smtp_open to it; the session is closed by the test.
+  int Open(smtp_session** session, unsigned flags = 0) const {
+    return smtp_open("127.0.0.1", std::to_string(peer_.Port()).c_str(), 0, flags, nullptr, session);
   }
-  ~Peer() { Received(); }
-  Peer(const Peer&) = delete;
-  Peer& operator=(const Peer&) = delete;
-
-  const char* Port() const { return port_.c_str(); }
-  // Waits for the script's end; what it printed after the port.
-  std::string Received() {
-    for (int c = 0; pipe_ != nullptr && (c = std::fgetc(pipe_)) != EOF;) received_ += static_cast<char>(c);
-    if (pipe_ != nullptr) ::pclose(pipe_);
-    pipe_ = nullptr;
+  // Waits for the client's end; all that it sent.
+  const std::string& Received() {
+    peer_.Finish();
     return received_;
   }
 
  private:
-  FILE* pipe_ = nullptr;
-  std::string port_;
-  std::string received_;
-};
-
-// The scripted mail server of tests/peers.
-class MailPeer : public Peer {
- public:
-  explicit MailPeer(const std::vector<std::string>& steps) : Peer(SMTP_PEER, steps) {}
-  // smtp_open to it; the session is closed by the test.
-  int Open(smtp_session** session, unsigned flags = 0) const {
-    return smtp_open("127.0.0.1", Port(), 0, flags, nullptr, session);
+  bool Read(int fd) {
+    char bytes[65536];
+    const ssize_t got = ::recv(fd, bytes, sizeof bytes, 0);
+    if (got > 0) received_.append(bytes, static_cast<size_t>(got));
+    return got > 0;
   }
+  void Serve(int fd) {
+    for (const std::string& reply : replies_) {
+      const size_t start = received_.size();
+      if (reply == "end") {
+        ::shutdown(fd, SHUT_WR);
+      } else if (reply.starts_with("flood ")) {
+        while (::send(fd, reply.data() + 6, reply.size() - 6, MSG_NOSIGNAL) > 0) continue;
+      } else {
+        support::Send(fd, reply + "\r\n");
+      }
+      const char* const mark = reply.starts_with("354 ") ? "\r\n.\r\n" : "\n";
+      while (received_.find(mark, start) == std::string::npos && Read(fd)) continue;
+    }
+    while (Read(fd)) continue;
+  }
+
+  std::vector<std::string> replies_;
+  std::string received_;
+  support::Peer peer_;
 };
 
 #endif
