@@ -10,7 +10,6 @@ namespace {
 
 using std::string_literals::operator""s;
 
-constexpr int PORT_OF_NOBODY = 1;
 constexpr size_t TAG = 7;  // at the head of a frame: the number of the agent's socket
 const std::string OPEN_OK = "000001 C 000007 OPEN_OK";
 const std::string DATA_OK = "000001 C 000015 DATA_RECEIVE_OK";
@@ -87,7 +86,6 @@ TEST_F(ReportTest, TracesWhatTheServerDidWrong) {
       {"000001 C 999999 OPEN_OK", "", "[ SVC_OPEN ] : Data Pack Recv Failed(999999 )"},
       {"000001 C 000007 OPEN_NO", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(7)"},
       {"000001 C 000000 ", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(0)"},
-      {"%n%s%n%s%n -0005%n%n%s%s", "", "[ SOCK_SVC ] : svc ch open fail."},
       {OPEN_OK, "bad", "[ CH_DATA ] : Header Pack Recv Failed."},
       {OPEN_OK + "and more", DATA_OK, "[ CH_DATA ] : Data Pack Recv Failed("},
       {OPEN_OK, "000001 C 000015 DATA", "[ CH_DATA ] : Data Pack Recv Failed(000015 )"},
@@ -104,18 +102,6 @@ TEST_F(ReportTest, ClosesAChannelWhenAsked) {
   EXPECT_EQ(Report("000001 C 000008 CLOSE_OK", "", 0, nullptr), 1);
   EXPECT_EQ(open_.substr(TAG), "C 000005 CLOSE");
   EXPECT_TRUE(Traced("[ SVC_CLOSE ] : Channel Close(000021:")) << traced_;
-}
-
-TEST_F(ReportTest, TracesAConnectThatFails) {
-  testing::internal::CaptureStdout();
-  CDIOSVC service;
-  for (const char* address : {"no address", "127.0.0.1"}) {
-    EXPECT_EQ(service.initialize_svc(3, address, PORT_OF_NOBODY, 0, "", TRACE_INFO), -1);
-  }
-  traced_ = testing::internal::GetCapturedStdout();
-  EXPECT_TRUE(Traced("[ SOCK_SVC ] : CONNECT SOCK FAIL(no address:1) : ")) << traced_;
-  EXPECT_TRUE(Traced("[ SOCK_SVC ] : CONNECT SOCK FAIL(127.0.0.1:1) : 111"));
-  EXPECT_TRUE(Traced("[ SOCK_SVC ] : initialize sock svc fail"));
 }
 
 TEST(FramesTest, AlarmTextsByCode) {
