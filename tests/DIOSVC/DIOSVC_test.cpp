@@ -110,15 +110,4 @@ TEST(FramesTest, AlarmTextsByCode) {
   for (int code = -1; code < 8; ++code) EXPECT_STREQ(frames::AlarmText(code), texts[code + 1]);
 }
 
-TEST(FramesTest, FormatsATimeInTwoModes) {
-  std::tm when{};
-  when.tm_year = 126;
-  when.tm_mon = 10;
-  when.tm_mday = 21;
-  when.tm_hour = 9;
-  EXPECT_STREQ(CDIOSVC::timeToString(&when, 0), "202611\\21\\09\\");
-  EXPECT_STREQ(CDIOSVC::timeToString(&when, 1), "202611/21/09");
-  EXPECT_STREQ(CDIOSVC::timeToString(&when, 2), "202611/21/09");
-}
-
 }  // namespace

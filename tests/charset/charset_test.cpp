@@ -61,29 +61,6 @@ TEST(Codec, SweepOfAllCodes) {
   EXPECT_EQ(hangul, 11172U);
 }
 
-TEST(Decode, EdgesOfTextAndRoom) {
-  const struct {
-    std::string in;
-    int32_t room, result;
-    std::string out;  // of room bytes, '?' where nothing is written
-  } cases[] = {
-      {"ab", 4, 2, "ab\0?"s},
-      {"ab", 2, -1, "ab"},
-      {"\xEA\xB0\x80", 3, 2, "\xB0\xA1\0"s},
-      {"\xEA\xB0\x80", 1, -1, "\xB0"},
-      {"\xED\x9E\xA3", 3, 2, "\xC6\x52\0"s},  // the last syllable
-      {"x\xED\x9E\xA4", 4, -1, "x ??"},       // behind it
-      {"x\xEA\xAF\xBF", 4, -1, "x ??"},       // before the first
-      {"A\xC3\xA9", 4, 3, "A  \0"s},          // two bytes long
-      {"\xEA\xB0", 3, 2, "  \0"s},            // cut off
-  };
-  for (const auto& c : cases) {
-    std::string out(c.room, '?');
-    EXPECT_EQ(decode_UTF8(c.in.c_str(), static_cast<int32_t>(c.in.size()), out.data(), c.room), c.result);
-    EXPECT_EQ(out, c.out) << c.in;
-  }
-}
-
 TEST(IsUtf8, FormsAtEveryPlaceInAText) {
   const struct {
     std::string text;

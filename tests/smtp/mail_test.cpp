@@ -1,7 +1,8 @@
 // The dialogue with a mail server, byte for byte, and what each of its failures comes to.
 #include <gtest/gtest.h>
 
-#include "smtp/peer.h"
+#include "smtp/smtp_internal.h"
+#include "support/support.h"
 
 namespace {
 
@@ -10,12 +11,51 @@ using Replies = std::vector<std::string>;
 const std::string OK = "250 ok";
 const std::string GO = "354 go";
 
-// The replies to the connection and to EHLO, then these.
-Replies Greeted(const Replies& more) {
-  Replies all = {"220 hello", "250 hello"};
-  all.insert(all.end(), more.begin(), more.end());
-  return all;
-}
+// A scripted mail server. Each reply follows what the client sends: a line, or after 354 the mail up to its
+// dot. "flood TEXT" sends the text without end, "end" ends the server's side. After the last it listens.
+class MailPeer {
+ public:
+  explicit MailPeer(std::vector<std::string> replies)
+      : replies_(std::move(replies)), peer_([this](int fd) { Serve(fd); }) {}
+  // A session with it, which the test closes.
+  smtp_session* Open() const {
+    smtp_session* session = nullptr;
+    smtp_open("127.0.0.1", std::to_string(peer_.Port()).c_str(), 0, 0, nullptr, &session);
+    return session;
+  }
+  // Waits for the client's end; all that it sent.
+  const std::string& Received() {
+    peer_.Finish();
+    return received_;
+  }
+
+ private:
+  bool Read(int fd) {
+    char bytes[65536];
+    const ssize_t got = ::recv(fd, bytes, sizeof bytes, 0);
+    if (got > 0) received_.append(bytes, static_cast<size_t>(got));
+    return got > 0;
+  }
+  void Serve(int fd) {
+    for (const std::string& reply : replies_) {
+      const size_t start = received_.size();
+      if (reply == "end") {
+        ::shutdown(fd, SHUT_WR);
+      } else if (reply.starts_with("flood ")) {
+        while (::send(fd, reply.data() + 6, reply.size() - 6, MSG_NOSIGNAL) > 0) continue;
+      } else {
+        support::Send(fd, reply + "\r\n");
+      }
+      const char* const mark = reply.starts_with("354 ") ? "\r\n.\r\n" : "\n";
+      while (received_.find(mark, start) == std::string::npos && Read(fd)) continue;
+    }
+    while (Read(fd)) continue;
+  }
+
+  std::vector<std::string> replies_;
+  std::string received_;
+  support::Peer peer_;
+};
 
 TEST(SmtpStatus, TextsAndLimits) {
   smtp_session session;
@@ -76,56 +116,9 @@ TEST(SmtpLists, RefusesTextsThatBreakTheirRule) {
   }
 }
 
-TEST(SmtpOpen, WhatTheHandshakeAccepts) {
-  const std::pair<Replies, int> cases[] = {
-      {{"554 go away", "502 what"}, 0},
-      {{"220-a\r\n220 b"}, 0},  // the second line is taken for the reply to EHLO
-      {{"end"}, 0},
-      {{"flood a"}, SMTP_HANDSHAKE_FAILED},
-      {{"220 hello", "flood 250-x\r\n"}, SMTP_HANDSHAKE_FAILED},
-  };
-  for (const auto& [replies, status] : cases) {
-    MailPeer peer(replies);
-    smtp_session* session = nullptr;
-    EXPECT_EQ(peer.Open(&session), status) << replies.back();
-    EXPECT_EQ(session->readTimeout, 300);
-    EXPECT_EQ(smtp_close(session), status);
-    EXPECT_TRUE(status != 0 || peer.Received() == "EHLO smtp\r\nQUIT\r\n") << peer.Received();
-  }
-}
-
-TEST(SmtpAuth, SendsAndExpects) {
-  const std::string plain = "AUTH PLAIN AHVzZXIAcGFzcw==\r\n";
-  const std::string login = "AUTH LOGIN dXNlcg==\r\n";
-  const struct {
-    int method;
-    Replies replies;
-    int status;
-    std::string sent;
-  } cases[] = {
-      {1, {}, 0, ""},
-      {4, {}, SMTP_INVALID, ""},
-      {2, {"235-a\r\n235 b"}, 0, plain},
-      {2, {"250 ok"}, SMTP_AUTH_FAILED, plain},
-      {2, {"end"}, SMTP_AUTH_FAILED, plain},
-      {3, {"334 UGFzc3dvcmQ6", "235 in"}, 0, login + "cGFzcw==\r\n"},
-      {3, {"504 no"}, SMTP_AUTH_FAILED, login},
-      {3, {"334 UGFzc3dvcmQ6", "535 no"}, SMTP_AUTH_FAILED, login + "cGFzcw==\r\n"},
-  };
-  for (const auto& c : cases) {
-    MailPeer peer(Greeted(c.replies));
-    smtp_session* session = nullptr;
-    ASSERT_EQ(peer.Open(&session), 0);
-    EXPECT_EQ(smtp_auth(session, c.method, "user", "pass"), c.status);
-    EXPECT_EQ(smtp_close(session), c.status);
-    EXPECT_EQ(peer.Received(), "EHLO smtp\r\n" + c.sent + "QUIT\r\n");
-  }
-}
-
 TEST(SmtpMail, IsPrintedByteForByte) {
-  MailPeer peer(Greeted({OK, "550 no", OK, OK, OK, GO, OK}));
-  smtp_session* session = nullptr;
-  ASSERT_EQ(peer.Open(&session), 0);
+  MailPeer peer({"220 hello", OK, OK, "550 no", OK, OK, OK, GO, OK});
+  smtp_session* session = peer.Open();
   smtp_address_add(session, SMTP_ADDRESS_BCC, "h@y", "Hidden");
   smtp_address_add(session, SMTP_ADDRESS_TO, "b@y", "");
   smtp_address_add(session, SMTP_ADDRESS_FROM, "a@x", "The Agent");
@@ -165,56 +158,55 @@ TEST(SmtpMail, IsPrintedByteForByte) {
           line.substr(0, 78) + "\r\n" + line.substr(78) + "YQ==\r\n\r\n\r\n--BOUNDARY--\r\n.\r\nQUIT\r\n");
 }
 
-// A mail whose caller says what its body is.
-int SendPlain(MailPeer* peer, const char* sender, int* timeout) {
-  smtp_session* session = nullptr;
-  EXPECT_EQ(peer->Open(&session), 0);
-  if (sender != nullptr) smtp_address_add(session, SMTP_ADDRESS_FROM, sender, nullptr);
-  smtp_address_add(session, SMTP_ADDRESS_TO, "b@y", "");
-  smtp_header_add(session, "Date", "today");
-  smtp_header_add(session, "Content-Type", "text/plain");
-  smtp_attachment_add_mem(session, "a.txt", "a", 1);
-  const int status = smtp_mail(session, "\nbody\n.dot");
-  *timeout = static_cast<int>(session->readTimeout);
-  EXPECT_EQ(smtp_close(session), status);
-  return status;
-}
-
-TEST(SmtpMail, ACallersContentTypeLeavesTheBodyAlone) {
-  MailPeer peer(Greeted({OK, OK, GO, OK}));
-  int timeout = 0;
-  EXPECT_EQ(SendPlain(&peer, "a@x", &timeout), 0);
-  EXPECT_EQ(peer.Received().substr(peer.Received().find("DATA")),
-            "DATA\r\nContent-Type: text/plain\r\nDate: today\r\nFrom: <a@x>\r\n"
-            "To: <b@y>\r\n\nbody\n..dot\r\n.\r\nQUIT\r\n");
-}
-
-TEST(SmtpMail, OnlyDataAndTheDotHaveRepliesThatCount) {
+TEST(SmtpMail, EachReplyHasItsConsequence) {
+  const std::string HELLO = "220 hello";
+  const std::string plain = "AUTH PLAIN AHVzZXIAcGFzcw==\r\n";
+  const std::string login = "AUTH LOGIN dXNlcg==\r\n";
+  const std::string envelope = "MAIL FROM:<a@x>\r\nRCPT TO:<b@y>\r\nDATA\r\n";
+  const std::string mail =
+      envelope +
+      "Content-Type: text/plain\r\nDate: today\r\nFrom: <a@x>\r\nTo: <b@y>\r\n\nbody\n..dot\r\n.\r\n";
   const struct {
+    int method;
     Replies replies;
     int status, timeout;
+    std::string sent;  // between EHLO and QUIT; "?": cut by the flood
+    const char* sender = "a@x";
   } cases[] = {
-      {{"550 no", "x", GO, OK}, 0, 600},
-      {{OK, OK, "354"}, SMTP_UNEXPECTED_CODE, 120},
-      {{OK, OK, "250 ok"}, SMTP_UNEXPECTED_CODE, 120},
-      {{OK, OK, "flood x"}, SMTP_RECEIVE_FAILED, 120},
-      {{OK, OK, GO, "552 too big"}, SMTP_UNEXPECTED_CODE, 600},
-      {{OK, OK, GO, "end"}, SMTP_UNEXPECTED_CODE, 600},
-      {{OK, OK, GO, "flood 250-x\r\n"}, SMTP_RECEIVE_FAILED, 600},
-      {{"flood x"}, SMTP_RECEIVE_FAILED, 300},
-      {{"end"}, SMTP_UNEXPECTED_CODE, 120},
+      {1, {"554 away", "502 what", "550 no", "x", GO, OK}, 0, 600, mail},
+      {1, {"flood a"}, SMTP_HANDSHAKE_FAILED, 300, "?"},
+      {1, {HELLO, "flood 250-x\r\n"}, SMTP_HANDSHAKE_FAILED, 300, "?"},
+      {2, {HELLO, OK, "235-a\r\n235 b", OK, OK, GO, OK}, 0, 600, plain + mail},
+      {3, {HELLO, OK, "334 UGFz", "235 in", OK, OK, GO, OK}, 0, 600, login + "cGFzcw==\r\n" + mail},
+      {4, {HELLO, OK}, SMTP_INVALID, 300, ""},
+      {2, {HELLO, OK, "250 ok"}, SMTP_AUTH_FAILED, 300, plain},
+      {2, {HELLO, OK, "end"}, SMTP_AUTH_FAILED, 300, plain},
+      {3, {HELLO, OK, "504 no"}, SMTP_AUTH_FAILED, 300, login},
+      {3, {HELLO, OK, "334 UGFz", "535 no"}, SMTP_AUTH_FAILED, 300, login + "cGFzcw==\r\n"},
+      {1, {HELLO, OK, "flood x"}, SMTP_RECEIVE_FAILED, 300, "?"},
+      {1, {HELLO, OK, OK, OK, "354"}, SMTP_UNEXPECTED_CODE, 120, envelope},
+      {1, {HELLO, OK, OK, OK, "250 ok"}, SMTP_UNEXPECTED_CODE, 120, envelope},
+      {1, {HELLO, OK, OK, OK, "flood x"}, SMTP_RECEIVE_FAILED, 120, "?"},
+      {1, {HELLO, OK, OK, OK, GO, "552 too big"}, SMTP_UNEXPECTED_CODE, 600, mail},
+      {1, {HELLO, OK, OK, OK, GO, "end"}, SMTP_UNEXPECTED_CODE, 600, mail},
+      {1, {HELLO, OK, OK, OK, GO, "flood 250-x\r\n"}, SMTP_RECEIVE_FAILED, 600, "?"},
+      {1, {HELLO, OK}, SMTP_INVALID, 300, "", "bad address"},
+      {1, {HELLO, OK}, SMTP_INVALID, 300, "", nullptr},
   };
   for (const auto& c : cases) {
-    MailPeer peer(Greeted(c.replies));
-    int timeout = 0;
-    EXPECT_EQ(SendPlain(&peer, "a@x", &timeout), c.status) << c.replies.back();
-    EXPECT_EQ(timeout, c.timeout) << c.replies.back();
-  }
-  for (const char* sender : {"bad address", static_cast<const char*>(nullptr)}) {
-    MailPeer peer(Greeted({}));
-    int timeout = 0;
-    EXPECT_EQ(SendPlain(&peer, sender, &timeout), SMTP_INVALID);
-    EXPECT_EQ(peer.Received(), "EHLO smtp\r\nQUIT\r\n");
+    SCOPED_TRACE(std::to_string(&c - cases));
+    MailPeer peer(c.replies);
+    smtp_session* session = peer.Open();
+    smtp_auth(session, c.method, "user", "pass");
+    if (c.sender != nullptr) smtp_address_add(session, SMTP_ADDRESS_FROM, c.sender, nullptr);
+    smtp_address_add(session, SMTP_ADDRESS_TO, "b@y", "");
+    smtp_header_add(session, "Date", "today");
+    smtp_header_add(session, "Content-Type", "text/plain");  // so the body is left alone
+    smtp_attachment_add_mem(session, "a.txt", "a", 1);
+    EXPECT_EQ(smtp_mail(session, "\nbody\n.dot"), c.status);
+    EXPECT_EQ(session->readTimeout, c.timeout);
+    EXPECT_EQ(smtp_close(session), c.status);
+    EXPECT_TRUE(c.sent == "?" || peer.Received() == "EHLO smtp\r\n" + c.sent + "QUIT\r\n") << peer.Received();
   }
 }
 

@@ -50,30 +50,25 @@ TEST(SmtpText, WritesDatesWithWholeHoursOfZone) {
   }
   moment.tm_mon = 12;
   EXPECT_EQ(smtp_date_format(moment, 0, date), -1);
-  for (const auto& [name, zone] : {std::pair{"IST-5:30", "+0500"}, {"XST3:30", "-0300"}}) {
-    ::setenv("TZ", name, 1);
-    ::tzset();
-    ASSERT_EQ(smtp_date_rfc_2822(date), 0);
-    EXPECT_STREQ(date + 26, zone);
-  }
+  ::setenv("TZ", "XST3:30", 1);
+  ::tzset();
+  ASSERT_EQ(smtp_date_rfc_2822(date), 0);
+  EXPECT_STREQ(date + 26, "-0300");
 }
 
-TEST(SmtpText, ReadsFilesOfKnownAndUnknownSize) {
+TEST(SmtpText, EncodesFilesOfAnySize) {
   const support::TempFolder folder;
   size_t length = 0;
   for (const size_t size : {0UL, 511UL, 513UL, 59903UL, 59904UL, 59905UL, 200000UL}) {
     std::string data(size, '\0');
     for (size_t i = 0; i < size; ++i) data[i] = static_cast<char>(i * 7 + i / 251);
     const std::string path = folder.Write("file", data);
-    const base::UniqueText read(smtp_file_get_contents(path.c_str(), &length));
-    EXPECT_TRUE(std::string(read.get(), length) == data) << size;
     const std::string lines = Take(smtp_base64_lines(data.data(), size, &length));
     EXPECT_TRUE(Take(smtp_file_base64_lines(path.c_str(), &length)) == lines) << size;
     EXPECT_EQ(length, lines.size());
   }
-  // Says that it is empty.
-  EXPECT_EQ(Take(smtp_file_get_contents("/proc/self/status", &length)).substr(0, 5), "Name:");
-  EXPECT_EQ(smtp_file_get_contents(folder.Path().c_str(), &length), nullptr);
+  EXPECT_EQ(Take(smtp_file_base64_lines("/proc/self/status", &length)).substr(0, 4), "TmFt");  // it says 0
+  EXPECT_EQ(smtp_file_base64_lines(folder.Path().c_str(), &length), nullptr);
   EXPECT_EQ(errno, EISDIR);
   ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
   EXPECT_EQ(Take(smtp_file_base64_lines((folder / "fifo").c_str(), &length)), "\r\n");
