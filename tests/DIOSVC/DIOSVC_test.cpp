@@ -73,6 +73,8 @@ TEST_F(ReportTest, IsByteExactForEachType) {
     EXPECT_EQ(Report(OPEN_OK, "no", c.type, c.data), -1);
     EXPECT_TRUE(Traced(c.failure)) << traced_;
   }
+  status.nChannelCnt = 1;
+  EXPECT_EQ(frames::ChannelList(status), "1:0");
   EXPECT_EQ(Report(OPEN_OK, DATA_OK, 9, nullptr), 1);
   EXPECT_EQ(data_, "") << "an unknown type only opens";
 }
@@ -86,6 +88,7 @@ TEST_F(ReportTest, TracesWhatTheServerDidWrong) {
       {"000001 C 999999 OPEN_OK", "", "[ SVC_OPEN ] : Data Pack Recv Failed(999999 )"},
       {"000001 C 000007 OPEN_NO", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(7)"},
       {"000001 C 000000 ", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(0)"},
+      {"%n%s%n%s%-00005 ", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(0)"},
       {OPEN_OK, "bad", "[ CH_DATA ] : Header Pack Recv Failed."},
       {OPEN_OK + "and more", DATA_OK, "[ CH_DATA ] : Data Pack Recv Failed("},
       {OPEN_OK, "000001 C 000015 DATA", "[ CH_DATA ] : Data Pack Recv Failed(000015 )"},

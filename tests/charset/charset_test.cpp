@@ -61,6 +61,25 @@ TEST(Codec, SweepOfAllCodes) {
   EXPECT_EQ(hangul, 11172U);
 }
 
+TEST(Decode, EdgesOfTextAndRoom) {
+  const struct {
+    std::string in;
+    int32_t room, result;
+    std::string out;  // of room bytes, '?' where nothing is written
+  } cases[] = {
+      {"ab", 4, 2, "ab\0?"s},
+      {"ab", 2, -1, "ab"},
+      {"\xEA\xB0\x80", 1, -1, "\xB0"},
+      {"x\xED\x9E\xA4", 4, -1, "x ??"},            // behind the last syllable
+      {"\xEA\xC3\xA9\xEA\xB0", 6, 5, "     \0"s},  // two bytes long, or cut off
+  };
+  for (const auto& c : cases) {
+    std::string out(c.room + 1, '?');
+    EXPECT_EQ(decode_UTF8(c.in.c_str(), static_cast<int32_t>(c.in.size()), out.data(), c.room), c.result);
+    EXPECT_EQ(out, c.out + "?") << c.in;
+  }
+}
+
 TEST(IsUtf8, FormsAtEveryPlaceInAText) {
   const struct {
     std::string text;
@@ -74,6 +93,7 @@ TEST(IsUtf8, FormsAtEveryPlaceInAText) {
       {"\xEA\xB0\x80\x80", 0},
       {"\xE0\x80", 0},
       {"\xFC\x80\x80\x80\x80", 0},
+      {"\xC3" + std::string(32, 'a') + "\xA9", 0},
       {"\xC3\xC3\xA9", 0},
       {"\xFE\x80\x80\x80\x80\x80\x80", 0},
   };
