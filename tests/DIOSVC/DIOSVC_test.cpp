@@ -1,0 +1,116 @@
+// Frames, and one report to a scripted management server.
+#include <gtest/gtest.h>
+
+#include "DIOSVC/CDIOSVC.h"
+#include "DIOSVC/frames.h"
+#include "support/support.h"
+#include "utils/DunraSTTUtils.h"
+
+namespace {
+
+using std::string_literals::operator""s;
+
+constexpr size_t TAG = 7;  // at the head of a frame: the number of the agent's socket
+const std::string OPEN_OK = "000001 C 000007 OPEN_OK";
+const std::string DATA_OK = "000001 C 000015 DATA_RECEIVE_OK";
+
+// One frame, which comes as a whole; empty at the end of the connection.
+std::string Frame(int fd) {
+  char bytes[256];
+  const ssize_t length = ::recv(fd, bytes, sizeof bytes, 0);
+  return length < 0 ? "" : std::string(bytes, static_cast<size_t>(length));
+}
+
+class ReportTest : public testing::Test {
+ protected:
+  // The result of a report to a server that gives these replies.
+  long Report(const std::string& first, const std::string& second, int type, const void* data) {
+    support::Peer peer([&](int fd) {
+      open_ = Frame(fd);
+      support::Send(fd, first);
+      data_ = second.empty() ? "" : Frame(fd);
+      support::Send(fd, second);
+    });
+    testing::internal::CaptureStdout();
+    CDIOSVC service;
+    long result = service.initialize_svc(3, "127.0.0.1", peer.Port(), 0, "", TRACE_INFO);
+    if (result == 1) result = type == 0 ? service.SOCK_SVC_CLOS() : service.DIO_SVC_PROC(type, data);
+    peer.Finish();
+    traced_ = testing::internal::GetCapturedStdout();
+    DunraSTTUtils::SetLogLevel(0);
+    return result;
+  }
+  bool Traced(const std::string& text) const {
+    return traced_.find("[00003]") != std::string::npos && traced_.find(text) != std::string::npos;
+  }
+  std::string open_;
+  std::string data_;
+  std::string traced_;
+};
+
+TEST_F(ReportTest, IsByteExactForEachType) {
+  LVCSR_CHANNEL channels[] = {{1, 0}, {2, -1}};
+  LVCSR_DATA_CHANNEL status{};
+  status.pChannel = channels;
+  status.nEntries = 2;
+  status.nChannelCnt = 2'000'000'000;  // more than the engine sent
+  const int32_t figures[] = {12, 40};
+  const struct {
+    int type;
+    const void* data;
+    std::string frame;
+    const char* failure;
+  } cases[] = {
+      {1, reinterpret_cast<const void*>(2), "C 000015 ALARM+Cpu Check" + std::string(8, '\0'),
+       "[ SOCK_SVC ] : svc Alam Send fail."},
+      {2, &status, "C 000030 CH_STATE_DATA+1:0,2:4294967295", "[ SOCK_SVC ] : svc ch data send fail."},
+      {3, figures, "C 000023 RESOURCE_INFO+c:12,m:40", "[ SOCK_SVC ] : svc ch resource send fail."},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Report(OPEN_OK, DATA_OK, c.type, c.data), 1);
+    EXPECT_EQ(open_.substr(TAG), "C 000008 OPEN -e ");
+    EXPECT_EQ(data_.substr(TAG), c.frame);
+    EXPECT_EQ(Report(OPEN_OK, "no", c.type, c.data), -1);
+    EXPECT_TRUE(Traced(c.failure)) << traced_;
+  }
+  status.nChannelCnt = 1;
+  EXPECT_EQ(frames::ChannelList(status), "1:0");
+  EXPECT_EQ(Report(OPEN_OK, DATA_OK, 9, nullptr), 1);
+  EXPECT_EQ(data_, "") << "an unknown type only opens";
+}
+
+TEST_F(ReportTest, TracesWhatTheServerDidWrong) {
+  const struct {
+    std::string open, data, traced;
+  } cases[] = {
+      {"short", "", "[ SVC_OPEN ] : Header Pack Recv Failed."},
+      {"000001 C 000007 OPE", "", "[ SVC_OPEN ] : Data Pack Recv Failed(000007 )"},
+      {"000001 C 999999 OPEN_OK", "", "[ SVC_OPEN ] : Data Pack Recv Failed(999999 )"},
+      {"000001 C 000007 OPEN_NO", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(7)"},
+      {"000001 C 000000 ", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(0)"},
+      {"%n%s%n%s%-00005 ", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(0)"},
+      {OPEN_OK, "bad", "[ CH_DATA ] : Header Pack Recv Failed."},
+      {OPEN_OK + "and more", DATA_OK, "[ CH_DATA ] : Data Pack Recv Failed("},
+      {OPEN_OK, "000001 C 000015 DATA", "[ CH_DATA ] : Data Pack Recv Failed(000015 )"},
+      {OPEN_OK, "000001 C 000014 DATA_RECEIVE_O", "[ CH_DATA ] : Data Pack Recv Failed(14)"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Report(c.open, c.data, 1, nullptr), -1);
+    EXPECT_TRUE(Traced(c.traced)) << c.traced << "\n" << traced_;
+    EXPECT_TRUE(Traced(c.data.empty() ? "svc ch open fail." : "svc Alam Send fail."));
+  }
+}
+
+TEST_F(ReportTest, ClosesAChannelWhenAsked) {
+  EXPECT_EQ(Report("000001 C 000008 CLOSE_OK", "", 0, nullptr), 1);
+  EXPECT_EQ(open_.substr(TAG), "C 000005 CLOSE");
+  EXPECT_TRUE(Traced("[ SVC_CLOSE ] : Channel Close(000021:")) << traced_;
+}
+
+TEST(FramesTest, AlarmTextsByCode) {
+  const char* texts[] = {
+      "", "Tovik Start", "Memory Check", "Cpu Check", "DunraSTT Check", "", "", "Work Channel Check", ""};
+  for (int code = -1; code < 8; ++code) EXPECT_STREQ(frames::AlarmText(code), texts[code + 1]);
+}
+
+}  // namespace
