@@ -116,8 +116,9 @@ Peer::Peer(const support::TempFolder& folder, const std::string& name, const std
       process_({.words = Joined({"/usr/bin/python3", PEERS_FOLDER "/" + script}, words),
                 .out = (fs::create_directory(folder_), folder_ + "out"),
                 .err = folder_ + "err"}) {
-  const std::string out = Kept("out");
-  if (!out.ends_with('\n')) throw std::runtime_error(script + ": " + ReadFile(folder_ + "err"));
+  std::string out;
+  WaitUntil([&] { return (out = ReadFile(folder_ + "out")).ends_with('\n'); });
+  if (out.empty()) throw std::runtime_error(script + ": " + ReadFile(folder_ + "err"));
   port_ = std::stoi(out.substr(out.find_first_of("0123456789")));
 }
 

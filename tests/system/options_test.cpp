@@ -6,8 +6,7 @@ namespace {
 
 constexpr int REFUSED = 255;
 constexpr char HELP[] =
-    "  DUNRA STT Service Daemon Ver.2.3.x.x\n\n"
-    "  Usage: @agent [OPTIONS]\n\n"
+    " [OPTIONS]\n\n"
     "  Options:\n"
     "   -h --help                 Print this help\n"
     "   -f --conf_file filename   Read configuration from the file\n"
@@ -25,7 +24,7 @@ struct Row {
   const char* err;  // how standard error begins
 };
 const Row ROWS[] = {{{"-h"}, 0, HELP, ""},
-                    {{"--help"}, 0, HELP, ""},
+                    {{"--help"}, 0, "  DUNRA STT Service Daemon Ver.2.3.x.x\n\n  Usage: ", ""},
                     {{"-x"}, 1, HELP, ""},
                     {{"-f"}, 1, HELP, ""},
                     {{"-t", "@number", "-x"}, 0, "", ""},
@@ -43,10 +42,8 @@ const Row ROWS[] = {{{"-h"}, 0, HELP, ""},
 class Refusal : public AgentTest {
  protected:
   std::string Expanded(std::string text) const {
-    for (size_t at = text.find('@'); at != std::string::npos; at = text.find('@'))
-      text.replace(at, text.compare(at, 6, "@agent") == 0 ? 6 : 1,
-                   text.compare(at, 6, "@agent") == 0 ? folder_ / agent_ : folder_.Path());
-    return text;
+    const size_t at = text.find('@');
+    return at == std::string::npos ? text : text.replace(at, 1, folder_.Path());
   }
 };
 
