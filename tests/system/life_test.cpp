@@ -2,6 +2,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <ostream>
+
 #include "system/harness.h"
 
 namespace harness {
@@ -105,34 +107,41 @@ TEST_F(Stop, TakesAMomentDuringStartUp) {
 
 struct SilentPeer {
   const char* name;
-  const char* lines;  // that lead to a port, "@", that takes the connection and never says a word
-  bool script;        // gets its turn: it never returns
+  const char* lines;    // that lead to a port, "@", that takes the connection and never says a word
+  bool endless_script;  // is under way besides
   seconds limit;
 };
-// An engine that hangs holds up the start of the agent for half a minute: a stop does not wait for that.
-constexpr SilentPeer SILENT_PEERS[] = {
-    {"management server", "ALARM_1 127.0.0.1:@\n", true, seconds(7)},
-    {"mail server", "SEND_EMAIL_CHECK 1\nSMTP_SERVER_URL 127.0.0.1\nSMTP_SERVER_PORT @\nSMTP_AUTH 1\n", false,
-     seconds(7)},
-    {"webhook", "SEND_WEBHOOK_CHECK 1\nWEBHOOK_SERVER_URL http://127.0.0.1:@/hook\n", false, seconds(7)},
-    {"engine at the start", "ASR_PORT @\n", true, seconds(2)}};
-
-TEST_F(Stop, EndsASilentExchangeAndAnEndlessStartScript) {
-  folder_.Write("start engine.sh", "#!/bin/sh\n\"${0%/*}/" + engine_ + "\" 600\n", 0755);
-  const std::string config = config_;
-  for (const SilentPeer& row : SILENT_PEERS) {
-    SCOPED_TRACE(row.name);
-    const Listener silent;
-    std::string lines = row.lines;
-    lines.replace(lines.find('@'), 1, std::to_string(silent.Port()));
-    config_ = config + lines;
-    Process agent = StartedAgent();
-    ASSERT_TRUE(WaitUntil([&] { return silent.Visited() && (!row.script || EngineAlive()); }));
-    ExpectStops(agent, row.limit);
-    EXPECT_TRUE(!row.script || EngineAlive());
-    KillEngine();
-  }
+void PrintTo(const SilentPeer& row, std::ostream* out) {
+  *out << row.name;
 }
+
+class SilentPeerStop : public AgentTest, public testing::WithParamInterface<SilentPeer> {};
+
+TEST_P(SilentPeerStop, EndsInTime) {
+  const SilentPeer& row = GetParam();
+  const Listener silent;
+  std::string lines = row.lines;
+  config_ += lines.replace(lines.find('@'), 1, std::to_string(silent.Port()));
+  if (row.endless_script) {
+    folder_.Write("start engine.sh", "#!/bin/sh\n\"${0%/*}/" + engine_ + "\" 600\n", 0755);
+  }
+  Process agent = StartedAgent();
+  ASSERT_TRUE(WaitUntil([&] { return silent.Visited() && (!row.endless_script || EngineAlive()); }));
+  ExpectStops(agent, row.limit);
+  EXPECT_TRUE(!row.endless_script || EngineAlive());
+}
+
+// An engine that hangs holds up the start of the agent for half a minute: a stop does not wait for that.
+INSTANTIATE_TEST_SUITE_P(
+    Rows, SilentPeerStop,
+    testing::Values(
+        SilentPeer{"management", "ALARM_1 127.0.0.1:@\n", true, seconds(7)},
+        SilentPeer{"mail", "SEND_EMAIL_CHECK 1\nSMTP_SERVER_URL 127.0.0.1\nSMTP_SERVER_PORT @\nSMTP_AUTH 1\n",
+                   false, seconds(7)},
+        SilentPeer{"webhook", "SEND_WEBHOOK_CHECK 1\nWEBHOOK_SERVER_URL http://127.0.0.1:@/hook\n", false,
+                   seconds(7)},
+        SilentPeer{"engine", "ASR_PORT @\n", false, seconds(2)}),
+    [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(Stop, FinishesAnExchangeThatMovesAndServesTheRest) {
   const ManagementServer server(folder_, "server");
