@@ -1,5 +1,4 @@
-// What the fuzz targets share. A target is one function over bytes; what must hold for its input is checked
-// with HOLDS, by a second, simpler statement of the rule wherever there is one.
+// What the fuzz targets share. A target is a function of a text; what must hold for it is checked with HOLDS.
 #ifndef TESTS_FUZZ_FUZZ_H
 #define TESTS_FUZZ_FUZZ_H
 
@@ -10,27 +9,29 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <string>
 #include <string_view>
 
 #include "base/owners.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+// Opens the body of a target.
+#define FUZZ_TARGET(text)                                                   \
+  static void Check(const std::string& text);                               \
+  extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { \
+    Check(std::string(reinterpret_cast<const char*>(data), size));          \
+    return 0;                                                               \
+  }                                                                         \
+  static void Check(const std::string& text)
 
-#define HOLDS(condition) \
-  if (!(condition)) fuzz::Broken(#condition, __FILE__, __LINE__)
+#define HOLDS(condition)                                                                \
+  if (!(condition)) {                                                                   \
+    std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, #condition); \
+    std::abort();                                                                       \
+  }
 
 namespace fuzz {
-
-[[noreturn]] inline void Broken(const char* condition, const char* file, int line) {
-  std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, condition);
-  std::abort();
-}
-
-inline std::string Text(const uint8_t* data, size_t size) {
-  return {reinterpret_cast<const char*>(data), size};
-}
 
 // A file that holds these bytes, by its path.
 class MemoryFile {
@@ -46,29 +47,16 @@ class MemoryFile {
   std::string path_;
 };
 
-inline double CpuSeconds() {
-  timespec now{};
-  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
-}
-
-// What instrumented code costs more.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
-inline constexpr double SLOWER = 10;
-#else
-inline constexpr double SLOWER = 1;
-#endif
-
-// Runs it; more than a millisecond of processor time for a line of the text, three times in a row, is a
-// finding.
+// Runs it; more than a millisecond of processor time for a line of the text (ten, for instrumented code is
+// slower), three times in a row, is a finding.
 template <typename Function>
 void Quickly(std::string_view text, Function function) {
-  const double limit = 0.001 * SLOWER * double(std::count(text.begin(), text.end(), '\n') + 1);
-  double least = limit + 1;
+  const auto limit = CLOCKS_PER_SEC / 100 * (std::count(text.begin(), text.end(), '\n') + 1);
+  std::clock_t least = limit + 1;
   for (int run = 0; run < 3 && least > limit; ++run) {
-    const double start = CpuSeconds();
+    const std::clock_t start = std::clock();
     function();
-    least = std::min(least, CpuSeconds() - start);
+    least = std::min(least, std::clock() - start);
   }
   HOLDS(least <= limit);
 }

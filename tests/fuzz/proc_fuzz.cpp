@@ -1,20 +1,8 @@
 // Texts of the process file system: status, stat and command line.
-#include <cstring>
-#include <vector>
-
 #include "fuzz/fuzz.h"
 #include "sysinfo/qxapi_internal.h"
 
 namespace {
-
-void CheckStatus(const std::string& text) {
-  sysinfo::StatusFields fields;
-  fuzz::Quickly(text, [&] { sysinfo::ParseStatus(text, &fields); });
-  if (fields.name.empty()) return;
-  HOLDS(fields.name.data() >= text.data() &&
-        fields.name.data() + fields.name.size() <= text.data() + text.size());
-  HOLDS(fields.name.find_first_of(std::string_view("\n\0", 2)) == std::string_view::npos);
-}
 
 void CheckStat(const std::string& text) {
   const auto counters = sysinfo::ParseStat(text);
@@ -23,15 +11,12 @@ void CheckStat(const std::string& text) {
   unsigned long stime = 0;
   long nice = 0;
   unsigned long pages = 0;
-  const bool whole =
-      end != nullptr && std::sscanf(end + 1,
-                                    "%*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %lu %lu %*s %*s %*s %ld "
-                                    "%*s %*s %*s %*s %lu",
-                                    &utime, &stime, &nice, &pages) == 4;
+  constexpr char FORMAT[] =
+      "%*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %lu %lu %*s %*s %*s %ld %*s %*s %*s %*s %lu";
+  const bool whole = end != nullptr && std::sscanf(end + 1, FORMAT, &utime, &stime, &nice, &pages) == 4;
   HOLDS(counters.has_value() == whole);
-  if (!whole) return;
-  HOLDS(counters->utime == utime && counters->stime == stime && counters->nice == nice &&
-        counters->pages == pages);
+  HOLDS(!whole || (counters->utime == utime && counters->stime == stime && counters->nice == nice &&
+                   counters->pages == pages));
 }
 
 void CheckCommandLine(std::string text) {
@@ -41,32 +26,29 @@ void CheckCommandLine(std::string text) {
   const base::UniqueText owner(reinterpret_cast<char*>(words));
   HOLDS(result == (text.empty() ? -1 : 1));
   const char* next = text.data();
-  for (uint32_t i = 0; i < count; ++i) {
-    HOLDS(words[i] == next);
-    next += std::strlen(next) + 1;
-  }
+  for (uint32_t i = 0; i < count; next += std::strlen(next) + 1, ++i) HOLDS(words[i] == next);
   HOLDS(next >= text.data() + text.size());
 }
 
+// Two readers of words agree.
 void CheckWords(const std::string& text, const char* separators) {
-  const std::string until_nul = text.c_str();
-  std::string_view rest = until_nul;
-  const char* cursor = until_nul.c_str();
+  const char* cursor = text.c_str();
+  std::string_view rest = cursor;
   while (*cursor != '\0') {
     const base::UniqueText copy(__qxapi_get_word_sep__(separators, &cursor));
-    const std::string_view word = sysinfo::CutWord(separators, &rest);
-    HOLDS(word == (copy == nullptr ? "" : copy.get()));
+    HOLDS(sysinfo::CutWord(separators, &rest) == (copy == nullptr ? "" : copy.get()));
     HOLDS(rest.data() == cursor);
   }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text = fuzz::Text(data, size);
-  CheckStatus(text);
+FUZZ_TARGET(text) {
+  sysinfo::StatusFields fields;
+  fuzz::Quickly(text, [&] { sysinfo::ParseStatus(text, &fields); });
+  HOLDS(fields.name.empty() || text.find(fields.name) != text.npos);
+  HOLDS(fields.name.find_first_of(std::string_view("\n\0", 2)) == fields.name.npos);
   CheckStat(text);
   CheckCommandLine(text);
   for (const char* separators : {":", ":\n", static_cast<const char*>(nullptr)}) CheckWords(text, separators);
-  return 0;
 }

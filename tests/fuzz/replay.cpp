@@ -5,6 +5,8 @@
 
 #include "fuzz/fuzz.h"
 
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
 int main(int argc, char** argv) {
   size_t count = 0;
   for (int i = 1; i < argc; ++i) {

@@ -1,88 +1,64 @@
 #!/usr/bin/python3
-"""A mail server that plays a script to one client.
+"""A mail server that plays a script to one client. Usage: smtp_peer.py STEP...
 
-Usage: smtp_peer.py STEP...
-Prints "PORT n" at once. When the client has gone, prints every byte that it sent, and ends.
+Prints "PORT n", and when the client has gone every byte that it sent. Steps (backslash escapes as in Python):
 
-Steps (backslash escapes as in Python):
-  send:TEXT     send the text
-  line          read up to the next newline of the client
-  dot           read up to the line that holds only a dot
-  flood:TEXT    send the text over and over until the client goes away
-  shut          send nothing more: the client meets the end of input
-  close         close at once
+  send:TEXT   send the text                                 dot    read up to the line that holds only a dot
+  flood:TEXT  send it over and over until the client goes   shut   send nothing more: the client meets the end
+  line        read up to the next newline of the client     close  close at once
+
 After the last step it reads, in silence, until the client goes away.
 """
 import signal
 import socket
 import sys
 
+import peer
+
 received = bytearray()
 looked_at = 0
 
 
-def read(sock):
-    try:
-        data = sock.recv(65536)
-    except OSError:
-        data = b""
+def read(client):
+    data = client.recv(65536)
     received.extend(data)
     return len(data) > 0
 
 
-def read_up_to(sock, mark):
+def read_up_to(client, mark):
     global looked_at
-    while True:
-        at = received.find(mark, looked_at)
-        if at >= 0:
-            looked_at = at + len(mark)
+    while (at := received.find(mark, looked_at)) < 0:
+        if not read(client):
             return
-        if not read(sock):
-            return
+    looked_at = at + len(mark)
 
 
-def flood(sock, text):
-    block = text * max(1, 65536 // len(text))
-    try:
-        while True:
-            sock.sendall(block)
-    except OSError:
-        pass
-
-
-def play(sock, step):
+def play(client, step):
     name, _, argument = step.partition(":")
     text = argument.encode().decode("unicode_escape").encode("latin-1")
     if name == "send":
-        sock.sendall(text)
-    elif name == "line":
-        read_up_to(sock, b"\n")
-    elif name == "dot":
-        read_up_to(sock, b"\r\n.\r\n")
+        client.sendall(text)
     elif name == "flood":
-        flood(sock, text)
+        while True:
+            client.sendall(text * max(1, 65536 // len(text)))
+    elif name in ("line", "dot"):
+        read_up_to(client, b"\n" if name == "line" else b"\r\n.\r\n")
     elif name == "shut":
-        sock.shutdown(socket.SHUT_WR)
+        client.shutdown(socket.SHUT_WR)
     elif name == "close":
-        sock.close()
+        client.close()
     else:
         raise SystemExit("unknown step: " + step)
 
 
-def main():
-    signal.alarm(60)  # never outlives a test that went wrong
-    listener = socket.create_server(("127.0.0.1", 0))
-    print("PORT", listener.getsockname()[1], flush=True)
-    sock, _ = listener.accept()
-    listener.close()
-    try:
-        for step in sys.argv[1:]:
-            play(sock, step)
-        while read(sock):
-            pass
-    except OSError:
+signal.alarm(60)  # never outlives a test that went wrong
+with peer.listen(label="PORT ") as listener:
+    client = listener.accept()[0]
+try:
+    for word in sys.argv[1:]:
+        play(client, word)
+    while read(client):
         pass
-    sys.stdout.buffer.write(received)
-
-
-main()
+except OSError:
+    pass
+sys.stdout.buffer.write(received)

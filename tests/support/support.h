@@ -1,5 +1,4 @@
-// What the tests of functions share: a folder of their own, waits for a condition, and loopback peers in a
-// thread.
+// What tests share: a folder of their own, waits for a condition, and loopback peers in a thread.
 #ifndef TESTS_SUPPORT_H
 #define TESTS_SUPPORT_H
 
@@ -7,6 +6,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <cstdio>
@@ -23,17 +23,19 @@ namespace support {
 
 class TempFolder {
  public:
-  TempFolder() {
-    char pattern[] = "/tmp/dunra-test-XXXXXX";
-    path_ = std::string(mkdtemp(pattern)) + "/";
-  }
+  explicit TempFolder(std::string pattern = "/tmp/dunra-test-XXXXXX")
+      : path_(std::string(mkdtemp(pattern.data())) + "/") {}
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;
-  ~TempFolder() { std::filesystem::remove_all(path_); }
+  ~TempFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
   const std::string& Path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + name; }
-  std::string Write(const std::string& name, const std::string& text) const {
+  std::string Write(const std::string& name, const std::string& text, mode_t mode = 0644) const {
     std::ofstream(path_ + name, std::ios::binary) << text;
+    ::chmod((path_ + name).c_str(), mode);
     return path_ + name;
   }
 
@@ -41,6 +43,7 @@ class TempFolder {
   std::string path_;
 };
 
+// The whole file; empty when there is none, or no longer.
 inline std::string ReadFile(const std::string& path) {
   const base::UniqueFile file(std::fopen(path.c_str(), "rbe"));
   std::string text;
@@ -51,32 +54,39 @@ inline std::string ReadFile(const std::string& path) {
   return text;
 }
 
+// Whether the condition came to hold. The limit is generous, for a loaded machine and sanitizers.
 inline bool WaitUntil(const std::function<bool()>& condition,
-                      std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+                      std::chrono::milliseconds limit = std::chrono::seconds(20)) {
   const auto end = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
+    if (std::chrono::steady_clock::now() >= end) return false;
     ::poll(nullptr, 0, 5);
   }
   return true;
 }
 
-// A listening socket on a port that the kernel chose.
+// A port of 127.0.0.1 that the kernel chose. One that only refuses is bound and does not listen.
 class Listener {
  public:
-  Listener() : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  explicit Listener(bool refuses = false) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd_.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::listen(fd_.Get(), 16);
     socklen_t length = sizeof address;
-    ::getsockname(fd_.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    ::bind(fd_.Get(), generic, length);
+    if (!refuses) ::listen(fd_.Get(), SOMAXCONN);
+    ::getsockname(fd_.Get(), generic, &length);
     port_ = ntohs(address.sin_port);
   }
   int Port() const { return port_; }
   base::UniqueFd Accept() const {
     return base::UniqueFd(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+  }
+  // Somebody has connected and waits.
+  bool Visited() const {
+    pollfd waiting{fd_.Get(), POLLIN, 0};
+    return ::poll(&waiting, 1, 0) == 1;
   }
 
  private:

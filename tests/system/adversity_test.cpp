@@ -1,40 +1,27 @@
 // The agent in bad surroundings, all channels on: alarms arrive all the same, and what failed comes back by
 // itself. (In a namespace of its own where that takes one.)
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <filesystem>
-#include <ostream>
-#include <thread>
-
-#include "system/all_channels.h"
+#include "system/harness.h"
 
 namespace harness {
 namespace {
-
-namespace fs = std::filesystem;
 
 class Adversity : public AllChannels {
  protected:
   // Runs the agent behind shell commands in new namespaces; null where the system grants none.
   std::unique_ptr<Process> StartUnshared(const std::string& kinds, const std::string& prepare) {
-    Process probe({.program = "/usr/bin/unshare", .words = {"unshare", "-r" + kinds, "true"}});
-    if (probe.Wait() != 0) return nullptr;
+    if (Process({.words = {"/usr/bin/unshare", "-r" + kinds, "true"}}).ExitStatus() != 0) return nullptr;
     return std::make_unique<Process>(
-        StartBy({"/usr/bin/unshare", "-r" + kinds, "sh", "-c", prepare + "\nexec \"$0\" \"$@\""}));
+        Start({}, {}, {"/usr/bin/unshare", "-r" + kinds, "sh", "-c", prepare + "\nexec \"$0\" \"$@\""}));
   }
-  void Limit(const Process& agent, rlim_t descriptors) {
+  // Of an agent whose output, the start script's too, may be without end.
+  Process StartUnheard() { return Start({}, {}, {"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/null"}); }
+  static void Limit(const Process& agent, rlim_t descriptors) {
     rlimit limit{};
     ASSERT_EQ(prlimit(agent.Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
     limit.rlim_cur = descriptors;
     ASSERT_EQ(prlimit(agent.Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
-  }
-  void ExpectStops(Process& agent, milliseconds limit) {
-    agent.Signal(SIGTERM);
-    const int status = agent.Wait(limit);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
   }
 };
 
@@ -45,12 +32,11 @@ TEST_F(Adversity, FullLogFolder) {
   if (agent == nullptr) GTEST_SKIP() << "no mounts of its own";
   const std::string inside = "/proc/" + std::to_string(agent->Pid()) + "/root" + folder_ / "log/";
   ExpectAlarmOnAllChannels("full");
-  EXPECT_TRUE(fs::exists(inside + "fill"));
-  fs::remove(inside + "fill");
+  EXPECT_TRUE(fs::remove(inside + "fill"));
   // Room for three pages: the first lines that fit are there.
-  EXPECT_TRUE(WaitFor([&] {
+  EXPECT_TRUE(WaitUntil([&] {
     for (const auto& entry : fs::directory_iterator(inside)) {
-      if (ReadFile(entry.path() / "MAIN.LOG").find("send_timer") != std::string::npos) return true;
+      if (Count(ReadFile(entry.path() / "MAIN.LOG"), "send_timer") > 0) return true;
     }
     return false;
   }));
@@ -60,134 +46,143 @@ TEST_F(Adversity, FullLogFolder) {
 
 // 64 bytes, the most that the kernel keeps, among them what texts of any kind may trip over.
 TEST_F(Adversity, HostNameOfSixtyFourOddBytes) {
-  config_.Set("LOG_HOSTNAME_INC", 1).Set("TXT_PATH", "./log/").Set("LOG_CHECK_MIN", 1);
-  const auto agent =
-      StartUnshared("u",
-                    "python3 -c 'import socket; socket.sethostname(b\"\\r\\n\\\"%s%n$(id)`\\x27\" + b\"h\" * "
-                    "47)' || exit 9");
+  config_ += "LOG_HOSTNAME_INC 1\nTXT_PATH ./log/\nLOG_CHECK_MIN 1\n";
+  const auto agent = StartUnshared("u",
+                                   "python3 -c 'import socket; socket.sethostname("
+                                   "b\"\\r\\n\\\"%s%n$(id)`\\x27\" + b\"h\" * 47)' || exit 9");
   if (agent == nullptr) GTEST_SKIP() << "no host name of its own";
   ExpectAlarmOnAllChannels("host name");
-  bool found = false;
-  for (const auto& day : fs::directory_iterator(folder_ / "log")) {
-    for (const auto& log : fs::directory_iterator(day)) {
-      found = found || log.path().filename() == "MAIN.\r\n\"%s%n$(id)`'" + std::string(47, 'h') + ".LOG";
-    }
-  }
-  EXPECT_TRUE(found);
+  EXPECT_NE(Log("MAIN.\r\n\"%s%n$(id)`'" + std::string(47, 'h') + ".LOG"), "");
   EXPECT_TRUE(agent->Alive());
 }
 
 TEST_F(Adversity, DescriptorsExhaustedAndGivenBack) {
-  Process agent = StartBy({});
+  Process agent = Start();
   ExpectAlarmOnAllChannels("first");
   // None is left, not even those in use: nothing opens, and poll(2) refuses sets of more.
   for (const rlim_t left : {6, 3, 0}) {
     Limit(agent, left);
     KillEngine();
-    std::this_thread::sleep_for(std::chrono::seconds(2));
+    // Two ticks; nothing tells of them outside.
+    std::this_thread::sleep_for(seconds(2));
     ASSERT_TRUE(agent.Alive()) << left;
     Limit(agent, 1024);
     ExpectAlarmOnAllChannels("after " + std::to_string(left));
   }
-  ExpectStops(agent, milliseconds(7'000));
+  ExpectStops(agent, seconds(7));
 }
 
 TEST_F(Adversity, DescriptorsAboveAThousand) {
-  Process agent = StartBy({"/usr/bin/python3", "-c",
-                           "import os, resource, sys\n"
-                           "resource.setrlimit(resource.RLIMIT_NOFILE, (4096, resource.getrlimit(7)[1]))\n"
-                           "for fd in range(3, 1500): os.dup2(0, fd)\n"
-                           "os.execv(sys.argv[1], sys.argv[1:])"});
+  Process agent = Start({}, {},
+                        {"/usr/bin/python3", "-c",
+                         "import os, resource, sys\n"
+                         "resource.setrlimit(resource.RLIMIT_NOFILE, (4096, resource.getrlimit(7)[1]))\n"
+                         "for fd in range(3, 1500): os.dup2(0, fd)\n"
+                         "os.execv(sys.argv[1], sys.argv[1:])"});
   ExpectAlarmOnAllChannels("high");
   // The tag of a frame is the descriptor that it went through.
-  EXPECT_GE(std::stoi(server_.Reports().at(0).header), 1500);
-  ExpectStops(agent, milliseconds(7'000));
+  EXPECT_GE(std::stoi(server_.Frames().at(0).header), 1500);
+  ExpectStops(agent, seconds(7));
 }
 
 // What may stand where the start script should. The engine's name is that of the program in the foreground.
 struct Script {
   const char* name;
-  const char* text;  // ENGINE stands for the engine; null: no file
+  const char* text;  // ENGINE stands for the engine; empty: no file
   mode_t mode;
   bool endless;
 };
-void PrintTo(const Script& row, std::ostream* out) {
-  *out << row.name;
-}
+constexpr Script SCRIPTS[] = {{"endless", "#!/bin/sh\nENGINE > /dev/null\n", 0755, true},
+                              {"printing", "#!/bin/sh\nENGINE\n", 0755, true},
+                              {"bash", "#!/bin/bash\nset -m; ENGINE & wait\n", 0755, true},
+                              {"not executable", "ENGINE\n", 0644, false},
+                              {"no interpreter", "#!/no/such ENGINE\n", 0755, false},
+                              {"missing", "", 0, false}};
 
-class StartScript : public Adversity, public testing::WithParamInterface<Script> {};
-
-TEST_P(StartScript, HoldsUpNothingElse) {
-  const Script& script = GetParam();
-  const std::string path = folder_ / "start engine.sh";
-  fs::remove(path);
+TEST_F(Adversity, StartScriptsHoldUpNothingElse) {
   fs::remove(folder_ / engine_);
   fs::create_symlink("/usr/bin/yes", folder_ / engine_);
-  if (script.text != nullptr) {
+  for (const Script& script : SCRIPTS) {
+    SCOPED_TRACE(script.name);
     std::string text = script.text;
-    text.replace(text.find("ENGINE"), 6, "\"${0%/*}/" + engine_ + "\"");
-    WriteFile(path, text, script.mode);
+    fs::remove(folder_ / "start engine.sh");
+    if (!text.empty()) {
+      text.replace(text.find("ENGINE"), 6, "\"${0%/*}/" + engine_ + "\"");
+      folder_.Write("start engine.sh", text, script.mode);
+    }
+    const Delivered before = Now();
+    Process agent = StartUnheard();
+    ASSERT_TRUE(WaitUntil([&] {
+      return Now().reports > before.reports && Now().mails > before.mails && Now().posts > before.posts;
+    }));
+    EXPECT_TRUE(!script.endless || WaitUntil([this] { return EngineAlive(); }));
+    const size_t lines = Count(Log("MAIN.LOG"), "send_timer EmailCheck");
+    EXPECT_TRUE(WaitUntil([&] { return Count(Log("MAIN.LOG"), "send_timer EmailCheck") >= lines + 2; }));
+    EXPECT_TRUE(script.endless || WaitUntil([&] { return Now().posts >= before.posts + 2; }));
+    ExpectStops(agent, seconds(7));
+    EXPECT_EQ(EngineAlive(), script.endless);
+    KillEngine();
   }
-  // Its own output is the script's too, and may be without end.
-  Process agent = StartBy({"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/null"});
-  ASSERT_TRUE(WaitFor([&] { return Now().reports >= 1 && Now().mails >= 1 && Now().posts >= 1; }));
-  EXPECT_TRUE(!script.endless || WaitFor([this] { return EngineAlive(); }));
-  const size_t lines = Count(Log("MAIN.LOG"), "send_timer EmailCheck");
-  EXPECT_TRUE(WaitFor([&] { return Count(Log("MAIN.LOG"), "send_timer EmailCheck") >= lines + 2; }));
-  EXPECT_TRUE(script.endless || WaitFor([&] { return Now().posts >= 2; }));
-  ExpectStops(agent, milliseconds(7'000));
-  EXPECT_EQ(EngineAlive(), script.endless);
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, StartScript,
-                         testing::Values(Script{"endless", "#!/bin/sh\nENGINE > /dev/null\n", 0755, true},
-                                         Script{"printing", "#!/bin/sh\nENGINE\n", 0755, true},
-                                         Script{"bash", "#!/bin/bash\nset -m; ENGINE & wait\n", 0755, true},
-                                         Script{"notExecutable", "ENGINE\n", 0644, false},
-                                         Script{"noInterpreter", "#!/no/such ENGINE\n", 0755, false},
-                                         Script{"missing", nullptr, 0, false}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 // The system's shell may be any that is called sh.
 TEST_F(Adversity, BashAsTheShell) {
   const auto agent = StartUnshared("m", "mount --bind /bin/bash \"$(readlink -f /bin/sh)\"");
   if (agent == nullptr) GTEST_SKIP() << "no mounts of its own";
   ExpectAlarmOnAllChannels("bash");
-  EXPECT_EQ(ReadFile(folder_ / "descriptors"), "0\n1\n2\n3\n");  // 3 is the listing's own
-  ExpectStops(*agent, milliseconds(7'000));
+  ExpectEngineInheritedNothing();
+  ExpectStops(*agent, seconds(7));
   EXPECT_TRUE(EngineAlive());
 }
 
 // Every channel's server is cut, reset, garbled, slow and endless by turns; another management server behind
 // the spoilt one gets its alarm each time, and all of them get theirs once they are sound.
 TEST_F(Adversity, SpoiltRepliesOnEveryChannel) {
-  const std::vector<std::string> script = {
-      "--script",
-      "cut:0,cut:1,cut:3,cut:4,cut:15,cut:16,cut:17,cut:22,cut:23,cut:38,cut:39,cut:53,cut:100,cut:180,reset,"
-      "reset:20,reset:40,close,garbage,endless:0,endless:23,endless:39,drip:0.003,pass"};
-  const auto proxy = [&](const std::string& port) {
-    std::vector<std::string> words = {"--to", port};
-    words.insert(words.end(), script.begin(), script.end());
-    return std::make_unique<alarm_test::Sink>("flaky_proxy.py", words);
+  const auto spoilt = [this](const std::string& name, const Peer& peer) {
+    return Peer(
+        folder_, name, "flaky_proxy.py",
+        {"--to", peer.Port(), "--script",
+         "cut:0,cut:1,cut:3,cut:4,cut:15,cut:16,cut:17,cut:22,cut:23,cut:38,cut:39,cut:53,cut:100,cut:180,"
+         "reset,reset:20,reset:40,close,garbage,endless:0,endless:23,endless:39,drip:0.003,pass"});
   };
   const ManagementServer behind(folder_, "behind");
-  const auto report = proxy(behind.Address().substr(behind.Address().find(':') + 1));
-  const auto mail = proxy(mails_.Port());
-  const auto post = proxy(posts_.Port());
-  // Spoilt first, sound second; the engine never comes up, so every tick tells of it.
-  config_.Set("ALARM_1", "127.0.0.1:" + report->Port()).Set("ALARM_2", server_.Address());
-  config_.Set("RESTART_CHECK_SEC", 0).Set("SMTP_SERVER_PORT", mail->Port());
-  config_.Set("WEBHOOK_SERVER_URL", "http://127.0.0.1:" + post->Port() + "/");
-  WriteFile(folder_ / "start engine.sh", "#!/bin/sh\n", 0755);
-  Process agent = StartBy({"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/null"});
-  const auto sound = [&] {
-    return behind.CountBodies("ALARM+") >= 2 && Kept(mails_) >= 6 && Kept(posts_) >= 6;
-  };
-  EXPECT_TRUE(WaitFor(sound, LIMIT * 4))
-      << behind.CountBodies("ALARM+") << " " << Kept(mails_) << " " << Kept(posts_);
+  const Peer report = spoilt("report", behind);
+  const Peer mail = spoilt("mail", mails_);
+  const Peer post = spoilt("post", posts_);
+  // The engine never comes up, so every tick tells of it.
+  folder_.Write("start engine.sh", "#!/bin/sh\n", 0755);
+  const std::string sound = "ALARM_1 " + server_.Address();
+  config_.replace(config_.find(sound), sound.size(), "ALARM_0 " + report.Address() + "\n" + sound);
+  config_ += "RESTART_CHECK_SEC 0\nSMTP_SERVER_PORT " + mail.Port() + "\nWEBHOOK_SERVER_URL http://" +
+             post.Address() + "/\n";
+  Process agent = StartUnheard();
+  EXPECT_TRUE(WaitUntil(
+      [&] { return behind.CountBodies("ALARM+") >= 2 && Now().mails >= 6 && Now().posts >= 6; }, seconds(80)))
+      << behind.CountBodies("ALARM+") << " " << Now().mails << " " << Now().posts;
   EXPECT_GE(Now().reports, 20U);
-  EXPECT_TRUE(agent.Alive());
-  ExpectStops(agent, milliseconds(7'000));
+  ExpectStops(agent, seconds(7));
+}
+
+// The engine answers the first query for its channels; what comes of the next, and for how long it takes,
+// holds up no alarm and no stop.
+TEST_F(Adversity, EngineLinkSilentAndEndless) {
+  const std::string config = config_;
+  folder_.Write("figures", "3 1");
+  for (const std::string spoilt : {"stall:0", "stall:40", "endless:16"}) {
+    SCOPED_TRACE(spoilt);
+    const Peer engine(folder_, "engine " + spoilt, "engine_peer.py",
+                      {"--figures", folder_ / "figures", "--script", "ok,announce:2000000000"});
+    const Peer link(folder_, spoilt, "flaky_proxy.py", {"--to", engine.Port(), "--script", "pass," + spoilt});
+    config_ = config + "HANG_SAVE 0\nASR_PORT " + link.Port() + "\n";
+    Process agent = StartedAgent();
+    ASSERT_TRUE(WaitForOut("Thread Count ["));
+    const auto start = std::chrono::steady_clock::now();
+    ExpectAlarmOnAllChannels(spoilt);
+    // Not by way of the link's own limit, half a minute.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(25));
+    EXPECT_EQ(Count(Out(), "Thread Count ["), 1U);
+    ExpectStops(agent, seconds(7));
+  }
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 // Alarms beyond the management servers: mail, chat, the engine's channels, hang log, error log, daily report.
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <sstream>
 
@@ -10,107 +8,84 @@
 namespace harness {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr time_t MINUTE = 60;
 constexpr time_t DAY = 86'400;
 
-class Alarms : public AgentTest {
+class Alarms : public AllChannels {
  protected:
-  Alarms() {
-    fs::create_directory(folder_ / "mails");
-    fs::create_directory(folder_ / "cards");
-    WriteFile(folder_ / "to.txt", "Operator operator@example.com\n");
-    config_.Set("CFG_FILE", "./agent.conf").Set("SENDER_NAME", "Agent").Set("SENDER_EMAIL", "a@example.com");
-    config_.Set("SEND_EMAIL_CHECK", 1).Set("SMTP_SERVER_URL", "127.0.0.1").Set("SMTP_AUTH", 1);
-    config_.Set("SMTP_SERVER_PORT", mail_.Port());
-    config_.Set("SEND_WEBHOOK_CHECK", 1).Set("WEBHOOK_SERVER_URL", "http://" + chat_.Address() + "/hook");
-    config_.Set("TXT_PATH", "./engine/");
+  Alarms() { config_ += "TXT_PATH ./engine/\nHANG_SAVE 0\n"; }
+  // The number of the first mail or post whose record holds the text; waits for it.
+  static std::string First(const Peer& sink, const std::string& suffix, const std::string& text) {
+    for (int number = 1; number < 100; ++number) {
+      const std::string record = sink.Kept(std::to_string(number) + suffix);
+      if (record.empty()) break;
+      if (Count(record, text) > 0) return std::to_string(number);
+    }
+    ADD_FAILURE() << text;
+    return "0";
   }
-
-  // The record of the first mail with this in its subject; waits for it.
-  std::string Mail(const std::string& subject) const { return First("mails", ".json", subject); }
-  std::string Card(const std::string& title) const { return First("cards", ".body", title); }
+  std::string Mail(const std::string& subject) const { return First(mails_, ".json", subject); }
+  std::string Card(const std::string& text) const { return First(posts_, ".body", text); }
   // Adds to a file of the engine in the dated folder of a moment.
   void WriteEngineFile(time_t moment, const std::string& name, const std::string& text) const {
-    const std::string folder = folder_ / "engine/" + Local(moment, "%Y%m%d/");
-    fs::create_directories(folder);
-    std::ofstream(folder + name, std::ios::app) << text;
+    const std::string folder = "engine/" + Local(moment, "%Y%m%d/");
+    fs::create_directories(folder_ / folder);
+    folder_.Write(folder + name, ReadFile(folder_ / folder + name) + text);
   }
   static std::string Local(time_t moment, const char* format) {
     std::tm local{};
     localtime_r(&moment, &local);
-    std::ostringstream text;
-    text << std::put_time(&local, format);
-    return text.str();
+    return (std::ostringstream() << std::put_time(&local, format)).str();
   }
-
- private:
-  std::string First(const std::string& kind, const std::string& suffix, const std::string& text) const {
-    std::string found;
-    WaitFor([&] {
-      for (int number = 1; found.empty(); ++number) {
-        const std::string record = ReadFile(folder_ / kind + "/" + std::to_string(number) + suffix);
-        if (record.empty()) return false;
-        if (record.find(text) != std::string::npos) found = record;
-      }
-      return true;
-    });
-    return found;
-  }
-
-  Peer mail_{folder_, "mail", "mail_sink.py", {"--folder", folder_ / "mails"}};
-  Peer chat_{folder_, "chat", "webhook_sink.py", {"--folder", folder_ / "cards"}};
+  void WriteFigures(const char* channels_and_used) const { folder_.Write("figures", channels_and_used); }
 };
 
 TEST_F(Alarms, DeadEngineIsMailedAndPosted) {
   Process agent = StartedAgent();
   const std::string subject = engine_ + " Alarm Occured - Process Restart";
   const std::string mail = Mail(subject);
-  EXPECT_NE(mail.find(R"("to": ["operator@example.com"])"), std::string::npos) << mail;
-  EXPECT_NE(mail.find(R"("attached": ["agent.conf"])"), std::string::npos) << mail;
-  EXPECT_EQ(ReadFile(folder_ / "mails/1.attached-1"), config_.Text());
-  EXPECT_NE(ReadFile(folder_ / "mails/1.html").find(engine_ + " is Die and Restart"), std::string::npos);
-  EXPECT_NE(Card(subject).find(R"("value": ")" + engine_ + " is Die and Restart\""), std::string::npos);
-  EXPECT_TRUE(WaitFor([&] { return EngineAlive(); }));
+  const std::string record = mails_.Kept(mail + ".json");
+  EXPECT_EQ(Count(record, R"("to": ["kim@example.com", "lee@example.com"])"), 1U) << record;
+  EXPECT_EQ(Count(record, R"("attached": ["agent.conf"])"), 1U) << record;
+  EXPECT_EQ(mails_.Kept(mail + ".attached-1"), config_);
+  EXPECT_EQ(Count(mails_.Kept(mail + ".html"), engine_ + " is Die and Restart"), 1U);
+  EXPECT_EQ(Count(posts_.Kept(Card(subject) + ".body"), R"("value": ")" + engine_ + " is Die and Restart\""),
+            1U);
+  EXPECT_TRUE(WaitUntil([&] { return EngineAlive(); }));
 }
 
 TEST_F(Alarms, ChannelsInUseReachTheThreshold) {
-  WriteFile(folder_ / "figures", "3 1");
-  const Peer engine(folder_, "engine", "engine_standin.py", {"--figures", folder_ / "figures"});
-  const ManagementServer server(folder_, "server");
+  WriteFigures("3 1");
+  const Peer engine(folder_, "engine", "engine_peer.py", {"--figures", folder_ / "figures"});
   StartEngine();
-  config_.Set("ALARM_1", server.Address()).Set("ASR_PORT", engine.Port()).Set("CH_OVER_VALUE", 66);
+  config_ += "ASR_PORT " + engine.Port() + "\nCH_OVER_VALUE 66\n";
   Process agent = StartedAgent();
   EXPECT_TRUE(WaitForOut("System Channel [ 33 ] Config Channel [ 66 ]"));
-  EXPECT_TRUE(WaitFor([&] { return server.CountBodies("CH_STATE_DATA+1:1,2:0,3:0") >= 1; }));
-  EXPECT_EQ(Out().find("Channel Over"), std::string::npos);
-  WriteFile(folder_ / "figures", "3 2");
-  EXPECT_NE(Mail("Channel Check"), "");
-  EXPECT_NE(Card(" System Channel[66 %] Config Channel[66 %] is check"), "");
-  EXPECT_TRUE(WaitFor([&] { return server.CountBodies("CH_STATE_DATA+1:1,2:1,3:0") >= 1; }));
+  EXPECT_TRUE(WaitUntil([&] { return server_.CountBodies("CH_STATE_DATA+1:1,2:0,3:0") >= 1; }));
+  EXPECT_EQ(Count(Out(), "Channel Over"), 0U);
+  WriteFigures("3 2");
+  Mail("Channel Check");
+  Card(" System Channel[66 %] Config Channel[66 %] is check");
+  EXPECT_TRUE(WaitUntil([&] { return server_.CountBodies("CH_STATE_DATA+1:1,2:1,3:0") >= 1; }));
 }
 
 TEST_F(Alarms, HangLogTellsAProcessFromItsPort) {
-  WriteFile(folder_ / "figures", "3 1");
-  const Peer engine(folder_, "engine", "engine_standin.py", {"--figures", folder_ / "figures"});
+  WriteFigures("3 1");
+  const Peer engine(folder_, "engine", "engine_peer.py", {"--figures", folder_ / "figures"});
   StartEngine();
-  config_.Set("RESTART_CHECK", 0).Set("HANG_SAVE", 1).Set("HANG_PATH", "./hang/");
-  const std::pair<int, const char*> rows[] = {
-      {engine.Port(), "alived"}, {engine_port_.Port(), "deaded - disconnect"}, {0, "deaded - process"}};
-  for (const auto& [port, verdict] : rows) {
-    if (port == 0) KillEngine();
-    config_.Set("ASR_PORT", port);
-    Process agent = StartedAgent();
+  config_ += "RESTART_CHECK 0\nHANG_SAVE 1\n";
+  for (const char* verdict : {"deaded - disconnect", "alived", "deaded - process"}) {
+    if (verdict == std::string("alived")) config_ += "ASR_PORT " + engine.Port() + "\n";
+    if (verdict == std::string("deaded - process")) KillEngine();
     // The check comes with the start.
+    Process agent = StartedAgent();
     EXPECT_TRUE(WaitForOut("[ " + engine_ + " ] health check : " + verdict + "]"));
-    agent.Signal(SIGTERM);
-    agent.Wait();
+    ExpectStops(agent, seconds(7));
   }
 }
 
 TEST_F(Alarms, ErrorLinesOfTwoMinutesAgo) {
-  config_.Set("RESTART_CHECK", 0).Set("LOG_CHECK_MIN", 1);
+  config_ += "RESTART_CHECK 0\nLOG_CHECK_MIN 1\n";
   const time_t now = time(nullptr);
   // One line a minute, whichever minute it is when the check runs.
   for (int minutes = 4; minutes >= 0; --minutes) {
@@ -118,26 +93,25 @@ TEST_F(Alarms, ErrorLinesOfTwoMinutesAgo) {
     WriteEngineFile(moment, Local(moment, "%m%d.ERR.LOG"), Local(moment, "E %Y/%m/%d %H:%M:00 at %H%M\n"));
   }
   Process agent = StartedAgent();
-  EXPECT_NE(Mail("Service Check"), "");
-  EXPECT_EQ(Count(ReadFile(folder_ / "mails/1.html"), ":00 at "), 1U);
+  EXPECT_EQ(Count(mails_.Kept(Mail("Service Check") + ".html"), ":00 at "), 1U);
   EXPECT_FALSE(fs::exists(folder_ / "engine/STTAlarmLog.txt"));
 }
 
 TEST_F(Alarms, DailyReportAtItsMinute) {
-  config_.Set("RESTART_CHECK", 0).Set("RESULT_CHECK", 1);
   constexpr char row[] = ",,,,,,,,,,,,100,,,5000,,,0.5,,,40,,\n";
   WriteEngineFile(time(nullptr) - DAY, "Result.csv", row);
+  config_ += "RESTART_CHECK 0\nRESULT_CHECK 1\n";
   // Anew when the minute turned between the configuration and the check.
   for (int attempt = 0; attempt < 3; ++attempt) {
-    config_.Set("RESULT_TIME", Local(time(nullptr), "%H:%M"));
-    WriteFile(folder_ / "out.txt", "");
+    config_ += "RESULT_TIME " + Local(time(nullptr), "%H:%M\n");
     Process agent = StartedAgent();
-    ASSERT_TRUE(WaitFor([&] { return Count(Out(), "Result check ") + Count(Out(), "Mail Send [") > 0; }));
-    if (Out().find("Mail Send [") != std::string::npos) break;
+    ASSERT_TRUE(WaitUntil([&] { return Count(Out(), "Result check ") + Count(Out(), "Mail Send [") > 0; }));
+    if (Count(Out(), "Mail Send [") > 0) break;
   }
-  EXPECT_NE(Mail("Result Check").find(R"("attached": ["Result.csv"])"), std::string::npos);
-  EXPECT_EQ(ReadFile(folder_ / "mails/1.attached-1"), row);
-  EXPECT_NE(ReadFile(folder_ / "mails/1.html").find("5000.00 ms"), std::string::npos);
+  const std::string mail = Mail("Result Check");
+  EXPECT_EQ(Count(mails_.Kept(mail + ".json"), R"("attached": ["Result.csv"])"), 1U);
+  EXPECT_EQ(mails_.Kept(mail + ".attached-1"), row);
+  EXPECT_EQ(Count(mails_.Kept(mail + ".html"), "5000.00 ms"), 1U);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Runs the real agent in a folder of its own, beside an engine stand-in and scripted management servers.
+// Runs the real agent in a folder of its own, beside an engine stand-in and scripted peers.
 //
 // Agent and engine get short process names of their own, so that any number of tests can run at once: the
 // names are symbolic links in the test's folder, since the kernel takes the name from the path executed.
@@ -11,135 +11,88 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <functional>
+#include <csignal>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "base/owners.h"
+#include "support/support.h"
 
 namespace harness {
 
+namespace fs = std::filesystem;
 using std::chrono::milliseconds;
+using std::chrono::seconds;
+using support::Listener;
+using support::ReadFile;
+using support::WaitUntil;
+using Words = std::vector<std::string>;
 
-// The limit of waits that are expected to succeed: generous, for a loaded machine and sanitizers.
-inline constexpr milliseconds LIMIT{20'000};
-
-// Polls until the condition holds; false when it never did within the limit.
-bool WaitFor(const std::function<bool()>& condition, milliseconds limit = LIMIT);
-
-// The whole file; empty when there is none.
-std::string ReadFile(const std::string& path);
-void WriteFile(const std::string& path, std::string_view content, mode_t mode = 0644);
 size_t Count(std::string_view text, std::string_view part);
-
-// A temporary folder with a blank in its name, removed with everything in it.
-class Folder {
- public:
-  Folder();
-  ~Folder();
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  // The path of an entry; "" gives the folder itself, with its slash.
-  std::string operator/(std::string_view name) const { return path_ + std::string(name); }
-
- private:
-  std::string path_;
-};
+// A number from the environment.
+int64_t Number(const char* name, int64_t otherwise);
 
 // A child of the test. It dies with the test, and is killed and reaped by the destructor.
 class Process {
  public:
   struct Options {
-    std::string program;  // executed; words[0] may differ from it
-    std::vector<std::string> words;
-    std::vector<std::string> environment = {};  // beside the test's own; "NAME" alone removes
-    std::string out = {};                       // file that takes its standard output
+    Words words;  // the first is the path of the program
+    Words environment = {};
+    std::string out = {};  // file that its standard output is added to
     std::string err = {};
+    std::string name = {};  // what it is told that it is called, if not by its path
   };
   explicit Process(const Options& options);
   ~Process();
   Process(Process&& other) noexcept : pid_(std::exchange(other.pid_, -1)), status_(other.status_) {}
   Process& operator=(Process&&) = delete;
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
 
   pid_t Pid() const { return pid_; }
-  bool Alive();
+  bool Alive() { return Wait(milliseconds(0)) == -1; }
   void Signal(int number) const;
   // The wait status; -1 when it has not ended within the limit.
-  int Wait(milliseconds limit = LIMIT);
+  int Wait(milliseconds limit = seconds(20));
+  // The exit status; -1 when a signal ended it.
+  int ExitStatus();
 
  private:
   pid_t pid_ = -1;
   int status_ = -1;
 };
 
+// A script of tests/peers in a process of its own, with a folder of its own for what it keeps.
+class Peer {
+ public:
+  Peer(const support::TempFolder& folder, const std::string& name, const std::string& script,
+       const Words& words);
+  std::string Port() const { return std::to_string(port_); }
+  std::string Address() const { return "127.0.0.1:" + Port(); }
+  // What it keeps under a name; waits for it.
+  std::string Kept(const std::string& name) const;
+  int Arrived() const { return atoi(ReadFile(folder_ + "count").c_str()); }
+
+ protected:
+  std::string folder_;
+
+ private:
+  Process process_;
+  int port_ = 0;
+};
+
 // A frame as a management server got it.
 struct Frame {
-  double time;         // seconds
   std::string header;  // 16 characters
   std::string body;
   std::string extra;  // uncounted bytes that followed, in hexadecimal
 };
 
-// A script of tests/peers that prints "port N" once it listens, in a process of its own.
-class Peer {
- public:
-  Peer(const Folder& folder, const std::string& name, const std::string& script,
-       const std::vector<std::string>& words);
-  int Port() const { return port_; }
-  std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
-
- private:
-  std::string out_;
-  Process process_;
-  int port_ = 0;
-};
-
-// A management server.
 class ManagementServer : public Peer {
  public:
-  ManagementServer(const Folder& folder, const std::string& name, const std::string& behaviour = "normal",
-                   const std::string& interval = "1");
+  ManagementServer(const support::TempFolder& folder, const std::string& name,
+                   const std::string& behaviour = "normal");
   std::vector<Frame> Frames() const;
-  // Without the open frames.
-  std::vector<Frame> Reports() const;
   size_t CountBodies(std::string_view prefix) const;
-
- private:
-  std::string record_;
-};
-
-// A port of 127.0.0.1, taken as long as this lives. It refuses connections, or, when silent, it takes them
-// and never says a word.
-class DeadPort {
- public:
-  enum class Kind { REFUSING, SILENT };
-  explicit DeadPort(Kind kind);
-  int Port() const { return port_; }
-  std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
-  // Of a silent one: somebody has connected.
-  bool Visited() const;
-
- private:
-  base::UniqueFd socket_;
-  int port_ = 0;
-};
-
-// The keys of a configuration file in order; setting a key again replaces its value.
-class Config {
- public:
-  Config& Set(const std::string& key, const std::string& value);
-  Config& Set(const std::string& key, int value) { return Set(key, std::to_string(value)); }
-  // Adds text as it is at the end.
-  Config& Raw(std::string_view text);
-  std::string Text() const;
-
- private:
-  std::vector<std::pair<std::string, std::string>> lines_;
-  std::string raw_;
 };
 
 // Fixture: a folder with an engine stand-in, its start script and a configuration that runs the process check
@@ -150,36 +103,57 @@ class AgentTest : public testing::Test {
   ~AgentTest() override;
   void TearDown() override;
 
-  // Runs the agent with these words after its name; its output goes to out.txt and err.txt. The first word it
-  // gets is its path, unless another is given.
-  Process Run(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
-              const std::string& name = {});
-  // Writes the configuration and runs the agent on it, with further words.
-  Process Start(const std::vector<std::string>& arguments = {});
+  // Runs the agent with these words after its name; its output goes to out.txt and err.txt.
+  Process Run(const Words& arguments, const Words& environment = {}, const std::string& name = {});
+  // Writes the configuration and runs the agent on it, with further words; by another program, which executes
+  // the words that follow its own.
+  Process Start(const Words& arguments = {}, const Words& environment = {}, Words by = {});
   // The same, and waits until it is up.
-  Process StartedAgent(const std::vector<std::string>& arguments = {});
-  // The same as a daemon: its process id. The parent's end with 0 is checked.
-  pid_t StartedDaemon(const std::vector<std::string>& environment = {}, const std::string& name = {});
+  Process StartedAgent(const Words& arguments = {});
+  // The same as a daemon: its process id.
+  pid_t StartedDaemon(const Words& environment = {}, const std::string& name = {});
   std::string Out() const { return ReadFile(folder_ / "out.txt"); }
-  bool WaitForOut(std::string_view text, milliseconds limit = LIMIT) const;
-
-  // Waits for the end of a stop: the agent dies of SIGINT, and had said good-bye before.
-  void ExpectStopped(Process& agent, std::chrono::seconds limit);
+  bool WaitForOut(std::string_view text) const;
+  // Until the last of the handled signals has its handler.
+  static bool WaitForHandlers(const Process& agent);
+  // Stops the agent: it says good-bye and dies of SIGINT in time.
+  void ExpectStops(Process& agent, seconds limit, const std::vector<int>& signals = {SIGTERM}) const;
 
   // Process ids that bear this short name (zombies too).
   static std::vector<pid_t> Named(const std::string& name);
   void StartEngine();
-  // Kills and reaps every engine.
-  void KillEngine();
+  void KillEngine();  // and reaps every one
   bool EngineAlive() const { return !Named(engine_).empty(); }
-  // The agent's log of that name in its dated folder.
+  // What the start script saw: no descriptor, no blocked and no ignored signal of the agent's.
+  void ExpectEngineInheritedNothing() const;
+  // The agent's log of that name in its dated folders.
   std::string Log(const std::string& name) const;
 
-  Folder folder_;
-  std::string agent_;  // short process names
-  std::string engine_;
-  DeadPort engine_port_{DeadPort::Kind::REFUSING};
-  Config config_;
+  support::TempFolder folder_{"/tmp/agent test XXXXXX"};
+  std::string agent_ = "agt" + std::to_string(getpid());  // short process names
+  std::string engine_ = "eng" + std::to_string(getpid());
+  Listener engine_port_{true};
+  std::string config_;  // the last line of a key counts
+};
+
+// The same with every alarm channel on.
+class AllChannels : public AgentTest {
+ protected:
+  struct Delivered {
+    size_t reports = 0;
+    int mails = 0;
+    int posts = 0;
+  };
+
+  AllChannels();
+  Delivered Now() const;
+  // Kills the engine until that has the effect: a start script that is under way may bring up another one.
+  bool KillUntil(const std::function<bool()>& condition);
+  void ExpectAlarmOnAllChannels(const std::string& when);
+
+  ManagementServer server_{folder_, "server"};
+  Peer mails_{folder_, "mails", "mail_sink.py", {"--folder", folder_ / "mails"}};
+  Peer posts_{folder_, "posts", "webhook_sink.py", {"--folder", folder_ / "posts"}};
 };
 
 }  // namespace harness

@@ -7,22 +7,13 @@
 #include <sys/mman.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <iostream>
-#include <set>
 
-#include "system/all_channels.h"
+#include "system/harness.h"
 #include "system/torture.h"
 
 namespace harness {
 namespace {
-
-namespace fs = std::filesystem;
-
-int64_t Number(const char* name, int64_t otherwise) {
-  const char* text = getenv(name);
-  return text == nullptr ? otherwise : atoll(text);
-}
 
 size_t Entries(const std::string& folder) {
   std::error_code gone;
@@ -38,12 +29,11 @@ class Torture : public AllChannels {
   };
 
   Torture() {
-    const std::string path = folder_ / "control";
-    WriteFile(path, std::string(sizeof(TortureControl), '\0'));
+    const std::string path = folder_.Write("control", std::string(sizeof(TortureControl), '\0'));
     const base::UniqueFd file(open(path.c_str(), O_RDWR | O_CLOEXEC));
     control_ = static_cast<TortureControl*>(
         mmap(nullptr, sizeof *control_, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0));
-    config_.Set("LOG_CHECK_MIN", 1).Set("ASR_PORT", link_.Address().substr(link_.Address().find(':') + 1));
+    config_ += "LOG_CHECK_MIN 1\nASR_PORT " + link_.Port() + "\n";
   }
   ~Torture() override { munmap(control_, sizeof *control_); }
 
@@ -57,22 +47,22 @@ class Torture : public AllChannels {
     control_->armed = 1;
     EXPECT_TRUE(KillUntil([&] { return ReadFile(folder_ / "runs").size() > runs && EngineAlive(); })) << n;
     // Until the call has come, or a pass is over.
-    WaitFor([&] { return control_->failed > 0; }, milliseconds(n > 0 ? 2500 : 1500));
+    WaitUntil([&] { return control_->failed > 0; }, milliseconds(n > 0 ? 2500 : 1500));
     control_->armed = 0;
     return control_->count;
   }
   // The least that is held at any moment: what comes and goes with each cycle does not count.
-  Held Least(const Process& agent, milliseconds period) const {
+  Held Least(const Process& agent) const {
     const std::string proc = "/proc/" + std::to_string(agent.Pid());
     Held least;
-    WaitFor(
+    WaitUntil(
         [&] {
           least.descriptors = std::min(least.descriptors, Entries(proc + "/fd"));
           least.threads = std::min(least.threads, Entries(proc + "/task"));
           least.blocks = std::min(least.blocks, control_->live.load());
           return false;
         },
-        period);
+        milliseconds(2500));
     return least;
   }
 
@@ -84,11 +74,11 @@ class Torture : public AllChannels {
 TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
   constexpr int64_t CLEAN_EVERY = 8;
   Process agent =
-      StartBy({}, {std::string("LD_PRELOAD=") + TORTURE_SHIM, "TORTURE_CONTROL=" + folder_ / "control"});
+      Start({}, {std::string("LD_PRELOAD=") + TORTURE_SHIM, "TORTURE_CONTROL=" + folder_ / "control"});
   ASSERT_TRUE(WaitForOut("Start DunraSTT_Admin Service"));
   ExpectAlarmOnAllChannels("first");
   const int64_t calls = FailingPass(0);
-  const Held before = Least(agent, milliseconds(2500));
+  const Held before = Least(agent);
   const int64_t from = Number("TORTURE_FROM", calls / 12);
   const int64_t step = Number("TORTURE_STEP", std::max<int64_t>(calls / 6, 1));
   const int64_t to = Number("TORTURE_TO", calls);
@@ -101,13 +91,13 @@ TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
     if (++done % CLEAN_EVERY == 0) ExpectAlarmOnAllChannels("after call " + std::to_string(n));
   }
   ExpectAlarmOnAllChannels("at the end");
-  const Held after = Least(agent, milliseconds(2500));
+  const Held after = Least(agent);
   EXPECT_LE(after.descriptors, before.descriptors);
   EXPECT_LE(after.threads, before.threads);
   // Fewer than one for ten failed calls: caches grow with what was met.
   EXPECT_LE(after.blocks, before.blocks + 24 + done / 10) << done << " calls failed";
   agent.Signal(SIGTERM);
-  EXPECT_NE(agent.Wait(milliseconds(9'000)), -1);
+  EXPECT_NE(agent.Wait(seconds(9)), -1);
 }
 
 }  // namespace
