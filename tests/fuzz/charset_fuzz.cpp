@@ -14,14 +14,15 @@ void CheckEncode(const std::string& text) {
   HOLDS((out != nullptr) == (result == 0));
   if (result != 0) return;
   HOLDS(out[length] == '\0' && length >= text.size() && length <= text.size() / 2 * 3 + 1);
-  std::vector<char> back(text.size() + 1);
+  std::string back(text.size() + 1, '\0');
   // Texts of ASCII and syllables come back as they were.
   if (decode_UTF8(out, int32_t(length), back.data(), int32_t(back.size())) == int32_t(text.size()) &&
       std::strlen(out) == length && std::strchr(back.data(), ' ') == nullptr) {
-    HOLDS(std::memcmp(back.data(), text.data(), text.size()) == 0);
+    HOLDS(back == text + '\0');
   }
 }
 
+// Out of and into blocks of exactly these sizes.
 void CheckDecode(const std::string& text, size_t room) {
   const std::vector<char> exact(text.c_str(), text.c_str() + text.size() + 1);
   std::vector<char> out(room);

@@ -1,9 +1,6 @@
 // Runs a target on every file of the folders named: what the fuzzer's own driver does when it is not fuzzing.
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 #include "fuzz/fuzz.h"
+#include "support/support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -11,8 +8,7 @@ int main(int argc, char** argv) {
   size_t count = 0;
   for (int i = 1; i < argc; ++i) {
     for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-      std::ifstream file(entry.path(), std::ios::binary);
-      const std::string content{std::istreambuf_iterator<char>(file), {}};
+      const std::string content = support::ReadFile(entry.path());
       // What the target breaks off at is the last file named.
       std::fprintf(stderr, "%s\n", entry.path().c_str());
       LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(content.data()), content.size());

@@ -11,15 +11,6 @@
 
 namespace {
 
-bool IsInteger(int64_t got, const std::string& text) {
-  return got == std::clamp<int64_t>(std::strtol(text.c_str(), nullptr, 10), INT_MIN, INT_MAX);
-}
-
-bool IsFloat(float got, const std::string& text) {
-  const auto expected = static_cast<float>(std::strtod(text.c_str(), nullptr));
-  return got == expected || (std::isnan(got) && std::isnan(expected));
-}
-
 void CheckRecord(const RESULT_LIST& record, std::string line) {
   std::array<std::string, 23> fields;
   std::array<char, RESULT_LINE> field{};
@@ -29,8 +20,14 @@ void CheckRecord(const RESULT_LIST& record, std::string line) {
     HOLDS(next <= line.data() + line.size());
     fields[i] = field.data();
   }
-  HOLDS(IsInteger(record.recognition_time, fields[13]) && IsInteger(record.response_time, fields[22]));
-  HOLDS(IsFloat(record.file_time, fields[16]) && IsFloat(record.xrt, fields[19]));
+  for (const auto& [got, text] :
+       {std::pair(record.recognition_time, &fields[13]), {record.response_time, &fields[22]}}) {
+    HOLDS(got == std::clamp<int64_t>(std::strtol(text->c_str(), nullptr, 10), INT_MIN, INT_MAX));
+  }
+  for (const auto& [got, text] : {std::pair(record.file_time, &fields[16]), {record.xrt, &fields[19]}}) {
+    const auto expected = static_cast<float>(std::strtod(text->c_str(), nullptr));
+    HOLDS(got == expected || (std::isnan(got) && std::isnan(expected)));
+  }
   for (int i = 0; i < RESULT_TEXTS; ++i) HOLDS(ResultText(record, i) == fields[size_t(i) * 2 + 3]);
 }
 
@@ -44,12 +41,9 @@ FUZZ_TARGET(text) {
   while (std::fgets(buffer, sizeof buffer, stream.get()) != nullptr) lines.emplace_back(buffer);
 
   const auto count = int64_t(lines.size());
-  RESULT_LIST* records = nullptr;
-  fuzz::Quickly(text, [&] {
-    FreeResultData(records);
-    records = GetResultReadData(file.Path(), count);
-  });
-  const std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)> owner(records, FreeResultData);
+  std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)> owner(nullptr, FreeResultData);
+  fuzz::Quickly(text, [&] { owner.reset(GetResultReadData(file.Path(), count)); });
+  const RESULT_LIST* const records = owner.get();
   HOLDS(records != nullptr);
   for (size_t i = 0; i < lines.size(); ++i) CheckRecord(records[i], lines[i]);
   if (count == 0) return;

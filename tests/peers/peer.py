@@ -18,10 +18,10 @@ def options(about, **defaults):
     return parser.parse_args()
 
 
-def listen(port=0, label="port "):
+def listen(port=0):
     """Port 0 is one that the kernel chooses; printed once it listens."""
     listener = socket.create_server(("127.0.0.1", port), backlog=128)
-    print(f"{label}{listener.getsockname()[1]}", flush=True)
+    print(f"port {listener.getsockname()[1]}", flush=True)
     return listener
 
 

@@ -3,7 +3,7 @@
 
 Post number N (from 1) leaves N.body, as it came, and N.json in --folder: method, path, headers (names in lower case)
 and whether the body is valid JSON ("parsed"). "count" there says how many came; with --count-only that is all.
-Behaviours: normal answers with --status, redirect sends to another path of its own, reset resets as it accepts.
+With --behaviour redirect it sends to another path of its own.
 """
 import http.server
 import json
@@ -12,7 +12,7 @@ import threading
 
 import peer
 
-OPTIONS = peer.options(__doc__, folder=pathlib.Path(), behaviour="normal", status=200, count_only=False)
+OPTIONS = peer.options(__doc__, folder=pathlib.Path(), behaviour="normal", count_only=False)
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
@@ -21,7 +21,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def do_POST(self):
         self.server.keep(self, self.rfile.read(int(self.headers.get("content-length", "0"))))
         redirect = OPTIONS.behaviour == "redirect"
-        self.send_response(302 if redirect else OPTIONS.status)
+        self.send_response(302 if redirect else 200)
         if redirect:
             self.send_header("Location", "/elsewhere")
         self.send_header("Content-Length", "1")
@@ -43,13 +43,6 @@ class Sink(http.server.ThreadingHTTPServer):
         self.socket = peer.listen()
         self.count = 0
         self.lock = threading.Lock()
-
-    def get_request(self):
-        connection, address = super().get_request()
-        if OPTIONS.behaviour == "reset":
-            peer.reset(connection)
-            raise OSError("reset")
-        return connection, address
 
     def keep(self, request, body):
         with self.lock:

@@ -43,24 +43,22 @@ TEST(Documents, ExplainExactlyTheKeysOfTheParser) {
 }
 
 TEST(Documents, ParserTakesTheSampleAsItReads) {
-  const std::string sample = Read("conf/DunraSTT.conf.sample");
   char* converted = nullptr;
   uint32_t length = 0;
+  const std::string sample = Read("conf/DunraSTT.conf.sample");
   ASSERT_EQ(encode_UTF8(sample.data(), static_cast<uint32_t>(sample.size()), &converted, &length), 0);
   const base::UniqueText text(converted);
   EXPECT_NE(std::strstr(converted, "한글"), nullptr);
 
-  gSendInfo = new SEND_INFO{};
+  SEND_INFO info{};
+  gSendInfo = &info;
   std::snprintf(m_sz_configfile, sizeof m_sz_configfile, "%s/conf/DunraSTT.conf.sample", TREE);
   ASSERT_EQ(ReadCfg(), 1);
-  EXPECT_EQ(gSendInfo->server_count, 1);
-  EXPECT_EQ(gSendInfo->cpu_over_value, 90);
+  EXPECT_EQ(info.server_count, 1);
+  EXPECT_EQ(info.cpu_over_value, 90);
   EXPECT_STREQ(m_sz_shell_file, "/opt/stt/bin/start_engine.sh");
-  EXPECT_STREQ(m_receiver_email, "/etc/dunrastt/mail_to.txt");
-  EXPECT_STREQ(m_hang_path, "/var/log/dunrastt/hang/");
   EXPECT_STREQ(m_sz_cert_file, "");
   EXPECT_STREQ(m_webhook_server_url, "https://chat.example.com/hook");
-  delete gSendInfo;
   gSendInfo = nullptr;
 }
 

@@ -33,24 +33,17 @@ size_t Count(std::string_view text, std::string_view part);
 // A number from the environment.
 int64_t Number(const char* name, int64_t otherwise);
 
-// A child of the test. It dies with the test, and is killed and reaped by the destructor.
+// A child of the test, its output added to these files. It dies with the test, and is killed and reaped by
+// the destructor.
 class Process {
  public:
-  struct Options {
-    Words words;  // the first is the path of the program
-    Words environment = {};
-    std::string out = {};  // file that its standard output is added to
-    std::string err = {};
-    std::string name = {};  // what it is told that it is called, if not by its path
-  };
-  explicit Process(const Options& options);
+  explicit Process(Words words, const std::string& out = "/dev/null", const std::string& err = "/dev/null");
   ~Process();
   Process(Process&& other) noexcept : pid_(std::exchange(other.pid_, -1)), status_(other.status_) {}
   Process& operator=(Process&&) = delete;
 
   pid_t Pid() const { return pid_; }
   bool Alive() { return Wait(milliseconds(0)) == -1; }
-  void Signal(int number) const;
   // The wait status; -1 when it has not ended within the limit.
   int Wait(milliseconds limit = seconds(20));
   // The exit status; -1 when a signal ended it.
@@ -61,38 +54,21 @@ class Process {
   int status_ = -1;
 };
 
-// A script of tests/peers in a process of its own, with a folder of its own for what it keeps.
+// A script of tests/peers in a process of its own, that keeps what it gets in a folder of its own.
 class Peer {
  public:
   Peer(const support::TempFolder& folder, const std::string& name, const std::string& script,
-       const Words& words);
+       const Words& words = {});
   std::string Port() const { return std::to_string(port_); }
   std::string Address() const { return "127.0.0.1:" + Port(); }
-  // What it keeps under a name; waits for it.
-  std::string Kept(const std::string& name) const;
+  // How often that stands in what it keeps.
+  size_t Seen(std::string_view text) const;
   int Arrived() const { return atoi(ReadFile(folder_ + "count").c_str()); }
 
- protected:
-  std::string folder_;
-
  private:
+  std::string folder_;
   Process process_;
   int port_ = 0;
-};
-
-// A frame as a management server got it.
-struct Frame {
-  std::string header;  // 16 characters
-  std::string body;
-  std::string extra;  // uncounted bytes that followed, in hexadecimal
-};
-
-class ManagementServer : public Peer {
- public:
-  ManagementServer(const support::TempFolder& folder, const std::string& name,
-                   const std::string& behaviour = "normal");
-  std::vector<Frame> Frames() const;
-  size_t CountBodies(std::string_view prefix) const;
 };
 
 // Fixture: a folder with an engine stand-in, its start script and a configuration that runs the process check
@@ -103,29 +79,23 @@ class AgentTest : public testing::Test {
   ~AgentTest() override;
   void TearDown() override;
 
-  // Runs the agent with these words after its name; its output goes to out.txt and err.txt.
-  Process Run(const Words& arguments, const Words& environment = {}, const std::string& name = {});
+  // Its output goes to out.txt and err.txt.
+  Process Run(const Words& words) const { return Process(words, folder_ / "out.txt", folder_ / "err.txt"); }
   // Writes the configuration and runs the agent on it, with further words; by another program, which executes
   // the words that follow its own.
-  Process Start(const Words& arguments = {}, const Words& environment = {}, Words by = {});
+  Process Start(const Words& arguments = {}, Words by = {}) const;
   // The same, and waits until it is up.
-  Process StartedAgent(const Words& arguments = {});
-  // The same as a daemon: its process id.
-  pid_t StartedDaemon(const Words& environment = {}, const std::string& name = {});
+  Process StartedAgent(const Words& arguments = {}) const;
   std::string Out() const { return ReadFile(folder_ / "out.txt"); }
-  bool WaitForOut(std::string_view text) const;
-  // Until the last of the handled signals has its handler.
-  static bool WaitForHandlers(const Process& agent);
+  bool WaitForOut(const std::string& text) const;
   // Stops the agent: it says good-bye and dies of SIGINT in time.
   void ExpectStops(Process& agent, seconds limit, const std::vector<int>& signals = {SIGTERM}) const;
 
   // Process ids that bear this short name (zombies too).
   static std::vector<pid_t> Named(const std::string& name);
-  void StartEngine();
-  void KillEngine();  // and reaps every one
+  void StartEngine() const;
+  void KillEngine() const;  // and reaps every one
   bool EngineAlive() const { return !Named(engine_).empty(); }
-  // What the start script saw: no descriptor, no blocked and no ignored signal of the agent's.
-  void ExpectEngineInheritedNothing() const;
   // The agent's log of that name in its dated folders.
   std::string Log(const std::string& name) const;
 
@@ -143,17 +113,20 @@ class AllChannels : public AgentTest {
     size_t reports = 0;
     int mails = 0;
     int posts = 0;
+    bool AllBeyond(const Delivered& other) const {
+      return reports > other.reports && mails > other.mails && posts > other.posts;
+    }
   };
 
   AllChannels();
   Delivered Now() const;
   // Kills the engine until that has the effect: a start script that is under way may bring up another one.
-  bool KillUntil(const std::function<bool()>& condition);
-  void ExpectAlarmOnAllChannels(const std::string& when);
+  bool KillUntil(const std::function<bool()>& condition) const;
+  void ExpectAlarmOnAllChannels(const std::string& when) const;
 
-  ManagementServer server_{folder_, "server"};
-  Peer mails_{folder_, "mails", "mail_sink.py", {"--folder", folder_ / "mails"}};
-  Peer posts_{folder_, "posts", "webhook_sink.py", {"--folder", folder_ / "posts"}};
+  Peer server_{folder_, "server", "mgmt_server.py"};
+  Peer mails_{folder_, "mails", "mail_sink.py"};
+  Peer posts_{folder_, "posts", "webhook_sink.py"};
 };
 
 }  // namespace harness

@@ -1,35 +1,109 @@
-// The life of the process: heartbeat, hangup, daemon mode, and the stop.
+// The life of the process: command line, refusals, heartbeat, hangup, daemon mode. Stops: stop_storm_test.
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <ostream>
 
 #include "system/harness.h"
 
 namespace harness {
 namespace {
 
-class Life : public AgentTest {};
+constexpr int REFUSED = 255;
+constexpr char HELP[] =
+    " [OPTIONS]\n\n"
+    "  Options:\n"
+    "   -h --help                 Print this help\n"
+    "   -f --conf_file filename   Read configuration from the file\n"
+    "   -t --test_conf filename   Test configuration file\n"
+    "   -l --log_file  filename   Write logs to the file\n"
+    "   -d --daemon               Daemonize this application\n"
+    "   -p --pid_file  filename   PID file used by daemonized app\n\n";
+constexpr char BANNER[] = "DunraSTT Service Admin - 2";
 
-TEST_F(Life, HangupProvesTheConfigurationAndChangesNothing) {
-  config_ += "RESTART_CHECK 0\n";
-  Process agent = StartedAgent();
-  ASSERT_TRUE(WaitForOut("Debug: 0\n"));
-  folder_.Write("agent.conf", "LOG_LEVEL 0\n");
-  agent.Signal(SIGHUP);
-  EXPECT_TRUE(WaitForOut("Debug: reloading daemon config file ...\n"));
-  EXPECT_TRUE(WaitForOut("Debug: 2\n"));
-  ExpectStops(agent, seconds(2));
-  EXPECT_EQ(Count(Out(), "Debug: stopping daemon ...\n"), 1U);
+class Life : public AgentTest {
+ protected:
+  Life() { config_ += "RESTART_CHECK 0\n"; }
+  // A daemon, once it is up. The words are executed by another program.
+  pid_t StartedDaemon(const Words& by = {}) {
+    for (int attempt = 1; attempt <= 5; ++attempt) {
+      EXPECT_EQ(Start({"-d"}, by).ExitStatus(), 0);
+      // Refused for the moment when it ends.
+      EXPECT_TRUE(WaitUntil(
+          [this] { return waitpid(-1, nullptr, WNOHANG) > 0 || !ReadFile(folder_ / "agent.pid").empty(); }));
+      if (fs::exists(folder_ / "agent.pid")) return std::stoi(ReadFile(folder_ / "agent.pid"));
+    }
+    return 0;
+  }
+};
+
+TEST_F(Life, OptionsEndWithTheirStatus) {
+  folder_.Write("number", "  12 seconds\n");
+  folder_.Write("word", "twelve\n");
+  folder_.Write("nul", std::string(70'000, '\0'));
+  // "@" stands for the test's folder.
+  const struct {
+    Words words;
+    int status;
+    const char *out, *err;  // what standard output holds, and how standard error begins
+  } rows[] = {{{"-h"}, 0, HELP, ""},
+              {{"--help"}, 0, "  DUNRA STT Service Daemon Ver.2.3.x.x\n\n  Usage: ", ""},
+              {{"-x"}, 1, HELP, ""},
+              {{"-f"}, 1, HELP, ""},
+              {{"-t", "@number", "-x"}, 0, "", ""},
+              {{"--test_conf", "@word"}, 1, "", "Wrong config file @word\n"},
+              {{"-t", "@absent"}, 1, "", "Can't read config file @absent\n"},
+              {{}, REFUSED, BANNER, ""},
+              {{"-f", "@%n%s%999999999d"}, REFUSED, BANNER, ""},
+              {{"-f", "@nul"}, REFUSED, BANNER, ""},
+              {{"-f", "@"}, REFUSED, BANNER, ""}};
+  const auto expanded = [this](std::string text) {
+    const size_t at = text.find('@');
+    return at == std::string::npos ? text : text.replace(at, 1, folder_.Path());
+  };
+  for (const auto& row : rows) {
+    Words words{folder_ / agent_};
+    for (const std::string& word : row.words) words.push_back(expanded(word));
+    SCOPED_TRACE(words.back());
+    folder_.Write("out.txt", "");
+    folder_.Write("err.txt", "");
+    EXPECT_EQ(Run(words).ExitStatus(), row.status);
+    EXPECT_NE(Out().find(row.out), std::string::npos) << Out();
+    EXPECT_TRUE(ReadFile(folder_ / "err.txt").starts_with(expanded(row.err)));
+  }
 }
 
-TEST_F(Life, HeartbeatGoesToItsFileOrToStandardOutput) {
-  config_ += "RESTART_CHECK 0\n";
+TEST_F(Life, ASecondInstanceAndAForeignNameAreRefused) {
+  Process first = StartedAgent();
+  for (const char* name : {"", "WATCHDOG_NAME nobody-has-this\n"}) {
+    config_ += name;
+    folder_.Write("out.txt", "");
+    EXPECT_EQ(Start().ExitStatus(), REFUSED);
+    EXPECT_EQ(Count(Out(), "DunraSTT_Admin Already Running"), 1U);
+    EXPECT_EQ(ReadFile(folder_ / "agent.pid"), std::to_string(first.Pid()));
+  }
+  EXPECT_TRUE(first.Alive());
+}
+
+// The refusal comes late, with threads at work: it may not wait for them.
+TEST_F(Life, AResultTimeWithoutColonIsRefused) {
+  const Listener silent;
+  config_ += "ALARM_1 127.0.0.1:" + std::to_string(silent.Port()) + "\nFIRST_ALARM_SEND 1\nRESULT_CHECK 1\n" +
+             "RESTART_CHECK 1\nRESULT_TIME 0730\n";
+  EXPECT_EQ(StartedAgent().ExitStatus(), REFUSED);
+  EXPECT_EQ(Count(Out(), "Create RESULT_CHECK_TIMER send_timer fail..Errcode [ "), 1U);
+}
+
+TEST_F(Life, HeartbeatGoesToItsFileAndOutlivesAHangup) {
   folder_.Write("beat", "older\n");
   Process agent = StartedAgent({"-l", folder_ / "beat"});
-  EXPECT_TRUE(WaitUntil([&] { return ReadFile(folder_ / "beat") == "older\nDebug: 0\nDebug: 1\n"; }));
+  const auto beat = [this] { return ReadFile(folder_ / "beat"); };
+  EXPECT_TRUE(WaitUntil([&] { return beat() == "older\nDebug: 0\nDebug: 1\n"; }));
+  // It proves the configuration and changes nothing.
+  folder_.Write("agent.conf", "LOG_LEVEL 0\n");
+  kill(agent.Pid(), SIGHUP);
+  EXPECT_TRUE(WaitUntil([&] { return Count(beat(), "Debug: reloading daemon config file ...\n") == 1; }));
+  EXPECT_TRUE(WaitUntil([&] { return Count(beat(), "Debug: 3\n") == 1; }));
   ExpectStops(agent, seconds(2));
-  EXPECT_EQ(Count(ReadFile(folder_ / "beat"), "Debug: stopping daemon ...\n"), 1U);
+  EXPECT_EQ(Count(beat(), "Debug: stopping daemon ...\n"), 1U);
   EXPECT_EQ(Count(Out(), "Debug: "), 0U);
   Process other = StartedAgent({"-l", folder_ / "absent/beat"});
   EXPECT_TRUE(WaitForOut("Debug: 1\n"));
@@ -46,7 +120,6 @@ TEST_F(Life, BrokenHeartbeatStopsTheAgent) {
 }
 
 TEST_F(Life, DaemonDetachesAndGuardsItsLock) {
-  config_ += "RESTART_CHECK 0\n";
   const pid_t daemon = StartedDaemon();
   ASSERT_GT(daemon, 0);
   EXPECT_EQ(ReadFile(folder_ / "agent.lock"), std::to_string(daemon) + "\n");
@@ -57,7 +130,7 @@ TEST_F(Life, DaemonDetachesAndGuardsItsLock) {
   EXPECT_EQ(fs::read_symlink(proc + "/cwd").string() + "/", folder_.Path());
 
   // The second: its parent knows nothing of the refusal, its child ends with 1. Without PWD, too.
-  EXPECT_EQ(Run({folder_ / agent_, "-d", "-f", folder_ / "agent.conf"}, {"PWD"}).ExitStatus(), 0);
+  EXPECT_EQ(Start({"-d"}, {"env", "-u", "PWD"}).ExitStatus(), 0);
   int status = -1;
   EXPECT_TRUE(WaitUntil([&] { return waitpid(-1, &status, WNOHANG) > 0; }));
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
@@ -66,94 +139,12 @@ TEST_F(Life, DaemonDetachesAndGuardsItsLock) {
   kill(daemon, SIGTERM);
   EXPECT_TRUE(WaitUntil([&] { return waitpid(daemon, &status, WNOHANG) > 0; }));
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
-}
-
-// Found by a search path, the program has no folder of its own: the daemon stays where PWD says. A daemon has
-// signals blocked and no terminal: its engine starts as clean.
-TEST_F(Life, DaemonWorksInThePwdOfItsCallerAndItsEngineInheritsNothing) {
+  // Found by a search path, the program has no folder of its own: the daemon stays where PWD says.
   fs::create_directory(folder_ / "elsewhere");
-  const pid_t daemon = StartedDaemon({"PWD=" + folder_ / "elsewhere"}, agent_);
-  ASSERT_GT(daemon, 0);
-  EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(daemon) + "/cwd"), folder_ / "elsewhere");
-  ASSERT_TRUE(WaitUntil([&] { return EngineAlive() && fs::exists(folder_ / "arguments"); }));
-  ExpectEngineInheritedNothing();
-}
-
-class Stop : public AgentTest {};
-
-// Timers that sleep for minutes; also signals that come again while the stop is under way.
-TEST_F(Stop, TakesAMomentWhenIdle) {
-  StartEngine();
-  config_ += "RESTART_CHECK_SEC 600\nHANG_SAVE 1\nHANG_TIME 600\nRESULT_CHECK 1\nRESULT_TIME 24:60\n";
-  config_ += "LOG_CHECK_MIN 1\n";
-  for (const std::vector<int>& signals :
-       {std::vector{SIGTERM}, {SIGINT}, {SIGTERM, SIGHUP, SIGALRM, SIGTERM}}) {
-    folder_.Write("p.pid", "1");
-    Process agent = StartedAgent({"-p", folder_ / "p.pid"});
-    ASSERT_TRUE(WaitForOut("System CPU ["));
-    ExpectStops(agent, seconds(2), signals);
-    EXPECT_FALSE(fs::exists(folder_ / "p.pid"));
-    EXPECT_EQ(ReadFile(folder_ / "agent.pid"), std::to_string(agent.Pid()));
-    EXPECT_TRUE(EngineAlive());
-  }
-}
-
-// The process-table snapshots of start-up take a second.
-TEST_F(Stop, TakesAMomentDuringStartUp) {
-  Process agent = Start();
-  ASSERT_TRUE(WaitForHandlers(agent));
-  ExpectStops(agent, seconds(2));
-}
-
-struct SilentPeer {
-  const char* name;
-  const char* lines;    // that lead to a port, "@", that takes the connection and never says a word
-  bool endless_script;  // is under way besides
-  seconds limit;
-};
-void PrintTo(const SilentPeer& row, std::ostream* out) {
-  *out << row.name;
-}
-
-class SilentPeerStop : public AgentTest, public testing::WithParamInterface<SilentPeer> {};
-
-TEST_P(SilentPeerStop, EndsInTime) {
-  const SilentPeer& row = GetParam();
-  const Listener silent;
-  std::string lines = row.lines;
-  config_ += lines.replace(lines.find('@'), 1, std::to_string(silent.Port()));
-  if (row.endless_script) {
-    folder_.Write("start engine.sh", "#!/bin/sh\n\"${0%/*}/" + engine_ + "\" 600\n", 0755);
-  }
-  Process agent = StartedAgent();
-  ASSERT_TRUE(WaitUntil([&] { return silent.Visited() && (!row.endless_script || EngineAlive()); }));
-  ExpectStops(agent, row.limit);
-  EXPECT_TRUE(!row.endless_script || EngineAlive());
-}
-
-// An engine that hangs holds up the start of the agent for half a minute: a stop does not wait for that.
-INSTANTIATE_TEST_SUITE_P(
-    Rows, SilentPeerStop,
-    testing::Values(
-        SilentPeer{"management", "ALARM_1 127.0.0.1:@\n", true, seconds(7)},
-        SilentPeer{"mail", "SEND_EMAIL_CHECK 1\nSMTP_SERVER_URL 127.0.0.1\nSMTP_SERVER_PORT @\nSMTP_AUTH 1\n",
-                   false, seconds(7)},
-        SilentPeer{"webhook", "SEND_WEBHOOK_CHECK 1\nWEBHOOK_SERVER_URL http://127.0.0.1:@/hook\n", false,
-                   seconds(7)},
-        SilentPeer{"engine", "ASR_PORT @\n", false, seconds(2)}),
-    [](const auto& row) { return std::string(row.param.name); });
-
-TEST_F(Stop, FinishesAnExchangeThatMovesAndServesTheRest) {
-  const ManagementServer server(folder_, "server");
-  const Peer slow(folder_, "slow", "flaky_proxy.py", {"--to", server.Port(), "--script", "drip:0.03"});
-  const ManagementServer last(folder_, "last");
-  config_ += "RESTART_CHECK 0\nFIRST_ALARM_SEND 1\nALARM_1 " + slow.Address() + "\n";
-  config_ += "ALARM_2 " + last.Address() + "\n";
-  Process agent = StartedAgent();
-  ASSERT_TRUE(WaitUntil([&] { return server.Frames().size() == 1; }));
-  ExpectStops(agent, seconds(5));
-  EXPECT_EQ(server.CountBodies("ALARM+Tovik Start"), 1U);
-  EXPECT_EQ(last.CountBodies("ALARM+Tovik Start"), 1U);
+  fs::remove(folder_ / "agent.pid");
+  const pid_t other =
+      StartedDaemon({"bash", "-c", "PWD='" + folder_ / "elsewhere' exec -a " + agent_ + " \"$0\" \"$@\""});
+  EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(other) + "/cwd"), folder_ / "elsewhere");
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 // The agent under another clock (libfaketime): the turn of days and years, both clock changes, jumps, and
 // times beyond 32 bits. Only the time of day is faked, so waits last what they say.
-#include <ostream>
-
 #include "system/harness.h"
 
 namespace harness {
@@ -11,18 +9,18 @@ constexpr const char* LIBRARY = "/usr/lib/x86_64-linux-gnu/faketime/libfaketimeM
 constexpr const char* UTC = "UTC0";
 constexpr const char* BERLIN = "CET-1CEST,M3.5.0,M10.5.0/3";
 
-class OtherTime : public AgentTest {
+class OtherTime : public AllChannels {
  protected:
   void SetUp() override {
     if (!fs::exists(LIBRARY)) GTEST_SKIP() << "no " << LIBRARY;
     StartEngine();
-    config_ += "SEND_WEBHOOK_CHECK 1\nWEBHOOK_APPS 2\nTXT_PATH ./engine/\n";
-    config_ += "WEBHOOK_SERVER_URL http://" + posts_.Address() + "/\n";
+    config_ += "HANG_SAVE 0\nTXT_PATH ./engine/\n";
   }
-  Process StartAt(const char* zone, Words clock) {
-    clock.insert(clock.end(), {std::string("LD_PRELOAD=") + LIBRARY, std::string("TZ=") + zone,
-                               "FAKETIME_DONT_FAKE_MONOTONIC=1", "NO_FAKE_STAT=1"});
-    return Start({}, clock);
+  Process StartAt(const std::string& zone, const Words& clock) const {
+    Words by{"env", std::string("LD_PRELOAD=") + LIBRARY, "TZ=" + zone, "FAKETIME_DONT_FAKE_MONOTONIC=1",
+             "NO_FAKE_STAT=1"};
+    by.insert(by.end(), clock.begin(), clock.end());
+    return Start({}, by);
   }
   void WriteEngineFile(const std::string& day, const std::string& name, const std::string& content) const {
     fs::create_directories(folder_ / "engine/" + day);
@@ -36,8 +34,6 @@ class OtherTime : public AgentTest {
     EXPECT_NEAR(double(Count(Out(), "Debug: ") - beats), 3, 1);
     EXPECT_NEAR(double(Count(Out(), "send_timer Process Time") - ticks), 1.5, 0.5);
   }
-
-  Peer posts_{folder_, "posts", "webhook_sink.py", {"--folder", folder_ / "posts"}};
 };
 
 struct Moment {
@@ -49,26 +45,27 @@ struct Moment {
   const char* error_minute;  // whose errors are looked for after the turn
   std::string day_before;    // folder of the log before and after the turn
   std::string day_after;
+  friend void PrintTo(const Moment& row, std::ostream* out) { *out << row.name; }
 };
-void PrintTo(const Moment& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class Turn : public OtherTime, public testing::WithParamInterface<Moment> {};
 
 TEST_P(Turn, TellsOfTheRightDayAndMinute) {
   const Moment& row = GetParam();
-  WriteEngineFile(row.result_day, "Result.csv", "a,b,c\n");
+  const std::string results = ",,,,,,,,,,,,100,,,5000,,,0.5,,,40,,\n";
+  WriteEngineFile(row.result_day, "Result.csv", results);
   WriteEngineFile(row.day_before, row.day_before.substr(4) + ".ERR.LOG",
                   std::string("E 11:11:00 other\nE ") + row.error_minute + ":07 wanted\n");
   config_ += std::string("RESULT_CHECK 1\nLOG_CHECK_MIN 1\nRESULT_TIME ") + row.result_time + "\n";
   Process agent = StartAt(row.zone, {"FAKETIME_FMT=%s", std::string("FAKETIME=@") + row.epoch});
   std::string date = row.result_day;
   date.insert(6, "/").insert(4, "/");
-  EXPECT_GE(Count(posts_.Kept("1.body"), date), 1U);
-  const std::string errors = posts_.Kept("2.body");
-  EXPECT_EQ(Count(errors, "wanted"), 1U) << errors;
-  EXPECT_EQ(Count(errors, "other"), 0U) << errors;
+  ASSERT_TRUE(WaitUntil([&] { return Now().mails == 2 && Now().posts == 2; }));
+  EXPECT_EQ(ReadFile(folder_ / "mails/1.attached-1"), results);
+  EXPECT_EQ(Count(ReadFile(folder_ / "mails/1.html"), "5000.00 ms"), 1U);
+  EXPECT_GE(Count(ReadFile(folder_ / "posts/1.body"), date), 1U);
+  EXPECT_EQ(Count(ReadFile(folder_ / "posts/2.body"), "wanted"), 1U);
+  EXPECT_EQ(posts_.Seen("other"), 0U);
   ExpectIntervalsHold();
   EXPECT_TRUE(fs::exists(folder_ / "log/" + row.day_before + "/MAIN.LOG"));
   EXPECT_TRUE(fs::exists(folder_ / "log/" + row.day_after + "/MAIN.LOG"));
@@ -76,16 +73,12 @@ TEST_P(Turn, TellsOfTheRightDayAndMinute) {
   EXPECT_TRUE(agent.Alive());
 }
 
-// A day of the results is 86,400 seconds: after a change of the clock that may be the day before yesterday,
-// or today.
 INSTANTIATE_TEST_SUITE_P(
     Rows, Turn,
     testing::Values(
         Moment{"year", UTC, "1735689595", "23:59", "20241230", "23:58", "20241231", "20250101"},
         Moment{"spring", BERLIN, "1743296395", "01:59", "20250329", "01:58", "20250330", "20250330"},
-        Moment{"dayAfterSpring", BERLIN, "1743373795", "00:29", "20250329", "00:28", "20250331", "20250331"},
         Moment{"autumn", BERLIN, "1761440395", "02:59", "20251025", "02:58", "20251026", "20251026"},
-        Moment{"eveningOfAutumn", BERLIN, "1761517795", "23:29", "20251026", "23:28", "20251026", "20251026"},
         Moment{"beyond2038", UTC, "2214172795", "23:59", "20400228", "23:58", "20400229", "20400301"}),
     [](const auto& row) { return std::string(row.param.name); });
 
@@ -106,7 +99,7 @@ TEST_F(OtherTime, JumpsChangeFoldersAndNoInterval) {
   }
   KillEngine();
   EXPECT_TRUE(WaitUntil([this] { return EngineAlive(); }));
-  ExpectStops(agent, seconds(3));
+  ExpectStops(agent, seconds(7));
 }
 
 }  // namespace

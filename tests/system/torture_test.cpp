@@ -15,11 +15,6 @@
 namespace harness {
 namespace {
 
-size_t Entries(const std::string& folder) {
-  std::error_code gone;
-  return size_t(std::distance(fs::directory_iterator(folder, gone), fs::directory_iterator()));
-}
-
 class Torture : public AllChannels {
  protected:
   struct Held {
@@ -53,12 +48,16 @@ class Torture : public AllChannels {
   }
   // The least that is held at any moment: what comes and goes with each cycle does not count.
   Held Least(const Process& agent) const {
-    const std::string proc = "/proc/" + std::to_string(agent.Pid());
+    const auto entries = [&agent](const std::string& folder) {
+      std::error_code gone;
+      const fs::directory_iterator first("/proc/" + std::to_string(agent.Pid()) + folder, gone);
+      return size_t(std::distance(first, fs::directory_iterator()));
+    };
     Held least;
     WaitUntil(
         [&] {
-          least.descriptors = std::min(least.descriptors, Entries(proc + "/fd"));
-          least.threads = std::min(least.threads, Entries(proc + "/task"));
+          least.descriptors = std::min(least.descriptors, entries("/fd"));
+          least.threads = std::min(least.threads, entries("/task"));
           least.blocks = std::min(least.blocks, control_->live.load());
           return false;
         },
@@ -67,14 +66,14 @@ class Torture : public AllChannels {
   }
 
   TortureControl* control_;
-  // The engine's port: takes the query for its channels and answers with garbage.
-  ManagementServer link_{folder_, "link", "garbage"};
+  // The engine's port.
+  Peer link_{folder_, "link", "engine_peer.py", {"--script", "garbage"}};
 };
 
 TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
   constexpr int64_t CLEAN_EVERY = 8;
   Process agent =
-      Start({}, {std::string("LD_PRELOAD=") + TORTURE_SHIM, "TORTURE_CONTROL=" + folder_ / "control"});
+      Start({}, {"env", std::string("LD_PRELOAD=") + TORTURE_SHIM, "TORTURE_CONTROL=" + folder_ / "control"});
   ASSERT_TRUE(WaitForOut("Start DunraSTT_Admin Service"));
   ExpectAlarmOnAllChannels("first");
   const int64_t calls = FailingPass(0);
@@ -96,7 +95,7 @@ TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
   EXPECT_LE(after.threads, before.threads);
   // Fewer than one for ten failed calls: caches grow with what was met.
   EXPECT_LE(after.blocks, before.blocks + 24 + done / 10) << done << " calls failed";
-  agent.Signal(SIGTERM);
+  kill(agent.Pid(), SIGTERM);
   EXPECT_NE(agent.Wait(seconds(9)), -1);
 }
 
