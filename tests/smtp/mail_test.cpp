@@ -43,13 +43,6 @@ class MailPeer {
   support::Peer peer_;
 };
 
-TEST(SmtpStatus, TextsAndLimits) {
-  smtp_session session;
-  EXPECT_EQ(smtp_status_code_set(&session, 12), SMTP_INVALID);
-  EXPECT_STREQ(smtp_status_code_errstr(11), "Failed to get the local date and time");
-  for (const int code : {12, -1}) EXPECT_STREQ(smtp_status_code_errstr(code), "Unknown error");
-}
-
 TEST(SmtpWire, SilenceCostsTheTimeout) {
   int ends[2] = {-1, -1};
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);

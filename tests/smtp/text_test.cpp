@@ -30,13 +30,6 @@ TEST(SmtpText, FoldsAtTheLastBlankBeforeTheLimitAndNotSooner) {
   for (const auto& [line, folded] : cases) EXPECT_EQ(Take(smtp_fold_whitespace(line.c_str(), 78)), folded);
 }
 
-TEST(SmtpText, ReplacesAndSplits) {
-  EXPECT_EQ(Take(smtp_str_replace("aa", "b", "aaaaa")), "bba");
-  EXPECT_EQ(Take(smtp_chunk_split("가나다", 4, "|")), "가나|다|");
-  for (const char* bad : {"ab\xBF", "abcdefghi\xFF"}) EXPECT_EQ(smtp_chunk_split(bad, 20, "|"), nullptr);
-  EXPECT_EQ(smtp_reallocarray(nullptr, SIZE_MAX / 2, 3), nullptr);
-}
-
 TEST(SmtpText, WritesDatesWithWholeHoursOfZone) {
   tm moment{5, 4, 3, 2, 0, 124, 2, 0, 0, 0, nullptr};
   char date[32];

@@ -106,30 +106,19 @@ TEST(TlsSocket, HandshakeFailsOnWhatIsNoTls) {
   }
 }
 
-TEST(TlsSocket, LoadsWhatFitsTogetherAndSaysWhetherItHasExpired) {
-  const struct {
-    const char* certificate;
-    const char* key;
-    const char* pass;
-    int loads;
-    const char* expiry;
-  } cases[] = {
-      {"server.pem", "server.key", nullptr, 1, "1 "},
-      {"client.pem", "client.key", "secret", 1, "1 "},
-      {"client.pem", "client.key", nullptr, -1, "1 "},
-      {"client.pem", "server.key", "", -1, "1 "},
-      {"expired.pem", "expired.key", "", 1, "-1 SSL Certificate Expired \n"},
-      {"missing.pem", "server.key", "", -1, "-1 SSL Certificate File Open Error \n"},
-      {"server.key", "server.key", "", -1, "-1 SSL Not Found Certificate (Path: "},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.certificate);
+TEST(TlsSocket, LoadsWhatFitsTogether) {
+  const std::tuple<const char*, const char*, const char*, int> cases[] = {
+      {"server.pem", "server.key", nullptr, 1},
+      {"client.pem", "client.key", "secret", 1},
+      {"client.pem", "client.key", nullptr, -1},
+      {"client.pem", "server.key", "", -1},
+      {"missing.pem", "server.key", "", -1}};
+  for (const auto& [certificate, key, pass, result] : cases) {
     Link link;
-    EXPECT_EQ(Load(&link.client, c.certificate, c.key, c.pass), c.loads);
-    testing::internal::CaptureStdout();
-    const std::string result = std::to_string(ExpiresCheck(Path(c.certificate).c_str())) + " ";
-    EXPECT_TRUE((result + testing::internal::GetCapturedStdout()).starts_with(c.expiry));
+    EXPECT_EQ(Load(&link.client, certificate, key, pass), result) << certificate << key;
   }
+  EXPECT_EQ(ExpiresCheck(Path("server.pem").c_str()), 1);
+  EXPECT_EQ(ExpiresCheck(Path("expired.pem").c_str()), -1);
 }
 
 TEST(TlsErrorMessage, NamesTheCodeAndSaysItInKorean) {
