@@ -1,4 +1,4 @@
-// What the tests of the engine link share: sockets, packets, and a look at the trace.
+// A look at the trace.
 #ifndef TESTS_TOVIK_ENGINE_FIXTURE_H
 #define TESTS_TOVIK_ENGINE_FIXTURE_H
 
@@ -8,7 +8,6 @@
 #include <regex>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "Tovik/core/config.h"
@@ -40,18 +39,6 @@ inline Lines Messages(const std::string& trace) {
     if (std::regex_match(line, parts, LINE)) messages.push_back(parts.str(1) + " " + parts.str(2));
   }
   return messages;
-}
-
-// A connected pair of sockets.
-inline std::pair<base::UniqueFd, base::UniqueFd> SocketPair() {
-  int ends[2] = {-1, -1};
-  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  return {base::UniqueFd(ends[0]), base::UniqueFd(ends[1])};
-}
-
-template <typename Integer = int32_t>
-std::string Bytes(const std::vector<Integer>& numbers) {
-  return {reinterpret_cast<const char*>(numbers.data()), numbers.size() * sizeof(Integer)};
 }
 
 }  // namespace test

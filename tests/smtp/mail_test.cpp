@@ -6,17 +6,26 @@
 
 namespace {
 
-using Replies = std::vector<std::string>;
-
 const std::string OK = "250 ok";
 const std::string GO = "354 go";
 
-// A scripted mail server. Each reply follows what the client sends: a line, or after 354 the mail up to its
-// dot. "flood TEXT" sends the text without end, "end" ends the server's side. After the last it listens.
+// A mail server that says all its replies at once and keeps what it gets. "flood TEXT" is the text without
+// end, "end" ends its side.
 class MailPeer {
  public:
-  explicit MailPeer(std::vector<std::string> replies)
-      : replies_(std::move(replies)), peer_([this](int fd) { Serve(fd); }) {}
+  explicit MailPeer(const std::vector<std::string>& replies)
+      : peer_([this, replies](int fd) {
+          for (const std::string& reply : replies) {
+            if (reply == "end") {
+              ::shutdown(fd, SHUT_WR);
+            } else if (reply.starts_with("flood ")) {
+              while (::send(fd, reply.data() + 6, reply.size() - 6, MSG_NOSIGNAL) > 0) continue;
+            } else {
+              support::Send(fd, reply + "\r\n");
+            }
+          }
+          received_ = support::Receive(fd, 1'000'000);
+        }) {}
   // A session with it, which the test closes.
   smtp_session* Open() const {
     smtp_session* session = nullptr;
@@ -30,42 +39,9 @@ class MailPeer {
   }
 
  private:
-  bool Read(int fd) {
-    char bytes[65536];
-    const ssize_t got = ::recv(fd, bytes, sizeof bytes, 0);
-    if (got > 0) received_.append(bytes, static_cast<size_t>(got));
-    return got > 0;
-  }
-  void Serve(int fd) {
-    for (const std::string& reply : replies_) {
-      const size_t start = received_.size();
-      if (reply == "end") {
-        ::shutdown(fd, SHUT_WR);
-      } else if (reply.starts_with("flood ")) {
-        while (::send(fd, reply.data() + 6, reply.size() - 6, MSG_NOSIGNAL) > 0) continue;
-      } else {
-        support::Send(fd, reply + "\r\n");
-      }
-      const char* const mark = reply.starts_with("354 ") ? "\r\n.\r\n" : "\n";
-      while (received_.find(mark, start) == std::string::npos && Read(fd)) continue;
-    }
-    while (Read(fd)) continue;
-  }
-
-  std::vector<std::string> replies_;
   std::string received_;
   support::Peer peer_;
 };
-
-TEST(SmtpStatus, TextsAndLimits) {
-  smtp_session session;
-  EXPECT_EQ(smtp_status_code_set(&session, 12), SMTP_INVALID);
-  EXPECT_EQ(smtp_status_code_clear(&session), SMTP_INVALID);
-  EXPECT_EQ(smtp_status_code_get(&session), 0);
-  EXPECT_STREQ(smtp_status_code_errstr(0), "Success");
-  EXPECT_STREQ(smtp_status_code_errstr(11), "Failed to get the local date and time");
-  for (const int code : {12, 13, -1}) EXPECT_STREQ(smtp_status_code_errstr(code), "Unknown error");
-}
 
 TEST(SmtpWire, SilenceCostsTheTimeout) {
   int ends[2] = {-1, -1};
@@ -83,6 +59,7 @@ TEST(SmtpWire, SilenceCostsTheTimeout) {
   EXPECT_EQ(smtp_write(&session, text.data(), text.size()), SMTP_SEND_FAILED);
 }
 
+// That no text adds a line to the mail is up to the fuzz target "mail".
 TEST(SmtpLists, RefusesTextsThatBreakTheirRule) {
   const auto key = [](smtp_session* s, const char* text) { return smtp_header_add(s, text, "v"); };
   const auto value = [](smtp_session* s, const char* text) { return smtp_header_add(s, "Key", text); };
@@ -93,20 +70,16 @@ TEST(SmtpLists, RefusesTextsThatBreakTheirRule) {
   };
   const struct {
     int (*add)(smtp_session*, const char*);
-    std::vector<const char*> good;
+    const char* good;
     std::vector<const char*> bad;
-  } rules[] = {
-      {key, {"X-Key", "!~"}, {nullptr, "", "a b", "a:b", "a\tb", "k\x7f", "k\xC3\xA9", "k\r\nX"}},
-      {value, {nullptr, "", " a\tb ~", "\xB0\xA1\x80\xFF", "a: \"<>"}, {"a\nb", "a\rb", "\x01", "a\x7f"}},
-      {email, {"", "a@b", "\xEA\xB0\x80@b", "a\"b"}, {nullptr, "a b", "a\tb", "<a", "a>", "a\r\nb", "\x7f"}},
-      {name, {nullptr, "", "A B <'>", "\xEA\xB0\x80"}, {"a\"b", "a\tb", "a\nb", "\x7f"}},
-      {file, {"", "a b.txt", "\xEA\xB0\x80", "a<b>"}, {nullptr, "a'b", "a\"b", "a\tb", "a\r\nb", "\x7f"}},
-  };
+  } rules[] = {{key, "!~", {nullptr, "", "a b", "a:b", "k\xC3\xA9"}},
+               {value, " a\tb: \"<\xB0\xA1>", {"\x01", "a\x7f"}},
+               {email, "\xEA\xB0\x80\"@b", {nullptr, "a b", "<a", "a>"}},
+               {name, "A <'\xEA\xB0\x80>", {"a\"b", "a\tb"}},
+               {file, "a <\xEA\xB0\x80>", {nullptr, "a'b", "a\"b"}}};
   for (const auto& rule : rules) {
-    for (const char* text : rule.good) {
-      smtp_session session;
-      EXPECT_EQ(rule.add(&session, text), 0) << text;
-    }
+    smtp_session sound;
+    EXPECT_EQ(rule.add(&sound, rule.good), 0) << rule.good;
     for (const char* text : rule.bad) {
       smtp_session session;
       EXPECT_EQ(rule.add(&session, text), SMTP_INVALID) << (text == nullptr ? "null" : text);
@@ -168,7 +141,7 @@ TEST(SmtpMail, EachReplyHasItsConsequence) {
       "Content-Type: text/plain\r\nDate: today\r\nFrom: <a@x>\r\nTo: <b@y>\r\n\nbody\n..dot\r\n.\r\n";
   const struct {
     int method;
-    Replies replies;
+    std::vector<std::string> replies;
     int status, timeout;
     std::string sent;  // between EHLO and QUIT; "?": cut by the flood
     const char* sender = "a@x";
@@ -180,17 +153,12 @@ TEST(SmtpMail, EachReplyHasItsConsequence) {
       {3, {HELLO, OK, "334 UGFz", "235 in", OK, OK, GO, OK}, 0, 600, login + "cGFzcw==\r\n" + mail},
       {4, {HELLO, OK}, SMTP_INVALID, 300, ""},
       {2, {HELLO, OK, "250 ok"}, SMTP_AUTH_FAILED, 300, plain},
-      {2, {HELLO, OK, "end"}, SMTP_AUTH_FAILED, 300, plain},
       {3, {HELLO, OK, "504 no"}, SMTP_AUTH_FAILED, 300, login},
       {3, {HELLO, OK, "334 UGFz", "535 no"}, SMTP_AUTH_FAILED, 300, login + "cGFzcw==\r\n"},
       {1, {HELLO, OK, "flood x"}, SMTP_RECEIVE_FAILED, 300, "?"},
       {1, {HELLO, OK, OK, OK, "354"}, SMTP_UNEXPECTED_CODE, 120, envelope},
-      {1, {HELLO, OK, OK, OK, "250 ok"}, SMTP_UNEXPECTED_CODE, 120, envelope},
-      {1, {HELLO, OK, OK, OK, "flood x"}, SMTP_RECEIVE_FAILED, 120, "?"},
       {1, {HELLO, OK, OK, OK, GO, "552 too big"}, SMTP_UNEXPECTED_CODE, 600, mail},
       {1, {HELLO, OK, OK, OK, GO, "end"}, SMTP_UNEXPECTED_CODE, 600, mail},
-      {1, {HELLO, OK, OK, OK, GO, "flood 250-x\r\n"}, SMTP_RECEIVE_FAILED, 600, "?"},
-      {1, {HELLO, OK}, SMTP_INVALID, 300, "", "bad address"},
       {1, {HELLO, OK}, SMTP_INVALID, 300, "", nullptr},
   };
   for (const auto& c : cases) {
