@@ -8,15 +8,15 @@
 #include <string>
 #include <thread>
 
-#include "Tovik/alarm_sink.h"
 #include "Tovik/alarms/email.h"
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/core/config.h"
+#include "support/process.h"
 
 namespace {
 
-using alarm_test::SetText;
-using alarm_test::Sink;
+using support::Peer;
+using support::SetText;
 
 constexpr int WARM_UP = 20;
 
@@ -24,10 +24,6 @@ long ResidentKilobytes() {
   const std::string status = support::ReadFile("/proc/self/status");
   const size_t at = status.find("VmRSS:");
   return at == std::string::npos ? -1 : std::atol(status.c_str() + at + 6);
-}
-
-int Received(const Sink& sink) {
-  return std::atoi(support::ReadFile(sink.Folder() / "count").c_str());
 }
 
 // Reloads the lists, now of two recipients and now of three, until told to end.
@@ -84,9 +80,9 @@ Sent SendAlarms(int count) {
 
 int main(int argc, char** argv) {
   const int count = argc > 1 ? std::atoi(argv[1]) : 1000;
-  const Sink mailSink("mail_sink.py", {"--count-only"});
-  const Sink webhookSink("webhook_sink.py", {"--count-only"});
   const support::TempFolder folder;
+  const Peer mailSink(folder, "mails", "mail_sink.py", {"--count-only"});
+  const Peer webhookSink(folder, "posts", "webhook_sink.py", {"--count-only"});
   if (AlarmTransportInit() != 0 || std::freopen("/dev/null", "w", stdout) == nullptr) return 2;
   SetText(m_stmp_server_url, "127.0.0.1");
   SetText(m_smtp_server_port, mailSink.Port());
@@ -102,8 +98,8 @@ int main(int argc, char** argv) {
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
   const long after = ResidentKilobytes();
 
-  const int mails = Received(mailSink) - WARM_UP;
-  const int posts = Received(webhookSink) - WARM_UP;
+  const int mails = mailSink.Arrived() - WARM_UP;
+  const int posts = webhookSink.Arrived() - WARM_UP;
   std::fprintf(stderr, "mails: %d accepted, %d received, %d lost\n", sent.mails, mails, count - mails);
   std::fprintf(stderr, "posts: %d accepted, %d received, %d lost\n", sent.posts, posts, count - posts);
   std::fprintf(stderr, "lists loaded %ld times, %.1f s, resident %ld kB before and %ld kB after\n",

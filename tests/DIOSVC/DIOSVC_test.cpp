@@ -23,7 +23,7 @@ class ReportTest : public testing::Test {
  protected:
   // The result of a report to a server that gives these replies.
   long Report(const std::string& first, const std::string& second, int type, const void* data) {
-    support::Peer peer([&](int fd) {
+    support::Conversation peer([&](int fd) {
       open_ = Frame(fd);
       support::Send(fd, first);
       data_ = second.empty() ? "" : Frame(fd);

@@ -5,7 +5,6 @@
 #include <set>
 #include <string>
 
-#include "Tovik/alarm_sink.h"
 #include "Tovik/alarms/alarm_pictures.h"
 #include "Tovik/alarms/alarm_text.h"
 #include "Tovik/alarms/email.h"
@@ -13,13 +12,14 @@
 #include "Tovik/core/host.h"
 #include "Tovik/core/trace.h"
 #include "Tovik/engine_fixture.h"
+#include "support/process.h"
 
 namespace {
 
-using alarm_test::SetText;
-using alarm_test::Sink;
 using alarms::AlarmPictures;
 using alarms::AlarmText;
+using support::Peer;
+using support::SetText;
 
 class AlarmTest : public testing::Test {
  protected:
@@ -70,7 +70,7 @@ class AlarmTest : public testing::Test {
 };
 
 TEST_F(AlarmTest, MailReachesAllRecipientsInOrder) {
-  const Sink sink("mail_sink.py");
+  const Peer sink(folder_, "sink", "mail_sink.py");
   Aim(sink.Port());
   // Blank lines become recipients without address, at the end.
   Lists("\nkim kim@example.com\nlee lee@example.com\n", "park park@example.com\n", "choi choi@example.com\n");
@@ -106,7 +106,7 @@ TEST_F(AlarmTest, MailReachesAllRecipientsInOrder) {
 }
 
 TEST_F(AlarmTest, MailTellsWhatFailed) {
-  const Sink sink("mail_sink.py", {"--user", "agent", "--password", "pass word"});
+  const Peer sink(folder_, "sink", "mail_sink.py", {"--user", "agent", "--password", "pass word"});
   const std::string none = folder_ / "none";
   SetText(m_stmp_auth_id, "agent");
   const struct {
@@ -129,7 +129,7 @@ TEST_F(AlarmTest, MailTellsWhatFailed) {
 }
 
 TEST_F(AlarmTest, PostsACardWithThePictureOfItsKind) {
-  const Sink sink("webhook_sink.py");
+  const Peer sink(folder_, "sink", "webhook_sink.py");
   Aim(sink.Port());
   ASSERT_EQ(Post("a\n\xB0\xA1\n", 4), "sent");
   ExpectParts(sink.Kept("1.json"), {R"("method": "POST", "path": "/hook", "parsed": true)",
@@ -157,7 +157,7 @@ TEST_F(AlarmTest, PostsACardWithThePictureOfItsKind) {
 
 // What is answered is not looked at, nor followed; what fails is the transfer.
 TEST_F(AlarmTest, PostTellsTransferErrors) {
-  const Sink redirecting("webhook_sink.py", {"--behaviour", "redirect"});
+  const Peer redirecting(folder_, "redirecting", "webhook_sink.py", {"--behaviour", "redirect"});
   const std::pair<std::string, std::string> cases[] = {
       {"http://127.0.0.1:" + redirecting.Port(), "sent"},
       {"http://127.0.0.1:1", "curl_easy_perform() failed: Couldn't connect to server\n"},
@@ -167,7 +167,7 @@ TEST_F(AlarmTest, PostTellsTransferErrors) {
     SetText(m_webhook_server_url, url);
     EXPECT_EQ(Post("m"), outcome);
   }
-  EXPECT_FALSE(redirecting.Has("2.json"));
+  EXPECT_EQ(redirecting.Arrived(), 1);
 }
 
 TEST_F(AlarmTest, ATextThatDoesNotConvertIsTracedAndNotSent) {

@@ -7,17 +7,17 @@
 #include <algorithm>
 #include <functional>
 
-#include "Tovik/alarm_sink.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_session.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/engine_fixture.h"
 #include "base/net.h"
+#include "support/process.h"
 #include "tls/certificates.h"
 
 namespace {
 
-using alarm_test::Script;
+using support::Peer;
 using support::Receive;
 using support::Send;
 using test::Lines;
@@ -156,7 +156,7 @@ class EngineStatus : public testing::Test {
  protected:
   // One query of an engine that gives this answer and closes; what readers see meanwhile goes to seen_.
   void Query(const std::string& answer) {
-    const support::Peer engine([&](int fd) {
+    const support::Conversation engine([&](int fd) {
       EXPECT_EQ(Receive(fd, 16), Bytes({5, 0, 0, -1}));
       seen_ = Counts(*CurrentChannelStatus());
       Send(fd, answer);
@@ -229,10 +229,9 @@ TEST(EngineSession, ReadsATextReply) {
 class EngineTls : public testing::Test {
  protected:
   ~EngineTls() override { m_ssl_check = 0; }
-  Script Engine(const std::string& identity, std::vector<std::string> words = {}) const {
+  Peer Engine(const char* name, const std::string& identity, support::Words words = {}) const {
     words.insert(words.end(), {"--cert", Path(identity + ".pem"), "--key", Path(identity + ".key")});
-    words.insert(words.end(), {"--figures", folder_.Write("figures", "8 2")});
-    return {"engine_peer.py", words};
+    return {folder_, name, "engine_peer.py", words};
   }
   // An empty name stays empty: the key is not configured.
   std::string Path(const std::string& file) const { return file.empty() ? "" : files_.Path(file); }
@@ -241,13 +240,13 @@ class EngineTls : public testing::Test {
 };
 
 TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
-  const Script sound = Engine("server");
-  const Script demanding = Engine("server", {"--client-ca", Path("ca.pem")});
-  const Script expired = Engine("expired");
-  const Script garbage = Engine("server", {"--script", "garbage"});
-  const Script cut = Engine("server", {"--script", "cut:30"});
+  const Peer sound = Engine("sound", "server");
+  const Peer demanding = Engine("demanding", "server", {"--client-ca", Path("ca.pem")});
+  const Peer expired = Engine("expired", "expired");
+  const Peer garbage = Engine("garbage", "server", {"--script", "garbage"});
+  const Peer cut = Engine("cut", "server", {"--script", "cut:30"});
   const struct {
-    const Script& engine;
+    const Peer& engine;
     const char *certificate, *ca;
     int result;       // of SHM_OPEN
     int32_t entries;  // of the record
@@ -265,14 +264,14 @@ TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
       {cut, "", "", 1, 0, "ERROR recvData End [ -1 ]"},
   };
   m_ssl_check = 1;
-  alarm_test::SetText(m_sz_key_file, Path("client.key"));
-  alarm_test::SetText(m_sz_ssl_password, "secret");
+  support::SetText(m_sz_key_file, Path("client.key"));
+  support::SetText(m_sz_ssl_password, "secret");
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.certificate) + " " + c.ca + " " + c.traced);
     SHM_CLOS();
     m_PROC_PORT = std::stoi(c.engine.Port());
-    alarm_test::SetText(m_sz_cert_file, Path(c.certificate));
-    alarm_test::SetText(m_sz_ca_file, Path(c.ca));
+    support::SetText(m_sz_cert_file, Path(c.certificate));
+    support::SetText(m_sz_ca_file, Path(c.ca));
     const std::string trace = TraceOf([&] { EXPECT_EQ(SHM_OPEN(), c.result); });
     bool traced = false;
     for (const std::string& line : Messages(trace)) traced = traced || line.starts_with(c.traced);

@@ -40,7 +40,7 @@ class MailPeer {
 
  private:
   std::string received_;
-  support::Peer peer_;
+  support::Conversation peer_;
 };
 
 TEST(SmtpWire, SilenceCostsTheTimeout) {

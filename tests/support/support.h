@@ -95,13 +95,13 @@ class Listener {
 };
 
 // Serves one connection by a script, in a thread that the destructor joins.
-class Peer {
+class Conversation {
  public:
-  explicit Peer(std::function<void(int)> script)
+  explicit Conversation(std::function<void(int)> script)
       : thread_([this, script = std::move(script)] { script(listener_.Accept().Get()); }) {}
-  Peer(const Peer&) = delete;
-  Peer& operator=(const Peer&) = delete;
-  ~Peer() { Finish(); }
+  Conversation(const Conversation&) = delete;
+  Conversation& operator=(const Conversation&) = delete;
+  ~Conversation() { Finish(); }
   int Port() const { return listener_.Port(); }
   void Finish() {
     if (thread_.joinable()) thread_.join();
@@ -120,6 +120,11 @@ inline std::string Receive(int fd, size_t length) {
 
 inline void Send(int fd, const std::string& text) {
   ::send(fd, text.data(), text.size(), MSG_NOSIGNAL);
+}
+
+template <size_t Size>
+void SetText(char (&variable)[Size], const std::string& text) {
+  std::snprintf(variable, Size, "%s", text.c_str());
 }
 
 }  // namespace support

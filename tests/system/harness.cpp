@@ -5,75 +5,12 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <stdexcept>
 
 namespace harness {
-namespace {
-
-Words Joined(Words first, const Words& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
-
-}  // namespace
-
-size_t Count(std::string_view text, std::string_view part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) ++count;
-  return count;
-}
 
 int64_t Number(const char* name, int64_t otherwise) {
   const char* text = getenv(name);
   return text == nullptr ? otherwise : atoll(text);
-}
-
-Process::Process(Words words, const std::string& out, const std::string& err) {
-  std::vector<char*> pointers;
-  for (std::string& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  const pid_t parent = getpid();
-  pid_ = fork();
-  if (pid_ < 0) throw std::runtime_error("fork failed");
-  if (pid_ > 0) return;
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() == parent && freopen("/dev/null", "r", stdin) != nullptr &&
-      freopen(out.c_str(), "a", stdout) != nullptr && freopen(err.c_str(), "a", stderr) != nullptr) {
-    execvp(pointers[0], pointers.data());
-  }
-  _exit(127);
-}
-
-Process::~Process() {
-  if (pid_ < 0 || !Alive()) return;
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
-}
-
-int Process::Wait(milliseconds limit) {
-  WaitUntil([this] { return status_ != -1 || waitpid(pid_, &status_, WNOHANG) != 0; }, limit);
-  return status_;
-}
-
-int Process::ExitStatus() {
-  const int status = Wait();
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-Peer::Peer(const support::TempFolder& folder, const std::string& name, const std::string& script,
-           const Words& words)
-    : folder_((fs::create_directory(folder / name), folder / name + "/")),
-      process_(Joined({"env", "-C", folder_, "/usr/bin/python3", PEERS_FOLDER "/" + script}, words),
-               folder_ + "out", folder_ + "err") {
-  WaitUntil([&] { return ReadFile(folder_ + "out").ends_with('\n'); });
-  if (sscanf(ReadFile(folder_ + "out").c_str(), "port %d", &port_) != 1)
-    throw std::runtime_error(script + ": " + ReadFile(folder_ + "err"));
-}
-
-size_t Peer::Seen(std::string_view text) const {
-  size_t count = 0;
-  for (const auto& entry : fs::directory_iterator(folder_)) count += Count(ReadFile(entry.path()), text);
-  return count;
 }
 
 AgentTest::AgentTest() {

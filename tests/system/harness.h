@@ -11,65 +11,27 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <csignal>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
-#include "support/support.h"
+#include "support/process.h"
 
 namespace harness {
 
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using support::Count;
+using support::Joined;
 using support::Listener;
+using support::Peer;
+using support::Process;
 using support::ReadFile;
 using support::WaitUntil;
-using Words = std::vector<std::string>;
+using support::Words;
 
-size_t Count(std::string_view text, std::string_view part);
 // A number from the environment.
 int64_t Number(const char* name, int64_t otherwise);
-
-// A child of the test, its output added to these files. It dies with the test, and is killed and reaped by
-// the destructor.
-class Process {
- public:
-  explicit Process(Words words, const std::string& out = "/dev/null", const std::string& err = "/dev/null");
-  ~Process();
-  Process(Process&& other) noexcept : pid_(std::exchange(other.pid_, -1)), status_(other.status_) {}
-  Process& operator=(Process&&) = delete;
-
-  pid_t Pid() const { return pid_; }
-  bool Alive() { return Wait(milliseconds(0)) == -1; }
-  // The wait status; -1 when it has not ended within the limit.
-  int Wait(milliseconds limit = seconds(20));
-  // The exit status; -1 when a signal ended it.
-  int ExitStatus();
-
- private:
-  pid_t pid_ = -1;
-  int status_ = -1;
-};
-
-// A script of tests/peers in a process of its own, that keeps what it gets in a folder of its own.
-class Peer {
- public:
-  Peer(const support::TempFolder& folder, const std::string& name, const std::string& script,
-       const Words& words = {});
-  std::string Port() const { return std::to_string(port_); }
-  std::string Address() const { return "127.0.0.1:" + Port(); }
-  // How often that stands in what it keeps.
-  size_t Seen(std::string_view text) const;
-  int Arrived() const { return atoi(ReadFile(folder_ + "count").c_str()); }
-
- private:
-  std::string folder_;
-  Process process_;
-  int port_ = 0;
-};
 
 // Fixture: a folder with an engine stand-in, its start script and a configuration that runs the process check
 // every second, and no other check.

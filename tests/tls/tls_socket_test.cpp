@@ -95,17 +95,6 @@ TEST(TlsSocket, APeerThatVanishesFailsWritesWithoutASignal) {
   EXPECT_EQ(ErrorCode(&link.client), SSL_ERROR_SYSCALL);
 }
 
-TEST(TlsSocket, HandshakeFailsOnWhatIsNoTls) {
-  for (const char* bytes : {"220 welcome\r\n", ""}) {
-    Link link;
-    support::Send(link.far.Get(), bytes);
-    ::shutdown(link.far.Get(), SHUT_WR);
-    EXPECT_EQ(ClientSockSetting(&link.client, link.near.Get()), -1) << bytes;
-    EXPECT_NE(ErrorCode(&link.client), SSL_ERROR_NONE) << bytes;
-    EXPECT_EQ(link.client.pSSL, nullptr) << bytes;
-  }
-}
-
 TEST(TlsSocket, LoadsWhatFitsTogether) {
   const std::tuple<const char*, const char*, const char*, int> cases[] = {
       {"server.pem", "server.key", nullptr, 1},
