@@ -1,4 +1,4 @@
-// The texts of a mail: folded headers, doubled dots, base64 in lines, and what a session takes.
+// The texts of a mail: folded headers, doubled dots, split lines, base64, and what a session takes.
 #include <openssl/evp.h>
 
 #include "fuzz/fuzz.h"
@@ -21,13 +21,24 @@ void CheckFold(const std::string& text, size_t width) {
   const base::UniqueText folded(smtp_fold_whitespace(text.c_str(), width));
   const std::string out = folded.get();
   HOLDS(Replaced(out, "\r\n ", " ") == text);
-  for (size_t from = 0, to = 0; to < out.size(); from = to + 2) {
+  for (size_t from = 0, to = 0; to < out.size(); from = to + 3) {
     to = std::min(out.find("\r\n", from), out.size());
     std::string_view line = std::string_view(out).substr(from, to - from);
     if (line.size() < std::max<size_t>(width, 3) - 2) continue;
     line = line.substr(0, line.find_last_not_of(' ') + 1);
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
     HOLDS(line.find(' ') == line.npos);
+  }
+}
+
+// Cut behind n bytes, or behind the character that would be cut.
+void CheckSplit(const std::string& text, size_t n) {
+  const base::UniqueText split(smtp_chunk_split(text.c_str(), n, "\n"));
+  if (split == nullptr || text.find('\n') != std::string::npos) return;
+  const std::string out = split.get();
+  HOLDS(Replaced(out, "\n", "") == text && out.ends_with('\n'));
+  for (size_t from = 0, to = 0; (to = out.find('\n', from)) != std::string::npos; from = to + 1) {
+    HOLDS(to - from <= n + 3 && (to - from >= n || to == out.size() - 1));
   }
 }
 
@@ -58,6 +69,7 @@ FUZZ_TARGET(input) {
   fuzz::Quickly(text, [&] { CheckFold(text, n); });
   const base::UniqueText stuffed(smtp_str_replace("\n.", "\n..", text.c_str()));
   HOLDS(stuffed.get() == Replaced(text, "\n.", "\n.."));
+  CheckSplit(text, n + 1);
   CheckBase64(bytes, n % 4 + 1);
   // Whatever a session takes can add no line to the mail.
   smtp_session sessions[5];

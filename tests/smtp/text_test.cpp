@@ -46,7 +46,7 @@ TEST(SmtpText, WritesDatesWithWholeHoursOfZone) {
   EXPECT_STREQ(date + 26, "-0300");
 }
 
-TEST(SmtpText, EncodesFilesOfAnySize) {
+TEST(SmtpText, TakesAnySize) {
   const support::TempFolder folder;
   size_t length = 0;
   for (const size_t size : {0UL, 513UL, 59903UL, 59904UL, 59905UL, 200000UL}) {
@@ -60,6 +60,7 @@ TEST(SmtpText, EncodesFilesOfAnySize) {
   EXPECT_EQ(Take(smtp_file_base64_lines("/proc/self/status", &length)).substr(0, 4), "TmFt");  // it says 0
   EXPECT_EQ(smtp_file_base64_lines(folder.Path().c_str(), &length), nullptr);
   EXPECT_EQ(errno, EISDIR);
+  EXPECT_EQ(smtp_reallocarray(nullptr, SIZE_MAX / 2, 3), nullptr);
   ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
   EXPECT_EQ(Take(smtp_file_base64_lines((folder / "fifo").c_str(), &length)), "\r\n");
 }
