@@ -1,12 +1,34 @@
 // Waits, and what a signal that is pending during start-up does to them.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <semaphore>
 
 #include "base/net.h"
+#include "base/resolve.h"
 #include "base/stop.h"
 #include "support/support.h"
+
+namespace {
+
+std::counting_semaphore<> release(0);
+std::counting_semaphore<> released(0);
+
+}  // namespace
+
+// The system's resolver, replaced for one name, whose look-up hangs.
+extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints, addrinfo** list) {
+  if (std::strcmp(host, "hanging.test") == 0 && (hints->ai_flags & AI_NUMERICHOST) == 0) {
+    release.acquire();
+    released.release();
+    return EAI_AGAIN;
+  }
+  static const auto real = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+  return real(host, service, hints, list);
+}
 
 namespace {
 
@@ -51,15 +73,23 @@ TEST_F(WaitTest, APendingSignalEndsTheWaitsOfStartUp) {
   sigemptyset(&set);
   sigaddset(&set, SIGTERM);
   ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  base::AddressList list;
   {
     const base::StopOnPendingSignal stoppable;
     ::kill(::getpid(), SIGTERM);
     EXPECT_FALSE(base::SleepSeconds(600));
     EXPECT_EQ(base::WaitDescriptor(one_.Get(), POLLIN, base::FOREVER), -1);
     EXPECT_EQ(errno, ECANCELED);
+    EXPECT_EQ(base::Resolve("hanging.test", "25", AF_UNSPEC, IPPROTO_TCP, &list), EAI_SYSTEM);
+    EXPECT_EQ(errno, ECANCELED);
   }
   const timespec none{};
   EXPECT_EQ(::sigtimedwait(&set, nullptr, &none), SIGTERM) << "it is kept";
+  release.release();  // the late answer meets nobody
+  released.acquire();
+  release.release();
+  EXPECT_EQ(base::Resolve("hanging.test", "25", AF_UNSPEC, IPPROTO_TCP, &list), EAI_AGAIN);
+  EXPECT_EQ(base::Resolve("localhost", "25", AF_UNSPEC, IPPROTO_TCP, &list), 0);
 }
 
 }  // namespace
