@@ -34,6 +34,12 @@ TEST_F(Alarms, DeadEngineIsRestartedAndTold) {
   fs::remove(folder_ / "engine.pid");
   EXPECT_TRUE(WaitUntil([&] { return server_.Seen("RESOURCE_INFO+c:") >= figures + 2; }));
   EXPECT_EQ(ReadFile(folder_ / "runs"), runs);
+
+  // A list that is newer than at the start is read again.
+  fs::last_write_time(folder_.Write("to.txt", "Park park@example.com\n"),
+                      fs::file_time_type::clock::now() + seconds(9));
+  ASSERT_TRUE(WaitForOut("ReceiverDiff ["));
+  EXPECT_TRUE(KillUntil([&] { return mails_.Seen(R"("to": ["park@example.com"])") > 0; }));
   EXPECT_TRUE(agent.Alive());
 }
 
