@@ -13,7 +13,7 @@ void CheckEncode(const std::string& text) {
   const base::UniqueText owner(out);
   HOLDS((out != nullptr) == (result == 0));
   if (result != 0) return;
-  HOLDS(out[length] == '\0' && length >= text.size() && length <= text.size() / 2 * 3 + 1);
+  HOLDS(out[length] == '\0' && length >= text.size() && length <= text.size() / 2 * 3 + text.size() % 2 * 2);
   std::string back(text.size() + 1, '\0');
   // Texts of ASCII and syllables come back as they were.
   if (decode_UTF8(out, int32_t(length), back.data(), int32_t(back.size())) == int32_t(text.size()) &&
