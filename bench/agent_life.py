@@ -51,14 +51,15 @@ def cpu_seconds(pid):
 
 
 def memory(pid):
-    """Private and proportional kilobytes, those of the linked libraries, and the number of threads."""
+    """Private and proportional kilobytes, those of the linked libraries, and the number of threads. Private is what
+    the process has written to: whether a page of a program or library is shared depends on who else runs."""
     figures = {"private": 0, "pss": 0, "libraries": 0, "libraries_private": 0}
     library = False
     for line in pathlib.Path(f"/proc/{pid}/smaps").read_text().splitlines():
         key, _, value = line.partition(":")
         if re.match(r"[0-9a-f]+-[0-9a-f]+ ", line):
             library = any(name in line for name in LIBRARIES)
-        elif key in ("Private_Clean", "Private_Dirty", "Pss"):
+        elif key in ("Private_Dirty", "Pss"):
             kilobytes = int(value.split()[0])
             figures["pss" if key == "Pss" else "private"] += kilobytes
             if library:

@@ -21,6 +21,8 @@ def options(about, **defaults):
 def listen(port=0):
     """Port 0 is one that the kernel chooses; printed once it listens."""
     listener = socket.create_server(("127.0.0.1", port), backlog=128)
+    # Connections inherit it: no reply in several pieces waits for the client's delayed acknowledgement.
+    listener.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     print(f"port {listener.getsockname()[1]}", flush=True)
     return listener
 
