@@ -27,9 +27,10 @@ PAUSES = 0.020  # between a request and its handing over: 10 ms twice, before th
 SPACING = 1.0   # between the two snapshots of a tick
 LOOK = 1.0      # until the management thread sees a request, at most
 
-START_SCRIPT = """#!/bin/sh
-home=$(dirname "$0")
-date +%s.%N > "$home/started.part"
+# The first thing that it does is to note when it runs.
+START_SCRIPT = """#!/bin/bash
+home=${0%/*}
+echo $EPOCHREALTIME > "$home/started.part"
 mv "$home/started.part" "$home/started"
 "$home/ENGINE" 100000 > /dev/null 2>&1 &
 echo $! > "$home/engine.pid"
