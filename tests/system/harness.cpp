@@ -107,9 +107,10 @@ void AgentTest::StartEngine() const {
 }
 
 void AgentTest::KillEngine() const {
-  for (const pid_t pid : Named(engine_)) kill(pid, SIGKILL);
-  // Only a reaped engine is gone from the process table.
-  for (const pid_t pid : Named(engine_)) waitpid(pid, nullptr, 0);
+  for (const pid_t pid : Named(engine_)) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);  // only a reaped engine is gone from the process table
+  }
 }
 
 std::string AgentTest::Log(const std::string& name) const {
