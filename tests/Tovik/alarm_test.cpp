@@ -11,7 +11,7 @@
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/core/host.h"
 #include "Tovik/core/trace.h"
-#include "Tovik/engine_fixture.h"
+#include "Tovik/traced.h"
 #include "support/process.h"
 
 namespace {

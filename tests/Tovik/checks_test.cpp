@@ -4,14 +4,13 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/hang_check.h"
 #include "Tovik/checks/result_check.h"
 #include "Tovik/checks/result_table.h"
-#include "Tovik/engine_fixture.h"
 #include "Tovik/timer_rules.h"
+#include "Tovik/traced.h"
 
 namespace {
 

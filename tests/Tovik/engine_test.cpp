@@ -10,7 +10,7 @@
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_session.h"
 #include "Tovik/engine/engine_socket.h"
-#include "Tovik/engine_fixture.h"
+#include "Tovik/traced.h"
 #include "base/net.h"
 #include "support/process.h"
 #include "tls/certificates.h"
@@ -20,15 +20,10 @@ namespace {
 using support::Peer;
 using support::Receive;
 using support::Send;
+using support::SocketPair;
 using test::Lines;
 using test::Messages;
 using test::TraceOf;
-
-std::pair<base::UniqueFd, base::UniqueFd> SocketPair() {
-  int ends[2] = {-1, -1};
-  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  return {base::UniqueFd(ends[0]), base::UniqueFd(ends[1])};
-}
 
 template <typename Integer = int32_t>
 std::string Bytes(const std::vector<Integer>& numbers) {

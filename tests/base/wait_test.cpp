@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <semaphore>
+#include <tuple>
 
 #include "base/net.h"
 #include "base/resolve.h"
@@ -34,12 +35,7 @@ namespace {
 
 class WaitTest : public testing::Test {
  protected:
-  WaitTest() {
-    int fds[2] = {-1, -1};
-    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
-    one_.Reset(fds[0]);
-    other_.Reset(fds[1]);
-  }
+  WaitTest() { std::tie(one_, other_) = support::SocketPair(); }
   base::UniqueFd one_;
   base::UniqueFd other_;
 };

@@ -1,16 +1,12 @@
 // The engine's answer to a channel query: header and payload from a socket, and what is made of the payload.
-#include <sys/socket.h>
-
 #include "DIOSVC/frames.h"
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_socket.h"
 #include "fuzz/fuzz.h"
+#include "support/support.h"
 
 FUZZ_TARGET(text) {
-  int pair[2];
-  HOLDS(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) == 0);
-  const base::UniqueFd mine(pair[0]);
-  base::UniqueFd peer(pair[1]);
+  auto [mine, peer] = support::SocketPair();
   HOLDS(::send(peer.Get(), text.data(), text.size(), 0) == ssize_t(text.size()));
   peer.Reset();
 

@@ -1,6 +1,5 @@
 // A recipient file: words as a stream reads them, cut, two for a line.
 #include <sstream>
-#include <vector>
 
 #include "Tovik/alarms/email.h"
 #include "fuzz/fuzz.h"

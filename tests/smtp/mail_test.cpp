@@ -44,11 +44,9 @@ class MailPeer {
 };
 
 TEST(SmtpWire, SilenceCostsTheTimeout) {
-  int ends[2] = {-1, -1};
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  const base::UniqueFd peer(ends[1]);
   smtp_session session;
-  session.sock.Reset(ends[0]);
+  auto [near, peer] = support::SocketPair();
+  session.sock.Reset(near.Release());
   session.reader.read = smtp_str_getdelimfd_read;
   session.reader.userData = &session;
   smtp_set_read_timeout(&session, 1);

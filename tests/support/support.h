@@ -16,6 +16,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "base/owners.h"
 
@@ -111,6 +112,13 @@ class Conversation {
   Listener listener_;
   std::thread thread_;
 };
+
+// Two ends of a connection.
+inline std::pair<base::UniqueFd, base::UniqueFd> SocketPair() {
+  int ends[2] = {-1, -1};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
+  return {base::UniqueFd(ends[0]), base::UniqueFd(ends[1])};
+}
 
 inline std::string Receive(int fd, size_t length) {
   std::string text(length, '\0');

@@ -25,10 +25,7 @@ struct Link {
   std::thread server;
 
   Link() {
-    int ends[2] = {-1, -1};
-    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
-    near.Reset(ends[0]);
-    far.Reset(ends[1]);
+    std::tie(near, far) = support::SocketPair();
     CreateClientContext(SSLInit(&client));
   }
   ~Link() {

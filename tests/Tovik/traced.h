@@ -1,6 +1,6 @@
-// A look at the trace.
-#ifndef TESTS_TOVIK_ENGINE_FIXTURE_H
-#define TESTS_TOVIK_ENGINE_FIXTURE_H
+// What a call traces.
+#ifndef TESTS_TOVIK_TRACED_H
+#define TESTS_TOVIK_TRACED_H
 
 #include <gtest/gtest.h>
 
