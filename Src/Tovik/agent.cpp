@@ -155,5 +155,5 @@ int RunAgent(int argc, char** argv) {
   InstallSignalHandlers();
   if (StartService() != STARTED) EndAtOnce(FAILED);
   MainLoop();
-  return EndProcess();
+  EndProcess();
 }

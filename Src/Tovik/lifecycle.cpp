@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 #include "Tovik/alarms/email.h"
@@ -26,15 +27,17 @@ volatile int running = 0;
 namespace {
 
 constexpr std::array<int, 4> HANDLED_SIGNALS = {SIGINT, SIGHUP, SIGTERM, SIGALRM};
+constexpr std::array<int, 1> INTERRUPT = {SIGINT};
 
 Options given;
 base::UniqueFile logFile;
 base::UniqueFd pid_fd;  // of a locked PID file; nothing opens one today
 
-sigset_t HandledSet() {
+template <size_t Size>
+sigset_t SetOf(const std::array<int, Size>& signals) {
   sigset_t set;
   sigemptyset(&set);
-  for (const int signal : HANDLED_SIGNALS) sigaddset(&set, signal);
+  for (const int signal : signals) sigaddset(&set, signal);
   return set;
 }
 
@@ -91,12 +94,16 @@ bool WriteHeartbeat() {
   return true;
 }
 
-// Sleeps until a signal comes, at most so long, and handles that one.
-void SleepTakingSignal(int seconds) {
-  const sigset_t handled = HandledSet();
+// Sleeps until a signal of the set comes, at most so long, and handles that one.
+void SleepTakingSignal(const sigset_t& set, int seconds) {
   const timespec limit{seconds, 0};
-  const int signal = sigtimedwait(&handled, nullptr, &limit);
+  const int signal = sigtimedwait(&set, nullptr, &limit);
   if (signal > 0) handle_signal(signal);
+}
+
+void CloseLogStream() {
+  log_stream = logFile ? nullptr : stdout;
+  logFile.reset();
 }
 
 }  // namespace
@@ -106,7 +113,7 @@ void KeepOptions(const Options& options) {
 }
 
 void InstallSignalHandlers() {
-  const sigset_t handled = HandledSet();
+  const sigset_t handled = SetOf(HANDLED_SIGNALS);
   pthread_sigmask(SIG_BLOCK, &handled, nullptr);
   struct sigaction action {};
   action.sa_handler = handle_signal;
@@ -162,28 +169,28 @@ int read_conf_file(int reload) {
 }
 
 void MainLoop() {
+  const sigset_t handled = SetOf(HANDLED_SIGNALS);
   running = 1;
   while (running == 1) {
     if (!WriteHeartbeat()) break;
-    SleepTakingSignal(delay);
+    SleepTakingSignal(handled, delay);
   }
 }
 
-int EndProcess() {
-  log_stream = logFile ? nullptr : stdout;
-  logFile.reset();
+void EndProcess() {
+  CloseLogStream();
   syslog(LOG_INFO, "Stopped %s", app_name);
   ::closelog();
   daemonShutdown();
   std::fflush(stdout);
+  const sigset_t interrupt = SetOf(INTERRUPT);
   ::kill(::getpid(), SIGINT);
+  // Of what else is pending nothing may come before the stop.
   if (running == 1) {
-    SleepTakingSignal(0);
-    return 0;
+    SleepTakingSignal(interrupt, 0);
+  } else {
+    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
   }
-  sigset_t interrupt;
-  sigemptyset(&interrupt);
-  sigaddset(&interrupt, SIGINT);
-  pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
-  return 0;
+  std::fflush(stdout);
+  std::_Exit(0);
 }

@@ -8,7 +8,7 @@
 //
 // The stop: the exit flag is set and every sleep ends; exchanges under way get the grace of base/stop.h; the
 // threads are joined, what they used is freed, the main loop ends, and the process ends itself with SIGINT at
-// its default action.
+// its default action. A heartbeat that cannot be written ends the main loop first, and the stop follows.
 #ifndef TOVIK_LIFECYCLE_H
 #define TOVIK_LIFECYCLE_H
 
@@ -39,8 +39,11 @@ int read_conf_file(int reload);
 // Writes heartbeats until the stop, or until one cannot be written. Stop signals are taken here.
 void MainLoop();
 
-// What follows the main loop. Ends the process with SIGINT; returns, with status 0, only when the stop
-// sequence had still to be run by that signal.
-int EndProcess();
+// What follows the main loop, whatever signals are pending: syslog hears of the end, the daemon's lock is
+// given up, and the process sends itself SIGINT. After a stop it dies of that. After a heartbeat that could
+// not be written that signal runs the stop, and the status is 0; it is 0 too where SIGINT kills nobody, as in
+// the first process of a container. No destructor of a static runs: a look-up of a name may be left behind on
+// its thread.
+[[noreturn]] void EndProcess();
 
 #endif

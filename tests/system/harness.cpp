@@ -80,6 +80,15 @@ bool AgentTest::WaitForOut(const std::string& text) const {
   return WaitUntil([&] { return Out().find(text) != std::string::npos; });
 }
 
+bool AgentTest::WaitForHandlers(const Process& agent) {
+  return WaitUntil([&] {
+    const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
+    const size_t at = status.find("SigCgt:");
+    return at != std::string::npos &&
+           (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGALRM - 1) & 1) != 0;
+  });
+}
+
 void AgentTest::ExpectStops(Process& agent, seconds limit, const std::vector<int>& signals) const {
   const auto start = std::chrono::steady_clock::now();
   for (const int number : signals) kill(agent.Pid(), number);

@@ -50,6 +50,8 @@ class AgentTest : public testing::Test {
   Process StartedAgent(const Words& arguments = {}) const;
   std::string Out() const { return ReadFile(folder_ / "out.txt"); }
   bool WaitForOut(const std::string& text) const;
+  // Until the last of the handled signals has its handler.
+  static bool WaitForHandlers(const Process& agent);
   // Stops the agent: it says good-bye and dies of SIGINT in time.
   void ExpectStops(Process& agent, seconds limit, const std::vector<int>& signals = {SIGTERM}) const;
 

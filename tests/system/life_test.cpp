@@ -109,14 +109,35 @@ TEST_F(Life, HeartbeatGoesToItsFileAndOutlivesAHangup) {
   EXPECT_TRUE(WaitForOut("Debug: 1\n"));
 }
 
-// A full disk under the heartbeat ends the agent, by way of the stop sequence.
+// A full disk under the heartbeat ends the agent, by way of the stop sequence, whatever signals wait for the
+// first beat.
 TEST_F(Life, BrokenHeartbeatStopsTheAgent) {
-  folder_.Write("p.pid", "1");
-  Process agent = StartedAgent({"-l", "/dev/full", "-p", folder_ / "p.pid"});
-  const int status = agent.Wait();
-  EXPECT_TRUE(WIFEXITED(status) ? WEXITSTATUS(status) == 0 : WTERMSIG(status) == SIGINT) << status;
+  config_ += "RESTART_CHECK 1\nSEND_EMAIL_CHECK 1\n";
+  StartEngine();
+  const std::vector<int> rows[] = {{},        {SIGHUP},         {SIGHUP, SIGALRM},
+                                   {SIGTERM}, {SIGINT, SIGHUP}, {SIGHUP, SIGINT, SIGALRM, SIGTERM}};
+  for (const auto& signals : rows) {
+    SCOPED_TRACE(testing::PrintToString(signals));
+    folder_.Write("p.pid", "1");
+    folder_.Write("out.txt", "");
+    Process agent = Start({"-l", "/dev/full", "-p", folder_ / "p.pid"});
+    ASSERT_TRUE(WaitForHandlers(agent));
+    for (const int number : signals) kill(agent.Pid(), number);
+    EXPECT_EQ(agent.ExitStatus(), 0);
+    EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
+    EXPECT_FALSE(fs::exists(folder_ / "p.pid"));
+  }
+}
+
+// Without a signal that kills it, as the first process of a container, it ends all the same.
+TEST_F(Life, FirstProcessStops) {
+  const Words unshare{"unshare", "-rpf", "--kill-child", "--mount-proc"};
+  if (Process(Joined(unshare, {"true"})).ExitStatus() != 0) GTEST_SKIP() << "no processes of its own";
+  Process outside = Start({}, unshare);
+  ASSERT_TRUE(WaitForOut("Debug: 1\n"));
+  for (const pid_t pid : Named(agent_)) kill(pid, SIGTERM);
+  EXPECT_EQ(outside.ExitStatus(), 0);
   EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
-  EXPECT_FALSE(fs::exists(folder_ / "p.pid"));
 }
 
 TEST_F(Life, DaemonDetachesAndGuardsItsLock) {

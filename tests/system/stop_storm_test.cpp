@@ -67,13 +67,7 @@ TEST_F(StopStorm, EveryStopEndsInTime) {
     folder_.Write("p.pid", "1");
     folder_.Write("out.txt", "");
     Process agent = Start({"-p", folder_ / "p.pid"});
-    // Until the last of the handled signals has its handler.
-    ASSERT_TRUE(WaitUntil([&] {
-      const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
-      const size_t at = status.find("SigCgt:");
-      return at != std::string::npos &&
-             (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGALRM - 1) & 1) != 0;
-    }));
+    ASSERT_TRUE(WaitForHandlers(agent));
     const milliseconds moment(random() % 3'000);
     if (run >= std::size(SITUATIONS)) {
       std::this_thread::sleep_for(moment);
