@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -138,6 +139,8 @@ int RunAgent(int argc, char** argv) {
   app_name = argv[0];
   ::mallopt(M_ARENA_MAX, 1);  // the threads seldom allocate at once: more heaps would only hold memory
   GuardStandardDescriptors();
+  // Where the parent has it ignored there would be no child to wait for.
+  std::signal(SIGCHLD, SIG_DFL);
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   Options options;
   const int status = ParseOptions(argc, argv, &options);

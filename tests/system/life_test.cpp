@@ -140,6 +140,14 @@ TEST_F(Life, FirstProcessStops) {
   EXPECT_EQ(Count(Out(), "Stop DunraSTT_Admin Service"), 1U);
 }
 
+TEST_F(Life, WaitsForItsChildrenThoughItsParentIgnoresThem) {
+  config_ += "RESTART_CHECK 1\n";
+  Process agent = Start({}, {"env", "--ignore-signal=CHLD"});
+  EXPECT_TRUE(WaitUntil([this] { return Count(Out(), "send_timer Process Time") >= 2; }));
+  EXPECT_TRUE(EngineAlive());
+  EXPECT_EQ(Count(Out(), "Unable to start service"), 0U);
+}
+
 TEST_F(Life, DaemonDetachesAndGuardsItsLock) {
   const pid_t daemon = StartedDaemon();
   ASSERT_GT(daemon, 0);
