@@ -123,7 +123,8 @@ int StartService() {
   TRACE(TRACE_INFO, "Start DunraSTT_Admin Service");
   m_nCPU[0] = CpuUsage();
   // Without webhooks the libraries are left unready, which saves their memory.
-  if (m_send_webhook_used != 0) AlarmTransportInit();
+  if (m_send_webhook_used != 0 && AlarmTransportInit() != 0)
+    TRACE(TRACE_ERROR, "WebHook: libcurl cannot be made ready");
   return StartThreads();
 }
 

@@ -87,6 +87,12 @@ extern "C" int openat(int folder, const char* path, int flags, ...) {
   return Fails("openat", EMFILE) ? -1 : real(folder, path, flags, 0644);
 }
 
+// Fails at start-up, before anything is counted.
+extern "C" int curl_global_init(long flags) {
+  static const auto real = reinterpret_cast<int (*)(long)>(dlsym(RTLD_NEXT, "curl_global_init"));
+  return getenv("TORTURE_CURL") != nullptr ? -1 : real(flags);
+}
+
 // Closed all the same, as Linux does.
 extern "C" int close(int fd) {
   static const auto real = REAL(close);

@@ -99,5 +99,11 @@ TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
   EXPECT_NE(agent.Wait(seconds(9)), -1);
 }
 
+TEST_F(Torture, TellsThatPostsCannotWork) {
+  Process agent = Start({}, {"env", std::string("LD_PRELOAD=") + TORTURE_SHIM, "TORTURE_CURL=1"});
+  EXPECT_TRUE(WaitForOut("[WebHook: libcurl cannot be made ready]"));
+  EXPECT_TRUE(agent.Alive());
+}
+
 }  // namespace
 }  // namespace harness
