@@ -1,5 +1,6 @@
 // The checks of time, files and processes. The fuzz target "result" has the result file's fields.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cstring>
@@ -169,7 +170,25 @@ TEST_F(ResultTest, ReportsAReadableFileInItsMinute) {
   EXPECT_EQ(CheckAt(due_ + 3600, -1), "ERROR Result check Hour Over");
   fs::remove(path_);
   ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
-  EXPECT_EQ(CheckAt(due_, -1), "");
+  EXPECT_EQ(CheckAt(due_, -1), "ERROR Result file " + path_ + " is no regular file");
+}
+
+TEST_F(ResultTest, SaysWhyAFileIsNotRead) {
+  const auto checkedWithLines = [this](int64_t lines) {
+    std::ofstream(path_) << std::string(static_cast<size_t>(lines), '\n');
+    return CheckAt(due_, -1);
+  };
+  EXPECT_EQ(checkedWithLines(MAX_RESULT_RECORDS + 1),
+            "ERROR Result file " + path_ + " has more than 16777216 lines");
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+  rlimit old{};
+  ::getrlimit(RLIMIT_AS, &old);
+  const rlimit narrow{rlim_t{256} << 20, old.rlim_max};
+  ::setrlimit(RLIMIT_AS, &narrow);
+  const std::string said = checkedWithLines(MAX_RESULT_RECORDS);
+  ::setrlimit(RLIMIT_AS, &old);
+  EXPECT_EQ(said, "ERROR Result file " + path_ + ": no memory to read it");
+#endif
 }
 
 TEST_F(ResultTest, AveragesIntoTheTable) {

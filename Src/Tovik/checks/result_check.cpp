@@ -1,5 +1,7 @@
 #include "Tovik/checks/result_check.h"
 
+#include <cerrno>
+#include <cinttypes>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -42,12 +44,34 @@ bool IsDue(time_t now) {
   return true;
 }
 
+// A file that is missing or not ours to open is no news.
+void TraceUnread(const std::string& path, int error) {
+  switch (error) {
+    case EFBIG:
+      TRACE(TRACE_ERROR, "Result file %s has more than %" PRId64 " lines", path.c_str(), MAX_RESULT_RECORDS);
+      break;
+    case EINVAL:
+      TRACE(TRACE_ERROR, "Result file %s is no regular file", path.c_str());
+      break;
+    case ENOMEM:
+      TRACE(TRACE_ERROR, "Result file %s: no memory to read it", path.c_str());
+      break;
+    default:
+      break;
+  }
+}
+
 int Report(time_t now) {
   const auto host = m_log_hostname_inc_flag != 0 ? std::optional(HostName()) : std::nullopt;
   const ResultDay day = ResultDayAt(now, m_sz_svc_txt_path, host);
   const int64_t count = GetTotalLine(day.path.c_str());
+  if (count < 0) return -1;
   const std::unique_ptr<RESULT_LIST, RecordsRelease> records(GetResultReadData(day.path.c_str(), count));
-  if (records == nullptr) return -1;
+  if (records == nullptr) {
+    const int error = errno;
+    TraceUnread(day.path, error);
+    return -1;
+  }
   GetResultShowData(day.path.c_str(), count, records.get(), day.date.c_str());
   return 1;
 }

@@ -11,8 +11,9 @@
 #include "Tovik/checks/result_reader.h"
 
 // To be called about once a minute: 1 when the report was made in this minute, whether or not it could be
-// sent; -1 when RESULT_TIME is another minute (traced), or yesterday's result file cannot be read or has more
-// than MAX_RESULT_RECORDS lines. Blocks while the file is read and for the mail and the post.
+// sent; -1 when RESULT_TIME is another minute (traced), or yesterday's result file cannot be opened, or is
+// no regular file, longer than MAX_RESULT_RECORDS lines or too large for the memory (all three traced).
+// Blocks while the file is read and for the mail and the post.
 int resultCheckProc();
 // The same for a given moment.
 int ResultCheckAt(time_t now);

@@ -105,11 +105,15 @@ class LineReader {
   bool nuls_ = false;
 };
 
-// A FIFO in the file's place must not hold up the check: nothing but a regular file is opened.
+// A FIFO in the file's place must not hold up the check: nothing but a regular file is opened. Else errno.
 base::UniqueFd OpenRegular(const char* path, size_t* size) {
   base::UniqueFd file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
-  if (!file.Valid() || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  if (!file.Valid() || ::fstat(file.Get(), &status) != 0) return {};
+  if (!S_ISREG(status.st_mode)) {
+    file.Reset();
+    errno = EINVAL;
+  }
   *size = static_cast<size_t>(status.st_size);
   return file;
 }
@@ -246,6 +250,11 @@ void ParseLine(std::string_view line, TextRoom& room, RESULT_LIST& record) {
   record.response_time = ToInteger(fields.Field(RESPONSE_FIELD));
 }
 
+RESULT_LIST* Refuse(int error) {
+  errno = error;
+  return nullptr;
+}
+
 }  // namespace
 
 std::string_view ResultText(const RESULT_LIST& record, int index) {
@@ -265,14 +274,14 @@ char* GetNextString(char* src, char sep, char* dst) {
 }
 
 RESULT_LIST* GetResultReadData(const char* path, int64_t count, size_t maxTexts) {
-  if (count < 0 || count > MAX_RESULT_RECORDS) return nullptr;
+  if (count < 0 || count > MAX_RESULT_RECORDS) return Refuse(count < 0 ? EINVAL : EFBIG);
   size_t size = 0;
   base::UniqueFd file = OpenRegular(path, &size);
   if (!file.Valid()) return nullptr;
   LineReader lines(std::move(file));
   const size_t textRoom = std::min(size, maxTexts);
   UniqueRecords records = NewRecords(static_cast<size_t>(count), textRoom);
-  if (records == nullptr || !lines.Ready()) return nullptr;
+  if (records == nullptr || !lines.Ready()) return Refuse(ENOMEM);
   TextRoom room = {reinterpret_cast<char*>(records.get() + count), textRoom};
   std::string_view line;
   for (int64_t i = 0; i < count && lines.Next(&line); ++i) {

@@ -36,9 +36,9 @@ char* GetNextString(char* src, char sep, char* dst);
 
 // Reads a file into an array of count records, to be given to FreeResultData. Lines are taken as fgets(3)
 // with RESULT_LINE bytes takes them and end at their first NUL byte; numbers as atoi(3) and atof(3) do, at
-// the end of int's range when out of it. Lines beyond count are left, records without a line are zero. Null
-// when the path is no regular file that can be opened, without memory, and for a count below 0 or above
-// MAX_RESULT_RECORDS.
+// the end of int's range when out of it. Lines beyond count are left, records without a line are zero. Null,
+// with errno: that of open(2), EINVAL when the path is no regular file, ENOMEM without memory, and EFBIG for
+// a count above MAX_RESULT_RECORDS (below 0: EINVAL).
 RESULT_LIST* GetResultReadData(const char* path, int64_t count, size_t maxTexts = MAX_RESULT_TEXTS);
 // Null is allowed.
 void FreeResultData(RESULT_LIST* records);
