@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <string>
 
@@ -12,6 +14,7 @@
 #include "Tovik/checks/result_table.h"
 #include "Tovik/timer_rules.h"
 #include "Tovik/traced.h"
+#include "base/stop.h"
 
 namespace {
 
@@ -119,6 +122,27 @@ TEST_F(ErrorLogTest, SucceedsWithErrorLinesOnly) {
                         "command = grep \" 14:05:\" "),
             std::string::npos)
       << traced;
+}
+
+TEST_F(ErrorLogTest, SaysNothingOfASearchThatAStopCuts) {
+  const std::string path = getenv("PATH");
+  folder_.Write("grep", "#!/bin/sh\nexec sleep 5\n", 0755);
+  setenv("PATH", (folder_.Path() + ":" + path).c_str(), 1);
+  sigset_t stop;
+  sigemptyset(&stop);
+  sigaddset(&stop, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+  ::kill(::getpid(), SIGTERM);
+  const std::string traced = test::TraceOf([&] {
+    const base::StopOnPendingSignal stoppable;
+    EXPECT_EQ(ErrorCheckAt(now_), -1);
+  });
+  int taken = 0;
+  sigwait(&stop, &taken);
+  pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
+  setenv("PATH", path.c_str(), 1);
+  EXPECT_EQ(traced, "");
+  EXPECT_FALSE(fs::exists(extract_));
 }
 
 using Records = std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)>;

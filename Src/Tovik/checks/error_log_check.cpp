@@ -143,6 +143,8 @@ int FindErrorLines(const ErrorLogSearch& search, char* out) {
                        extract.Descriptor(), {"LC_ALL=C"});
   if (status < 0) {
     const int error = errno;
+    // A search that the stop no longer waits for was run all the same.
+    if (error == ECANCELED) return 0;
     TRACE(TRACE_DEBUG, "Unable to execute distrib server error log script (%d)\n%s, command = %s", error,
           std::strerror(error), search.command.c_str());
     return 0;

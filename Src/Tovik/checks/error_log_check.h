@@ -37,7 +37,7 @@ struct ErrorLogSearch {
 ErrorLogSearch ErrorLogSearchAt(time_t now, const char* folder, const std::optional<std::string>& host);
 
 // Runs a search and fills out (ERROR_TEXT bytes) with the lines found, cut as by ReadTextFile. Their length,
-// 0 without any or when grep could not be run.
+// 0 without any, when grep could not be run (traced), or when a stop cut it.
 int FindErrorLines(const ErrorLogSearch& search, char* out);
 
 #endif
