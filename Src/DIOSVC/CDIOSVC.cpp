@@ -19,7 +19,7 @@
 #include "base/stop.h"
 #include "utils/DunraSTTUtils.h"
 
-#define SVC_TRACE(level, ...) DUNRA_TRACE(TRACE_ORDINARY, level, index_, save_, __VA_ARGS__)
+#define SVC_TRACE(level, ...) DUNRA_NAMED_TRACE(TRACE_ORDINARY, level, index_, save_, __VA_ARGS__)
 
 namespace {
 

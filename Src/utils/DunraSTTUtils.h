@@ -9,6 +9,7 @@
 #define UTILS_DUNRASTTUTILS_H
 
 #include <atomic>
+#include <string_view>
 
 inline constexpr long TRACE_FATAL = 0;
 inline constexpr long TRACE_ERROR = 1;
@@ -68,6 +69,13 @@ class DunraSTTUtils {
     if (DunraSTTUtils::LevelPasses(level))                                                              \
       DunraSTTUtils::LogTrace(type, level, channel, save, __FILE__, static_cast<const char*>(__func__), \
                               __LINE__, __VA_ARGS__);                                                   \
+  } while (false)
+
+// The same for the agent's own lines: a lambda, whose name is "operator()", is no place that a reader finds.
+#define DUNRA_NAMED_TRACE(...)                                                                \
+  do {                                                                                        \
+    static_assert(std::string_view(__func__) != "operator()", "trace from a named function"); \
+    DUNRA_TRACE(__VA_ARGS__);                                                                 \
   } while (false)
 
 #endif

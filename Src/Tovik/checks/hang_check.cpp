@@ -8,7 +8,7 @@
 #include "Tovik/engine/engine_session.h"
 
 #define HANG_TRACE(...) \
-  DUNRA_TRACE(TRACE_HANG, TRACE_FATAL, TRACE_MAIN_CHANNEL, m_hang_save_flag, __VA_ARGS__)
+  DUNRA_NAMED_TRACE(TRACE_HANG, TRACE_FATAL, TRACE_MAIN_CHANNEL, m_hang_save_flag, __VA_ARGS__)
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include "Tovik/core/config.h"
 #include "utils/DunraSTTUtils.h"
 
-#define TRACE(level, ...) DUNRA_TRACE(TRACE_ORDINARY, level, TRACE_MAIN_CHANNEL, m_txt_save, __VA_ARGS__)
+#define TRACE(level, ...) \
+  DUNRA_NAMED_TRACE(TRACE_ORDINARY, level, TRACE_MAIN_CHANNEL, m_txt_save, __VA_ARGS__)
 
 #endif
