@@ -126,7 +126,7 @@ TEST_F(ErrorLogTest, SucceedsWithErrorLinesOnly) {
 
 TEST_F(ErrorLogTest, SaysNothingOfASearchThatAStopCuts) {
   const std::string path = getenv("PATH");
-  folder_.Write("grep", "#!/bin/sh\nexec sleep 5\n", 0755);
+  folder_.Write("grep", "#!/bin/sh\nexec sleep 5 2>&1\n", 0755);
   setenv("PATH", (folder_.Path() + ":" + path).c_str(), 1);
   sigset_t stop;
   sigemptyset(&stop);
