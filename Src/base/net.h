@@ -21,7 +21,8 @@ UniqueFd OpenSocket(int family, int protocol = 0);
 int SetBlocking(int fd, bool blocking);
 
 // As connect(2) on a blocking socket; 0, or -1 with the errno that connect would have given, ETIMEDOUT when
-// the time given passed first, ECANCELED when a stop cut it. The socket is blocking afterwards.
+// the time given passed first, ECANCELED when a stop cut it. Once connected the socket is blocking; after a
+// failure it may have been left non-blocking.
 int Connect(int fd, const sockaddr* address, socklen_t length, int64_t milliseconds = FOREVER);
 
 // As one send(2) or recv(2) on a blocking socket: the count moved (1 or more), 0 at the peer's end, -1 with
