@@ -1,5 +1,6 @@
 // The engine's protocol: connection, packets, channel status, probe and TLS. The fuzz target "engine" has the
 // replies' details.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -14,6 +15,22 @@
 #include "base/net.h"
 #include "support/process.h"
 #include "tls/certificates.h"
+
+namespace {
+
+// After so many receives of this thread one finds nothing, although the socket was readable. 0: none does.
+thread_local int receivesToWakeForNothing = 0;
+
+}  // namespace
+
+extern "C" ssize_t recv(int fd, void* buffer, size_t length, int flags) {
+  if (receivesToWakeForNothing > 0 && --receivesToWakeForNothing == 0) {
+    errno = EAGAIN;
+    return -1;
+  }
+  static const auto real = reinterpret_cast<decltype(&recv)>(::dlsym(RTLD_NEXT, "recv"));
+  return real(fd, buffer, length, flags);
+}
 
 namespace {
 
@@ -128,6 +145,20 @@ TEST(EngineChannel, TakesEveryReplyForAClaim) {
     EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), c.result) << c.what;
     EXPECT_EQ(Counts(record), c.counts) << c.what;
     EXPECT_EQ(head.uChannel, c.channel) << c.what;
+    dataFree(record.pChannel);
+  }
+}
+
+TEST(EngineChannel, AWakeUpForNothingIsNoFailure) {
+  for (const int number : {1, 2}) {  // of the header, of the payload
+    auto [near, far] = SocketPair();
+    Send(far.Get(), Packet(0, TWO));
+    LVCSR_SOCK_HEAD head{};
+    head.uSock = near.Get();
+    LVCSR_DATA_CHANNEL record{};
+    receivesToWakeForNothing = number;
+    EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), ENGINE_OK) << number;
+    EXPECT_EQ(receivesToWakeForNothing, 0);
     dataFree(record.pChannel);
   }
 }

@@ -10,6 +10,7 @@
 #include "Tovik/core/trace.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/engine/growing_receive.h"
+#include "base/net.h"
 #include "base/owners.h"
 #include "base/stop.h"
 #include "tls/tls_socket.h"
@@ -18,37 +19,10 @@ namespace {
 
 constexpr int RETRY_MS = 10;
 
-// As one send(2) on a blocking socket: all of it, unless it fails on the way.
-ssize_t SendPlain(int fd, const char* data, size_t length, int flags) {
-  const bool may_wait = (flags & MSG_DONTWAIT) == 0;
-  size_t sent = 0;
-  while (sent < length) {
-    const ssize_t count = ::send(fd, data + sent, length - sent, flags | MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (count > 0) {
-      sent += static_cast<size_t>(count);
-      continue;
-    }
-    if (count < 0 && errno == EINTR) continue;
-    const bool full = count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
-    if (!full || !may_wait || base::WaitDescriptor(fd, POLLOUT, base::FOREVER) != 1) break;
-  }
-  return sent > 0 ? static_cast<ssize_t>(sent) : -1;
-}
-
-// As one recv(2) on a blocking socket.
-ssize_t ReceivePlain(int fd, char* buffer, size_t length, int flags) {
-  const bool may_wait = (flags & MSG_DONTWAIT) == 0;
-  while (true) {
-    if (may_wait && base::WaitDescriptor(fd, POLLIN, base::FOREVER) != 1) return -1;
-    const ssize_t got = ::recv(fd, buffer, length, flags | MSG_DONTWAIT);
-    if (got >= 0 || errno != EINTR) return got;
-  }
-}
-
 ssize_t ReceiveHeaderPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags) {
   if (head->bUseSSL == 1) return Read(head, buffer, static_cast<int>(length));
   while (true) {
-    const ssize_t got = ReceivePlain(head->uSock, buffer, length, flags);
+    const ssize_t got = base::ReceiveSome(head->uSock, buffer, length, base::FOREVER, flags);
     if (got >= 0 || (errno != ENOBUFS && errno != EAGAIN)) return got;
     // A sleep that only the end of a stop's grace cuts.
     if (base::WaitDescriptor(head->uSock, 0, RETRY_MS) < 0) return -1;
@@ -56,7 +30,7 @@ ssize_t ReceiveHeaderPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, i
 }
 
 ssize_t ReceivePayloadPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags) {
-  if (head->bUseSSL != 1) return ReceivePlain(head->uSock, buffer, length, flags);
+  if (head->bUseSSL != 1) return base::ReceiveSome(head->uSock, buffer, length, base::FOREVER, flags);
   TRACE(TRACE_INFO, "[RecvData] recvData start");
   const long got = Read(head, buffer, static_cast<int>(std::min<size_t>(length, INT_MAX)));
   if (got < 1) {
@@ -104,7 +78,10 @@ int SendData(LVCSR_SOCK_HEAD* head, const LVCSR_NET_HEADER* header, const char* 
   const base::UniqueText packet = BuildPacket(*header, data, &size);
   if (packet == nullptr) return ENGINE_FAILED;
   if (head->bUseSSL == 1) return SendTls(head, packet.get(), size);
-  return SendPlain(head->uSock, packet.get(), size, flags) > 0 ? ENGINE_OK : ENGINE_FAILED;
+  // A part that went out counts as sent.
+  size_t sent = 0;
+  base::SendAll(head->uSock, packet.get(), size, base::FOREVER, flags, &sent);
+  return sent > 0 ? ENGINE_OK : ENGINE_FAILED;
 }
 
 int Recv_Wait(int sock, int seconds) {
