@@ -15,6 +15,7 @@
 #include "base/net.h"
 #include "support/process.h"
 #include "tls/certificates.h"
+#include "tls/tls_socket.h"
 
 namespace {
 
@@ -303,6 +304,51 @@ TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
     for (const std::string& line : Messages(trace)) traced = traced || line.starts_with(c.traced);
     EXPECT_TRUE(traced) << trace;
     EXPECT_EQ(CurrentChannelStatus()->nEntries, c.entries);
+  }
+}
+
+// Under TLS 1.3 the tickets after the handshake make the socket readable, and nothing follows.
+TEST_F(EngineTls, GivesASilentEngineUpAfterTheReceiveTimeOut) {
+  const std::string nothing_to_read = "SSL_ERROR_WANT_READ: 읽을 수 있는 데이터가 없습니다.";
+  const struct {
+    const char* what;
+    support::Words words;
+    int connected, queried;
+    Lines last;
+  } cases[] = {
+      {"tickets",
+       {"--script", "silent"},
+       0,
+       -2,
+       {"INFO [Recv_Wait] select end[ 1 ]", "ERROR [RecvData] " + nothing_to_read + " "}},
+      {"no tickets",
+       {"--script", "silent", "--tls12"},
+       0,
+       -2,
+       {"INFO [Recv_Wait] select", "INFO [Recv_Wait] select end[ 0 ]"}},
+      {"half a reply",
+       {"--script", "stall:30"},
+       0,
+       -1,
+       {"ERROR recvData End [ -1 ]", "ERROR [RecvData] " + nothing_to_read + " "}},
+      {"no handshake", {"--script", "mute"}, -1, -1, {"ERROR [INIT] " + nothing_to_read}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const Peer engine = Engine(c.what, "server", c.words);
+    LVCSR_SOCK_HEAD head{};
+    LVCSR_DATA_CHANNEL record{};
+    CreateClientContext(SSLInit(&head));
+    DunraSTT_SSL("", "", "", "", &head);
+    const auto start = std::chrono::steady_clock::now();
+    const Lines lines = Messages(TraceOf([&] {
+      ASSERT_EQ(DunraSTT_INIT("127.0.0.1", std::stoi(engine.Port()), 1, 1, &head), c.connected);
+      EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), c.queried);
+    }));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(990));
+    ASSERT_GE(lines.size(), c.last.size());
+    EXPECT_EQ(Lines(lines.end() - long(c.last.size()), lines.end()), c.last);
+    EXPECT_EQ(DunraSTT_EXIT(&head), 0);
   }
 }
 
