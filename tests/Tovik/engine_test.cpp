@@ -348,7 +348,10 @@ TEST_F(EngineTls, GivesASilentEngineUpAfterTheReceiveTimeOut) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(990));
     ASSERT_GE(lines.size(), c.last.size());
     EXPECT_EQ(Lines(lines.end() - long(c.last.size()), lines.end()), c.last);
-    EXPECT_EQ(DunraSTT_EXIT(&head), 0);
+    for (int call = 1; call <= 2; ++call) {  // the second one finds nothing to close
+      EXPECT_EQ(DunraSTT_EXIT(&head), 0);
+      EXPECT_EQ(head.uSock, -1);
+    }
   }
 }
 

@@ -187,6 +187,7 @@ int DunraSTT_EXIT(LVCSR_SOCK_HEAD* head) {
   if (socket != -1 && base::CloseDescriptor(socket) < 0) return -1;
   if (head->bUseSSL == 1) {
     SSLClose(head);
+    head->uSock = -1;
     TRACE(TRACE_INFO, "[EXIT] SSL Close Successed");
   }
   TRACE(TRACE_INFO, "[EXIT] Successed [ %d ]", socket);
