@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -32,6 +33,17 @@ constexpr const char* OPEN_FAILED = "\xC3\xA4\xB3\xCE \xBF\xC0\xC7\xC2 \xBD\xC7\
 // Not cleared: only what is received is touched, so memory grows with the bytes that really came.
 std::unique_ptr<char[]> Allocate(size_t size) {
   return std::unique_ptr<char[]>(new (std::nothrow) char[size]);
+}
+
+// False when there is no memory for it; a negative length is one that no memory holds.
+bool BuildDataFrame(int tag, long type, const char* data, long length, std::string* frame) {
+  if (length < 0) return false;
+  try {
+    *frame = frames::DataFrame(tag, type, std::string(data, static_cast<size_t>(length)));
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
 }
 
 }  // namespace
@@ -157,18 +169,17 @@ long CDIOSVC::SOCK_SVC_CLOS() {
 long CDIOSVC::SOCK_SVC_DATA_SEND(const char* data, long length, long type) {
   static constexpr ReplyTexts TEXTS = {"CH_DATA", "", "malloc fail 2 Request Size",
                                        "malloc fail 3 Request Size", ", Error"};
-  try {
-    const std::string frame =
-        frames::DataFrame(m_sock.Get(), type, std::string(data, static_cast<size_t>(length)));
-    if (base::SendAll(m_sock.Get(), frame.data(), frame.size()) < 0) {
-      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : CHANNEL_DATA Send Failed.");
-      return -1;
-    }
-  } catch (const std::bad_alloc&) {
-    SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : malloc fail Request Size[%d], Error[%d]",
-              static_cast<int>(length) + 31, ENOMEM);
+  std::string frame;
+  if (!BuildDataFrame(m_sock.Get(), type, data, length, &frame)) {
+    const auto size = static_cast<int>(static_cast<unsigned long>(length) + 31);
+    SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : malloc fail Request Size[%d], Error[%d]", size, ENOMEM);
     return -1;
   }
+  if (base::SendAll(m_sock.Get(), frame.data(), frame.size()) < 0) {
+    SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : CHANNEL_DATA Send Failed.");
+    return -1;
+  }
+  frame = std::string();  // not kept while the server takes its time
   if (DIO_SVC_WAIT(REPLY_WAIT_SECONDS) != 1) return -1;
   return ReadReply(TEXTS, "DATA_RECEIVE_OK");
 }

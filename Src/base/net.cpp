@@ -9,14 +9,15 @@
 namespace base {
 namespace {
 
-// Runs call until it no longer says "would block", waiting for the events between.
+// Runs call, with these flags, until it no longer says "would block", waiting for the events between; under
+// MSG_DONTWAIT that word is the result.
 template <typename Call>
-ssize_t Repeat(int fd, short events, int64_t milliseconds, Call call) {
+ssize_t Repeat(int fd, short events, int64_t milliseconds, int flags, Call call) {
   while (true) {
-    const ssize_t result = call();
+    const ssize_t result = call(flags | MSG_DONTWAIT);
     if (result >= 0) return result;
     if (errno == EINTR) continue;
-    if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+    if ((errno != EAGAIN && errno != EWOULDBLOCK) || (flags & MSG_DONTWAIT) != 0) return -1;
     const int ready = WaitDescriptor(fd, events, milliseconds);
     if (ready < 0) return -1;
     if (ready == 0) {
@@ -58,24 +59,8 @@ int Connect(int fd, const sockaddr* address, socklen_t length, int64_t milliseco
   return SetBlocking(fd, true) < 0 ? -1 : 0;
 }
 
-ssize_t SendSome(int fd, const void* data, size_t length, int64_t milliseconds) {
-  return Repeat(fd, POLLOUT, milliseconds,
-                [&] { return ::send(fd, data, length, MSG_NOSIGNAL | MSG_DONTWAIT); });
-}
-
-ssize_t ReceiveSome(int fd, void* buffer, size_t length, int64_t milliseconds) {
-  return Repeat(fd, POLLIN, milliseconds, [&] { return ::recv(fd, buffer, length, MSG_DONTWAIT); });
-}
-
-int SendAll(int fd, const void* data, size_t length, int64_t milliseconds) {
-  const char* next = static_cast<const char*>(data);
-  while (length > 0) {
-    const ssize_t sent = SendSome(fd, next, length, milliseconds);
-    if (sent <= 0) return -1;
-    next += sent;
-    length -= static_cast<size_t>(sent);
-  }
-  return 0;
+ssize_t ReceiveSome(int fd, void* buffer, size_t length, int64_t milliseconds, int flags) {
+  return Repeat(fd, POLLIN, milliseconds, flags, [&](int now) { return ::recv(fd, buffer, length, now); });
 }
 
 ssize_t ReceiveExactly(int fd, void* buffer, size_t length, int64_t milliseconds) {
@@ -88,6 +73,23 @@ ssize_t ReceiveExactly(int fd, void* buffer, size_t length, int64_t milliseconds
     length -= static_cast<size_t>(got);
   }
   return got;
+}
+
+ssize_t SendSome(int fd, const void* data, size_t length, int64_t milliseconds, int flags) {
+  return Repeat(fd, POLLOUT, milliseconds, flags | MSG_NOSIGNAL,
+                [&](int now) { return ::send(fd, data, length, now); });
+}
+
+int SendAll(int fd, const void* data, size_t length, int64_t milliseconds, int flags, size_t* sent) {
+  const char* bytes = static_cast<const char*>(data);
+  size_t gone = 0;
+  ssize_t count = 1;
+  while (gone < length && count > 0) {
+    count = SendSome(fd, bytes + gone, length - gone, milliseconds, flags);
+    if (count > 0) gone += static_cast<size_t>(count);
+  }
+  if (sent != nullptr) *sent = gone;
+  return gone == length ? 0 : -1;
 }
 
 }  // namespace base

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/owners.h"
+#include "base/stop.h"
 #include "tls/stoppable_bio.h"
 
 namespace {
@@ -28,11 +29,17 @@ int Fail(LVCSR_SOCK_HEAD* head, int error) {
   return -1;
 }
 
+// The milliseconds that one call may wait.
+int64_t Limit(const LVCSR_SOCK_HEAD& head) {
+  return head.uRecvTimeout < 1 ? base::FOREVER : int64_t{head.uRecvTimeout} * 1000;
+}
+
 // Runs one call on the session. Errors that an earlier call of this thread left in the library's queue would
 // be taken for its own, so the queue is emptied before.
 template <typename Call>
-int Run(LVCSR_SOCK_HEAD* head, Call call) {
+int Run(LVCSR_SOCK_HEAD* head, int64_t milliseconds, Call call) {
   if (head->pSSL == nullptr) return Fail(head, SSL_ERROR_SSL);
+  tls::LimitTime(head->pSSL, milliseconds);
   ERR_clear_error();
   errno = 0;
   const int result = call(head->pSSL);
@@ -126,12 +133,12 @@ int ExpiresCheck(const char* path) {
 
 int ServerSockSetting(LVCSR_SOCK_HEAD* head, int socket) {
   if (!NewSession(head, socket)) return Fail(head, SSL_ERROR_SSL);
-  return Run(head, SSL_accept) > 0 ? 1 : -1;
+  return Run(head, Limit(*head), SSL_accept) > 0 ? 1 : -1;
 }
 
 int ClientSockSetting(LVCSR_SOCK_HEAD* head, int socket) {
   if (!NewSession(head, socket)) return Fail(head, SSL_ERROR_SSL);
-  const int result = Run(head, [socket](SSL* session) {
+  const int result = Run(head, Limit(*head), [socket](SSL* session) {
     const int connected = SSL_connect(session);
     // The line must not disturb what the library is asked about the outcome afterwards.
     const int error = errno;
@@ -152,11 +159,19 @@ int CertificateCheck(LVCSR_SOCK_HEAD* head) {
 }
 
 int Read(LVCSR_SOCK_HEAD* head, char* buffer, int count) {
-  return Run(head, [=](SSL* session) { return SSL_read(session, buffer, count); });
+  return ReadWithin(head, buffer, count, Limit(*head));
+}
+
+int ReadWithin(LVCSR_SOCK_HEAD* head, char* buffer, int count, int64_t milliseconds) {
+  return Run(head, milliseconds, [=](SSL* session) { return SSL_read(session, buffer, count); });
 }
 
 int Write(LVCSR_SOCK_HEAD* head, const char* buffer, int count) {
-  return Run(head, [=](SSL* session) { return SSL_write(session, buffer, count); });
+  return Run(head, Limit(*head), [=](SSL* session) { return SSL_write(session, buffer, count); });
+}
+
+bool TimedOut(const LVCSR_SOCK_HEAD* head) {
+  return head->uLastError == SSL_ERROR_WANT_READ || head->uLastError == SSL_ERROR_WANT_WRITE;
 }
 
 int ErrorCode(const LVCSR_SOCK_HEAD* head) {

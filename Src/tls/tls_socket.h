@@ -5,10 +5,13 @@
 // keeps context and socket, and leaves the reason in uLastError (a value of SSL_get_error(3)). The socket is
 // never closed here.
 //
-// Handshake, Read and Write block, without limit of their own, until the peer answers or a stop cuts them
-// (base/stop.h). Texts are ASCII but for ErrorMessage. Nothing is traced.
+// Handshake, Read and Write block until the peer answers, until uRecvTimeout seconds have passed since the
+// call began (a figure below 1 sets no limit), or until a stop cuts them (base/stop.h). Texts are ASCII but
+// for ErrorMessage. Nothing is traced.
 #ifndef TLS_TLS_SOCKET_H
 #define TLS_TLS_SOCKET_H
+
+#include <cstdint>
 
 #include "base/engine_records.h"
 
@@ -49,7 +52,11 @@ int CertificateCheck(LVCSR_SOCK_HEAD* head);
 // with SSL_ERROR_SSL. Write moves all of count.
 int Read(LVCSR_SOCK_HEAD* head, char* buffer, int count);
 int Write(LVCSR_SOCK_HEAD* head, const char* buffer, int count);
+// Read with a limit of its own, or base::FOREVER.
+int ReadWithin(LVCSR_SOCK_HEAD* head, char* buffer, int count, int64_t milliseconds);
 
+// Whether the last error is a limit that has passed (SSL_ERROR_WANT_READ or SSL_ERROR_WANT_WRITE).
+bool TimedOut(const LVCSR_SOCK_HEAD* head);
 int ErrorCode(const LVCSR_SOCK_HEAD* head);
 // The last error in words: OpenSSL's name for it, a colon and a Korean sentence in code page 949. Static.
 const char* ErrorMessage(const LVCSR_SOCK_HEAD* head);

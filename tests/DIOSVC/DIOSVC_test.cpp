@@ -1,6 +1,8 @@
 // Frames, and one report to a scripted management server.
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include "DIOSVC/CDIOSVC.h"
 #include "DIOSVC/frames.h"
 #include "support/support.h"
@@ -94,6 +96,20 @@ TEST_F(ReportTest, TracesWhatTheServerDidWrong) {
     EXPECT_TRUE(Traced(c.traced)) << c.traced << "\n" << traced_;
     EXPECT_TRUE(Traced(c.data.empty() ? "svc ch open fail." : "svc Alam Send fail."));
   }
+}
+
+TEST(ReportData, OfNoPossibleLengthIsRefused) {
+  CDIOSVC service;
+  DunraSTTUtils::SetLogLevel(TRACE_INFO);
+  for (const auto& [length, size] : {std::pair(-1L, "[30]"), {LONG_MIN, "[31]"}}) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(service.SOCK_SVC_DATA_SEND("x", length, 1), -1);
+    const std::string traced = testing::internal::GetCapturedStdout();
+    EXPECT_NE(traced.find(std::string("[ CH_DATA ] : malloc fail Request Size") + size + ", Error[12]"),
+              std::string::npos)
+        << traced;
+  }
+  DunraSTTUtils::SetLogLevel(0);
 }
 
 TEST(FramesTest, AlarmTextsByCode) {

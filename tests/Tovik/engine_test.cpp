@@ -1,5 +1,6 @@
 // The engine's protocol: connection, packets, channel status, probe and TLS. The fuzz target "engine" has the
 // replies' details.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -14,6 +15,23 @@
 #include "base/net.h"
 #include "support/process.h"
 #include "tls/certificates.h"
+#include "tls/tls_socket.h"
+
+namespace {
+
+// After so many receives of this thread one finds nothing, although the socket was readable. 0: none does.
+thread_local int receivesToWakeForNothing = 0;
+
+}  // namespace
+
+extern "C" ssize_t recv(int fd, void* buffer, size_t length, int flags) {
+  if (receivesToWakeForNothing > 0 && --receivesToWakeForNothing == 0) {
+    errno = EAGAIN;
+    return -1;
+  }
+  static const auto real = reinterpret_cast<decltype(&recv)>(::dlsym(RTLD_NEXT, "recv"));
+  return real(fd, buffer, length, flags);
+}
 
 namespace {
 
@@ -128,6 +146,20 @@ TEST(EngineChannel, TakesEveryReplyForAClaim) {
     EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), c.result) << c.what;
     EXPECT_EQ(Counts(record), c.counts) << c.what;
     EXPECT_EQ(head.uChannel, c.channel) << c.what;
+    dataFree(record.pChannel);
+  }
+}
+
+TEST(EngineChannel, AWakeUpForNothingIsNoFailure) {
+  for (const int number : {1, 2}) {  // of the header, of the payload
+    auto [near, far] = SocketPair();
+    Send(far.Get(), Packet(0, TWO));
+    LVCSR_SOCK_HEAD head{};
+    head.uSock = near.Get();
+    LVCSR_DATA_CHANNEL record{};
+    receivesToWakeForNothing = number;
+    EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), ENGINE_OK) << number;
+    EXPECT_EQ(receivesToWakeForNothing, 0);
     dataFree(record.pChannel);
   }
 }
@@ -272,6 +304,54 @@ TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
     for (const std::string& line : Messages(trace)) traced = traced || line.starts_with(c.traced);
     EXPECT_TRUE(traced) << trace;
     EXPECT_EQ(CurrentChannelStatus()->nEntries, c.entries);
+  }
+}
+
+// Under TLS 1.3 the tickets after the handshake make the socket readable, and nothing follows.
+TEST_F(EngineTls, GivesASilentEngineUpAfterTheReceiveTimeOut) {
+  const std::string nothing_to_read = "SSL_ERROR_WANT_READ: 읽을 수 있는 데이터가 없습니다.";
+  const struct {
+    const char* what;
+    support::Words words;
+    int connected, queried;
+    Lines last;
+  } cases[] = {
+      {"tickets",
+       {"--script", "silent"},
+       0,
+       -2,
+       {"INFO [Recv_Wait] select end[ 1 ]", "ERROR [RecvData] " + nothing_to_read + " "}},
+      {"no tickets",
+       {"--script", "silent", "--tls12"},
+       0,
+       -2,
+       {"INFO [Recv_Wait] select", "INFO [Recv_Wait] select end[ 0 ]"}},
+      {"half a reply",
+       {"--script", "stall:30"},
+       0,
+       -1,
+       {"ERROR recvData End [ -1 ]", "ERROR [RecvData] " + nothing_to_read + " "}},
+      {"no handshake", {"--script", "mute"}, -1, -1, {"ERROR [INIT] " + nothing_to_read}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const Peer engine = Engine(c.what, "server", c.words);
+    LVCSR_SOCK_HEAD head{};
+    LVCSR_DATA_CHANNEL record{};
+    CreateClientContext(SSLInit(&head));
+    DunraSTT_SSL("", "", "", "", &head);
+    const auto start = std::chrono::steady_clock::now();
+    const Lines lines = Messages(TraceOf([&] {
+      ASSERT_EQ(DunraSTT_INIT("127.0.0.1", std::stoi(engine.Port()), 1, 1, &head), c.connected);
+      EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), c.queried);
+    }));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(990));
+    ASSERT_GE(lines.size(), c.last.size());
+    EXPECT_EQ(Lines(lines.end() - long(c.last.size()), lines.end()), c.last);
+    for (int call = 1; call <= 2; ++call) {  // the second one finds nothing to close
+      EXPECT_EQ(DunraSTT_EXIT(&head), 0);
+      EXPECT_EQ(head.uSock, -1);
+    }
   }
 }
 

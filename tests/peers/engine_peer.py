@@ -6,6 +6,7 @@ and uses ("8 2") from that file for each query. Connections follow the words of 
 
   ok          the whole status                  announce:N  announces N bytes, sends the payload and closes
   cut:N       sends N bytes of the payload      garbage     text in place of everything, of a handshake too
+  stall:N     as cut:N, and stays silent        silent      takes the query    mute        takes the connection
 """
 import pathlib
 import socket
@@ -15,7 +16,8 @@ import time
 
 import peer
 
-OPTIONS = peer.options(__doc__, port=0, script="ok", figures=None, load=0.0, cert=None, key=None, client_ca=None)
+OPTIONS = peer.options(__doc__, port=0, script="ok", figures=None, load=0.0, cert=None, key=None, client_ca=None,
+                       tls12=False)
 CONTEXT = None
 
 
@@ -24,19 +26,20 @@ def reply(kind, number):
     states = [n for i in range(1, channels + 1) for n in (i, 1 if i <= used else 0)]
     payload = struct.pack(f"<{5 + 2 * channels}i", channels, channels, used, 0, channels - used, *states)
     announced = number if kind == "announce" else len(payload)
-    return struct.pack("<4i", 5, 0, announced, 7) + payload[:number if kind == "cut" else None]
+    return struct.pack("<4i", 5, 0, announced, 7) + payload[:number if kind in ("cut", "stall") else None]
 
 
 def handle(connection, kind, argument):
     if kind == "garbage":
         connection.sendall(b"220 what is this\r\n" * 4)
         connection.shutdown(socket.SHUT_WR)
-    else:
+    elif kind != "mute":
         if CONTEXT is not None:
             connection = CONTEXT.wrap_socket(connection, server_side=True)
         peer.receive(connection, 16)
-        connection.sendall(reply(kind, int(argument or 0)))
-        if kind != "ok":
+        if kind != "silent":
+            connection.sendall(reply(kind, int(argument or 0)))
+        if kind in ("announce", "cut"):
             return connection.close()
     return peer.hold(connection)
 
@@ -44,6 +47,8 @@ def handle(connection, kind, argument):
 if OPTIONS.cert:
     CONTEXT = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
     CONTEXT.load_cert_chain(OPTIONS.cert, OPTIONS.key)
+    if OPTIONS.tls12:
+        CONTEXT.maximum_version = ssl.TLSVersion.TLSv1_2
     if OPTIONS.client_ca:
         CONTEXT.load_verify_locations(OPTIONS.client_ca)
         CONTEXT.verify_mode = ssl.CERT_REQUIRED

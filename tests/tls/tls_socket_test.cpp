@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
+#include <future>
+
 #include "tls/certificates.h"
 #include "utils/trace_line.h"
 
@@ -90,6 +92,34 @@ TEST(TlsSocket, APeerThatVanishesFailsWritesWithoutASignal) {
   link.server.join();
   EXPECT_EQ(Write(&link.client, "hello", 5), -1);
   EXPECT_EQ(ErrorCode(&link.client), SSL_ERROR_SYSCALL);
+}
+
+TEST(TlsSocket, ATimeOutEndsAWriteThatNobodyTakes) {
+  std::promise<void> over;
+  Link link;
+  link.Serve([&](LVCSR_SOCK_HEAD*) { over.get_future().wait(); });
+  ASSERT_EQ(ClientSockSetting(&link.client, link.near.Get()), 1);
+  link.client.uRecvTimeout = 1;
+  const std::string more_than_fits(10'000'000, 'x');
+  EXPECT_EQ(Write(&link.client, more_than_fits.data(), 10'000'000), -1);
+  EXPECT_EQ(ErrorCode(&link.client), SSL_ERROR_WANT_WRITE);
+  over.set_value();
+}
+
+TEST(TlsSocket, ATimeOutEndsAHandshakeThatGoesOnForEver) {
+  const std::tuple<std::string, std::string, int> cases[] = {
+      {{"\x16\x03\x03\x3f\xff", 5}, "x", 100},                // a long record, byte by byte
+      {"", {"\x16\x03\x03\x00\x04\x00\x00\x00\x00", 9}, 0}};  // "let us shake hands" in an endless row
+  for (const auto& [first, next, pause] : cases) {
+    Link link;
+    link.server = std::thread([&, first = first, next = next, pause = pause] {
+      support::Send(link.far.Get(), first);
+      while (::send(link.far.Get(), next.data(), next.size(), MSG_NOSIGNAL) > 0) ::poll(nullptr, 0, pause);
+    });
+    link.client.uRecvTimeout = 1;
+    EXPECT_EQ(ClientSockSetting(&link.client, link.near.Get()), -1);
+    EXPECT_EQ(ErrorCode(&link.client), SSL_ERROR_WANT_READ);
+  }
 }
 
 TEST(TlsSocket, LoadsWhatFitsTogether) {

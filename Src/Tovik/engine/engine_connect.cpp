@@ -174,9 +174,9 @@ int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, 
   const int connected = Connect(socket.Get(), *address, connTimeout);
   if (connected != ENGINE_OK) return connected;
   TRACE(TRACE_INFO, "[INIT] Successed(%s:%d)(%d)", host, port, socket.Get());
-  if (!Adopt(std::move(socket), head)) return ENGINE_FAILED;
   head->uConnTimeout = connTimeout;
-  head->uRecvTimeout = recvTimeout;
+  head->uRecvTimeout = recvTimeout;  // of the handshake too
+  if (!Adopt(std::move(socket), head)) return ENGINE_FAILED;
   head->uChannel = -1;
   return ENGINE_OK;
 }
@@ -187,6 +187,7 @@ int DunraSTT_EXIT(LVCSR_SOCK_HEAD* head) {
   if (socket != -1 && base::CloseDescriptor(socket) < 0) return -1;
   if (head->bUseSSL == 1) {
     SSLClose(head);
+    head->uSock = -1;
     TRACE(TRACE_INFO, "[EXIT] SSL Close Successed");
   }
   TRACE(TRACE_INFO, "[EXIT] Successed [ %d ]", socket);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include "Tovik/core/trace.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/engine/growing_receive.h"
+#include "base/net.h"
 #include "base/owners.h"
 #include "base/stop.h"
 #include "tls/tls_socket.h"
@@ -18,45 +20,28 @@ namespace {
 
 constexpr int RETRY_MS = 10;
 
-// As one send(2) on a blocking socket: all of it, unless it fails on the way.
-ssize_t SendPlain(int fd, const char* data, size_t length, int flags) {
-  const bool may_wait = (flags & MSG_DONTWAIT) == 0;
-  size_t sent = 0;
-  while (sent < length) {
-    const ssize_t count = ::send(fd, data + sent, length - sent, flags | MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (count > 0) {
-      sent += static_cast<size_t>(count);
-      continue;
-    }
-    if (count < 0 && errno == EINTR) continue;
-    const bool full = count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
-    if (!full || !may_wait || base::WaitDescriptor(fd, POLLOUT, base::FOREVER) != 1) break;
-  }
-  return sent > 0 ? static_cast<ssize_t>(sent) : -1;
-}
+using Clock = std::chrono::steady_clock;
 
-// As one recv(2) on a blocking socket.
-ssize_t ReceivePlain(int fd, char* buffer, size_t length, int flags) {
-  const bool may_wait = (flags & MSG_DONTWAIT) == 0;
+// For as long as errors are passing ones.
+ssize_t ReceivePlainHeaderPiece(int fd, char* buffer, size_t length, int flags) {
   while (true) {
-    if (may_wait && base::WaitDescriptor(fd, POLLIN, base::FOREVER) != 1) return -1;
-    const ssize_t got = ::recv(fd, buffer, length, flags | MSG_DONTWAIT);
-    if (got >= 0 || errno != EINTR) return got;
-  }
-}
-
-ssize_t ReceiveHeaderPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags) {
-  if (head->bUseSSL == 1) return Read(head, buffer, static_cast<int>(length));
-  while (true) {
-    const ssize_t got = ReceivePlain(head->uSock, buffer, length, flags);
+    const ssize_t got = base::ReceiveSome(fd, buffer, length, base::FOREVER, flags);
     if (got >= 0 || (errno != ENOBUFS && errno != EAGAIN)) return got;
     // A sleep that only the end of a stop's grace cuts.
-    if (base::WaitDescriptor(head->uSock, 0, RETRY_MS) < 0) return -1;
+    if (base::WaitDescriptor(fd, 0, RETRY_MS) < 0) return -1;
   }
+}
+
+// Under TLS the wait for a reply goes on here: what made the socket readable may be no part of one.
+ssize_t ReceiveHeaderPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags,
+                           Clock::time_point end) {
+  if (head->bUseSSL != 1) return ReceivePlainHeaderPiece(head->uSock, buffer, length, flags);
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+  return ReadWithin(head, buffer, static_cast<int>(length), std::max<int64_t>(left, 0));
 }
 
 ssize_t ReceivePayloadPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags) {
-  if (head->bUseSSL != 1) return ReceivePlain(head->uSock, buffer, length, flags);
+  if (head->bUseSSL != 1) return base::ReceiveSome(head->uSock, buffer, length, base::FOREVER, flags);
   TRACE(TRACE_INFO, "[RecvData] recvData start");
   const long got = Read(head, buffer, static_cast<int>(std::min<size_t>(length, INT_MAX)));
   if (got < 1) {
@@ -66,15 +51,19 @@ ssize_t ReceivePayloadPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, 
   return got;
 }
 
-bool ReceiveHeader(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int flags) {
+int ReceiveHeader(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int flags, Clock::time_point end) {
   char bytes[sizeof *out] = {};
   for (size_t have = 0; have < sizeof bytes;) {
-    const ssize_t got = ReceiveHeaderPiece(head, bytes + have, sizeof bytes - have, flags);
-    if (got < 1) return false;
+    const ssize_t got = ReceiveHeaderPiece(head, bytes + have, sizeof bytes - have, flags, end);
+    if (got < 1 && have == 0 && head->bUseSSL == 1 && TimedOut(head)) {
+      TRACE(TRACE_ERROR, "[RecvData] %s ", ErrorMessage(head));
+      return ENGINE_TIMED_OUT;
+    }
+    if (got < 1) return ENGINE_FAILED;
     have += static_cast<size_t>(got);
   }
   std::memcpy(out, bytes, sizeof bytes);
-  return true;
+  return ENGINE_OK;
 }
 
 base::UniqueText BuildPacket(const LVCSR_NET_HEADER& header, const char* data, size_t* size) {
@@ -104,7 +93,10 @@ int SendData(LVCSR_SOCK_HEAD* head, const LVCSR_NET_HEADER* header, const char* 
   const base::UniqueText packet = BuildPacket(*header, data, &size);
   if (packet == nullptr) return ENGINE_FAILED;
   if (head->bUseSSL == 1) return SendTls(head, packet.get(), size);
-  return SendPlain(head->uSock, packet.get(), size, flags) > 0 ? ENGINE_OK : ENGINE_FAILED;
+  // A part that went out counts as sent.
+  size_t sent = 0;
+  base::SendAll(head->uSock, packet.get(), size, base::FOREVER, flags, &sent);
+  return sent > 0 ? ENGINE_OK : ENGINE_FAILED;
 }
 
 int Recv_Wait(int sock, int seconds) {
@@ -122,18 +114,12 @@ int Recv_Wait(int sock, int seconds) {
 char* RecvData(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int* status, int flags) {
   *status = ENGINE_FAILED;
   if (head->uSock < 1 || out == nullptr) return nullptr;
-  const int waited = Recv_Wait(head->uSock, head->uRecvTimeout);
-  if (waited != ENGINE_OK) {
-    *status = waited;
-    return nullptr;
-  }
-  if (!ReceiveHeader(head, out, flags)) return nullptr;
-  if (out->nLength > 0) {
-    base::UniqueText payload = ReceiveGrowing(
-        out->nLength, [&](char* to, size_t length) { return ReceivePayloadPiece(head, to, length, flags); });
-    if (payload != nullptr) *status = ENGINE_OK;
-    return payload.release();
-  }
-  *status = ENGINE_OK;
-  return nullptr;
+  const auto end = Clock::now() + std::chrono::seconds(head->uRecvTimeout);
+  *status = Recv_Wait(head->uSock, head->uRecvTimeout);
+  if (*status == ENGINE_OK) *status = ReceiveHeader(head, out, flags, end);
+  if (*status != ENGINE_OK || out->nLength <= 0) return nullptr;
+  base::UniqueText payload = ReceiveGrowing(
+      out->nLength, [&](char* to, size_t length) { return ReceivePayloadPiece(head, to, length, flags); });
+  if (payload == nullptr) *status = ENGINE_FAILED;
+  return payload.release();
 }

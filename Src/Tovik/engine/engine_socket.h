@@ -5,10 +5,10 @@
 // DunraSTT_SSL; DunraSTT_INIT; pairs of SendData and RecvData; DunraSTT_EXIT, also after a failed
 // DunraSTT_INIT. A record belongs to one thread.
 //
-// Connecting and the wait for a reply are bounded by the record's time-outs. Everything else blocks for as
-// long as the engine pleases, a TLS handshake and the rest of a packet that has begun among it; the stop of
-// the agent (base/stop.h) cuts every one of these waits, which then counts as a failure. Failures are traced
-// at error level.
+// Connecting and the wait for a reply are bounded by the record's time-outs. Under TLS the receive time-out
+// also bounds the handshake, each sending, and each read of what follows. Without TLS the rest of a packet
+// that has begun blocks for as long as the engine pleases. The stop of the agent (base/stop.h) cuts every
+// wait, which then counts as a failure. Failures are traced at error level.
 #ifndef TOVIK_ENGINE_ENGINE_SOCKET_H
 #define TOVIK_ENGINE_ENGINE_SOCKET_H
 
@@ -37,8 +37,8 @@ int DunraSTT_SSL(const char* cert, const char* key, const char* ca, const char* 
 
 // Connects to the engine (a name or a numeric address; only its first address is tried). Time-outs in
 // seconds, at least 1. ENGINE_OK; ENGINE_TIMED_OUT when the kernel gave the attempt up; ENGINE_FAILED
-// otherwise, a wait of connTimeout that ran out among it. After a failed handshake or check uSock is -1;
-// after an earlier failure it is as it was.
+// otherwise, a wait of connTimeout or a handshake that ran out of time among it. After a failed handshake or
+// check uSock is -1; after an earlier failure it is as it was.
 int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, LVCSR_SOCK_HEAD* head);
 
 // Sends a header and its nLength bytes (zeros when data is null) as one packet, with the flags of send(2)
@@ -50,8 +50,9 @@ int Recv_Wait(int sock, int seconds);
 
 // Receives one packet, with the flags of recv(2) when not under TLS. Returns the payload of exactly
 // out->nLength bytes (malloc, the caller frees), or null with ENGINE_OK in status when there is none; null
-// with ENGINE_FAILED or ENGINE_TIMED_OUT, at once when uSock is below 1 or out is null. The length is the
-// engine's word: memory is taken as bytes arrive, at most twice what has come (and 64 KiB at first).
+// with ENGINE_TIMED_OUT when no byte of it came in time, or ENGINE_FAILED, at once when uSock is below 1 or
+// out is null. The length is the engine's word: memory is taken as bytes arrive, at most twice what has come
+// (and 64 KiB at first).
 char* RecvData(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int* status, int flags);
 
 // Closes the record's socket unless it is -1, and frees session and context. A record that never connected
