@@ -92,10 +92,11 @@ using sysinfo::StatusFields;
 struct StatusKey {
   std::string_view key;
   void (*store)(StatusFields* fields, std::string_view value);
+  bool blank = false;  // stored, too
 };
 
 constexpr std::array<StatusKey, 8> STATUS_KEYS{{
-    {"name", [](StatusFields* f, std::string_view v) { f->name = v; }},
+    {"name", [](StatusFields* f, std::string_view v) { f->name = v; }, true},
     {"state", [](StatusFields* f, std::string_view v) { f->state = v.front(); }},
     {"pid", [](StatusFields* f, std::string_view v) { f->pid = static_cast<int32_t>(LeadingNumber(v)); }},
     {"ppid", [](StatusFields* f, std::string_view v) { f->ppid = static_cast<int32_t>(LeadingNumber(v)); }},
@@ -121,7 +122,7 @@ void ParseStatusLine(std::string_view line, StatusFields* fields) {
   if (row == nullptr) return;
   line = line.substr(0, line.find('\0'));
   const std::string_view value = sysinfo::CutWord("\n", &line);
-  if (!value.empty()) row->store(fields, value);
+  if (!value.empty() || row->blank) row->store(fields, value);
 }
 
 [[gnu::format(printf, 1, 0)]] char* FormatToHeap(const char* format, va_list arguments) {

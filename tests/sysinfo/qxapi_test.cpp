@@ -1,7 +1,9 @@
 // Snapshots of a process file system made of ordinary files. The fuzz target "proc" has the parsers' details.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <optional>
 #include <string>
 
 #include "support/support.h"
@@ -26,6 +28,15 @@ class Snapshot : public testing::Test {
     Write("7", "stat",
           "7 (" + comm + ") S 1 7 7 0 -1 4194304 103 0 0 0 250 125 1 2 20 " + nice + " 3 0 136868 3133440 " +
               pages + " 18446744073709551615 1 1 0\n");
+  }
+  using Named = std::pair<int32_t, std::optional<std::string>>;
+  std::vector<Named> NamesOfRecords() const {
+    const ProcessList list = Open();
+    std::vector<Named> names;
+    for (const qxapi_process* p = list.get(); p != nullptr; p = p->next) {
+      names.emplace_back(p->pid, p->name == nullptr ? std::nullopt : std::optional<std::string>(p->name));
+    }
+    return names;
   }
   ProcessList Open() const { return ProcessList(qxapi_open_process(proc_.Path().c_str())); }
   static const qxapi_process* Find(const ProcessList& list, int32_t pid) {
@@ -87,12 +98,36 @@ TEST_F(Snapshot, TakesProcessesAndWhatIsLeftOfThem) {
   }
   const qxapi_process* const kernel = Find(list, 2);
   ASSERT_NE(kernel, nullptr);
+  EXPECT_EQ(Find(list, 12)->name, nullptr);
   EXPECT_TRUE(kernel->cmdline == nullptr && kernel->argv == nullptr && kernel->command == nullptr);
   EXPECT_STREQ(kernel->name, "kthreadd");
   EXPECT_STREQ(kernel->owner, "owner");
   EXPECT_EQ(kernel->utime, 0U);
   EXPECT_EQ(qxapi_open_process((proc_ / "none").c_str()), nullptr);
   EXPECT_TRUE(qxapi_has_process(proc_.Path().c_str()) == 1 && qxapi_has_process((proc_ / "2").c_str()) == 0);
+}
+
+// A name that is blank is a name.
+TEST_F(Snapshot, TakesABlankNameForAName) {
+  Write("7", "status", "Name:\t \t\nState:\tS (sleeping)\n");
+  EXPECT_EQ(NamesOfRecords(), std::vector<Named>({{7, ""}}));
+}
+
+// Its file is opened, and the process ends before it is read; or is still there, and the file has nothing.
+TEST_F(Snapshot, HasNoRecordOfAProcessThatVanishes) {
+  for (const bool vanishes : {true, false}) {
+    std::filesystem::create_directory(proc_ / "7");
+    const std::string path = proc_ / "7/status";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    std::thread process([&] {
+      const base::UniqueFd opened(open(path.c_str(), O_WRONLY));
+      if (vanishes) std::filesystem::remove_all(proc_ / "7");
+    });
+    const auto names = NamesOfRecords();
+    process.join();
+    EXPECT_EQ(names, vanishes ? std::vector<Named>() : std::vector<Named>({{7, std::nullopt}}));
+    std::filesystem::remove_all(proc_ / "7");
+  }
 }
 
 TEST_F(Snapshot, CutsACommandLineAtItsLimits) {
