@@ -33,10 +33,17 @@ class ProcFolder {
  private:
   static constexpr size_t LONGEST_FILE = sizeof("cmdline");
 
+  const char* NextName();
   base::UniqueFd OpenPath() const;
 
-  base::UniqueDir folder_;
-  int fd_;
+  // Of entries read ahead. The kernel takes a microsecond for each, and whoever only asks whether there is a
+  // process wants but the first.
+  static constexpr size_t ENTRIES_SIZE = 4096;
+
+  base::UniqueFd folder_;
+  alignas(8) char entries_[ENTRIES_SIZE];
+  size_t next_ = 0;  // in entries_
+  size_t end_ = 0;
   int32_t pid_ = 0;
   char path_[NAME_MAX + 1 + LONGEST_FILE]{};  // from the folder; the entry's name and a slash so far
   size_t length_ = 0;

@@ -60,6 +60,10 @@ struct StatusFields {
 // width; none at all is 0. A NUL ends its line early.
 void ParseStatus(std::string_view text, StatusFields* fields);
 
+// The name that /proc/PID/status tells where /proc/PID/comm holds this text, written to name, which has room
+// for twice the text's length. Returns the name's length; no terminator is written.
+size_t NameFromComm(std::string_view text, char* name);
+
 struct StatCounters {
   uint64_t utime;
   uint64_t stime;

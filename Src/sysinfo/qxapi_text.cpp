@@ -220,6 +220,20 @@ void ParseStatus(std::string_view text, StatusFields* fields) {
   }
 }
 
+size_t NameFromComm(std::string_view text, char* name) {
+  // The status file writes a newline as two characters, so that none is white space there.
+  const auto trimmed = [](char c) { return IsWhite(c) && c != '\n'; };
+  if (text.ends_with('\n')) text.remove_suffix(1);
+  while (!text.empty() && trimmed(text.front())) text.remove_prefix(1);
+  while (!text.empty() && trimmed(text.back())) text.remove_suffix(1);
+  char* end = name;
+  for (const char c : text) {
+    if (c == '\n' || c == '\\') *end++ = '\\';
+    *end++ = c == '\n' ? 'n' : c;
+  }
+  return static_cast<size_t>(end - name);
+}
+
 std::optional<StatCounters> ParseStat(std::string_view text) {
   text = text.substr(0, text.find('\0'));
   const size_t name_end = text.rfind(')');
