@@ -1,6 +1,7 @@
-// The process table against a bare walk of the same files. Walk/N and Snapshot/N are the two alone;
-// SnapshotOverWalk/N takes turns between them and gives the microseconds of CPU for each process and the
-// ratio. N sleeping children are added to the processes that run anyway.
+// The process table against a bare walk of the same files. SnapshotOverWalk/N and NamesOverWalk/N, for the
+// names alone, take turns between the two and give the microseconds of CPU for each process and the ratio.
+// FirstLook/N is the look that a tick begins with. N sleeping children are added to the processes that run
+// anyway.
 #include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,6 +17,7 @@
 
 #include "base/owners.h"
 #include "rounds.h"
+#include "sysinfo/process_names.h"
 #include "sysinfo/qxapi_process.h"
 
 namespace {
@@ -57,7 +59,7 @@ void ReadOnce(char* path, size_t length, const char* file, std::vector<char>* bu
 }
 
 // The system calls that the task cannot do without, and nothing else.
-void BareWalk(std::vector<char>* buffer) {
+void WalkOfRecords(std::vector<char>* buffer) {
   const base::UniqueDir directory(::opendir("/proc"));
   std::array<char, 512> path;
   std::strcpy(path.data(), "/proc/");
@@ -71,38 +73,37 @@ void BareWalk(std::vector<char>* buffer) {
   }
 }
 
+void WalkOfNames() {
+  const base::UniqueDir directory(::opendir("/proc"));
+  std::array<char, 512> path;
+  std::array<char, 64> buffer;
+  while (const dirent* const entry = ::readdir(directory.get())) {
+    if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
+    const size_t length = std::strlen(entry->d_name);
+    std::memcpy(path.data(), entry->d_name, length);
+    std::memcpy(path.data() + length, "/comm", sizeof "/comm");
+    const base::UniqueFd fd(::openat(::dirfd(directory.get()), path.data(), O_RDONLY | O_CLOEXEC));
+    if (fd.Valid()) benchmark::DoNotOptimize(::read(fd.Get(), buffer.data(), buffer.size()));
+  }
+}
+
 void OneSnapshot() {
   qxapi_process* const list = qxapi_open_process();
   benchmark::DoNotOptimize(list);
   qxapi_close_process(list);
 }
 
-int64_t Processes() {
-  qxapi_process* const list = qxapi_open_process();
-  int64_t count = 0;
-  for (const qxapi_process* process = list; process != nullptr; process = process->next) ++count;
-  qxapi_close_process(list);
-  return count;
+void Names() {
+  benchmark::DoNotOptimize(sysinfo::ReadProcessNames());
 }
 
-void Walk(benchmark::State& state) {
-  const Children children(state.range(0));
-  std::vector<char> buffer(65536);
-  while (state.KeepRunning()) BareWalk(&buffer);
-}
-
-void Snapshot(benchmark::State& state) {
-  const Children children(state.range(0));
-  while (state.KeepRunning()) OneSnapshot();
-}
-
-void SnapshotOverWalk(benchmark::State& state) {
+template <typename Ours, typename Floor>
+void Compare(benchmark::State& state, Ours ours, Floor floor) {
   const Children children(state.range(0));
   if (!children.Complete(state.range(0))) return state.SkipWithError("cannot start that many processes");
-  std::vector<char> buffer(65536);
   rounds::Pair pair;
-  while (state.KeepRunning()) pair.Round(OneSnapshot, [&] { BareWalk(&buffer); });
-  const auto processes = static_cast<double>(Processes());
+  while (state.KeepRunning()) pair.Round(ours, floor);
+  const auto processes = static_cast<double>(sysinfo::ReadProcessNames().Size());
   state.counters["processes"] = processes;
   state.counters["ours_us"] = pair.Ours() / processes * 1e6;
   state.counters["floor_us"] = pair.Floor() / processes * 1e6;
@@ -110,11 +111,27 @@ void SnapshotOverWalk(benchmark::State& state) {
   state.counters["best_ratio"] = pair.BestRatio();
 }
 
-BENCHMARK(Walk)->Arg(100)->Arg(1000)->Arg(5000)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(Snapshot)->Arg(100)->Arg(1000)->Arg(5000)->Unit(benchmark::kMillisecond)->UseRealTime();
+void SnapshotOverWalk(benchmark::State& state) {
+  std::vector<char> buffer(65536);
+  Compare(state, OneSnapshot, [&] { WalkOfRecords(&buffer); });
+}
+
+void NamesOverWalk(benchmark::State& state) {
+  Compare(state, Names, WalkOfNames);
+}
+
+void FirstLook(benchmark::State& state) {
+  const Children children(state.range(0));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(qxapi_has_process());
+}
+
 BENCHMARK(SnapshotOverWalk)->Arg(0)->Iterations(60)->Unit(benchmark::kMillisecond);
 BENCHMARK(SnapshotOverWalk)->Arg(100)->Iterations(400)->Unit(benchmark::kMillisecond);
 BENCHMARK(SnapshotOverWalk)->Arg(1000)->Iterations(80)->Unit(benchmark::kMillisecond);
 BENCHMARK(SnapshotOverWalk)->Arg(5000)->Iterations(30)->Unit(benchmark::kMillisecond);
+BENCHMARK(NamesOverWalk)->Arg(100)->Iterations(2000)->Unit(benchmark::kMillisecond);
+BENCHMARK(NamesOverWalk)->Arg(1000)->Iterations(400)->Unit(benchmark::kMillisecond);
+BENCHMARK(NamesOverWalk)->Arg(5000)->Iterations(100)->Unit(benchmark::kMillisecond);
+BENCHMARK(FirstLook)->Arg(100)->Arg(5000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

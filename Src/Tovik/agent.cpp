@@ -90,9 +90,9 @@ void ConfigureTrace() {
 
 // 1 when the process table does not hold exactly one process of the agent's name.
 int IsRunning() {
-  const ProcessList processes = SpacedSnapshot();
-  if (!processes) return 0;
-  return CountProcesses(processes.get(), m_sz_watchdog_name) == 1 ? 0 : 1;
+  const sysinfo::ProcessNames processes = SpacedSnapshot();
+  if (processes.Size() == 0) return 0;
+  return CountProcesses(processes, m_sz_watchdog_name) == 1 ? 0 : 1;
 }
 
 void WritePidFile() {

@@ -1,7 +1,5 @@
 #include "Tovik/threads.h"
 
-#include <malloc.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -42,7 +40,6 @@ struct CycleState {
 void SuperviseCycle(CycleState* /*state*/) {
   TRACE(TRACE_INFO, "send_timer Process Time [ %d ]", static_cast<int>(m_restart_period));
   TovikProc(m_sz_proc_name);
-  ::malloc_trim(0);  // the two process tables of a tick are by far the most that the agent ever holds
   base::SleepSeconds(m_restart_period);
 }
 

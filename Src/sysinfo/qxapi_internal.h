@@ -45,7 +45,7 @@ namespace sysinfo {
 std::string_view CutWord(const char* seps, std::string_view* rest);
 
 struct StatusFields {
-  std::string_view name;  // into the text; empty: no such line
+  std::optional<std::string_view> name;  // into the text
   char state = ' ';
   int32_t pid = 0;
   int32_t ppid = 0;
@@ -55,9 +55,14 @@ struct StatusFields {
   int32_t threads = 0;
 };
 
-// Takes over what /proc/PID/status tells. A field without a line keeps its value, of several lines the last
-// counts. Numbers that do not fit are cut to the field's width; none at all is 0. A NUL ends its line early.
+// Takes over what /proc/PID/status tells. A field without a line, or with a blank one unless it is the
+// name's, keeps its value; of several lines the last counts. Numbers that do not fit are cut to the field's
+// width; none at all is 0. A NUL ends its line early.
 void ParseStatus(std::string_view text, StatusFields* fields);
+
+// The name that /proc/PID/status tells where /proc/PID/comm holds this text, written to name, which has room
+// for twice the text's length. Returns the name's length; no terminator is written.
+size_t NameFromComm(std::string_view text, char* name);
 
 struct StatCounters {
   uint64_t utime;

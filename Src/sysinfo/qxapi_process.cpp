@@ -1,59 +1,31 @@
 #include "sysinfo/qxapi_process.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
-#include <utility>
 
-#include "base/owners.h"
 #include "sysinfo/owner_names.h"
+#include "sysinfo/proc_folder.h"
 #include "sysinfo/proc_text.h"
 #include "sysinfo/qxapi_internal.h"
 
 namespace {
 
 using sysinfo::OwnerNames;
+using sysinfo::ProcFolder;
 using sysinfo::ProcText;
-
-// Paths of one process's files, relative to the process file system.
-class EntryPath {
- public:
-  explicit EntryPath(const char* entry) : length_(::strnlen(entry, NAME_MAX)) {
-    std::memcpy(path_.data(), entry, length_);
-    path_[length_++] = '/';
-  }
-  template <size_t N>
-  const char* Of(const char (&file)[N]) {
-    static_assert(N <= LONGEST_FILE);
-    std::memcpy(path_.data() + length_, file, N);
-    return path_.data();
-  }
-
- private:
-  static constexpr size_t LONGEST_FILE = sizeof("cmdline");
-  std::array<char, NAME_MAX + 1 + LONGEST_FILE> path_;
-  size_t length_;
-};
 
 // What the records of one snapshot are read with.
 struct Source {
-  int root;
+  explicit Source(const char* proc_root) : folder(proc_root) {}
+
+  ProcFolder folder;
   ProcText file;
   OwnerNames owners;
   uint64_t page_kb = static_cast<uint64_t>(::sysconf(_SC_PAGESIZE)) >> 10;
 };
-
-base::UniqueFd OpenFile(int folder, const char* path) {
-  return base::UniqueFd(::openat(folder, path, O_RDONLY | O_CLOEXEC));
-}
 
 char* CopyBytes(std::string_view bytes) {
   auto* const copy = static_cast<char*>(std::malloc(bytes.size() + 1));
@@ -81,7 +53,7 @@ void StoreStatus(std::string_view text, qxapi_process* process) {
   fields.pid = process->pid;
   sysinfo::ParseStatus(text, &fields);
   process->pid = fields.pid;
-  if (!fields.name.empty()) process->name = CopyBytes(fields.name);
+  if (fields.name) process->name = CopyBytes(*fields.name);
   process->state[0] = fields.state;
   process->ppid = fields.ppid;
   process->uid = fields.uid;
@@ -104,57 +76,23 @@ void StoreStateLetters(qxapi_process* process) {
   if (process->nice != 0) process->state[2] = process->nice > 0 ? 'N' : '<';
 }
 
-// Each file is parsed before the next is read: they share one buffer.
-void ReadProcess(Source* source, base::UniqueFd cmdline, EntryPath* path, qxapi_process* process) {
-  StoreCommandLine(source->file.Read(cmdline.Get()), process);
-  cmdline.Reset();
-  StoreStatus(source->file.Read(OpenFile(source->root, path->Of("status")).Get()), process);
-  StoreCounters(source->file.Read(OpenFile(source->root, path->Of("stat")).Get()), source->page_kb, process);
+// The record of the folder's entry; null when the entry is no process or memory runs out. Each file is parsed
+// before the next is read: they share one buffer.
+qxapi_process* OpenEntry(Source* source) {
+  ProcFolder& folder = source->folder;
+  const std::string_view status = source->file.Read(folder.Open("status").Get());
+  // One without a status may have ended meanwhile, and is no process then.
+  if (status.empty() && !folder.Here()) return nullptr;
+  qxapi_process* const process = __qxapi_new_process__();
+  if (process == nullptr) return nullptr;
+  process->pid = folder.Pid();
+  StoreStatus(status, process);
+  StoreCommandLine(source->file.Read(folder.Open("cmdline").Get()), process);
+  StoreCounters(source->file.Read(folder.Open("stat").Get()), source->page_kb, process);
   StoreStateLetters(process);
   const char* const owner = source->owners.Find(process->uid);
   if (owner != nullptr) process->owner = ::strdup(owner);
-}
-
-bool ScanPid(const char* entry, int32_t* pid) {
-  return entry[0] >= '0' && entry[0] <= '9' && std::sscanf(entry, "%i", pid) == 1;
-}
-
-bool IsDirectory(int root, const char* entry) {
-  struct stat status {};
-  return ::fstatat(root, entry, &status, 0) == 0 && S_ISDIR(status.st_mode);
-}
-
-// The record of a directory entry; null when the entry is no process or memory runs out.
-qxapi_process* OpenEntry(Source* source, const char* entry) {
-  int32_t pid = 0;
-  if (!ScanPid(entry, &pid)) return nullptr;
-  EntryPath path(entry);
-  // A file that opens shows that its directory is one: the stat is left to what just vanished.
-  base::UniqueFd cmdline = OpenFile(source->root, path.Of("cmdline"));
-  if (!cmdline.Valid() && !IsDirectory(source->root, entry)) return nullptr;
-  qxapi_process* const process = __qxapi_new_process__();
-  if (process == nullptr) return nullptr;
-  process->pid = pid;
-  ReadProcess(source, std::move(cmdline), &path, process);
   return process;
-}
-
-// A snapshot that ends after so many records.
-qxapi_process* OpenFirst(size_t most, const char* proc_root) {
-  const base::UniqueDir directory(::opendir(proc_root));
-  if (!directory) return nullptr;
-  Source source{::dirfd(directory.get()), {}, {}};
-  qxapi_process* head = nullptr;
-  qxapi_process** tail = &head;
-  for (size_t count = 0; count < most;) {
-    const dirent* const entry = ::readdir(directory.get());
-    if (entry == nullptr) break;
-    *tail = OpenEntry(&source, entry->d_name);
-    if (*tail == nullptr) continue;
-    tail = &(*tail)->next;
-    ++count;
-  }
-  return head;
 }
 
 }  // namespace
@@ -180,13 +118,22 @@ int __qxapi_free_process__(qxapi_process* list) {
 }
 
 qxapi_process* qxapi_open_process(const char* proc_root) {
-  return OpenFirst(std::numeric_limits<size_t>::max(), proc_root);
+  Source source(proc_root);
+  qxapi_process* head = nullptr;
+  qxapi_process** tail = &head;
+  while (source.folder.Next()) {
+    *tail = OpenEntry(&source);
+    if (*tail != nullptr) tail = &(*tail)->next;
+  }
+  return head;
 }
 
 int qxapi_has_process(const char* proc_root) {
-  qxapi_process* const first = OpenFirst(1, proc_root);
-  __qxapi_free_process__(first);
-  return first != nullptr ? 1 : 0;
+  ProcFolder folder(proc_root);
+  while (folder.Next()) {
+    if (folder.Here()) return 1;
+  }
+  return 0;
 }
 
 void qxapi_close_process(qxapi_process* list) {

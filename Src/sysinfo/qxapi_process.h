@@ -1,9 +1,11 @@
 // A snapshot of the host's process table, read from /proc (proc(5)).
 //
 // The figures are those of the moment at which each process was read, not of one moment. A process that ends
-// meanwhile keeps what was read until then: often the pid alone, with name null. What could not be read is 0,
-// or null, and out of memory leaves the text concerned null. All texts are bytes as the kernel gives them, in
-// no particular encoding; name has a newline or a backslash written as \n or \\ by the kernel.
+// before its status is read has no record; one that ends later keeps what was read until then, its name at
+// the least. What could not be read is 0, or null, and out of memory leaves the text concerned null. All
+// texts are bytes as the kernel gives them, in no particular encoding; name has a newline or a backslash
+// written as \n or
+// \\ by the kernel.
 #ifndef SYSINFO_QXAPI_PROCESS_H
 #define SYSINFO_QXAPI_PROCESS_H
 
@@ -17,7 +19,9 @@ struct qxapi_process {
   uint32_t argc;         // words of cmdline, empty ones too; at most 393,216
   char** argv;           // argc pointers into cmdline (no null behind the last); null when argc is 0
   char* command;         // cmdline as one text, blanks between the words; null like cmdline
-  char* name;  // short name, of a program 15 characters at most; null when all blanks or the process vanished
+  // Short name, of a program 15 characters at most, without white space at its ends; empty when it has
+  // nothing else. Null when the process is there and its status cannot be read.
+  char* name;
   // [0] the kernel's letter (R, S, D, Z, T ...); [1] 'W' with nothing resident unless a zombie; [2] 'N' for a
   // nice above 0, '<' below 0; a blank where nothing applies; [3] NUL.
   char state[4];

@@ -92,10 +92,11 @@ using sysinfo::StatusFields;
 struct StatusKey {
   std::string_view key;
   void (*store)(StatusFields* fields, std::string_view value);
+  bool blank = false;  // stored, too
 };
 
 constexpr std::array<StatusKey, 8> STATUS_KEYS{{
-    {"name", [](StatusFields* f, std::string_view v) { f->name = v; }},
+    {"name", [](StatusFields* f, std::string_view v) { f->name = v; }, true},
     {"state", [](StatusFields* f, std::string_view v) { f->state = v.front(); }},
     {"pid", [](StatusFields* f, std::string_view v) { f->pid = static_cast<int32_t>(LeadingNumber(v)); }},
     {"ppid", [](StatusFields* f, std::string_view v) { f->ppid = static_cast<int32_t>(LeadingNumber(v)); }},
@@ -121,7 +122,7 @@ void ParseStatusLine(std::string_view line, StatusFields* fields) {
   if (row == nullptr) return;
   line = line.substr(0, line.find('\0'));
   const std::string_view value = sysinfo::CutWord("\n", &line);
-  if (!value.empty()) row->store(fields, value);
+  if (!value.empty() || row->blank) row->store(fields, value);
 }
 
 [[gnu::format(printf, 1, 0)]] char* FormatToHeap(const char* format, va_list arguments) {
@@ -217,6 +218,20 @@ void ParseStatus(std::string_view text, StatusFields* fields) {
     ParseStatusLine(text.substr(0, line), fields);
     text.remove_prefix(line);
   }
+}
+
+size_t NameFromComm(std::string_view text, char* name) {
+  // The status file writes a newline as two characters, so that none is white space there.
+  const auto trimmed = [](char c) { return IsWhite(c) && c != '\n'; };
+  if (text.ends_with('\n')) text.remove_suffix(1);
+  while (!text.empty() && trimmed(text.front())) text.remove_prefix(1);
+  while (!text.empty() && trimmed(text.back())) text.remove_suffix(1);
+  char* end = name;
+  for (const char c : text) {
+    if (c == '\n' || c == '\\') *end++ = '\\';
+    *end++ = c == '\n' ? 'n' : c;
+  }
+  return static_cast<size_t>(end - name);
 }
 
 std::optional<StatCounters> ParseStat(std::string_view text) {

@@ -10,6 +10,7 @@
 
 #include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/hang_check.h"
+#include "Tovik/checks/process_search.h"
 #include "Tovik/checks/result_check.h"
 #include "Tovik/checks/result_table.h"
 #include "Tovik/timer_rules.h"
@@ -245,6 +246,29 @@ TEST_F(ResultTest, ReadsThroughEveryBufferBorder) {
 }
 
 // This process plays the engine.
+TEST(ProcessSearchTest, EndsAtTheFirstMatchAndAtANamelessProcess) {
+  constexpr const char* NAMELESS = nullptr;
+  const struct {
+    std::vector<sysinfo::ProcessName> processes;
+    Search any, second;  // whatever its pid; of pid 2
+    int32_t pid;         // of the first, where there is one
+    int count;
+  } rows[] = {{{}, Search::ABSENT, Search::ABSENT, 0, 0},
+              {{{1, ""}, {2, "stt2"}, {3, "st"}}, Search::ABSENT, Search::ABSENT, 0, 0},
+              {{{1, "stt"}, {2, "stt"}}, Search::FOUND, Search::FOUND, 1, 2},
+              {{{3, "stt"}, {1, NAMELESS}, {2, "stt"}}, Search::FOUND, Search::NAMELESS, 3, 0},
+              {{{1, NAMELESS}, {2, "stt"}}, Search::NAMELESS, Search::NAMELESS, 0, 0}};
+  for (const auto& row : rows) {
+    sysinfo::ProcessNames processes;
+    for (const auto& process : row.processes) processes.Add(process);
+    const SearchResult any = FindProcess(processes, "stt");
+    EXPECT_EQ(any.verdict, row.any);
+    EXPECT_EQ(any.pid, row.pid);
+    EXPECT_EQ(FindProcess(processes, "stt", 2).verdict, row.second);
+    EXPECT_EQ(CountProcesses(processes, "stt"), row.count);
+  }
+}
+
 TEST_F(ChecksTest, HangCheckComparesPidAndFlag) {
   std::ifstream("/proc/self/comm") >> m_sz_proc_name;
   std::snprintf(m_sz_svc_pid_file, sizeof m_sz_svc_pid_file, "%s", (folder_ / "pid").c_str());

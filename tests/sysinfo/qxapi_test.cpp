@@ -1,10 +1,14 @@
 // Snapshots of a process file system made of ordinary files. The fuzz target "proc" has the parsers' details.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
+#include <optional>
 #include <string>
 
 #include "support/support.h"
+#include "sysinfo/process_names.h"
 #include "sysinfo/qxapi_internal.h"
 
 namespace {
@@ -26,6 +30,25 @@ class Snapshot : public testing::Test {
     Write("7", "stat",
           "7 (" + comm + ") S 1 7 7 0 -1 4194304 103 0 0 0 250 125 1 2 20 " + nice + " 3 0 136868 3133440 " +
               pages + " 18446744073709551615 1 1 0\n");
+  }
+  using Named = std::pair<int32_t, std::optional<std::string>>;
+  std::vector<Named> Names() const {
+    const sysinfo::ProcessNames snapshot = sysinfo::ReadProcessNames(proc_.Path().c_str());
+    std::vector<Named> names;
+    for (size_t i = 0; i < snapshot.Size(); ++i) {
+      const auto [pid, name] = snapshot[i];
+      names.emplace_back(pid, name == nullptr ? std::nullopt : std::optional<std::string>(name));
+    }
+    return names;
+  }
+  // The same of whole records.
+  std::vector<Named> NamesOfRecords() const {
+    const ProcessList list = Open();
+    std::vector<Named> names;
+    for (const qxapi_process* p = list.get(); p != nullptr; p = p->next) {
+      names.emplace_back(p->pid, p->name == nullptr ? std::nullopt : std::optional<std::string>(p->name));
+    }
+    return names;
   }
   ProcessList Open() const { return ProcessList(qxapi_open_process(proc_.Path().c_str())); }
   static const qxapi_process* Find(const ProcessList& list, int32_t pid) {
@@ -87,12 +110,57 @@ TEST_F(Snapshot, TakesProcessesAndWhatIsLeftOfThem) {
   }
   const qxapi_process* const kernel = Find(list, 2);
   ASSERT_NE(kernel, nullptr);
+  EXPECT_EQ(Find(list, 12)->name, nullptr);
   EXPECT_TRUE(kernel->cmdline == nullptr && kernel->argv == nullptr && kernel->command == nullptr);
   EXPECT_STREQ(kernel->name, "kthreadd");
   EXPECT_STREQ(kernel->owner, "owner");
   EXPECT_EQ(kernel->utime, 0U);
   EXPECT_EQ(qxapi_open_process((proc_ / "none").c_str()), nullptr);
   EXPECT_TRUE(qxapi_has_process(proc_.Path().c_str()) == 1 && qxapi_has_process((proc_ / "2").c_str()) == 0);
+}
+
+// Whatever a process calls itself, with white space and escapes at its ends and between them.
+TEST_F(Snapshot, OfNamesAloneHasTheNamesOfTheRecords) {
+  const std::string self = std::to_string(getpid());
+  std::filesystem::create_symlink("/proc/" + self, proc_ / self);
+  std::vector<std::string> names{
+      "", "  ", "a) R (b", std::string(15, '\\'), std::string(15, '\n'), "longer than is kept"};
+  for (int byte = 1; byte < 256; ++byte) {
+    const std::string c(1, static_cast<char>(byte));
+    for (const std::string& name : {c, c + "x" + c, "x" + c + "\n" + c, " " + c + c + " "})
+      names.push_back(name);
+  }
+  for (const std::string& name : names) {
+    ASSERT_EQ(prctl(PR_SET_NAME, name.c_str()), 0);
+    const auto expected = NamesOfRecords();
+    EXPECT_TRUE(expected.size() == 1 && expected[0].second) << name;
+    EXPECT_EQ(Names(), expected) << name;
+  }
+}
+
+// A name that is blank is a name.
+TEST_F(Snapshot, TakesABlankNameForAName) {
+  Write("7", "status", "Name:\t \t\nState:\tS (sleeping)\n");
+  EXPECT_EQ(NamesOfRecords(), std::vector<Named>({{7, ""}}));
+}
+
+// Its file is opened, and the process ends before it is read; or is still there, and the file has nothing.
+TEST_F(Snapshot, HasNoRecordOfAProcessThatVanishes) {
+  for (const std::string file : {"status", "comm"}) {
+    for (const bool vanishes : {true, false}) {
+      std::filesystem::create_directory(proc_ / "7");
+      const std::string path = proc_ / ("7/" + file);
+      ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+      std::thread process([&] {
+        const base::UniqueFd opened(open(path.c_str(), O_WRONLY));
+        if (vanishes) std::filesystem::remove_all(proc_ / "7");
+      });
+      const auto names = file == "comm" ? Names() : NamesOfRecords();
+      process.join();
+      EXPECT_EQ(names, vanishes ? std::vector<Named>() : std::vector<Named>({{7, std::nullopt}})) << file;
+      std::filesystem::remove_all(proc_ / "7");
+    }
+  }
 }
 
 TEST_F(Snapshot, CutsACommandLineAtItsLimits) {

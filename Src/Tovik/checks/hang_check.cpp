@@ -43,9 +43,9 @@ int hangCheckProc(const char* name) {
   const int64_t pid = ExpectedPid();
   bool running = false;
   {
-    const ProcessList processes = SpacedSnapshot();
-    if (!processes) return 0;
-    running = FindProcess(processes.get(), name, pid).verdict == Search::FOUND;
+    const sysinfo::ProcessNames processes = SpacedSnapshot();
+    if (processes.Size() == 0) return 0;
+    running = FindProcess(processes, name, pid).verdict == Search::FOUND;
   }
   if (running && m_hang_save_flag == FULL_CHECK) {
     Probe();

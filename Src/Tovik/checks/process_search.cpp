@@ -7,6 +7,7 @@
 
 #include "base/owners.h"
 #include "base/stop.h"
+#include "sysinfo/qxapi_process.h"
 
 namespace {
 
@@ -15,25 +16,27 @@ constexpr int64_t SPACING_SECONDS = 1;
 
 }  // namespace
 
-ProcessList SpacedSnapshot() {
+sysinfo::ProcessNames SpacedSnapshot() {
   if (qxapi_has_process() == 1) base::SleepSeconds(SPACING_SECONDS);
-  return ProcessList(qxapi_open_process());
+  return sysinfo::ReadProcessNames();
 }
 
-SearchResult FindProcess(const qxapi_process* list, const char* name, int64_t pid) {
-  for (const qxapi_process* process = list; process != nullptr; process = process->next) {
-    if (process->name == nullptr) return {Search::NAMELESS, nullptr};
-    if (std::strcmp(process->name, name) != 0) continue;
-    if (pid == ANY_PID || pid == process->pid) return {Search::FOUND, process};
+SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* name, int64_t pid) {
+  for (size_t i = 0; i < processes.Size(); ++i) {
+    const sysinfo::ProcessName process = processes[i];
+    if (process.name == nullptr) return {Search::NAMELESS, 0};
+    if (std::strcmp(process.name, name) != 0) continue;
+    if (pid == ANY_PID || pid == process.pid) return {Search::FOUND, process.pid};
   }
-  return {Search::ABSENT, nullptr};
+  return {Search::ABSENT, 0};
 }
 
-int CountProcesses(const qxapi_process* list, const char* name) {
+int CountProcesses(const sysinfo::ProcessNames& processes, const char* name) {
   int count = 0;
-  for (const qxapi_process* process = list; process != nullptr; process = process->next) {
-    if (process->name == nullptr) return 0;
-    if (std::strcmp(process->name, name) == 0) ++count;
+  for (size_t i = 0; i < processes.Size(); ++i) {
+    const sysinfo::ProcessName process = processes[i];
+    if (process.name == nullptr) return 0;
+    if (std::strcmp(process.name, name) == 0) ++count;
   }
   return count;
 }

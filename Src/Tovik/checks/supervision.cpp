@@ -75,8 +75,8 @@ void CheckCpu(const char* name) {
 
 // 1 when the engine was found and measured, or the search ended early; 0 when it counts as not running.
 int proc_run_func(const char* name) {
-  const ProcessList processes = SpacedSnapshot();
-  const SearchResult result = FindProcess(processes.get(), name);
+  const sysinfo::ProcessNames processes = SpacedSnapshot();
+  const SearchResult result = FindProcess(processes, name);
   switch (result.verdict) {
     case Search::ABSENT:
       return 0;
@@ -87,10 +87,10 @@ int proc_run_func(const char* name) {
       break;
   }
   TRACE(TRACE_INFO, "match inputProcessName [ %s ] systemProcessName [ %s ] systemProcessID [ %d ]", name,
-        result.process->name, result.process->pid);
+        name, result.pid);
   TRACE(TRACE_INFO, "g_shm_open_flag = %d", g_shm_open_flag.load());
   CheckChannels(name);
-  CheckMemory(name, result.process->pid);
+  CheckMemory(name, result.pid);
   CheckCpu(name);
   return 1;
 }
