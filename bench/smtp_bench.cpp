@@ -8,7 +8,7 @@
 
 #include "base/owners.h"
 #include "smtp/smtp_internal.h"
-#include "smtp/smtp_text.h"
+#include "smtp/smtp_base64.h"
 
 namespace {
 

@@ -1,3 +1,5 @@
+#include "smtp/smtp_base64.h"
+
 #include <endian.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -11,8 +13,8 @@
 
 #include "base/owners.h"
 #include "smtp/smtp_base64_lines.h"
-#include "smtp/smtp_split.h"
-#include "smtp/smtp_text.h"
+#include "smtp/smtp_line_split.h"
+#include "smtp/smtp_strings.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #define SMTP_SMTP_BASE64_LINES_H
 
 #include <cstddef>
+#include <cstdio>
 
 #include "base/owners.h"
 
@@ -29,5 +30,12 @@ class smtp_base64_lines_writer {
   size_t used_ = 0;
   size_t allocated_ = 0;
 };
+
+// The same in one call without the text between: of memory (as
+// smtp_base64_encode takes it), of the rest of a stream, of a file (both as smtp_file_get_contents reads
+// them).
+char* smtp_base64_lines(const void* data, size_t length, size_t* linesLength);
+char* smtp_ffile_base64_lines(FILE* stream, size_t* linesLength);
+char* smtp_file_base64_lines(const char* path, size_t* linesLength);
 
 #endif

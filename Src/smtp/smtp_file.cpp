@@ -1,3 +1,5 @@
+#include "smtp/smtp_file.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -6,7 +8,7 @@
 
 #include "base/owners.h"
 #include "smtp/smtp_base64_lines.h"
-#include "smtp/smtp_text.h"
+#include "smtp/smtp_strings.h"
 
 namespace {
 

@@ -1,9 +1,11 @@
+#include "smtp/smtp_fold.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 #include "base/owners.h"
-#include "smtp/smtp_text.h"
+#include "smtp/smtp_strings.h"
 
 namespace {
 

@@ -2,8 +2,11 @@
 #include <algorithm>
 #include <array>
 
+#include "smtp/smtp_boundary.h"
+#include "smtp/smtp_date.h"
+#include "smtp/smtp_fold.h"
 #include "smtp/smtp_internal.h"
-#include "smtp/smtp_text.h"
+#include "smtp/smtp_strings.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "base/net.h"
 #include "base/stop.h"
 #include "smtp/smtp_internal.h"
-#include "smtp/smtp_text.h"
+#include "smtp/smtp_strings.h"
 
 namespace {
 

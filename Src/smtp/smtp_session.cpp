@@ -9,8 +9,8 @@
 
 #include "base/net.h"
 #include "base/resolve.h"
+#include "smtp/smtp_base64.h"
 #include "smtp/smtp_internal.h"
-#include "smtp/smtp_text.h"
 
 namespace {
 

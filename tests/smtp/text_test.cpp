@@ -1,6 +1,12 @@
 // Texts, dates and files of mails. Their round trips are the fuzz target "mail"; here is what it takes for
 // granted.
-#include "smtp/smtp_text.h"
+#include "smtp/smtp_base64.h"
+#include "smtp/smtp_base64_lines.h"
+#include "smtp/smtp_date.h"
+#include "smtp/smtp_file.h"
+#include "smtp/smtp_fold.h"
+#include "smtp/smtp_line_split.h"
+#include "smtp/smtp_strings.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "smtp/smtp_base64_lines.h"
 #include "smtp/smtp_internal.h"
-#include "smtp/smtp_text.h"
 
 namespace {
 
