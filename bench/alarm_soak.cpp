@@ -8,9 +8,9 @@
 #include <string>
 #include <thread>
 
-#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/mail.h"
 #include "Tovik/alarms/webhook.h"
-#include "Tovik/core/config.h"
+#include "Tovik/config/config.h"
 #include "support/process.h"
 
 namespace {

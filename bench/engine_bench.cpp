@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "Tovik/core/config.h"
+#include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_socket.h"
 #include "base/net.h"

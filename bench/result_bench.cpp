@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <string>
 
-#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/mail.h"
 #include "Tovik/checks/result_reader.h"
 #include "Tovik/checks/result_table.h"
 #include "base/owners.h"

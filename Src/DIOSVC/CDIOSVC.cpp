@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "DIOSVC/frames.h"
+#include "DIOSVC/report_types.h"
 #include "base/format.h"
 #include "base/net.h"
 #include "base/stop.h"
@@ -48,27 +49,19 @@ bool BuildDataFrame(int tag, long type, const char* data, long length, std::stri
 
 }  // namespace
 
-// What an exchange traces when its reply fails. An exchange without memory texts stays silent there.
-struct CDIOSVC::ReplyTexts {
-  const char* tag;
-  const char* notAcknowledged;
-  const char* noHeaderMemory;
-  const char* noBodyMemory;
-  const char* memoryError;
+// How reading a reply ended, and what is traced of it.
+struct CDIOSVC::Reply {
+  enum class End { EXPECTED, NO_HEADER, NO_MEMORY, NO_BODY, OTHER };
+  End end;
+  int length;          // of the body
+  const char* header;  // from its length field on
+  int error;           // of a failed allocation
 };
-
-CDIOSVC::CDIOSVC() = default;
-
-CDIOSVC::~CDIOSVC() {
-  context_ = nullptr;
-}
 
 long CDIOSVC::initialize_svc(long index, const char* address, long port, long save, const char* path,
                              long level) {
   index_ = index;
   save_ = save;
-  log_path_ = path;
-  log_level_ = level;
   DunraSTTUtils::SetPath(path);
   DunraSTTUtils::SetLogLevel(level);
   const std::string local(address, strnlen(address, ADDRESS_SIZE - 1));
@@ -105,42 +98,85 @@ long CDIOSVC::DIO_SVC_WAIT(long seconds) {
   return base::WaitDescriptor(m_sock.Get(), POLLIN, seconds * 1000);
 }
 
-long CDIOSVC::ReadReply(const ReplyTexts& texts, const char* expected) {
-  const std::unique_ptr<char[]> header = Allocate(frames::HEADER_SIZE + 1);
-  if (!header) {
-    const int error = errno;
-    if (texts.noHeaderMemory == nullptr) return -1;
-    SVC_TRACE(TRACE_ERROR, "[ %s ] : %s[%d]%s[%d]", texts.tag, texts.noHeaderMemory,
-              static_cast<int>(frames::HEADER_SIZE + 1), texts.memoryError, error);
-    return -1;
+CDIOSVC::Reply CDIOSVC::ReadReply(const char* expected) {
+  using End = Reply::End;
+  header_.fill('\0');
+  Reply reply{End::NO_HEADER, 0, frames::LengthField(header_.data()), 0};
+  if (base::ReceiveExactly(m_sock.Get(), header_.data(), frames::HEADER_SIZE) <= 0) return reply;
+  reply.length = frames::BodyLength(header_.data());
+  const auto size = static_cast<size_t>(reply.length);
+  const std::unique_ptr<char[]> body = Allocate(size + 1);
+  reply.error = errno;
+  reply.end = End::NO_MEMORY;
+  if (!body) return reply;
+  reply.end = End::NO_BODY;
+  if (base::ReceiveExactly(m_sock.Get(), body.get(), size) <= 0) return reply;
+  reply.end = std::string_view(body.get(), size).starts_with(expected) ? End::EXPECTED : End::OTHER;
+  return reply;
+}
+
+long CDIOSVC::JudgeOpen(const Reply& reply) {
+  switch (reply.end) {
+    case Reply::End::EXPECTED:
+      return 1;
+    case Reply::End::NO_HEADER:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : Header Pack Recv Failed.");
+      break;
+    case Reply::End::NO_MEMORY:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : malloc fail 2.Request size [%d], Error [%d]", reply.length + 1,
+                reply.error);
+      break;
+    case Reply::End::NO_BODY:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : Data Pack Recv Failed(%s)", reply.header);
+      break;
+    case Reply::End::OTHER:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(%d)", reply.length);
+      break;
   }
-  header[frames::HEADER_SIZE] = '\0';
-  if (base::ReceiveExactly(m_sock.Get(), header.get(), frames::HEADER_SIZE) <= 0) {
-    SVC_TRACE(TRACE_ERROR, "[ %s ] : Header Pack Recv Failed.", texts.tag);
-    return -1;
+  return -1;
+}
+
+long CDIOSVC::JudgeClose(const Reply& reply) {
+  switch (reply.end) {
+    case Reply::End::EXPECTED:
+      return 1;
+    case Reply::End::NO_HEADER:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_CLOSE ] : Header Pack Recv Failed.");
+      break;
+    case Reply::End::NO_MEMORY:
+      break;
+    case Reply::End::NO_BODY:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_CLOSE ] : Data Pack Recv Failed(%s)", reply.header);
+      break;
+    case Reply::End::OTHER:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_CLOSE ] : Data Pack Recv Failed(%d)", reply.length);
+      break;
   }
-  const int length = frames::BodyLength(header.get());
-  const std::unique_ptr<char[]> body = Allocate(static_cast<size_t>(length) + 1);
-  if (!body) {
-    const int error = errno;
-    if (texts.noBodyMemory == nullptr) return -1;
-    SVC_TRACE(TRACE_ERROR, "[ %s ] : %s[%d]%s[%d]", texts.tag, texts.noBodyMemory, length + 1,
-              texts.memoryError, error);
-    return -1;
+  return -1;
+}
+
+long CDIOSVC::JudgeData(const Reply& reply) {
+  switch (reply.end) {
+    case Reply::End::EXPECTED:
+      return 1;
+    case Reply::End::NO_HEADER:
+      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : Header Pack Recv Failed.");
+      break;
+    case Reply::End::NO_MEMORY:
+      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : malloc fail 3 Request Size[%d], Error[%d]", reply.length + 1,
+                reply.error);
+      break;
+    case Reply::End::NO_BODY:
+      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : Data Pack Recv Failed(%s)", reply.header);
+      break;
+    case Reply::End::OTHER:
+      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : Data Pack Recv Failed(%d)", reply.length);
+      break;
   }
-  if (base::ReceiveExactly(m_sock.Get(), body.get(), static_cast<size_t>(length)) <= 0) {
-    SVC_TRACE(TRACE_ERROR, "[ %s ] : Data Pack Recv Failed(%s)", texts.tag, header.get() + 9);
-    return -1;
-  }
-  const std::string_view reply(body.get(), static_cast<size_t>(length));
-  if (reply.starts_with(expected)) return 1;
-  SVC_TRACE(TRACE_ERROR, "[ %s ] : %sData Pack Recv Failed(%d)", texts.tag, texts.notAcknowledged, length);
   return -1;
 }
 
 long CDIOSVC::SOCK_SVC_OPEN() {
-  static constexpr ReplyTexts TEXTS = {"SVC_OPEN", "SVC_OPEN ", "malloc fail.Request size ",
-                                       "malloc fail 2.Request size ", ", Error "};
   const std::string frame = frames::OpenFrame(m_sock.Get());
   const int length = static_cast<int>(frame.size());
   if (base::SendSome(m_sock.Get(), frame.data(), frame.size()) < 1) {
@@ -153,22 +189,19 @@ long CDIOSVC::SOCK_SVC_OPEN() {
     SVC_TRACE(TRACE_INFO, "[ SVC_OPEN ] : Channel Open Filed(%06d:%s:%d)", length, frame.c_str(), error);
     return -1;
   }
-  return ReadReply(TEXTS, "OPEN_OK");
+  return JudgeOpen(ReadReply("OPEN_OK"));
 }
 
 long CDIOSVC::SOCK_SVC_CLOS() {
-  static constexpr ReplyTexts TEXTS = {"SVC_CLOSE", "", nullptr, nullptr, nullptr};
   const std::string frame = frames::CloseFrame(m_sock.Get());
   if (base::SendSome(m_sock.Get(), frame.data(), frame.size()) < 1) return -1;
   SVC_TRACE(TRACE_INFO, "[ SVC_CLOSE ] : Channel Close(%06d:%s)", static_cast<int>(frame.size()),
             frame.c_str());
   if (DIO_SVC_WAIT(REPLY_WAIT_SECONDS) != 1) return -1;
-  return ReadReply(TEXTS, "CLOSE_OK");
+  return JudgeClose(ReadReply("CLOSE_OK"));
 }
 
 long CDIOSVC::SOCK_SVC_DATA_SEND(const char* data, long length, long type) {
-  static constexpr ReplyTexts TEXTS = {"CH_DATA", "", "malloc fail 2 Request Size",
-                                       "malloc fail 3 Request Size", ", Error"};
   std::string frame;
   if (!BuildDataFrame(m_sock.Get(), type, data, length, &frame)) {
     const auto size = static_cast<int>(static_cast<unsigned long>(length) + 31);
@@ -181,23 +214,23 @@ long CDIOSVC::SOCK_SVC_DATA_SEND(const char* data, long length, long type) {
   }
   frame = std::string();  // not kept while the server takes its time
   if (DIO_SVC_WAIT(REPLY_WAIT_SECONDS) != 1) return -1;
-  return ReadReply(TEXTS, "DATA_RECEIVE_OK");
+  return JudgeData(ReadReply("DATA_RECEIVE_OK"));
 }
 
 long CDIOSVC::SendAlarm(int64_t code) {
   SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start.");
   SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", static_cast<int>(code));
   SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", static_cast<int>(code));
-  const char* text = frames::AlarmText(code);
+  const char* text = AlarmText(code);
   SVC_TRACE(TRACE_INFO, "send alarm reqeust data = %s", text);
-  if (SOCK_SVC_DATA_SEND(text, static_cast<long>(std::strlen(text)), frames::REPORT_ALARM) == 1) return 1;
+  if (SOCK_SVC_DATA_SEND(text, static_cast<long>(std::strlen(text)), REPORT_ALARM) == 1) return 1;
   SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc Alam Send fail.");
   return -1;
 }
 
 long CDIOSVC::SendChannelStatus(const LVCSR_DATA_CHANNEL& status) {
   const std::string list = frames::ChannelList(status);
-  if (SOCK_SVC_DATA_SEND(list.data(), static_cast<long>(list.size()), frames::REPORT_CHANNEL_STATUS) == 1)
+  if (SOCK_SVC_DATA_SEND(list.data(), static_cast<long>(list.size()), REPORT_CHANNEL_STATUS) == 1)
     return 1;
   SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc ch data send fail.");
   return -1;
@@ -207,7 +240,7 @@ long CDIOSVC::SendResourceUsage(int32_t cpu, int32_t memory) {
   SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_RESOURCE_USAGE start");
   const std::string text = frames::ResourceText(cpu, memory);
   SVC_TRACE(TRACE_INFO, "send resource usage reqeust data = %s", text.c_str());
-  if (SOCK_SVC_DATA_SEND(text.data(), static_cast<long>(text.size()), frames::REPORT_RESOURCE_USAGE) == 1)
+  if (SOCK_SVC_DATA_SEND(text.data(), static_cast<long>(text.size()), REPORT_RESOURCE_USAGE) == 1)
     return 1;
   SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc ch resource send fail.");
   return -1;
@@ -215,11 +248,11 @@ long CDIOSVC::SendResourceUsage(int32_t cpu, int32_t memory) {
 
 long CDIOSVC::SendReport(int type, const void* data) {
   switch (type) {
-    case frames::REPORT_ALARM:
+    case REPORT_ALARM:
       return SendAlarm(reinterpret_cast<intptr_t>(data));
-    case frames::REPORT_CHANNEL_STATUS:
+    case REPORT_CHANNEL_STATUS:
       return SendChannelStatus(*static_cast<const LVCSR_DATA_CHANNEL*>(data));
-    case frames::REPORT_RESOURCE_USAGE: {
+    case REPORT_RESOURCE_USAGE: {
       const auto* figures = static_cast<const int32_t*>(data);
       return SendResourceUsage(figures[0], figures[1]);
     }

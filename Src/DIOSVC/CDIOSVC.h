@@ -8,17 +8,17 @@
 #ifndef DIOSVC_CDIOSVC_H
 #define DIOSVC_CDIOSVC_H
 
+#include <array>
 #include <cstdint>
 #include <ctime>
-#include <string>
 
-#include "base/engine_records.h"
+#include "DIOSVC/channel_record.h"
+#include "DIOSVC/frames.h"
 #include "base/owners.h"
 
 class CDIOSVC {
  public:
-  CDIOSVC();
-  ~CDIOSVC();
+  CDIOSVC() = default;
   CDIOSVC(const CDIOSVC&) = delete;
   CDIOSVC& operator=(const CDIOSVC&) = delete;
 
@@ -32,7 +32,7 @@ class CDIOSVC {
   // Channel open and close, each one exchange: 1, or -1.
   long SOCK_SVC_OPEN();
   long SOCK_SVC_CLOS();
-  // One data frame of a report type (frames.h) and its acknowledgement: 1, or -1.
+  // One data frame of a report type (report_types.h) and its acknowledgement: 1, or -1.
   long SOCK_SVC_DATA_SEND(const char* data, long length, long type);
   // The whole report: 1, or -1. data by type: 1 the alarm's code, carried in the pointer itself; 2 the
   // LVCSR_DATA_CHANNEL; 3 two int32_t, CPU and memory percent. Any other type sends nothing after the open.
@@ -44,20 +44,22 @@ class CDIOSVC {
   static char* timeToString(const std::tm* when, int mode);
 
  private:
-  struct ReplyTexts;
+  struct Reply;
 
-  long ReadReply(const ReplyTexts& texts, const char* expected);
+  Reply ReadReply(const char* expected);
+  // 1 for the expected reply, else -1 and a trace line.
+  long JudgeOpen(const Reply& reply);
+  long JudgeClose(const Reply& reply);
+  long JudgeData(const Reply& reply);
   long SendReport(int type, const void* data);
   long SendAlarm(int64_t code);
   long SendChannelStatus(const LVCSR_DATA_CHANNEL& status);
   long SendResourceUsage(int32_t cpu, int32_t memory);
 
-  void* context_ = nullptr;
   base::UniqueFd m_sock;
-  int64_t log_level_ = 0;
   int64_t save_ = 0;
-  std::string log_path_;
   int64_t index_ = 0;
+  std::array<char, frames::HEADER_SIZE + 1> header_{};  // of the last reply
 };
 
 #endif

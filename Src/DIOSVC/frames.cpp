@@ -1,30 +1,17 @@
 #include "DIOSVC/frames.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdlib>
+#include <cstring>
 
+#include "DIOSVC/report_types.h"
 #include "base/format.h"
+#include "base/number.h"
 
 namespace frames {
 namespace {
 
-constexpr size_t LENGTH_OFFSET = 9;
 constexpr size_t LENGTH_DIGITS = 6;
 constexpr size_t FRAME_OVERHEAD = 30;
-
-// A code that is absent here, and 4 and 5, which only accompany requests of another type, have no text.
-constexpr std::array<const char*, 7> ALARM_TEXTS = {
-    "Tovik Start", "Memory Check", "Cpu Check", "DunraSTT Check", "", "", "Work Channel Check"};
-
-struct Keyword {
-  int64_t type;
-  const char* text;
-  size_t length;
-};
-constexpr std::array<Keyword, 3> KEYWORDS = {{{REPORT_ALARM, "ALARM+", 6},
-                                              {REPORT_CHANNEL_STATUS, "CH_STATE_DATA+", 14},
-                                              {REPORT_RESOURCE_USAGE, "RESOURCE_INFO+", 14}}};
 
 }  // namespace
 
@@ -38,11 +25,9 @@ std::string CloseFrame(int64_t tag) {
 
 std::string DataFrame(int64_t tag, int64_t type, const std::string& data) {
   std::string frame;
-  const auto* keyword =
-      std::find_if(KEYWORDS.begin(), KEYWORDS.end(), [&](const Keyword& row) { return row.type == type; });
-  if (keyword != KEYWORDS.end()) {
-    const auto length = static_cast<long>(data.size() + keyword->length);
-    frame = base::Format("%06ld C %06ld %s", tag, length, keyword->text);
+  if (const ReportType* const report = FindReportType(type)) {
+    const auto length = static_cast<long>(data.size() + std::strlen(report->keyword));
+    frame = base::Format("%06ld C %06ld %s", tag, length, report->keyword);
   }
   frame += data;
   frame.resize(data.size() + FRAME_OVERHEAD);
@@ -50,12 +35,7 @@ std::string DataFrame(int64_t tag, int64_t type, const std::string& data) {
 }
 
 int BodyLength(const char* header) {
-  return std::max(0, std::atoi(std::string(header + LENGTH_OFFSET, LENGTH_DIGITS).c_str()));
-}
-
-const char* AlarmText(int64_t code) {
-  return code >= 0 && code < static_cast<int64_t>(ALARM_TEXTS.size()) ? ALARM_TEXTS[static_cast<size_t>(code)]
-                                                                      : "";
+  return static_cast<int>(std::max<int64_t>(0, base::LeadingNumber({LengthField(header), LENGTH_DIGITS})));
 }
 
 std::string ChannelList(const LVCSR_DATA_CHANNEL& status) {

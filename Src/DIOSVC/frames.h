@@ -7,29 +7,26 @@
 #include <cstdint>
 #include <string>
 
-#include "base/engine_records.h"
+#include "DIOSVC/channel_record.h"
 
 namespace frames {
 
 inline constexpr size_t HEADER_SIZE = 16;
 
-inline constexpr int REPORT_ALARM = 1;
-inline constexpr int REPORT_CHANNEL_STATUS = 2;
-inline constexpr int REPORT_RESOURCE_USAGE = 3;
-
 std::string OpenFrame(int64_t tag);
 std::string CloseFrame(int64_t tag);
 
-// Keyword and data behind a header. The frame is always the data's length + 30 bytes, zeros behind its text:
+// The type's keyword (report_types.h) and the data behind a header; for no known type the data alone. The frame is always the data's length + 30 bytes, zeros behind its text:
 // an alarm frame, whose keyword is shorter than the others, ends in 8 zero bytes that its length field does
 // not count.
 std::string DataFrame(int64_t tag, int64_t type, const std::string& data);
 
+// The rest of a header from its length field, bytes 9 to 14, on.
+inline const char* LengthField(const char* header) {
+  return header + 9;
+}
 // Bytes 9 to 14 of a reply's header as a number, 0 for text, never negative.
 int BodyLength(const char* header);
-
-// The alarm's text by its code; empty for a code without one.
-const char* AlarmText(int64_t code);
 
 // "id:state" of every channel, joined by ",", as unsigned numbers: as many as the engine counts, but no more
 // than it sent.

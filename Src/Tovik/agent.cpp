@@ -8,23 +8,33 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <new>
+#include <optional>
 #include <string>
 
-#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
+#include "Tovik/checks/channel_check.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/core/host.h"
-#include "Tovik/core/state.h"
-#include "Tovik/core/trace.h"
-#include "Tovik/daemon.h"
-#include "Tovik/lifecycle.h"
-#include "Tovik/options.h"
-#include "Tovik/reports/report_request.h"
-#include "Tovik/threads.h"
-#include "Tovik/timer_rules.h"
+#include "Tovik/config/config.h"
+#include "Tovik/config/host_address.h"
+#include "Tovik/engine/channel_status.h"
+#include "Tovik/exit_flag.h"
+#include "Tovik/findings/findings.h"
+#include "Tovik/process/build_time.h"
+#include "Tovik/process/conf_file.h"
+#include "Tovik/process/daemon.h"
+#include "Tovik/process/heartbeat.h"
+#include "Tovik/process/log_stream.h"
+#include "Tovik/process/options.h"
+#include "Tovik/process/signals.h"
+#include "Tovik/reports/management_thread.h"
+#include "Tovik/timers/timers.h"
+#include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/owners.h"
+#include "base/standard_descriptors.h"
 #include "base/stop.h"
 #include "sysinfo/resource_usage.h"
 
@@ -34,9 +44,9 @@ constexpr int STARTED = 1;
 constexpr int FAILED = -1;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 
-float m_nCPU[1];  // the CPU figure at start-up
+std::optional<base::StopOnPendingSignal> stoppable;  // while the steps that may wait are taken
 
-void PrintBanner() {
+int PrintBanner() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   std::tm local{};
@@ -44,48 +54,86 @@ void PrintBanner() {
   std::printf("DunraSTT Service Admin - %04d-%02d-%02d %02d:%02d:%02d.%03d\n", local.tm_year + 1900,
               local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
               static_cast<int>(now.tv_nsec / NANOSECONDS_PER_MILLISECOND));
+  time_when_compiled();
+  return STARTED;
 }
 
-int LoadConfiguration(const Options& options) {
+int AllocateServers() {
   gSendInfo = new (std::nothrow) SEND_INFO{};
-  if (gSendInfo == nullptr) return FAILED;
+  return gSendInfo == nullptr ? FAILED : STARTED;
+}
+void FreeServers() {
+  delete gSendInfo;
+  gSendInfo = nullptr;
+}
+
+int FindAddress() {
   GetMyIpAddr(gIpaddr);
-  base::CopyText(m_sz_configfile, sizeof m_sz_configfile, options.configFile);
+  return STARTED;
+}
+
+int ReadConfiguration() {
+  base::CopyText(m_sz_configfile, sizeof m_sz_configfile, given_options.configFile);
   if (ReadCfg() == 1) return STARTED;
   TRACE(TRACE_ERROR, "Config Setting Read Failed.");
   return FAILED;
 }
 
-void KeepRecipientTimes() {
-  m_Receivertime = ModificationTime(m_receiver_email).value_or(0);
-  m_Referencetime = ModificationTime(m_reference_email).value_or(0);
-  m_Blindtime = ModificationTime(m_blind_email).value_or(0);
-  TRACE(TRACE_DEBUG, "Receiver [ %d ] Reference [ %d ] Blind [ %d ]", static_cast<int>(m_Receivertime),
-        static_cast<int>(m_Referencetime), static_cast<int>(m_Blindtime));
-}
-
-int LoadRecipients() {
-  if (GetEMailList(m_receiver_email, m_reference_email, m_blind_email) != 1) {
-    TRACE(TRACE_ERROR, "DunraSTT_Aadmin Email Setting");
-    return FAILED;
-  }
+int ReadRecipients() {
+  if (LoadRecipients() != 1) return FAILED;
   KeepRecipientTimes();
   return STARTED;
 }
-
-void ChangeToProgramFolder() {
-  const std::string program = app_name;
-  const size_t slash = program.rfind('/');
-  if (slash == std::string::npos) return;
-  const std::string folder = program.substr(0, slash + 1);
-  [[maybe_unused]] const int changed = ::chdir(folder.c_str());
+void ForgetRecipients() {
+  EMailListFree(*gEmailLists.Get());
+  gEmailLists.Set({});
 }
 
-void ConfigureTrace() {
+int Detach() {
+  if (given_options.daemon) daemonize(std::getenv("PWD"), m_sz_touch_file);
+  return STARTED;
+}
+
+int ChangeToProgramFolder() {
+  const std::string program = app_name;
+  const size_t slash = program.rfind('/');
+  if (slash == std::string::npos) return STARTED;
+  [[maybe_unused]] const int changed = ::chdir(program.substr(0, slash + 1).c_str());
+  return STARTED;
+}
+
+int OpenSyslog() {
+  ::openlog(app_name, LOG_PID | LOG_CONS, LOG_DAEMON);
+  syslog(LOG_INFO, "Started %s", app_name);
+  return STARTED;
+}
+
+void Stop();
+
+// From here on a stop signal is kept for the main loop, and cuts what start-up waits for.
+int TakeSignals() {
+  if (base::StopPrepare() < 0) return FAILED;
+  InstallSignalHandlers(Stop);
+  stoppable.emplace();
+  return STARTED;
+}
+
+int OpenLog() {
+  OpenLogStream();
+  return STARTED;
+}
+
+int ProveConfiguration() {
+  read_conf_file(0);
+  return STARTED;
+}
+
+int ConfigureTrace() {
   DunraSTTUtils::SetPath(m_sz_txt_path);
   DunraSTTUtils::SetLogLevel(m_log_level);
   DunraSTTUtils::SetLogHostnameFlag(m_log_hostname_inc_flag);
   DunraSTTUtils::SetHangPath(m_hang_path);
+  return STARTED;
 }
 
 // 1 when the process table does not hold exactly one process of the agent's name.
@@ -95,43 +143,118 @@ int IsRunning() {
   return CountProcesses(processes, m_sz_watchdog_name) == 1 ? 0 : 1;
 }
 
-void WritePidFile() {
+int RefuseSecondInstance() {
+  if (IsRunning() == 0) return STARTED;
+  TRACE(TRACE_ERROR, "DunraSTT_Admin Already Running");
+  return FAILED;
+}
+
+int WritePidFile() {
   const base::UniqueFile file(std::fopen(m_sz_adm_pid_file, "wte"));
-  if (!file) return;
+  if (!file) return STARTED;
   const std::string pid = base::Format("%d", ::getpid());
   std::fputs(pid.c_str(), file.get());
   TRACE(TRACE_DEBUG, "DunraSTT_Admin GetPid [ %s ]", pid.c_str());
+  return STARTED;
 }
 
-int StartThreads() {
-  if (StartManageThread() != 1) return FAILED;
-  if (m_First_Alarm_Flag != 0) send_request(REQUEST_ALARM, ALARM_START);
-  return StartTimerThreads();
-}
-
-// The part of start-up in which a stop signal is already kept for the main loop.
-int StartService() {
-  const base::StopOnPendingSignal stoppable;
-  OpenLogStream();
-  read_conf_file(0);
-  ConfigureTrace();
-  if (IsRunning() == 1) {
-    TRACE(TRACE_ERROR, "DunraSTT_Admin Already Running");
-    return FAILED;
-  }
-  WritePidFile();
+int TellStart() {
   TRACE(TRACE_INFO, "Start DunraSTT_Admin Service");
-  m_nCPU[0] = CpuUsage();
-  // Without webhooks the libraries are left unready, which saves their memory.
-  if (m_send_webhook_used != 0 && AlarmTransportInit() != 0)
-    TRACE(TRACE_ERROR, "WebHook: libcurl cannot be made ready");
-  return StartThreads();
+  return STARTED;
 }
 
-// Other threads may run already, so nothing may be torn down under them.
+// The first tick measures against this sample.
+int PrimeCpuUsage() {
+  CpuUsage();
+  return STARTED;
+}
+
+// Without webhooks the libraries are left unready, which saves their memory.
+int ReadyWebHooks() {
+  if (m_send_webhook_used != 0 && AlarmTransportInit() != 0) {
+    TRACE(TRACE_ERROR, "WebHook: libcurl cannot be made ready");
+  }
+  return STARTED;
+}
+
+int SendStartAlarm() {
+  if (m_First_Alarm_Flag != 0) Raise({Finding::AGENT_STARTED});
+  return STARTED;
+}
+
+int FirstChannelQuery() {
+  AskForChannels();
+  return STARTED;
+}
+void ForgetChannels() {
+  SHM_CLOS();
+}
+
+void RemovePidFile() {
+  if (given_options.hasPidFile) ::unlink(given_options.pidFile.c_str());
+}
+
+// One step of the start, and what undoes it at the stop; either may be null.
+struct Step {
+  int (*start)();
+  void (*stop)();
+};
+constexpr Step STEPS[] = {
+    {nullptr, RemovePidFile},
+    {PrintBanner, nullptr},
+    {AllocateServers, FreeServers},
+    {FindAddress, nullptr},
+    {ReadConfiguration, nullptr},
+    {ReadRecipients, ForgetRecipients},
+    {Detach, nullptr},
+    {ChangeToProgramFolder, nullptr},
+    {OpenSyslog, nullptr},
+    {TakeSignals, nullptr},
+    {OpenLog, nullptr},
+    {ProveConfiguration, nullptr},
+    {ConfigureTrace, nullptr},
+    {RefuseSecondInstance, nullptr},
+    {WritePidFile, nullptr},
+    {TellStart, nullptr},
+    {PrimeCpuUsage, nullptr},
+    {ReadyWebHooks, nullptr},
+    {nullptr, ForgetChannels},
+    {StartManageThread, JoinManageThread},
+    {SendStartAlarm, nullptr},
+    {StartTimerThreads, JoinTimerThreads},
+    {FirstChannelQuery, nullptr},
+    {StartTimerThreads, nullptr},  // the channel status, if the engine answered
+};
+
+// A second stop signal finds every thread joined and every block freed.
+void Stop() {
+  WriteDebugLine("stopping daemon ...");
+  TRACE(TRACE_INFO, "Stop DunraSTT_Admin Service");
+  gSvcManageThrdExit = 1;
+  base::StopRequest();
+  for (auto step = std::rbegin(STEPS); step != std::rend(STEPS); ++step) {
+    if (step->stop != nullptr) step->stop();
+  }
+  running = 0;
+  std::signal(SIGINT, SIG_DFL);
+}
+
+// Other threads may run, so nothing may be torn down under them.
 [[noreturn]] void EndAtOnce(int status) {
   std::fflush(nullptr);
   std::_Exit(status);
+}
+
+[[noreturn]] void EndProcess() {
+  const bool stopped = running == 0;
+  CloseLogStream();
+  syslog(LOG_INFO, "Stopped %s", app_name);
+  ::closelog();
+  daemonShutdown();
+  std::fflush(stdout);
+  DieBySigint(stopped);
+  std::fflush(stdout);
+  std::_Exit(0);
 }
 
 }  // namespace
@@ -139,25 +262,16 @@ int StartService() {
 int RunAgent(int argc, char** argv) {
   app_name = argv[0];
   ::mallopt(M_ARENA_MAX, 1);  // the threads seldom allocate at once: more heaps would only hold memory
-  GuardStandardDescriptors();
   // Where the parent has it ignored there would be no child to wait for.
   std::signal(SIGCHLD, SIG_DFL);
+  base::GuardStandardDescriptors();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  Options options;
-  const int status = ParseOptions(argc, argv, &options);
+  const int status = ParseOptions(argc, argv, &given_options);
   if (status >= 0) return status;
-  KeepOptions(options);
-  PrintBanner();
-  time_when_compiled();
-  if (LoadConfiguration(options) != STARTED) return FAILED;
-  if (LoadRecipients() != STARTED) return FAILED;
-  if (options.daemon) daemonize(std::getenv("PWD"), m_sz_touch_file);
-  ChangeToProgramFolder();
-  ::openlog(app_name, LOG_PID | LOG_CONS, LOG_DAEMON);
-  syslog(LOG_INFO, "Started %s", app_name);
-  if (base::StopPrepare() < 0) return FAILED;
-  InstallSignalHandlers();
-  if (StartService() != STARTED) EndAtOnce(FAILED);
+  for (const Step& step : STEPS) {
+    if (step.start != nullptr && step.start() != STARTED) EndAtOnce(FAILED);
+  }
+  stoppable.reset();
   MainLoop();
   EndProcess();
 }

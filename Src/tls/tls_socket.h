@@ -13,7 +13,7 @@
 
 #include <cstdint>
 
-#include "base/engine_records.h"
+#include "tls/engine_socket_record.h"
 
 // Initialises the library (again is harmless) and clears socket, session, context and last error without
 // releasing them. Returns the record.

@@ -5,6 +5,7 @@
 
 #include "DIOSVC/CDIOSVC.h"
 #include "DIOSVC/frames.h"
+#include "DIOSVC/report_types.h"
 #include "support/support.h"
 #include "utils/DunraSTTUtils.h"
 
@@ -115,7 +116,7 @@ TEST(ReportData, OfNoPossibleLengthIsRefused) {
 TEST(FramesTest, AlarmTextsByCode) {
   const char* texts[] = {
       "", "Tovik Start", "Memory Check", "Cpu Check", "DunraSTT Check", "", "", "Work Channel Check", ""};
-  for (int code = -1; code < 8; ++code) EXPECT_STREQ(frames::AlarmText(code), texts[code + 1]);
+  for (int code = -1; code < 8; ++code) EXPECT_STREQ(AlarmText(code), texts[code + 1]);
 }
 
 }  // namespace

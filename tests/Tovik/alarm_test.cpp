@@ -6,18 +6,18 @@
 #include <string>
 
 #include "Tovik/alarms/alarm_pictures.h"
-#include "Tovik/alarms/alarm_text.h"
-#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/alarm_body.h"
+#include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
-#include "Tovik/core/host.h"
-#include "Tovik/core/trace.h"
+#include "Tovik/config/host_address.h"
+#include "Tovik/trace.h"
 #include "Tovik/traced.h"
 #include "support/process.h"
 
 namespace {
 
 using alarms::AlarmPictures;
-using alarms::AlarmText;
 using support::Peer;
 using support::SetText;
 
@@ -179,37 +179,27 @@ TEST_F(AlarmTest, ATextThatDoesNotConvertIsTracedAndNotSent) {
                          "ERROR WebHook lost: [ IP ] stt, kind 2: its text does not convert to UTF-8"}));
 }
 
-// The limit is of UTF-8: three bytes for Hangul, two for what has no mapping and for half a character.
-TEST(AlarmTextTest, PrefixEndsAtACharacter) {
-  const std::tuple<const char*, size_t, size_t> cases[] = {
-      {"abc", 2, 2},        {"abc", 9, 3},      {"\xB0\xA1\xB0\xA2", 5, 2}, {"\xB0\xA1\xB0\xA2", 6, 4},
-      {"a\xA1\xA4z", 3, 3}, {"a\x81\xFF", 2, 1}};
-  for (const auto& [text, limit, bytes] : cases)
-    EXPECT_EQ(alarms::PrefixWithin(text, limit).size(), bytes) << text;
-}
-
-TEST(AlarmTextTest, CutsTheMessageAndKeepsTheLayout) {
-  const auto brackets = [](const AlarmText& alarm) {
-    return alarm.title + "[" + alarm.label + alarm.title + "|" + alarm.message + "]";
+TEST(AlarmBodyTest, CutsTheMessageAndKeepsTheLayout) {
+  const alarms::Layout brackets = [](const Alarm& alarm, const std::string& date) {
+    return alarm.title + "[" + alarm.label + alarm.title + "|" + alarm.message + date + "]";
   };
   std::string korean;
   for (int i = 0; i < 300'000; ++i) korean += "\xB0\xA1";
   for (const std::string& title : {std::string("t"), std::string("tt"), std::string("ttt"), korean}) {
     const char* reason = "";
-    const base::UniqueText body =
-        alarms::ConvertBody(alarms::FillLayout({title, korean, korean, "", ""}, brackets), &reason);
+    const base::UniqueText body = alarms::AlarmBody({0, title, korean, korean, ""}, brackets, 0, &reason);
     ASSERT_NE(body, nullptr) << reason;
     const std::string text = body.get();
     EXPECT_TRUE(text.size() <= alarms::BODY_LIMIT && text.size() > alarms::BODY_LIMIT - 3) << text.size();
-    EXPECT_TRUE(text.ends_with("\xEA\xB0\x80]"));
+    EXPECT_TRUE(text.ends_with(alarms::DateText(0) + "]"));
   }
   for (const size_t size : {alarms::BODY_LIMIT - 3, alarms::BODY_LIMIT - 2}) {
-    EXPECT_EQ(alarms::FillLayout({"", "", std::string(size, 'x'), "", ""}, brackets),
+    EXPECT_EQ(alarms::FillLayout({0, "", "", std::string(size, 'x'), ""}, brackets, ""),
               "[|" + std::string(alarms::BODY_LIMIT - 3, 'x') + "]");
   }
 }
 
-TEST(AlarmTextTest, EveryKindHasItsPictures) {
+TEST(AlarmBodyTest, EveryKindHasItsPictures) {
   std::set<std::string> pictures;
   for (uint32_t kind = 1; kind <= 4; ++kind) {
     for (const auto column : {&AlarmPictures::mail, &AlarmPictures::webhook}) {

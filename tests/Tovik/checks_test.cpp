@@ -13,7 +13,9 @@
 #include "Tovik/checks/process_search.h"
 #include "Tovik/checks/result_check.h"
 #include "Tovik/checks/result_table.h"
-#include "Tovik/timer_rules.h"
+#include "Tovik/checks/thresholds.h"
+#include "Tovik/config/config.h"
+#include "Tovik/alarms/recipients.h"
 #include "Tovik/traced.h"
 #include "base/stop.h"
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "Tovik/core/config.h"
+#include "Tovik/config/config.h"
 #include "support/support.h"
 #include "utils/DunraSTTUtils.h"
 

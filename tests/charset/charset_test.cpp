@@ -5,6 +5,7 @@
 
 #include "base/owners.h"
 #include "charset/cp949.h"
+#include "charset/cp949_length.h"
 
 namespace {
 
@@ -89,6 +90,15 @@ TEST(IsUtf8, FormsAtEveryPlaceInAText) {
       }
     }
   }
+}
+
+// The limit is of UTF-8: three bytes for Hangul, two for what has no mapping and for half a character.
+TEST(Length, PrefixEndsAtACharacter) {
+  const std::tuple<const char*, size_t, size_t> cases[] = {
+      {"abc", 2, 2},        {"abc", 9, 3},      {"\xB0\xA1\xB0\xA2", 5, 2}, {"\xB0\xA1\xB0\xA2", 6, 4},
+      {"a\xA1\xA4z", 3, 3}, {"a\x81\xFF", 2, 1}};
+  for (const auto& [text, limit, bytes] : cases)
+    EXPECT_EQ(charset::PrefixWithinUtf8(text, limit).size(), bytes) << text;
 }
 
 }  // namespace

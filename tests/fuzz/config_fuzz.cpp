@@ -1,6 +1,6 @@
 // The configuration file, and the expansions of its name and of its paths.
-#include "Tovik/core/config.h"
-#include "Tovik/core/config_line.h"
+#include "Tovik/config/config.h"
+#include "Tovik/config/config_line.h"
 #include "base/format.h"
 #include "fuzz/fuzz.h"
 
@@ -19,7 +19,7 @@ FUZZ_TARGET(text) {
     HOLDS(server.index == i && std::memchr(server.address, 0, sizeof server.address) != nullptr);
   }
 
-  char path[CONFIG_TEXT];
+  char path[CONFIG_SHORT];
   base::CopyText(path, sizeof path, text.c_str());
   const bool fixed = *path == '/' || *path == '.';
   HOLDS(FullPath("/base/", path, sizeof path) == (fixed ? 1 : -1));

@@ -1,5 +1,6 @@
 // A management server's replies: everything that it sends in one connection is there from the beginning.
 #include "DIOSVC/CDIOSVC.h"
+#include "DIOSVC/report_types.h"
 #include "DIOSVC/frames.h"
 #include "fuzz/fuzz.h"
 #include "support/support.h"
@@ -13,7 +14,7 @@ FUZZ_TARGET(text) {
   ::shutdown(peer.Get(), SHUT_WR);
 
   const int32_t figures[] = {12, 40};
-  const long result = service.DIO_SVC_PROC(frames::REPORT_RESOURCE_USAGE, figures);
+  const long result = service.DIO_SVC_PROC(REPORT_RESOURCE_USAGE, figures);
   const size_t open = text.find("OPEN_OK", frames::HEADER_SIZE);
   const bool acknowledged =
       open != text.npos && text.find("DATA_RECEIVE_OK", open + 7 + frames::HEADER_SIZE) != text.npos;

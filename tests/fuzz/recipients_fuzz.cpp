@@ -1,7 +1,7 @@
 // A recipient file: words as a stream reads them, cut, two for a line.
 #include <sstream>
 
-#include "Tovik/alarms/email.h"
+#include "Tovik/alarms/recipients.h"
 #include "fuzz/fuzz.h"
 
 FUZZ_TARGET(text) {

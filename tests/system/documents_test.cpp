@@ -9,7 +9,7 @@
 #include <set>
 #include <string>
 
-#include "Tovik/core/config.h"
+#include "Tovik/config/config.h"
 #include "charset/cp949.h"
 #include "support/support.h"
 
@@ -31,7 +31,7 @@ Names All(const std::string& text, const char* pattern) {
 }
 
 TEST(Documents, ExplainExactlyTheKeysOfTheParser) {
-  Names keys = All(Read("Src/Tovik/core/config.cpp"), R"re(^    \{"([A-Za-z_]+)", )re");
+  Names keys = All(Read("Src/Tovik/config/config_keys.inc"), R"re(^CONFIG_[A-Z]+\("([A-Za-z_]+)", )re");
   EXPECT_GT(keys.size(), 50U);
   keys.insert("ALARM_SERVER1");  // for those that only their beginning names
   const std::string sample = Read("conf/DunraSTT.conf.sample");
@@ -63,7 +63,7 @@ TEST(Documents, ParserTakesTheSampleAsItReads) {
 }
 
 TEST(Documents, ManualPageAndCompletionHaveExactlyTheOptionsOfTheProgram) {
-  const Names options = All(Read("Src/Tovik/options.cpp"), R"re(\{"([a-z_]+)", (?:required|no)_argument)re");
+  const Names options = All(Read("Src/Tovik/process/options.cpp"), R"re(\{"([a-z_]+)", (?:required|no)_argument)re");
   EXPECT_EQ(options.size(), 6U);
   EXPECT_EQ(All(Read("man/DunraSTT_Admin.8"), R"(^\.It Fl [a-z](?: Ar file)? , Fl -([a-z_]+))"), options);
   const Names offered = All(Read("completions/DunraSTT_Admin"), R"(compgen -W '([^']*)')");

@@ -1,7 +1,7 @@
+#include "Tovik/alarms/replace_all.h"
+
 #include <cstdlib>
 #include <string_view>
-
-#include "Tovik/alarms/webhook.h"
 
 namespace {
 

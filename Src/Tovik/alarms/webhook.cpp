@@ -4,42 +4,13 @@
 #include <ctime>
 #include <new>
 
-#include "Tovik/alarms/alarm_pictures.h"
-#include "Tovik/alarms/alarm_text.h"
+#include "Tovik/alarms/webhook_body.h"
 #include "Tovik/alarms/webhook_post.h"
-#include "Tovik/core/config.h"
-#include "Tovik/core/host.h"
-#include "Tovik/core/trace.h"
-#include "base/format.h"
+#include "Tovik/config/config.h"
+#include "Tovik/config/host_address.h"
+#include "Tovik/trace.h"
 
 namespace {
-
-using alarms::AlarmText;
-
-constexpr int64_t APPS_SLACK = 2;
-
-std::string SlackForm(const AlarmText& alarm) {
-  return base::Format(
-      "payload={\t\t\t\t\"channel\": \"#test\",              \"username\": \"%s\",     \t        \"text\": "
-      "\"%s %s<br />%s\",              \"icon_emoji\": \":ghost:\"         }",
-      alarm.label.c_str(), alarm.title.c_str(), alarm.date.c_str(), alarm.message.c_str());
-}
-
-std::string TeamsCard(const AlarmText& alarm) {
-  return base::Format(
-      "{\"@type\": \"MessageCard\",\"@context\": \"http://schema.org/extensions"
-      "\",\"themeColor\": \"0076D7\",\"summary\": \"%s\",\"sections\": [{   \"activityTitle\": \"%s\",   "
-      "\"activitySubtitle\": \"%s\",   \"activityImage\": \"%s\",   \"facts\": [{       \"name\": "
-      "\"Assigned IP\",       \"value\": \"%s\"    }, {       \"name\": \"Send date\",       \"value\": "
-      "\"%s\"    }, {       \"name\": \"Message\",       \"value\": \"%s\"    }],    \"markdown\": true}]}",
-      alarm.title.c_str(), alarm.title.c_str(), alarm.label.c_str(), alarm.picture,
-      static_cast<const char*>(gIpaddr), alarm.date.c_str(), alarm.message.c_str());
-}
-
-base::UniqueText Body(const AlarmText& alarm, const char** reason) {
-  return alarms::ConvertBody(alarms::FillLayout(alarm, m_webhook_apps == APPS_SLACK ? SlackForm : TeamsCard),
-                             reason);
-}
 
 int Post(const char* body) {
   const alarms::UniqueCurl handle(curl_easy_init());
@@ -55,16 +26,17 @@ int Post(const char* body) {
 
 }  // namespace
 
-int SendAlarmWebHook(const char* title, uint32_t kind, const char* label, const char* message) {
-  const char* reason = "no memory";
-  try {
-    const char* const picture = alarms::PictureOf(kind, &alarms::AlarmPictures::webhook);
-    const base::UniqueText body =
-        Body({title, label, message, alarms::DateText(std::time(nullptr)), picture}, &reason);
-    if (body != nullptr) return Post(body.get());
-  } catch (const std::bad_alloc&) {
-    // Told below.
-  }
-  TRACE(TRACE_ERROR, "WebHook lost: %s, kind %u: %s", title, kind, reason);
+int PostAlarm(const Alarm& alarm) {
+  const char* reason = nullptr;
+  const base::UniqueText body = alarms::WebHookBody(alarm, m_webhook_apps, std::time(nullptr), &reason);
+  if (body != nullptr) return Post(body.get());
+  TRACE(TRACE_ERROR, "WebHook lost: %s, kind %u: %s", alarm.title.c_str(), alarm.kind, reason);
+  return -1;
+}
+
+int SendAlarmWebHook(const char* title, uint32_t kind, const char* label, const char* message) try {
+  return PostAlarm({kind, title, label, message, gIpaddr});
+} catch (const std::bad_alloc&) {
+  TRACE(TRACE_ERROR, "WebHook lost: %s, kind %u: no memory", title, kind);
   return -1;
 }

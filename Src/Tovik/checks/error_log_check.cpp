@@ -9,21 +9,24 @@
 #include <cstring>
 #include <new>
 
-#include "Tovik/alarms/raise_alarm.h"
-#include "Tovik/core/config.h"
-#include "Tovik/core/host.h"
-#include "Tovik/core/trace.h"
+#include "Tovik/checks/outcome.h"
+#include "Tovik/config/config.h"
+#include "Tovik/config/host_address.h"
+#include "Tovik/findings/findings.h"
+#include "Tovik/trace.h"
 #include "base/child.h"
 #include "base/format.h"
 #include "base/owners.h"
+#include "base/stop.h"
+#include "base/text_file.h"
+#include "charset/cp949_length.h"
 
 namespace {
 
 constexpr time_t LOOK_BACK = 120;  // seconds
 constexpr size_t MAX_TEXT = ERROR_TEXT - 1;
 constexpr const char* EXTRACT_NAME = "STTAlarmLog.txt";
-constexpr const char* CHECK_NAME = "Service Check";
-constexpr const char* LABEL_ERROR = "STT Service Error";
+constexpr int64_t PAUSE = 1;       // seconds between two looks at the clock
 // A line found has 8 bytes at least, so more lines than this never get into a text, and a log flooded with
 // errors is not copied onto its own disk.
 constexpr const char* MAX_LINES = "10240";
@@ -55,36 +58,37 @@ class Extract {
   int error_ = 0;
 };
 
-// As much of the file as out takes.
-size_t ReadUpTo(int fd, char* out, size_t limit) {
-  size_t length = 0;
-  while (length < limit) {
-    const ssize_t got = ::read(fd, out + length, limit - length);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    length += static_cast<size_t>(got);
-  }
-  return length;
-}
-
-// The length without a two-byte character's first half at the end, with which no later conversion succeeds.
-size_t WholeCharacters(const char* text, size_t length) {
-  size_t at = 0;
-  while (at < length) at += static_cast<unsigned char>(text[at]) < 0x80 ? 1 : 2;
-  return at > length ? length - 1 : length;
-}
-
 int Check(time_t now) {
-  const auto host = m_log_hostname_inc_flag != 0 ? std::optional(HostName()) : std::nullopt;
-  const ErrorLogSearch search = ErrorLogSearchAt(now, m_sz_svc_txt_path, host);
+  const ErrorLogSearch search = ErrorLogSearchAt(now, m_sz_svc_txt_path, HostNameInFiles());
   const base::UniqueText text(static_cast<char*>(std::malloc(ERROR_TEXT)));
   if (text == nullptr) throw std::bad_alloc();
   if (FindErrorLines(search, text.get()) < 1) return -1;
-  RaiseAlarm({ALARM_KIND_ERROR_LOG, LABEL_ERROR, CHECK_NAME, CHECK_NAME, m_sz_proc_name, text.get()});
+  Raise({Finding::ERROR_LINES, m_sz_proc_name, text.get()});
   return 1;
 }
 
 }  // namespace
+
+void ErrorLogCycle() {
+  static ErrorCheckState state;
+  const time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  if (ErrorCheckDue(local.tm_min, m_errorlog_period, &state)) {
+    state.succeeded = TraceOutcome(errorCheckProc()) ? 1 : 0;
+  }
+  TRACE(TRACE_INFO, "send_timer ErrorCheck Time [ %d ]", static_cast<int>(m_errorlog_period));
+  base::SleepSeconds(PAUSE);
+}
+
+bool ErrorCheckDue(int minute, int64_t period, ErrorCheckState* state) {
+  if (minute % period == 0 && state->succeeded == 0 && minute == state->lastMinute) return true;
+  if (minute != state->lastMinute) {
+    state->succeeded = 0;
+    state->lastMinute = minute;
+  }
+  return false;
+}
 
 int errorCheckProc() {
   return ErrorCheckAt(std::time(nullptr));
@@ -108,8 +112,8 @@ int ReadTextFile(const char* path, char* out) {
     ReportOpenFailure(path, error);
     return 0;
   }
-  size_t length = ReadUpTo(file.Get(), out, MAX_TEXT);
-  if (length == MAX_TEXT) length = WholeCharacters(out, length);
+  size_t length = base::ReadUpTo(file.Get(), out, MAX_TEXT);
+  if (length == MAX_TEXT) length = charset::WholeCharacters({out, length}).size();
   out[length] = 0;
   return static_cast<int>(std::strlen(out));
 }

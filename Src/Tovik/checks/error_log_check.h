@@ -14,6 +14,18 @@
 
 inline constexpr int ERROR_TEXT = 81920;  // bytes of an alarm's text, terminator included
 
+// One look at the clock, the check when it is due, and the pause of a second. For one thread.
+void ErrorLogCycle();
+
+// When the check is due: the first second of a due minute arms it, the later ones run it until it succeeds.
+struct ErrorCheckState {
+  int succeeded = 1;
+  int lastMinute = -1;
+};
+// True when the check is to be run now; its success goes into state->succeeded. minute 0 to 59, period above
+// 0.
+bool ErrorCheckDue(int minute, int64_t period, ErrorCheckState* state);
+
 // 1 when the minute that began two minutes ago has error lines; they were sent, with whatever success. -1
 // without such lines, or when they could not be searched for (traced when grep could not be run). Blocks for
 // the search, the mail and the post; a stop cuts each.

@@ -4,8 +4,10 @@
 #include <cstdint>
 
 #include "Tovik/checks/process_search.h"
-#include "Tovik/core/trace.h"
+#include "Tovik/config/config.h"
 #include "Tovik/engine/engine_session.h"
+#include "Tovik/trace.h"
+#include "base/stop.h"
 
 #define HANG_TRACE(...) \
   DUNRA_NAMED_TRACE(TRACE_HANG, TRACE_FATAL, TRACE_MAIN_CHANNEL, m_hang_save_flag, __VA_ARGS__)
@@ -14,6 +16,7 @@ namespace {
 
 constexpr const char* ENGINE_HOST = "127.0.0.1";
 constexpr int64_t FULL_CHECK = 1;
+constexpr int64_t SHORTEST_PAUSE = 60;  // seconds
 
 // The pid that the engine says it has; 0, which no process has, when it says none.
 int64_t ExpectedPid() {
@@ -37,6 +40,16 @@ void Probe() {
 }
 
 }  // namespace
+
+void HangCycle() {
+  hangCheckProc(m_sz_proc_name);
+  TRACE(TRACE_INFO, "send_timer Hang Time [ %d ]", static_cast<int>(m_Hang_Time));
+  base::SleepSeconds(HangPause(m_Hang_Time));
+}
+
+int64_t HangPause(int64_t hangTime) {
+  return hangTime >= SHORTEST_PAUSE ? hangTime : hangTime + SHORTEST_PAUSE;
+}
 
 int hangCheckProc(const char* name) {
   TRACE(TRACE_INFO, "try: hangCheckProc start [ %d ]", 0);

@@ -3,6 +3,14 @@
 #ifndef TOVIK_CHECKS_HANG_CHECK_H
 #define TOVIK_CHECKS_HANG_CHECK_H
 
+#include <cstdint>
+
+// One check and the pause. For one thread.
+void HangCycle();
+
+// Seconds between two checks: short periods get a minute more.
+int64_t HangPause(int64_t hangTime);
+
 // One check of the process of this short name: it must run under the pid of its pid file, and, when HANG_SAVE
 // is 1, a connection to its port on the loopback address must come about; that is all the proof there is, no
 // request is sent. Any other HANG_SAVE counts it as dead. 1 when the process table could be read, whatever

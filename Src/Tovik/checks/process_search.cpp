@@ -1,18 +1,38 @@
 #include "Tovik/checks/process_search.h"
 
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <dirent.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "base/number.h"
 #include "base/owners.h"
 #include "base/stop.h"
+#include "base/text_file.h"
 #include "sysinfo/qxapi_process.h"
 
 namespace {
 
 constexpr size_t PID_FILE_SIZE = 1024;
 constexpr int64_t SPACING_SECONDS = 1;
+constexpr size_t LINK_SIZE = 251;
+
+bool IsNumber(const char* name) {
+  return *name != '\0' && std::all_of(name, name + std::strlen(name), [](char c) {
+    return std::isdigit(static_cast<unsigned char>(c)) != 0;
+  });
+}
+
+std::string ExecutableOf(const std::string& folder) {
+  std::array<char, LINK_SIZE> target;
+  const ssize_t length = ::readlink((folder + "/exe").c_str(), target.data(), target.size());
+  return length < 0 ? std::string() : std::string(target.data(), static_cast<size_t>(length));
+}
 
 }  // namespace
 
@@ -42,10 +62,24 @@ int CountProcesses(const sysinfo::ProcessNames& processes, const char* name) {
 }
 
 bool ReadPidFile(const char* path, int64_t* pid) {
-  const base::UniqueFile file(std::fopen(path, "re"));
-  if (!file) return false;
-  std::array<char, PID_FILE_SIZE + 1> text{};
-  text[std::fread(text.data(), 1, PID_FILE_SIZE, file.get())] = '\0';
-  *pid = std::atol(text.data());
+  const base::UniqueFd file = base::OpenRegular(path);
+  if (!file.Valid()) return false;
+  std::array<char, PID_FILE_SIZE> text;
+  *pid = base::LeadingNumber({text.data(), base::ReadUpTo(file.Get(), text.data(), text.size())});
   return true;
+}
+
+pid_t getProcessID(const char* text, const char* proc_root) {
+  const base::UniqueDir root(::opendir(proc_root));
+  const dirent* entry = nullptr;
+  while (root && (entry = ::readdir(root.get())) != nullptr) {
+    if (!IsNumber(entry->d_name)) continue;
+    const std::string executable = ExecutableOf(std::string(proc_root) + "/" + entry->d_name);
+    if (executable.empty() || executable.find(text) == std::string::npos) continue;
+    const auto pid = static_cast<pid_t>(base::LeadingNumber(entry->d_name));
+    std::printf("getProcessID(%s) :Found. id = %d\n", text, pid);
+    return pid;
+  }
+  std::printf("getProcessID(%s) : id = 0 (could not find process)\n", text);
+  return 0;
 }

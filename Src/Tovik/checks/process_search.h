@@ -2,6 +2,8 @@
 #ifndef TOVIK_CHECKS_PROCESS_SEARCH_H
 #define TOVIK_CHECKS_PROCESS_SEARCH_H
 
+#include <sys/types.h>
+
 #include <cstdint>
 
 #include "sysinfo/process_names.h"
@@ -27,7 +29,11 @@ SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* nam
 // How many processes bear this short name; 0 when one without a name is among them.
 int CountProcesses(const sysinfo::ProcessNames& processes, const char* name);
 
-// The decimal pid at the start of a PID file, of whose first 1,024 bytes; false when it cannot be opened.
+// The decimal pid at the start of a PID file's first 1,024 bytes; false when it cannot be opened or is no
+// regular file.
 bool ReadPidFile(const char* path, int64_t* pid);
+
+// Process id of the first process whose executable's path contains text, 0 when there is none; prints which.
+pid_t getProcessID(const char* text, const char* proc_root = "/proc");
 
 #endif

@@ -2,23 +2,25 @@
 
 #include <cerrno>
 #include <cinttypes>
-#include <cstdlib>
 #include <memory>
 #include <new>
 
-#include "Tovik/alarms/email.h"
-#include "Tovik/alarms/raise_alarm.h"
+#include "Tovik/checks/outcome.h"
 #include "Tovik/checks/result_table.h"
-#include "Tovik/core/config.h"
-#include "Tovik/core/host.h"
-#include "Tovik/core/trace.h"
+#include "Tovik/config/config.h"
+#include "Tovik/config/host_address.h"
+#include "Tovik/findings/findings.h"
+#include "Tovik/trace.h"
 #include "base/format.h"
+#include "base/number.h"
+#include "base/stop.h"
+#include "base/text_file.h"
 
 namespace {
 
-constexpr time_t ONE_DAY = 86400;  // seconds
-constexpr const char* CHECK_NAME = "Result Check";
-constexpr const char* LABEL_RESULT = "STT Service Result";
+constexpr time_t ONE_DAY = 86400;             // seconds
+constexpr int64_t PAUSE_AFTER_A_CHECK = 60;   // seconds
+constexpr int64_t PAUSE_BETWEEN_LOOKS = 1;
 
 struct RecordsRelease {
   void operator()(RESULT_LIST* records) const { FreeResultData(records); }
@@ -62,9 +64,8 @@ void TraceUnread(const std::string& path, int error) {
 }
 
 int Report(time_t now) {
-  const auto host = m_log_hostname_inc_flag != 0 ? std::optional(HostName()) : std::nullopt;
-  const ResultDay day = ResultDayAt(now, m_sz_svc_txt_path, host);
-  const int64_t count = GetTotalLine(day.path.c_str());
+  const ResultDay day = ResultDayAt(now, m_sz_svc_txt_path, HostNameInFiles());
+  const int64_t count = base::CountNewlines(day.path.c_str());
   if (count < 0) return -1;
   const std::unique_ptr<RESULT_LIST, RecordsRelease> records(GetResultReadData(day.path.c_str(), count));
   if (records == nullptr) {
@@ -77,6 +78,16 @@ int Report(time_t now) {
 }
 
 }  // namespace
+
+void ResultCycle() {
+  TraceOutcome(resultCheckProc());
+  base::SleepSeconds(PAUSE_AFTER_A_CHECK);
+  base::SleepSeconds(PAUSE_BETWEEN_LOOKS);
+}
+
+bool IsTimeOfDay(const char* text) {
+  return std::string_view(text).find(':') != std::string_view::npos;
+}
 
 int resultCheckProc() {
   return ResultCheckAt(std::time(nullptr));
@@ -94,16 +105,16 @@ int ResultCheckAt(time_t now) {
 void GetResultShowData(const char* path, int64_t count, const RESULT_LIST* records, const char* date) {
   char table[RESULT_TABLE] = "";
   if (count > 0) FormatResultTable(date, count, AverageOf(records, count), table);
-  RaiseAlarm({ALARM_KIND_RESULT, LABEL_RESULT, CHECK_NAME, CHECK_NAME, m_sz_proc_name, table, path});
+  Raise({Finding::DAILY_RESULT, m_sz_proc_name, table, path});
 }
 
 ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local) {
   std::string copy(timeOfDay);
   char part[RESULT_LINE];
   char* rest = GetNextString(copy.data(), ':', part);
-  if (std::strtol(part, nullptr, 10) != local.tm_hour) return ResultMoment::OTHER_HOUR;
+  if (base::LeadingNumber(part) != local.tm_hour) return ResultMoment::OTHER_HOUR;
   GetNextString(rest, ':', part);
-  return std::strtol(part, nullptr, 10) == local.tm_min ? ResultMoment::DUE : ResultMoment::OTHER_MINUTE;
+  return base::LeadingNumber(part) == local.tm_min ? ResultMoment::DUE : ResultMoment::OTHER_MINUTE;
 }
 
 ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::string>& host) {

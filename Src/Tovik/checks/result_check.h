@@ -10,6 +10,12 @@
 
 #include "Tovik/checks/result_reader.h"
 
+// One check and the pause of 61 seconds. For one thread.
+void ResultCycle();
+
+// Whether RESULT_TIME is a time of day at all: it holds a ":".
+bool IsTimeOfDay(const char* text);
+
 // To be called about once a minute: 1 when the report was made in this minute, whether or not it could be
 // sent; -1 when RESULT_TIME is another minute (traced), or yesterday's result file cannot be opened, or is
 // no regular file, longer than MAX_RESULT_RECORDS lines or too large for the memory (all three traced).

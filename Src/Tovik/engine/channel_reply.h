@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "base/engine_records.h"
+#include "DIOSVC/channel_record.h"
 
 // The payload of the binary reply: five counts in the order of the record, then nThreadCnt pairs of id and
 // state, all 32-bit little-endian. Replaces the whole record (an older array is not released) with a new

@@ -6,13 +6,15 @@
 #include <span>
 #include <utility>
 
-#include "Tovik/core/config.h"
-#include "Tovik/core/trace.h"
+#include "Tovik/config/config.h"
+#include "Tovik/trace.h"
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_socket.h"
 #include "base/handover.h"
 #include "base/owners.h"
 #include "tls/tls_socket.h"
+
+std::atomic<uint8_t> g_shm_open_flag{0};
 
 namespace {
 

@@ -8,10 +8,15 @@
 #ifndef TOVIK_ENGINE_CHANNEL_STATUS_H
 #define TOVIK_ENGINE_CHANNEL_STATUS_H
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
-#include "base/engine_records.h"
+#include "DIOSVC/channel_record.h"
+#include "tls/engine_socket_record.h"
+
+// 1 once the engine could be connected by those who watch its channels; never cleared.
+extern std::atomic<uint8_t> g_shm_open_flag;
 
 // Connects to the engine (with TLS when SSL_CHECK is set), queries it and replaces the current record. 1 when
 // the engine could be connected, whatever came of the query (its record may be zeros or part of an answer);

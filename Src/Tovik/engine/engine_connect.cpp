@@ -8,9 +8,9 @@
 #include <string>
 #include <utility>
 
-#include "Tovik/core/trace.h"
+#include "Tovik/trace.h"
 #include "Tovik/engine/engine_socket.h"
-#include "base/descriptors.h"
+#include "base/standard_descriptors.h"
 #include "base/net.h"
 #include "base/owners.h"
 #include "base/resolve.h"

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Tovik/core/trace.h"
+#include "Tovik/trace.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/engine/growing_receive.h"
 #include "base/net.h"

@@ -16,7 +16,7 @@
 
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/growing_receive.h"
-#include "base/descriptors.h"
+#include "base/standard_descriptors.h"
 #include "base/format.h"
 #include "base/net.h"
 #include "base/owners.h"

@@ -4,14 +4,14 @@
 #ifndef TOVIK_ENGINE_ENGINE_SESSION_H
 #define TOVIK_ENGINE_ENGINE_SESSION_H
 
-#include "base/engine_records.h"
+#include "DIOSVC/channel_record.h"
 
 // Connects within 5 seconds to an IPv4 address as inet_addr(3) reads it; the port counts modulo 65536. 0 with
 // the socket in sock; -1 without a host or when no socket can be had; -3 when connecting failed. On failure
 // sock is left as it was.
 int Session_Create(const char* host, int port, long* sock);
 // Closes a session. 0, also for -1; -1 when the close failed. Session 0 closes descriptor 0 as
-// base/descriptors.h has it.
+// base/standard_descriptors.h has it.
 int Session_Destroy(long sock);
 
 // Waits for the session to become readable: 0, -2 when the seconds passed, -1 on an error.

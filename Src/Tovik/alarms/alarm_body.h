@@ -1,0 +1,36 @@
+// From an alarm to the bytes of a mail or of a post. Nothing here has side effects: what is sent may as well be
+// looked at beforehand.
+#ifndef TOVIK_ALARMS_ALARM_BODY_H
+#define TOVIK_ALARMS_ALARM_BODY_H
+
+#include <cstddef>
+#include <ctime>
+#include <string>
+
+#include "Tovik/alarms/alarm.h"
+#include "base/owners.h"
+
+namespace alarms {
+
+// Bytes of a body in UTF-8, before its newlines are replaced.
+inline constexpr size_t BODY_LIMIT = 819'199;
+// Bytes of a title or a label as UTF-8, once a body has to be cut: far above what any check sends.
+inline constexpr size_t HEADING_LIMIT = 65'536;
+
+// Puts an alarm and its date into the fixed text of a channel, all in code page 949.
+using Layout = std::string (*)(const Alarm& alarm, const std::string& date);
+
+// "2026/03/09 07:05:01", local time.
+std::string DateText(time_t now);
+
+// The filled layout, at most BODY_LIMIT bytes as UTF-8. What is too much is cut off the message's end, at a
+// character, so that the layout stays whole.
+std::string FillLayout(Alarm alarm, Layout layout, const std::string& date);
+
+// The whole way: filled, cut, converted to UTF-8, newlines replaced by "<br />". When it is null, *reason says
+// why: a text that does not convert, or no memory. Throws nothing.
+base::UniqueText AlarmBody(const Alarm& alarm, Layout layout, time_t now, const char** reason);
+
+}  // namespace alarms
+
+#endif

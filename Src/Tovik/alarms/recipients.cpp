@@ -1,0 +1,140 @@
+#include "Tovik/alarms/recipients.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cinttypes>
+#include <new>
+
+#include "Tovik/config/config.h"
+#include "Tovik/trace.h"
+#include "base/owners.h"
+#include "base/text_file.h"
+
+base::Handover<EMAIL_LIST> gEmailLists;
+
+namespace {
+
+// Modification times of the three files when they were kept; 0 when missing.
+time_t m_Receivertime;
+time_t m_Referencetime;
+time_t m_Blindtime;
+
+// The next word between white space; false at the end of the file.
+bool NextWord(FILE* input, std::string& word) {
+  word.clear();
+  int byte = getc_unlocked(input);
+  while (byte != EOF && std::isspace(byte)) byte = getc_unlocked(input);
+  if (byte == EOF) return false;
+  for (; byte != EOF && !std::isspace(byte); byte = getc_unlocked(input))
+    if (word.size() < EMAIL_WORD) word.push_back(static_cast<char>(byte));
+  return true;
+}
+
+void CreateMissing(const char* path) {
+  if (::access(path, F_OK) == 0) return;
+  // Not truncated: somebody else may write it at this moment.
+  const base::UniqueFd fd(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666));
+}
+
+EMAIL_LIST ReadLists(const char* receiver_path, const char* reference_path, const char* blind_path) {
+  EMAIL_LIST list;
+  list.receiver_count = GetTotalLine(receiver_path);
+  list.receivers = GetMailInfo(receiver_path, list.receiver_count);
+  list.reference_count = GetTotalLine(reference_path);
+  list.references = GetMailInfo(reference_path, list.reference_count);
+  list.blind_count = GetTotalLine(blind_path);
+  list.blinds = GetMailInfo(blind_path, list.blind_count);
+  return list;
+}
+
+}  // namespace
+
+void EMAIL_ENTRIES::Add(std::string_view name, std::string_view address) {
+  for (const std::string_view word : {name, address}) {
+    begins_.push_back(text_.size());
+    text_.append(word).push_back('\0');
+  }
+}
+
+EMAIL_ENTRIES::Entry EMAIL_ENTRIES::At(int64_t index) const {
+  if (index < 0 || static_cast<uint64_t>(index) >= begins_.size() / 2) return {"", ""};
+  const size_t name = static_cast<size_t>(index) * 2;
+  return {text_.c_str() + begins_[name], text_.c_str() + begins_[name + 1]};
+}
+
+int GetEMailList(const char* receiver_path, const char* reference_path, const char* blind_path) {
+  for (const char* path : {receiver_path, reference_path, blind_path}) CreateMissing(path);
+  try {
+    const EMAIL_LIST list = ReadLists(receiver_path, reference_path, blind_path);
+    gEmailLists.Set(list);
+    TRACE(TRACE_INFO, "Receiver Cnt [ %" PRId64 " ] Reference Cnt [ %" PRId64 " ] Blind Cnt [ %" PRId64 " ]",
+          list.receiver_count, list.reference_count, list.blind_count);
+    return 1;
+  } catch (const std::bad_alloc&) {
+    return -1;
+  }
+}
+
+int64_t GetTotalLine(const char* path) {
+  return base::CountNewlines(path);
+}
+
+std::shared_ptr<const EMAIL_ENTRIES> GetMailInfo(const char* path, int64_t count) {
+  auto entries = std::make_shared<EMAIL_ENTRIES>();
+  const base::UniqueFile input = base::OpenRegularStream(path);
+  std::string name;
+  std::string address;
+  for (int64_t read = 0; input && read < count && NextWord(input.get(), name); ++read) {
+    NextWord(input.get(), address);
+    entries->Add(name, address);
+  }
+  return entries;
+}
+
+int EMailListFree(EMAIL_LIST list) {
+  list = EMAIL_LIST();
+  return 0;
+}
+
+int LoadRecipients() {
+  if (GetEMailList(m_receiver_email, m_reference_email, m_blind_email) == 1) return 1;
+  TRACE(TRACE_ERROR, "DunraSTT_Aadmin Email Setting");
+  return -1;
+}
+
+void KeepRecipientTimes() {
+  m_Receivertime = ModificationTime(m_receiver_email).value_or(0);
+  m_Referencetime = ModificationTime(m_reference_email).value_or(0);
+  m_Blindtime = ModificationTime(m_blind_email).value_or(0);
+  TRACE(TRACE_DEBUG, "Receiver [ %d ] Reference [ %d ] Blind [ %d ]", static_cast<int>(m_Receivertime),
+        static_cast<int>(m_Referencetime), static_cast<int>(m_Blindtime));
+}
+
+void ReloadChangedRecipients() {
+  const double receiver = NewerBy(ModificationTime(m_receiver_email), m_Receivertime);
+  const double reference = NewerBy(ModificationTime(m_reference_email), m_Referencetime);
+  const double blind = NewerBy(ModificationTime(m_blind_email), m_Blindtime);
+  if (receiver <= 0 && reference <= 0 && blind <= 0) {
+    TRACE(TRACE_WARN, "Diff Over");
+    return;
+  }
+  TRACE(TRACE_INFO, "ReceiverDiff [ %lf ] ReferenceDiff [ %lf ] BlindDiff [ %lf ]", receiver, reference,
+        blind);
+  EMailListFree(*gEmailLists.Get());
+  static_cast<void>(LoadRecipients());  // without memory the lists stay
+}
+
+double NewerBy(std::optional<time_t> now, time_t before) {
+  return now ? std::difftime(*now, before) : 0.0;
+}
+
+std::optional<time_t> ModificationTime(const char* path) {
+  struct stat status {};
+  if (::stat(path, &status) != 0) return std::nullopt;
+  std::tm local{};
+  localtime_r(&status.st_mtime, &local);
+  return std::mktime(&local);
+}

@@ -1,0 +1,35 @@
+#include "Tovik/checks/channel_check.h"
+
+#include <new>
+
+#include "DIOSVC/report_types.h"
+#include "Tovik/config/config.h"
+#include "Tovik/engine/channel_status.h"
+#include "Tovik/reports/report_mailbox.h"
+#include "base/stop.h"
+
+namespace {
+
+constexpr int64_t RETRY_SECONDS = 2;
+
+}  // namespace
+
+void ChannelCycle() {
+  if (SHM_OPEN() != 1) {
+    base::SleepSeconds(RETRY_SECONDS);
+    return;
+  }
+  g_shm_open_flag = 1;
+  send_time_proc();
+  base::SleepSeconds(m_restart_period);
+}
+
+void AskForChannels() try {
+  if (SHM_OPEN() == 1) g_shm_open_flag = 1;
+} catch (const std::bad_alloc&) {
+  // Without memory for its record an engine has not answered.
+}
+
+void send_time_proc() {
+  if (g_shm_open_flag != 0) send_request(REPORT_CHANNEL_STATUS, CODE_CHANNEL_STATUS);
+}

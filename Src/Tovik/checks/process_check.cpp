@@ -1,0 +1,82 @@
+#include "Tovik/checks/process_check.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "Tovik/checks/process_search.h"
+#include "Tovik/checks/thresholds.h"
+#include "Tovik/config/config.h"
+#include "Tovik/engine/channel_status.h"
+#include "Tovik/findings/findings.h"
+#include "Tovik/trace.h"
+#include "base/child.h"
+#include "base/format.h"
+#include "base/stop.h"
+
+namespace {
+
+int32_t m_pid = 0;  // from the engine's PID file, for the trace only
+
+// 1 when the engine was found and measured, or the search ended early; 0 when it counts as not running.
+int proc_run_func(const char* name) {
+  const sysinfo::ProcessNames processes = SpacedSnapshot();
+  const SearchResult result = FindProcess(processes, name);
+  switch (result.verdict) {
+    case Search::ABSENT:
+      return 0;
+    case Search::NAMELESS:
+      TRACE(TRACE_INFO, "mis match inputProcessName [ %s ]", name);
+      return 1;
+    case Search::FOUND:
+      break;
+  }
+  TRACE(TRACE_INFO, "match inputProcessName [ %s ] systemProcessName [ %s ] systemProcessID [ %d ]", name,
+        name, result.pid);
+  TRACE(TRACE_INFO, "g_shm_open_flag = %d", g_shm_open_flag.load());
+  CheckThresholds(name, result.pid);
+  return 1;
+}
+
+void StartEngine() {
+  const std::string command = base::Format("\"%s\" %s", m_sz_shell_file, m_sz_shell_method);
+  TRACE(TRACE_INFO, "process exec [ %s ]", command.c_str());
+  if (base::RunShell(command) >= 0) return;
+  const int error = errno;
+  // A script that the stop no longer waits for was started all the same.
+  if (error == ECANCELED) return;
+  TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", error, std::strerror(error));
+}
+
+int Tick(const char* name) {
+  int64_t pid = m_pid;
+  if (ReadPidFile(m_sz_svc_pid_file, &pid)) m_pid = static_cast<int32_t>(pid);
+  const int running = proc_run_func(name);
+  if (running == 1) return 0;
+  TRACE(TRACE_INFO, "proc_run_func [ %d ] ProcessID [ %d ]", running, m_pid);
+  TRACE(TRACE_INFO, "%s process start.", name);
+  const std::string message = base::Format("%s is Die and Restart", name);
+  Raise({Finding::ENGINE_DEAD, name, message.c_str(), m_sz_cfg_file});
+  StartEngine();
+  base::SleepSeconds(m_restart_period);
+  return 1;
+}
+
+}  // namespace
+
+void ProcessCycle() {
+  TRACE(TRACE_INFO, "send_timer Process Time [ %d ]", static_cast<int>(m_restart_period));
+  TovikProc(m_sz_proc_name);
+  base::SleepSeconds(m_restart_period);
+}
+
+int TovikProc(const char* name) {
+  try {
+    return Tick(name);
+  } catch (const std::bad_alloc&) {
+    TRACE(TRACE_ERROR, "no memory for the check of %s", name);
+    return 0;
+  }
+}

@@ -1,0 +1,72 @@
+#include "Tovik/checks/thresholds.h"
+
+#include <string>
+
+#include "DIOSVC/report_types.h"
+#include "Tovik/config/config.h"
+#include "Tovik/engine/channel_status.h"
+#include "Tovik/findings/findings.h"
+#include "Tovik/reports/report_mailbox.h"
+#include "Tovik/reports/report_senders.h"
+#include "Tovik/trace.h"
+#include "base/format.h"
+#include "sysinfo/resource_usage.h"
+
+namespace {
+
+constexpr int32_t NO_CPU_USAGE = -999;  // no figure: suppresses the CPU report and check
+
+void RaiseOver(Finding finding, const char* name, const std::string& message) {
+  Raise({finding, name, message.c_str()});
+}
+
+void CheckChannels(const char* name) {
+  if (g_shm_open_flag == 0) return;
+  const int64_t usage = get_recg_svr_wrk_ch_cnt();
+  const auto figure = static_cast<int>(usage);
+  const auto limit = static_cast<int>(gSendInfo->ch_over_value);
+  TRACE(TRACE_INFO, "System Channel [ %d ] Config Channel [ %d ]", figure, limit);
+  if (usage < gSendInfo->ch_over_value) return;
+  TRACE(TRACE_INFO, "Channel Over");
+  RaiseOver(Finding::CHANNELS_OVER, name,
+            base::Format("%s System Channel[%d %%] Config Channel[%d %%] is check", name, figure, limit));
+}
+
+void CheckMemory(const char* name, int pid) {
+  const int rss = process_memory_usage(pid);
+  const int32_t figure = MemoryFigure(rss, static_cast<int64_t>(system_memory_usage()));
+  const auto limit = static_cast<int>(gSendInfo->mem_over_value);
+  gMemUsage = figure;
+  TRACE(TRACE_INFO, "System Memory [ %d ] Config Memory [ %d ]", figure, limit);
+  if (figure < gSendInfo->mem_over_value) return;
+  TRACE(TRACE_INFO, "Memory Over");
+  RaiseOver(Finding::MEMORY_OVER, name,
+            base::Format("%s System Memory[%d %%] Config Memory[%d %%] is check", name, figure, limit));
+}
+
+void CheckCpu(const char* name) {
+  const int32_t figure = system_cpu_usage();
+  const auto limit = static_cast<int>(gSendInfo->cpu_over_value);
+  gCpuUsage = figure;
+  TRACE(TRACE_INFO, "System CPU [ %d ] Config CPU [ %d ]", figure, limit);
+  if (figure == NO_CPU_USAGE) return;
+  send_request(REPORT_RESOURCE_USAGE, CODE_RESOURCE_USAGE);
+  if (figure < gSendInfo->cpu_over_value) return;
+  TRACE(TRACE_INFO, "CPU Over");
+  RaiseOver(Finding::CPU_OVER, name,
+            base::Format("%s System CPU[%d %%] Config CPU[%d %%] is check", name, figure, limit));
+}
+
+}  // namespace
+
+void CheckThresholds(const char* name, int pid) {
+  CheckChannels(name);
+  CheckMemory(name, pid);
+  CheckCpu(name);
+}
+
+int32_t MemoryFigure(int rss_mb, int64_t total_kb) {
+  const float figure = static_cast<float>(rss_mb) / static_cast<float>(total_kb) * 100.0F;
+  const bool fits = figure > -2147483648.0F && figure < 2147483648.0F;
+  return fits ? static_cast<int32_t>(figure) : INT32_MIN;
+}

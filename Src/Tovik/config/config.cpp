@@ -1,0 +1,116 @@
+#include "Tovik/config/config.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "Tovik/config/config_line.h"
+#include "base/format.h"
+#include "base/number.h"
+#include "base/owners.h"
+
+char m_sz_configfile[CONFIG_LONG];
+
+#define CONFIG_TEXT(key, variable, size) char variable[CONFIG_##size];
+#define CONFIG_PATH(key, variable, size, base) char variable[CONFIG_##size];
+#define CONFIG_NUMBER(key, variable) int64_t variable;
+#define CONFIG_THRESHOLD(key, field)
+#include "Tovik/config/config_keys.inc"
+#undef CONFIG_TEXT
+#undef CONFIG_PATH
+#undef CONFIG_NUMBER
+#undef CONFIG_THRESHOLD
+
+char g_szDebugMsg[512];
+SEND_INFO* gSendInfo;
+
+namespace {
+
+constexpr int LINE_SIZE = 1024;
+constexpr size_t PATH_WORK_SIZE = 8192;
+
+#define CONFIG_TEXT(key, variable, size) {key, variable, CONFIG_##size, nullptr, nullptr, nullptr},
+#define CONFIG_PATH(key, variable, size, base) {key, variable, CONFIG_##size, base, nullptr, nullptr},
+#define CONFIG_NUMBER(key, variable) {key, nullptr, 0, nullptr, &(variable), nullptr},
+#define CONFIG_THRESHOLD(key, field) {key, nullptr, 0, nullptr, nullptr, &SEND_INFO::field},
+constexpr ConfigKey KEYS[] = {
+#include "Tovik/config/config_keys.inc"
+};
+
+void AddServer(const std::string& value, int64_t* count) {
+  if (*count >= MAX_SERVERS) return;
+  SVC_SERVER& server = gSendInfo->servers[*count];
+  const size_t colon = value.find(':');
+  base::CopyText(server.address, sizeof server.address, value.substr(0, colon));
+  server.port = colon == std::string::npos ? 0 : base::LeadingNumber(value.c_str() + colon + 1);
+  server.index = *count;
+  gSendInfo->server_count = ++*count;
+}
+
+void Store(const ConfigKey& key, const std::string& value) {
+  if (key.text != nullptr) {
+    base::CopyText(key.text, static_cast<size_t>(key.size), value);
+  } else if (key.number != nullptr) {
+    *key.number = base::LeadingNumber(value);
+  } else {
+    gSendInfo->*key.threshold = base::LeadingNumber(value);
+  }
+}
+
+void StoreAll(FILE* file) {
+  int64_t servers = 0;
+  ReadSettings(file, [&servers](const std::string& name, const std::string& value) {
+    const auto* key = std::find_if(std::begin(KEYS), std::end(KEYS),
+                                   [&](const ConfigKey& row) { return name == row.name; });
+    if (key != std::end(KEYS)) {
+      Store(*key, value);
+    } else if (name.starts_with(CONFIG_SERVER_PREFIX)) {
+      AddServer(value, &servers);
+    }
+  });
+}
+
+}  // namespace
+
+std::span<const ConfigKey> ConfigKeys() {
+  return KEYS;
+}
+
+void ReadSettings(FILE* file, const TakeSetting& take) {
+  ConfigLine parser;
+  char line[LINE_SIZE];
+  while (std::fgets(line, sizeof line, file) != nullptr) {
+    if (parser.Take(line)) take(parser.Key(), parser.Value());
+  }
+}
+
+int ReadCfg() {
+  std::fill(std::begin(gSendInfo->servers), std::end(gSendInfo->servers), SVC_SERVER{});
+  const std::string name = ConfigFileName(m_sz_configfile);
+  const base::UniqueFile file(std::fopen(name.c_str(), "rbe"));
+  if (!file) return -1;
+  StoreAll(file.get());
+  for (const ConfigKey& key : KEYS) {
+    if (key.base != nullptr) FullPath(key.base, key.text, key.size);
+  }
+  base::CopyText(g_szDebugMsg, sizeof g_szDebugMsg,
+                 base::Format("ReadCfg : PROC_NAME( %s ), PROC_FIlE( %s )", m_sz_proc_name, m_sz_proc_file));
+  return 1;
+}
+
+int FullPath(const char* base, char* path, int size) {
+  if (*path == '/') return 1;
+  std::string work = base;
+  const bool relative = *path == '.';
+  if (relative) {
+    RemoveFirst(path);
+    RemoveFirst(path);
+    work += path;
+  }
+  work.resize(std::min(work.size(), PATH_WORK_SIZE - 1));
+  base::CopyText(path, static_cast<size_t>(size), work);
+  return relative ? 1 : -1;
+}
+
+void RemoveFirst(char* text) {
+  if (*text != '\0') std::memmove(text, text + 1, std::strlen(text));
+}

@@ -1,0 +1,88 @@
+#include "Tovik/process/daemon.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "base/format.h"
+#include "base/owners.h"
+#include "base/standard_descriptors.h"
+
+namespace {
+
+constexpr pid_t INIT_PID = 1;
+constexpr mode_t DAEMON_UMASK = 022;
+constexpr mode_t LOCK_MODE = 0600;
+
+base::UniqueFd pidFilehandle;
+
+void BlockJobSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : {SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}) sigaddset(&set, signal);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+}
+
+void InstallEarlyHandler() {
+  struct sigaction action {};
+  action.sa_handler = signal_handler;
+  sigemptyset(&action.sa_mask);
+  for (const int signal : {SIGHUP, SIGTERM, SIGINT}) sigaction(signal, &action, nullptr);
+}
+
+void Detach() {
+  const pid_t child = fork();
+  if (child < 0) std::_Exit(1);
+  if (child > 0) {
+    std::fflush(nullptr);
+    std::_Exit(0);
+  }
+  umask(DAEMON_UMASK);
+  if (setsid() < 0) std::_Exit(1);
+}
+
+void CloseAllDescriptors() {
+  if (::close_range(0, ~0U, 0) == 0) return;
+  for (int fd = getdtablesize(); fd >= 0; --fd) ::close(fd);
+}
+
+void TakeLock(const char* lockfile) {
+  pidFilehandle = base::UniqueFd(::open(lockfile, O_RDWR | O_CREAT | O_CLOEXEC, LOCK_MODE));
+  if (!pidFilehandle.Valid()) {
+    syslog(LOG_INFO, "Could not open PID lock file %s, exiting", lockfile);
+    std::_Exit(1);
+  }
+  if (::lockf(pidFilehandle.Get(), F_TLOCK, 0) < 0) {
+    syslog(LOG_INFO, "Could not lock PID lock file %s, exiting", lockfile);
+    std::_Exit(1);
+  }
+  const std::string pid = base::Format("%d\n", getpid());
+  [[maybe_unused]] const ssize_t written = ::write(pidFilehandle.Get(), pid.data(), pid.size());
+}
+
+}  // namespace
+
+void signal_handler(int /*sig*/) {}
+
+void daemonize(const char* rundir, const char* lockfile) {
+  if (getppid() == INIT_PID) return;
+  BlockJobSignals();
+  InstallEarlyHandler();
+  std::fflush(nullptr);
+  Detach();
+  CloseAllDescriptors();
+  base::GuardStandardDescriptors();
+  [[maybe_unused]] const int changed = rundir == nullptr ? 0 : ::chdir(rundir);
+  TakeLock(lockfile);
+}
+
+void daemonShutdown() {
+  syslog(LOG_INFO, "Daemon exiting");
+  pidFilehandle.Reset();
+}

@@ -1,0 +1,40 @@
+#include "Tovik/process/heartbeat.h"
+
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "Tovik/process/conf_file.h"
+#include "Tovik/process/log_stream.h"
+#include "Tovik/process/signals.h"
+
+int counter = 0;
+volatile int running = 0;
+
+namespace {
+
+bool WriteHeartbeat() {
+  if (std::fprintf(log_stream, "Debug: %d\n", counter++) < 0) {
+    const int error = errno;
+    syslog(LOG_ERR, "Can not write to log stream: %s, error: %s", LogStreamName(), std::strerror(error));
+    return false;
+  }
+  if (std::fflush(log_stream) != 0) {
+    const int error = errno;
+    syslog(LOG_ERR, "Can not fflush() log stream: %s, error: %s", LogStreamName(), std::strerror(error));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void MainLoop() {
+  running = 1;
+  while (running == 1) {
+    if (!WriteHeartbeat()) break;
+    SleepTakingSignal(delay);
+  }
+}

@@ -1,0 +1,72 @@
+#include "Tovik/reports/report_senders.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+#include "DIOSVC/CDIOSVC.h"
+#include "DIOSVC/report_types.h"
+#include "Tovik/config/config.h"
+#include "Tovik/engine/channel_status.h"
+#include "Tovik/reports/report_mailbox.h"
+#include "Tovik/trace.h"
+
+std::atomic<int32_t> gCpuUsage{0};
+std::atomic<int32_t> gMemUsage{0};
+
+namespace {
+
+constexpr std::array<ReportSender, 3> SENDERS = {{
+    {REPORT_ALARM, send_alarm_thread, "SEND_ALARM", "ALARM_SEND_START"},
+    {REPORT_CHANNEL_STATUS, send_ch_status_thread, "SEND_CH_STATUS", "CH_STATUS_SEND_START"},
+    {REPORT_RESOURCE_USAGE, send_resouce_info_thread, "SEND_RESOURCE_USAGE", "RESOURCE_INFO_SEND_START"},
+}};
+
+// Connects to the server and lets deliver hand over the report.
+template <typename Deliver>
+void* Send(void* argument, Deliver deliver) {
+  const SVC_SERVER& entry = *static_cast<const SVC_SERVER*>(argument);
+  long result = -1;
+  try {
+    CDIOSVC service;
+    const long connected = service.initialize_svc(entry.index, entry.address, entry.port, m_txt_save,
+                                                  m_sz_txt_path, m_log_level);
+    if (connected == 1) result = deliver(service);
+  } catch (const std::bad_alloc&) {
+    TRACE(TRACE_ERROR, "no memory for the report to %s", entry.address);
+  }
+  return reinterpret_cast<void*>(result);
+}
+
+long DeliverAlarm(CDIOSVC& service) {
+  const auto code = static_cast<intptr_t>(gAlarmFlag);
+  return service.DIO_SVC_PROC(REPORT_ALARM, reinterpret_cast<const void*>(code));
+}
+
+long DeliverChannelStatus(CDIOSVC& service) {
+  const std::shared_ptr<const LVCSR_DATA_CHANNEL> status = CurrentChannelStatus();
+  TRACE(TRACE_INFO, "[ %d ][ %d ] initialize_svc complete !!", status->nChannelCnt, status->nUsedCnt);
+  return service.DIO_SVC_PROC(REPORT_CHANNEL_STATUS, status.get());
+}
+
+}  // namespace
+
+const ReportSender* FindReportSender(int type) {
+  const auto* row =
+      std::find_if(SENDERS.begin(), SENDERS.end(), [&](const ReportSender& sender) { return sender.type == type; });
+  return row == SENDERS.end() ? nullptr : row;
+}
+
+void* send_alarm_thread(void* entry) {
+  return Send(entry, DeliverAlarm);
+}
+
+void* send_ch_status_thread(void* entry) {
+  return Send(entry, DeliverChannelStatus);
+}
+
+void* send_resouce_info_thread(void* entry) {
+  const std::array<int32_t, 2> figures = {gCpuUsage, gMemUsage};
+  return Send(entry,
+              [&](CDIOSVC& service) { return service.DIO_SVC_PROC(REPORT_RESOURCE_USAGE, figures.data()); });
+}
