@@ -133,6 +133,7 @@ int ConfigureTrace() {
   DunraSTTUtils::SetLogLevel(m_log_level);
   DunraSTTUtils::SetLogHostnameFlag(m_log_hostname_inc_flag);
   DunraSTTUtils::SetHangPath(m_hang_path);
+  TraceBadOptions();
   return STARTED;
 }
 

@@ -87,6 +87,21 @@ TEST(ConfigLineTest, ExpandsTheFileNameByItself) {
   for (const auto& [name, expanded] : cases) EXPECT_EQ(ConfigFileName(name), expanded);
 }
 
+TEST(OptionTest, TakesDigitsUpToItsLimit) {
+  const std::pair<const char*, int64_t> cases[] = {{"0", 0},
+                                                   {"7", 7},
+                                                   {"100", 100},
+                                                   {"101", -1},
+                                                   {"-1", -1},
+                                                   {"7x", -1},
+                                                   {"x", -1},
+                                                   {"\n", -1},
+                                                   {"", -1},
+                                                   {" 7", -1},
+                                                   {"99999999999999999999", -1}};
+  for (const auto& [text, value] : cases) EXPECT_EQ(OptionValue(text, 100).value_or(-1), value) << text;
+}
+
 TEST(FullPathTest, FollowsTheFirstCharacter) {
   const std::tuple<const char*, int, const char*> cases[] = {
       {"/abs", 1, "/abs"}, {"./log/", 1, "/opt/a/log/"}, {"../x", 1, "/opt/a//x"},

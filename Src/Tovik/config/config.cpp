@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "Tovik/config/config_line.h"
+#include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/number.h"
 #include "base/owners.h"
@@ -13,11 +16,13 @@ char m_sz_configfile[CONFIG_LONG];
 #define CONFIG_TEXT(key, variable, size) char variable[CONFIG_##size];
 #define CONFIG_PATH(key, variable, size, base) char variable[CONFIG_##size];
 #define CONFIG_NUMBER(key, variable) int64_t variable;
+#define CONFIG_OPTION(key, variable, most) int64_t variable;
 #define CONFIG_THRESHOLD(key, field)
 #include "Tovik/config/config_keys.inc"
 #undef CONFIG_TEXT
 #undef CONFIG_PATH
 #undef CONFIG_NUMBER
+#undef CONFIG_OPTION
 #undef CONFIG_THRESHOLD
 
 char g_szDebugMsg[512];
@@ -28,10 +33,12 @@ namespace {
 constexpr int LINE_SIZE = 1024;
 constexpr size_t PATH_WORK_SIZE = 8192;
 
-#define CONFIG_TEXT(key, variable, size) {key, variable, CONFIG_##size, nullptr, nullptr, nullptr},
-#define CONFIG_PATH(key, variable, size, base) {key, variable, CONFIG_##size, base, nullptr, nullptr},
-#define CONFIG_NUMBER(key, variable) {key, nullptr, 0, nullptr, &(variable), nullptr},
-#define CONFIG_THRESHOLD(key, field) {key, nullptr, 0, nullptr, nullptr, &SEND_INFO::field},
+#define CONFIG_TEXT(key, variable, room) {.name = key, .text = variable, .size = CONFIG_##room},
+#define CONFIG_PATH(key, variable, room, from) \
+  {.name = key, .text = variable, .size = CONFIG_##room, .base = from},
+#define CONFIG_NUMBER(key, variable) {.name = key, .number = &(variable)},
+#define CONFIG_OPTION(key, variable, limit) {.name = key, .number = &(variable), .most = limit},
+#define CONFIG_THRESHOLD(key, field) {.name = key, .threshold = &SEND_INFO::field},
 constexpr ConfigKey KEYS[] = {
 #include "Tovik/config/config_keys.inc"
 };
@@ -46,9 +53,20 @@ void AddServer(const std::string& value, int64_t* count) {
   gSendInfo->server_count = ++*count;
 }
 
+// Keys and values of options that count as absent. Traced later: there is no log yet.
+std::vector<std::pair<std::string, std::string>> badOptions;
+
+void StoreOption(const ConfigKey& key, const std::string& value) {
+  const std::optional<int64_t> number = OptionValue(value, key.most);
+  *key.number = number.value_or(0);
+  if (!number) badOptions.emplace_back(key.name, value);
+}
+
 void Store(const ConfigKey& key, const std::string& value) {
   if (key.text != nullptr) {
     base::CopyText(key.text, static_cast<size_t>(key.size), value);
+  } else if (key.most != ConfigKey::NO_LIMIT) {
+    StoreOption(key, value);
   } else if (key.number != nullptr) {
     *key.number = base::LeadingNumber(value);
   } else {
@@ -88,6 +106,7 @@ int ReadCfg() {
   const std::string name = ConfigFileName(m_sz_configfile);
   const base::UniqueFile file(std::fopen(name.c_str(), "rbe"));
   if (!file) return -1;
+  badOptions.clear();
   StoreAll(file.get());
   for (const ConfigKey& key : KEYS) {
     if (key.base != nullptr) FullPath(key.base, key.text, key.size);
@@ -95,6 +114,18 @@ int ReadCfg() {
   base::CopyText(g_szDebugMsg, sizeof g_szDebugMsg,
                  base::Format("ReadCfg : PROC_NAME( %s ), PROC_FIlE( %s )", m_sz_proc_name, m_sz_proc_file));
   return 1;
+}
+
+void TraceBadOptions() {
+  for (const auto& [key, value] : badOptions) {
+    TRACE(TRACE_WARN, "%s: \"%s\" is no value for it and counts as absent", key.c_str(), value.c_str());
+  }
+}
+
+std::optional<int64_t> OptionValue(const std::string& value, int64_t most) {
+  const bool digits = !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
+  const int64_t number = base::LeadingNumber(value);
+  return digits && number <= most ? std::optional(number) : std::nullopt;
 }
 
 int FullPath(const char* base, char* path, int size) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -19,11 +20,13 @@ extern char m_sz_configfile[CONFIG_LONG];  // the file itself, from the command 
 #define CONFIG_TEXT(key, variable, size) extern char variable[CONFIG_##size];
 #define CONFIG_PATH(key, variable, size, base) extern char variable[CONFIG_##size];
 #define CONFIG_NUMBER(key, variable) extern int64_t variable;
+#define CONFIG_OPTION(key, variable, most) extern int64_t variable;
 #define CONFIG_THRESHOLD(key, field)
 #include "Tovik/config/config_keys.inc"
 #undef CONFIG_TEXT
 #undef CONFIG_PATH
 #undef CONFIG_NUMBER
+#undef CONFIG_OPTION
 #undef CONFIG_THRESHOLD
 
 // What ReadCfg said last; kept for a debugger.
@@ -51,11 +54,14 @@ extern SEND_INFO* gSendInfo;
 // or a threshold of *gSendInfo. The members that do not apply are null.
 struct ConfigKey {
   const char* name;
-  char* text;
-  int size;          // of the text's buffer
-  const char* base;  // of a path
-  int64_t* number;
-  int64_t SEND_INFO::*threshold;
+  char* text = nullptr;
+  int size = 0;                // of the text's buffer
+  const char* base = nullptr;  // of a path
+  int64_t* number = nullptr;
+  int64_t most = NO_LIMIT;  // of an option: a number from 0 to this, anything else counts as 0
+  int64_t SEND_INFO::*threshold = nullptr;
+
+  static constexpr int64_t NO_LIMIT = -1;
 };
 // All keys but the servers', whose names only begin alike.
 std::span<const ConfigKey> ConfigKeys();
@@ -68,6 +74,12 @@ inline constexpr const char* CONFIG_SERVER_PREFIX = "ALARM_";
 // unknown keys are ignored. Lines are read in pieces of at most 1,023 bytes, each piece a line of its own.
 // "%s" in the file's name stands for the name itself and "%%" for a percent sign.
 int ReadCfg();
+
+// Traces the options of the last ReadCfg whose value counts as absent.
+void TraceBadOptions();
+
+// The number of an option's value; none unless it is digits alone and at most `most`.
+std::optional<int64_t> OptionValue(const std::string& value, int64_t most);
 
 // The reading alone: takes each piece that has a key, in the file's order, with the value as ReadCfg stores
 // it.
