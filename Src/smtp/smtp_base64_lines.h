@@ -22,12 +22,17 @@ class smtp_base64_lines_writer {
 
  private:
   int Grow(size_t more, bool ahead);
-  void AddTwoLines(const unsigned char* data);
   void AddLast(const unsigned char* data, size_t length);
 
   base::UniqueText text_;
   size_t used_ = 0;
   size_t allocated_ = 0;
 };
+
+// Writes the two lines of UNIT bytes, 160 characters with their endings and no terminator.
+using smtp_base64_two_lines_t = void(const unsigned char* data, char* out);
+smtp_base64_two_lines_t smtp_base64_two_lines_by_table;
+// The fastest one for this processor.
+smtp_base64_two_lines_t* smtp_base64_two_lines();
 
 #endif
