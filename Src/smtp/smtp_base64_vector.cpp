@@ -1,4 +1,5 @@
 #include <cstring>
+#include <string_view>
 
 #include "smtp/smtp_base64_lines.h"
 
@@ -8,6 +9,7 @@
 namespace {
 
 constexpr size_t BLOCK = 12;  // bytes of data that make sixteen characters
+constexpr std::string_view ENDING = "\r\n";
 
 // The characters of twelve of these sixteen bytes. The order brings each three into the low bytes of a lane,
 // the first of them highest.
@@ -42,11 +44,11 @@ template <char skip>
   for (size_t i = 0; i < 5; ++i) PutBlock<0>(data + i * BLOCK, out + i * 16);
   // Two characters too many: the second line begins with them.
   std::memcpy(out + 80, out + 78, 2);
-  std::memcpy(out + 78, "\r\n", 2);
+  ENDING.copy(out + 78, ENDING.size());
   for (size_t i = 5; i < 9; ++i) PutBlock<0>(data + i * BLOCK, out + i * 16 + 2);
   // Sixteen bytes are read for twelve: these are the last, three of them again.
   PutBlock<4>(data + 101, out + 142);
-  std::memcpy(out + 158, "\r\n", 2);
+  ENDING.copy(out + 158, ENDING.size());
 }
 
 }  // namespace
