@@ -117,9 +117,8 @@ int smtp_base64_lines_writer::Reserve(size_t dataLength) {
   return LinesSize(dataLength, &size) != 0 ? -1 : Grow(size, false);
 }
 
-void smtp_base64_lines_writer::AddTwoLines(const unsigned char* data) {
+void smtp_base64_two_lines_by_table(const unsigned char* data, char* out) {
   // 78 characters end in the middle of a group: 19 groups, half of the 20th, its other half, 19 more.
-  char* out = text_.get() + used_;
   std::array<char, 4> middle{};
   PutGroup(data + 57, middle.data());
   out = EncodeInto(data, 57, out);
@@ -128,7 +127,6 @@ void smtp_base64_lines_writer::AddTwoLines(const unsigned char* data) {
   std::memcpy(out + 4, middle.data() + 2, 2);
   out = EncodeInto(data + 60, 57, out + 6);
   std::memcpy(out, LINE_ENDING.data(), LINE_ENDING.size());
-  used_ += 2 * LINE_SIZE;
 }
 
 void smtp_base64_lines_writer::AddLast(const unsigned char* data, size_t length) {
@@ -142,7 +140,10 @@ int smtp_base64_lines_writer::Add(const void* data, size_t length) {
   size_t size = 0;
   if (LinesSize(length, &size) != 0 || Grow(size, true) != 0) return -1;
   const auto* next = static_cast<const unsigned char*>(data);
-  for (; length >= UNIT; length -= UNIT, next += UNIT) AddTwoLines(next);
+  const auto twoLines = smtp_base64_two_lines();
+  for (; length >= UNIT; length -= UNIT, next += UNIT, used_ += 2 * LINE_SIZE) {
+    twoLines(next, text_.get() + used_);
+  }
   if (length > 0) AddLast(next, length);
   return 0;
 }

@@ -23,13 +23,18 @@ class smtp_base64_lines_writer {
 
  private:
   int Grow(size_t more, bool ahead);
-  void AddTwoLines(const unsigned char* data);
   void AddLast(const unsigned char* data, size_t length);
 
   base::UniqueText text_;
   size_t used_ = 0;
   size_t allocated_ = 0;
 };
+
+// Writes the two lines of UNIT bytes, 160 characters with their endings and no terminator.
+using smtp_base64_two_lines_t = void(const unsigned char* data, char* out);
+smtp_base64_two_lines_t smtp_base64_two_lines_by_table;
+// The fastest one for this processor.
+smtp_base64_two_lines_t* smtp_base64_two_lines();
 
 // The same in one call without the text between: of memory (as
 // smtp_base64_encode takes it), of the rest of a stream, of a file (both as smtp_file_get_contents reads

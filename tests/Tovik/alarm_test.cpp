@@ -200,13 +200,20 @@ TEST(AlarmBodyTest, CutsTheMessageAndKeepsTheLayout) {
 }
 
 TEST(AlarmBodyTest, EveryKindHasItsPictures) {
+  const struct { size_t mail, webhook; } lengths[] = {{998, 7554}, {854, 6846}, {1022, 7274}, {938, 7106}};
   std::set<std::string> pictures;
   for (uint32_t kind = 1; kind <= 4; ++kind) {
-    for (const auto column : {&AlarmPictures::mail, &AlarmPictures::webhook}) {
-      const std::string picture = alarms::PictureOf(kind, column);
+    const std::string mail = alarms::PictureOf(kind, &AlarmPictures::mail);
+    const std::string webhook = alarms::PictureOf(kind, &AlarmPictures::webhook);
+    EXPECT_EQ(mail.size(), lengths[kind - 1].mail);
+    EXPECT_EQ(webhook.size(), lengths[kind - 1].webhook);
+    for (const std::string& picture : {mail, webhook}) {
       EXPECT_TRUE(picture.starts_with("data:image/png;base64,iVBORw0KGgo") &&
                   pictures.insert(picture).second);
     }
+    // Eight bits, true colour, no transparency (bytes 24 to 26): the ground fills the square that chats cut
+    // round.
+    EXPECT_EQ(webhook.substr(22 + 32, 4), "CAIA") << kind;
   }
 }
 

@@ -11,8 +11,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <cerrno>
 
+#include "smtp/smtp_base64_lines.h"
 #include "support/support.h"
 
 namespace {
@@ -52,6 +54,22 @@ TEST(SmtpText, WritesDatesWithWholeHoursOfZone) {
   EXPECT_STREQ(date + 26, "-0300");
 }
 
+// Also the way that this processor does not take.
+TEST(SmtpText, EncodesTwoLinesInEveryWay) {
+  std::array<unsigned char, smtp_base64_lines_writer::UNIT> data{};
+  for (unsigned turn = 0; turn < 64; ++turn) {
+    for (size_t i = 0; i < data.size(); ++i)
+      data[i] = static_cast<unsigned char>((i + turn) * 37 + i * i / 7);
+    const std::string encoded = Take(smtp_base64_encode(data.data(), data.size(), nullptr));
+    for (auto* const twoLines : {&smtp_base64_two_lines_by_table, smtp_base64_two_lines()}) {
+      std::array<char, 160> lines{};
+      twoLines(data.data(), lines.data());
+      EXPECT_EQ(std::string(lines.data(), lines.size()),
+                encoded.substr(0, 78) + "\r\n" + encoded.substr(78) + "\r\n");
+    }
+  }
+}
+
 TEST(SmtpText, TakesAnySize) {
   const support::TempFolder folder;
   size_t length = 0;
@@ -62,6 +80,8 @@ TEST(SmtpText, TakesAnySize) {
     const std::string lines = Take(smtp_base64_lines(data.data(), size, &length));
     EXPECT_TRUE(Take(smtp_file_base64_lines(path.c_str(), &length)) == lines) << size;
     EXPECT_EQ(length, lines.size());
+    const std::string encoded = Take(smtp_base64_encode(data.data(), size, &length));
+    EXPECT_TRUE(Take(smtp_chunk_split(encoded.c_str(), 78, "\r\n")) == lines) << size;
   }
   EXPECT_EQ(Take(smtp_file_base64_lines("/proc/self/status", &length)).substr(0, 4), "TmFt");  // it says 0
   EXPECT_EQ(smtp_file_base64_lines(folder.Path().c_str(), &length), nullptr);

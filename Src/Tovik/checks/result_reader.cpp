@@ -1,5 +1,6 @@
 #include "Tovik/checks/result_reader.h"
 
+#include <endian.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -25,6 +26,7 @@ namespace {
 
 constexpr size_t READ_SIZE = size_t{256} << 10;
 constexpr size_t HUGE_PAGE = size_t{2} << 20;
+constexpr size_t BLOCK = 64;               // bytes whose commas are looked for at once
 constexpr size_t PIECE = RESULT_LINE - 1;  // longest line that the line buffer holds
 constexpr std::array<size_t, RESULT_TEXTS> TEXT_FIELDS = {3, 5, 7, 9, 11};
 constexpr size_t RECOGNITION_FIELD = 13;
@@ -60,11 +62,12 @@ struct TextRoom {
 class LineReader {
  public:
   explicit LineReader(base::UniqueFd file)
-      : file_(std::move(file)), buffer_(static_cast<char*>(std::malloc(READ_SIZE))) {}
+      : file_(std::move(file)), buffer_(static_cast<char*>(std::calloc(READ_SIZE + BLOCK, 1))) {}
   // False without memory: then nothing else may be called.
   bool Ready() const { return buffer_ != nullptr; }
 
-  // The next line with its newline, or a piece of PIECE bytes; valid until the next call. False at the end.
+  // The next line with its newline, or a piece of PIECE bytes; valid until the next call, and BLOCK bytes
+  // behind it are readable. False at the end.
   bool Next(std::string_view* line) {
     size_t length = PieceLength();
     while (length == 0 && Fill()) length = PieceLength();
@@ -175,30 +178,33 @@ float ToFloat(std::string_view text) {
   return static_cast<float>(ToDouble(text));
 }
 
-constexpr size_t BLOCK = 16;
-
 // A bit for each byte of a block that is a comma, the first byte's lowest. Most of a large file's time is
 // spent here, and every x86-64 has the instructions.
-unsigned Commas(const char* block) {
+uint64_t Commas(const char* block) {
+  uint64_t commas = 0;
 #ifdef __SSE2__
-  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block));
-  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(','))));
+  for (size_t i = 0; i < BLOCK; i += sizeof(__m128i)) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + i));
+    const int found = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(',')));
+    commas |= uint64_t{static_cast<unsigned>(found)} << i;
+  }
 #else
-  unsigned commas = 0;
-  for (size_t i = 0; i < BLOCK; ++i) commas |= unsigned{block[i] == ','} << i;
-  return commas;
+  for (size_t i = 0; i < BLOCK; ++i) commas |= uint64_t{block[i] == ','} << i;
 #endif
+  return commas;
 }
 
-// The fields of a line up to the last one that is used.
+// The fields of a line up to the last one that is used. BLOCK bytes behind the line have to be readable.
 class LineFields {
  public:
   explicit LineFields(std::string_view line) : line_(line) {
-    size_t at = 0;
-    for (; line.size() - at >= BLOCK && count_ < LAST_FIELD; at += BLOCK) EndFields(line.data() + at, at);
-    std::array<char, BLOCK> tail = {};
-    line.substr(at).copy(tail.data(), BLOCK - 1);
-    EndFields(tail.data(), at);
+    for (size_t at = 0; at < line.size() && count_ < LAST_FIELD; at += BLOCK) {
+      uint64_t commas = Commas(line.data() + at);
+      if (line.size() - at < BLOCK) commas &= (uint64_t{1} << (line.size() - at)) - 1;
+      for (; commas != 0 && count_ < LAST_FIELD; commas &= commas - 1) {
+        ends_[++count_] = at + static_cast<size_t>(std::countr_zero(commas));
+      }
+    }
     if (count_ < LAST_FIELD) ends_[++count_] = line.size();
   }
   // Counted from 1; empty beyond the line's last.
@@ -209,12 +215,6 @@ class LineFields {
   }
 
  private:
-  void EndFields(const char* block, size_t at) {
-    for (unsigned commas = Commas(block); commas != 0 && count_ < LAST_FIELD; commas &= commas - 1) {
-      ends_[++count_] = at + static_cast<size_t>(std::countr_zero(commas));
-    }
-  }
-
   std::string_view line_;
   size_t ends_[LAST_FIELD + 1];
   size_t count_ = 0;
