@@ -12,10 +12,10 @@
 #include <filesystem>
 #include <string>
 
-#include "Tovik/alarms/mail.h"
-#include "Tovik/checks/result_reader.h"
+#include "Tovik/checks/result_file.h"
 #include "Tovik/checks/result_table.h"
 #include "base/owners.h"
+#include "base/text_file.h"
 
 namespace {
 
@@ -58,7 +58,7 @@ class ResultFile {
 void ResultReport(benchmark::State& state) {
   static const ResultFile file;
   for (auto _ : state) {
-    const int64_t count = GetTotalLine(file.Path());
+    const int64_t count = base::CountNewlines(file.Path());
     RESULT_LIST* records = GetResultReadData(file.Path(), count);
     if (count != LINES || records == nullptr) std::abort();
     benchmark::DoNotOptimize(AverageOf(records, count));

@@ -222,10 +222,8 @@ TEST_F(ResultTest, AveragesIntoTheTable) {
   const std::string path = folder_.Write("Result.csv",
                                          ",,text,,,,,,,,,,100,,,3000,,,0.5,,,200,,\n"
                                          ",,text,,,,,,,,,,201,,,4001,,,1.0,,,300\n");
-  const Records records(GetResultReadData(path.c_str(), 2, 6), FreeResultData);
+  const Records records(GetResultReadData(path.c_str(), 2), FreeResultData);
   ASSERT_NE(records, nullptr);
-  EXPECT_EQ(ResultText(records.get()[0], 0), "text");
-  EXPECT_EQ(ResultText(records.get()[1], 0), "");  // beyond the room for texts
   char table[RESULT_TABLE];
   FormatResultTable("2024/01/31", 2, AverageOf(records.get(), 2), table);
   // In code page 949: average, items. The columns in their order.

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "Tovik/checks/result_reader.h"
+#include "Tovik/checks/result_file.h"
 
 // One check and the pause of 61 seconds. For one thread.
 void ResultCycle();

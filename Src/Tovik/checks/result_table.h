@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "Tovik/checks/result_reader.h"
+#include "Tovik/checks/result_file.h"
 
 inline constexpr int RESULT_TABLE = 4096;  // bytes, terminator included
 inline constexpr int RESULT_DATE = 64;     // bytes of the date text that the table has room for

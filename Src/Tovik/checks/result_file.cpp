@@ -1,9 +1,4 @@
-#include "Tovik/checks/result_reader.h"
-
-#include <endian.h>
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
+#include "Tovik/checks/result_file.h"
 
 #include <algorithm>
 #include <array>
@@ -14,9 +9,12 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <string_view>
 #include <utility>
 
+#include "base/number.h"
 #include "base/owners.h"
+#include "base/text_file.h"
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -25,38 +23,15 @@
 namespace {
 
 constexpr size_t READ_SIZE = size_t{256} << 10;
-constexpr size_t HUGE_PAGE = size_t{2} << 20;
 constexpr size_t BLOCK = 64;               // bytes whose commas are looked for at once
 constexpr size_t PIECE = RESULT_LINE - 1;  // longest line that the line buffer holds
-constexpr std::array<size_t, RESULT_TEXTS> TEXT_FIELDS = {3, 5, 7, 9, 11};
 constexpr size_t RECOGNITION_FIELD = 13;
 constexpr size_t FILE_FIELD = 16;
 constexpr size_t XRT_FIELD = 19;
 constexpr size_t RESPONSE_FIELD = 22;
 constexpr size_t LAST_FIELD = RESPONSE_FIELD;
 
-// One heap block: the records and behind them the room for their texts, which is only touched as far as it is
-// used. All zero; null without memory.
 using UniqueRecords = std::unique_ptr<RESULT_LIST, base::MallocFree>;
-
-UniqueRecords NewRecords(size_t count, size_t textRoom) {
-  const size_t size = count * sizeof(RESULT_LIST) + textRoom;
-  UniqueRecords records(static_cast<RESULT_LIST*>(std::calloc(1, std::max<size_t>(size, 1))));
-  // Half of the time for a large file would go into page faults; a refusal changes nothing.
-  const auto start = reinterpret_cast<uintptr_t>(records.get());
-  const uintptr_t inside = (start + HUGE_PAGE - 1) / HUGE_PAGE * HUGE_PAGE;
-  if (records != nullptr && inside + HUGE_PAGE <= start + size) {
-    ::madvise(reinterpret_cast<char*>(records.get()) + (inside - start), start + size - inside,
-              MADV_HUGEPAGE);
-  }
-  return records;
-}
-
-// The room for texts, filled from its start.
-struct TextRoom {
-  char* next;
-  size_t left;
-};
 
 // Hands out a file's lines as fgets does, without a copy.
 class LineReader {
@@ -91,14 +66,10 @@ class LineReader {
   bool Fill() {
     std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
     end_ -= std::exchange(begin_, 0);
-    ssize_t got = -1;
-    do {
-      got = ::read(file_.Get(), buffer_.get() + end_, READ_SIZE - end_);
-    } while (got < 0 && errno == EINTR);
-    if (got <= 0) return false;
-    nuls_ = nuls_ || std::memchr(buffer_.get() + end_, '\0', static_cast<size_t>(got)) != nullptr;
-    end_ += static_cast<size_t>(got);
-    return true;
+    const size_t got = base::ReadUpTo(file_.Get(), buffer_.get() + end_, READ_SIZE - end_);
+    nuls_ = nuls_ || std::memchr(buffer_.get() + end_, '\0', got) != nullptr;
+    end_ += got;
+    return got > 0;
   }
 
   base::UniqueFd file_;
@@ -108,38 +79,13 @@ class LineReader {
   bool nuls_ = false;
 };
 
-// A FIFO in the file's place must not hold up the check: nothing but a regular file is opened. Else errno.
-base::UniqueFd OpenRegular(const char* path, size_t* size) {
-  base::UniqueFd file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  struct stat status {};
-  if (!file.Valid() || ::fstat(file.Get(), &status) != 0) return {};
-  if (!S_ISREG(status.st_mode)) {
-    file.Reset();
-    errno = EINVAL;
-  }
-  *size = static_cast<size_t>(status.st_size);
-  return file;
-}
-
-bool IsBlank(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
 // As atoi; out of int's range its nearest end.
 int64_t ToInteger(std::string_view text) {
-  size_t at = 0;
-  while (at < text.size() && IsBlank(text[at])) ++at;
-  const bool negative = at < text.size() && text[at] == '-';
-  if (at < text.size() && (text[at] == '-' || text[at] == '+')) ++at;
-  int64_t value = 0;
-  for (; at < text.size() && IsDigit(text[at]); ++at) {
-    value = std::min<int64_t>(value * 10 + (text[at] - '0'), int64_t{INT_MAX} + 1);
-  }
-  return std::clamp<int64_t>(negative ? -value : value, INT_MIN, INT_MAX);
+  return std::clamp<int64_t>(base::LeadingNumber(text), INT_MIN, INT_MAX);
 }
 
 // The slow and complete road: blanks, signs, exponents, hexadecimal, infinities.
@@ -227,23 +173,8 @@ std::string_view LineText(std::string_view piece, bool mayHoldNul) {
   return piece;
 }
 
-void KeepTexts(const LineFields& fields, TextRoom& room, RESULT_LIST& record) {
-  size_t total = 0;
-  for (const size_t number : TEXT_FIELDS) total += fields.Field(number).size();
-  if (total > room.left) return;
-  char* to = room.next;
-  room = {to + total, room.left - total};
-  record.texts = to;
-  for (size_t i = 0; i < TEXT_FIELDS.size(); ++i) {
-    const std::string_view text = fields.Field(TEXT_FIELDS[i]);
-    record.lengths[i] = static_cast<uint16_t>(text.size());
-    to += text.copy(to, text.size());
-  }
-}
-
-void ParseLine(std::string_view line, TextRoom& room, RESULT_LIST& record) {
+void ParseLine(std::string_view line, RESULT_LIST& record) {
   const LineFields fields(line);
-  KeepTexts(fields, room, record);
   record.recognition_time = ToInteger(fields.Field(RECOGNITION_FIELD));
   record.file_time = ToFloat(fields.Field(FILE_FIELD));
   record.xrt = ToFloat(fields.Field(XRT_FIELD));
@@ -257,13 +188,6 @@ RESULT_LIST* Refuse(int error) {
 
 }  // namespace
 
-std::string_view ResultText(const RESULT_LIST& record, int index) {
-  size_t begin = 0;
-  for (int i = 0; i < index; ++i) begin += record.lengths[i];
-  return record.texts == nullptr ? std::string_view()
-                                 : std::string_view(record.texts + begin, record.lengths[index]);
-}
-
 char* GetNextString(char* src, char sep, char* dst) {
   const std::string_view rest(src);
   std::string_view field = rest.substr(0, rest.find(sep));
@@ -273,19 +197,17 @@ char* GetNextString(char* src, char sep, char* dst) {
   return next;
 }
 
-RESULT_LIST* GetResultReadData(const char* path, int64_t count, size_t maxTexts) {
+RESULT_LIST* GetResultReadData(const char* path, int64_t count) {
   if (count < 0 || count > MAX_RESULT_RECORDS) return Refuse(count < 0 ? EINVAL : EFBIG);
-  size_t size = 0;
-  base::UniqueFd file = OpenRegular(path, &size);
+  base::UniqueFd file = base::OpenRegular(path);
   if (!file.Valid()) return nullptr;
   LineReader lines(std::move(file));
-  const size_t textRoom = std::min(size, maxTexts);
-  UniqueRecords records = NewRecords(static_cast<size_t>(count), textRoom);
+  const auto room = static_cast<size_t>(std::max<int64_t>(count, 1));
+  UniqueRecords records(static_cast<RESULT_LIST*>(std::calloc(room, sizeof(RESULT_LIST))));
   if (records == nullptr || !lines.Ready()) return Refuse(ENOMEM);
-  TextRoom room = {reinterpret_cast<char*>(records.get() + count), textRoom};
   std::string_view line;
   for (int64_t i = 0; i < count && lines.Next(&line); ++i) {
-    ParseLine(LineText(line, lines.MetNul()), room, records.get()[i]);
+    ParseLine(LineText(line, lines.MetNul()), records.get()[i]);
   }
   return records.release();
 }
