@@ -23,6 +23,7 @@
 #include "Tovik/threads.h"
 #include "Tovik/timer_rules.h"
 #include "base/format.h"
+#include "base/lossy_stream.h"
 #include "base/owners.h"
 #include "base/stop.h"
 #include "sysinfo/resource_usage.h"
@@ -139,6 +140,7 @@ int RunAgent(int argc, char** argv) {
   ::mallopt(M_ARENA_MAX, 1);  // the threads seldom allocate at once: more heaps would only hold memory
   GuardStandardDescriptors();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  base::MakeStandardStreamsLossy();
   Options options;
   const int status = ParseOptions(argc, argv, &options);
   if (status >= 0) return status;
@@ -147,7 +149,10 @@ int RunAgent(int argc, char** argv) {
   time_when_compiled();
   if (LoadConfiguration(options) != STARTED) return FAILED;
   if (LoadRecipients() != STARTED) return FAILED;
-  if (options.daemon) daemonize(std::getenv("PWD"), m_sz_touch_file);
+  if (options.daemon) {
+    daemonize(std::getenv("PWD"), m_sz_touch_file);
+    base::MakeStandardStreamsLossy();
+  }
   ChangeToProgramFolder();
   ::openlog(app_name, LOG_PID | LOG_CONS, LOG_DAEMON);
   syslog(LOG_INFO, "Started %s", app_name);

@@ -15,6 +15,7 @@
 #include "Tovik/daemon.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/threads.h"
+#include "base/lossy_stream.h"
 #include "base/owners.h"
 #include "base/stop.h"
 
@@ -137,7 +138,7 @@ void handle_signal(int sig) {
 void OpenLogStream() {
   log_stream = stdout;
   if (!given.hasLogFile) return;
-  logFile.reset(std::fopen(given.logFile.c_str(), "a+e"));
+  logFile = base::LossyStream(base::UniqueFile(std::fopen(given.logFile.c_str(), "a+e")));
   if (logFile) {
     log_stream = logFile.get();
     return;
