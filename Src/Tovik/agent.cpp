@@ -33,6 +33,7 @@
 #include "Tovik/timers/timers.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
+#include "base/lossy_stream.h"
 #include "base/owners.h"
 #include "base/standard_descriptors.h"
 #include "base/stop.h"
@@ -90,7 +91,9 @@ void ForgetRecipients() {
 }
 
 int Detach() {
-  if (given_options.daemon) daemonize(std::getenv("PWD"), m_sz_touch_file);
+  if (!given_options.daemon) return STARTED;
+  daemonize(std::getenv("PWD"), m_sz_touch_file);
+  base::MakeStandardStreamsLossy();
   return STARTED;
 }
 
@@ -267,6 +270,7 @@ int RunAgent(int argc, char** argv) {
   std::signal(SIGCHLD, SIG_DFL);
   base::GuardStandardDescriptors();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  base::MakeStandardStreamsLossy();
   const int status = ParseOptions(argc, argv, &given_options);
   if (status >= 0) return status;
   for (const Step& step : STEPS) {

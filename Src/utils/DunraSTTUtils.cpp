@@ -1,18 +1,21 @@
 #include "utils/DunraSTTUtils.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <new>
 #include <string>
 #include <string_view>
 
+#include "base/lossy_stream.h"
 #include "base/owners.h"
 #include "charset/cp949.h"
 #include "utils/trace_line.h"
@@ -24,118 +27,174 @@ std::atomic<long> DunraSTTUtils::mDunraSTTLogHostFlag{0};
 
 namespace {
 
-constexpr size_t MESSAGE_SIZE = 100'000;
-constexpr size_t PATH_SIZE = 4096;
+constexpr size_t FORMATTED_LIMIT = 99'999;
+constexpr size_t FOLDER_SIZE = 4096;
 constexpr size_t HOST_SIZE = 4096;
 constexpr mode_t LOG_MODE = 0655;
+constexpr mode_t FOLDER_MODE = 0755;
+constexpr mode_t MODE_BITS = 07777;
 
-// The local time of a second is kept, as most lines share theirs with the one before.
-trace::Moment Now() {
-  static thread_local time_t second = -1;
-  static thread_local std::tm local;
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  if (now.tv_sec != second) {
-    localtime_r(&now.tv_sec, &local);
-    second = now.tv_sec;
-  }
-  return {local, now.tv_nsec};
-}
-
-// The formatted message, cut to what a message may hold. Almost all fit the small buffer.
-class Message {
- public:
-  [[gnu::format(printf, 2, 0)]] Message(const char* format, va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(small_.data(), small_.size(), format, arguments);
-    if (length < 0) {
-      small_[0] = '\0';
-    } else if (static_cast<size_t>(length) >= small_.size()) {
-      large_.reset(new char[MESSAGE_SIZE]);
-      std::vsnprintf(large_.get(), MESSAGE_SIZE, format, again);
-    }
-    va_end(again);
-  }
-  const char* Text() const { return large_ ? large_.get() : small_.data(); }
-
- private:
-  std::array<char, 2048> small_;
-  std::unique_ptr<char[]> large_;
+// The path of a file changes with these alone, unless it holds the host's name.
+struct PathKey {
+  time_t since;
+  unsigned settings;
+  char type;
+  bool dated;
+  long channel;
+  bool operator==(const PathKey&) const = default;
 };
 
-std::string HostNameForFiles() {
-  std::array<char, HOST_SIZE> host{};
-  if (gethostname(host.data(), host.size() - 1) != 0) return {};
-  return host.data();
-}
+std::atomic<unsigned> settings{0};  // counts their changes
 
-void Echo(const std::string& line) {
-  if (line.find("%%") == std::string::npos) {
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    return;
+// What one line is made in. The arrays are never cleared: of most only the first bytes are ever touched.
+struct Workspace {
+  time_t since;  // the second that is told below; 0: none yet
+  trace::Second second;
+  PathKey pathKey;  // what the path below was made of; no second: of nothing yet
+  char line[trace::LINE_SIZE];
+  char folder[trace::PATH_SIZE];
+  char path[trace::PATH_SIZE];
+  char host[HOST_SIZE];
+};
+
+// One workspace, too large for a thread's stack, serves all threads; a line that finds it in use makes itself
+// another.
+Workspace shared;
+std::atomic_flag sharedInUse;
+
+class BorrowedWorkspace {
+ public:
+  BorrowedWorkspace() {
+    if (!sharedInUse.test_and_set(std::memory_order_acquire)) return;
+    own_.reset(new Workspace);
+    own_->since = 0;
+    own_->pathKey.since = 0;
   }
-  const std::string text = trace::AsPrintFormat(line);
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  ~BorrowedWorkspace() {
+    if (!own_) sharedInUse.clear(std::memory_order_release);
+  }
+  BorrowedWorkspace(const BorrowedWorkspace&) = delete;
+  BorrowedWorkspace& operator=(const BorrowedWorkspace&) = delete;
+  Workspace& operator*() const { return own_ ? *own_ : shared; }
+
+ private:
+  std::unique_ptr<Workspace> own_;
+};
+
+// The nanoseconds of now. Its second is kept, as most lines share theirs with the one before.
+long TellTime(Workspace* work) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  if (now.tv_sec != work->since || work->since == 0) {
+    std::tm local{};
+    localtime_r(&now.tv_sec, &local);
+    work->second = trace::SecondOf(local);
+    work->since = now.tv_sec;
+  }
+  return now.tv_nsec;
 }
 
-int Append(const std::string& name, const std::string& line) {
-  const base::UniqueFd file(::open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, LOG_MODE));
+const char* HostNameForFiles(Workspace* work) {
+  if (DunraSTTUtils::GetLogHostnameFlag() == 0) return nullptr;
+  if (gethostname(work->host, HOST_SIZE) != 0) work->host[0] = '\0';
+  work->host[HOST_SIZE - 1] = '\0';
+  return work->host;
+}
+
+// Makes the path of a line's file, and before it that of its folder. Both are kept, as most lines go where
+// the one before went.
+void MakePath(char type, long channel, bool dated, Workspace* work) {
+  const char* const host = HostNameForFiles(work);
+  const PathKey key{work->since, settings.load(std::memory_order_relaxed), type, dated, channel};
+  if (key == work->pathKey && host == nullptr) return;
+  work->pathKey = key;
+  trace::Text path(work->path);
+  if (dated) {
+    const char* const parent = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
+    trace::AddDatedFolder(&path, parent, work->second);
+    trace::Text(work->folder).Add(path.View()).Terminated();
+  }
+  trace::AddFileName(&path, type, channel, work->second, host);
+  path.Terminated();
+}
+
+// Makes the folder unless it stands there with the mode that it should have.
+void EnsureFolder(const char* path) {
+  struct stat status;
+  if (::stat(path, &status) == 0 && (status.st_mode & MODE_BITS) == FOLDER_MODE) return;
+  DunraSTTUtils::MakeFolders(path);
+}
+
+int Append(const char* path, std::string_view line) {
+  const base::UniqueFd file(::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, LOG_MODE));
   if (!file.Valid()) return -1;
   [[maybe_unused]] const ssize_t written = ::write(file.Get(), line.data(), line.size());
   return 0;
 }
 
-// The folder of today is nearly always there, so it is only made when the file cannot be opened without.
-void Save(char type, long channel, long save, const trace::Moment& moment, const std::string& line) {
-  const bool ordinary = type == TRACE_ORDINARY && DunraSTTUtils::GetLogLevel() > 0 && save != 0;
-  if (!ordinary && type != TRACE_HANG) return;
-  const char* parent = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
-  const std::string folder = save != 0 ? trace::DatedFolder(parent, moment.local) : std::string();
-  const bool withHost = DunraSTTUtils::GetLogHostnameFlag() != 0;
-  const std::string name = trace::FileName(type, channel, folder, moment.local, withHost,
-                                           withHost ? HostNameForFiles() : std::string());
-  if (Append(name, line) == 0) return;
-  if (save != 0) {
-    DunraSTTUtils::MakeFolders(folder.c_str());
-    if (Append(name, line) == 0) return;
-  }
-  if (ordinary) std::fputs("log file open error", stdout);
+void Save(char type, long channel, long save, Workspace* work, std::string_view line) {
+  const bool dated = save != 0;
+  MakePath(type, channel, dated, work);
+  if (dated) EnsureFolder(work->folder);
+  if (Append(work->path, line) != 0 && type == TRACE_ORDINARY) std::fputs("log file open error", stdout);
 }
 
-void TraceLine(char type, long level, long channel, long save, const trace::Place& place, std::string raw) {
-  const trace::Moment moment = Now();
-  const std::string message = trace::ToUtf8(std::move(raw));
-  std::string line;
-  if (type == TRACE_ORDINARY) line = trace::OrdinaryLine(moment, level, channel, place, message);
-  if (DunraSTTUtils::GetLogLevel() > 0) Echo(line);
-  if (type == TRACE_HANG) {
-    line = trace::HangLine(moment, message);
-    Echo(line);
+[[gnu::format(printf, 6, 0)]] void TraceLine(char type, long level, long channel, long save,
+                                             const trace::Place& place, const char* format,
+                                             va_list arguments) {
+  const bool hang = type == TRACE_HANG;
+  const size_t limit = hang ? trace::HANG_LIMIT : trace::MESSAGE_LIMIT;
+  const BorrowedWorkspace borrowed;
+  Workspace& work = *borrowed;
+  const long nanoseconds = TellTime(&work);
+  trace::Text line(work.line);
+  if (hang) {
+    trace::BeginHangLine(&line, work.second, nanoseconds);
+  } else {
+    trace::BeginOrdinaryLine(&line, work.second, nanoseconds, level, channel, place);
   }
-  Save(type, channel, save, moment, line);
+  const size_t head = line.Size();
+  line.AddFormatted(FORMATTED_LIMIT, format, arguments);
+  const bool plain = trace::IsPlain(line.View());
+  if (!plain || line.Size() - head > limit) {
+    const std::string message = trace::ToUtf8(std::string(line.View().substr(head)));
+    line.CutTo(head);
+    line.Add(std::string_view(message).substr(0, limit));
+  }
+  line.Add("]\n");
+  if (plain) {
+    base::Echo(line.View());
+  } else {
+    base::Echo(trace::AsPrintFormat(line.View()));
+  }
+  if (hang || save != 0) Save(type, channel, save, &work, line.View());
 }
 
 // Writing what already stands there would change nothing but race with readers: every report sets the paths
 // again.
 void SetStaticPath(char* buffer, const char* path) {
-  const auto length = static_cast<unsigned>(std::min(std::strlen(path), PATH_SIZE - 1));
-  if (std::strncmp(buffer, path, length) != 0) DunraSTTUtils::StrNCopy(buffer, PATH_SIZE, path, length);
+  const auto length = static_cast<unsigned>(std::min(std::strlen(path), FOLDER_SIZE - 1));
+  if (std::strncmp(buffer, path, length) == 0) return;
+  DunraSTTUtils::StrNCopy(buffer, FOLDER_SIZE, path, length);
+  ++settings;
 }
 
 }  // namespace
 
 DunraSTTUtils::DunraSTTUtils() {
   std::fill(std::begin(mDunraSTTPath), std::end(mDunraSTTPath), '\0');
+  ++settings;
 }
 
 void DunraSTTUtils::LogTrace(char type, long level, long channel, long save, const char* file,
                              const char* function, int line, const char* format, ...) {
   if (!LevelPasses(level)) return;
+  // At level 0 only the hang log is kept.
+  if (type != TRACE_HANG && (type != TRACE_ORDINARY || GetLogLevel() <= 0)) return;
   va_list arguments;
   va_start(arguments, format);
   try {
-    TraceLine(type, level, channel, save, {file, function, line}, Message(format, arguments).Text());
+    TraceLine(type, level, channel, save, {file, function, line}, format, arguments);
   } catch (const std::bad_alloc&) {
     std::fputs("no memory for a trace line\n", stderr);
   }
@@ -161,7 +220,7 @@ long DunraSTTUtils::GetLogLevel() {
   return mDunraSTTLogLvl;
 }
 void DunraSTTUtils::SetLogHostnameFlag(long flag) {
-  mDunraSTTLogHostFlag = flag;
+  if (mDunraSTTLogHostFlag.exchange(flag) != flag) ++settings;
 }
 long DunraSTTUtils::GetLogHostnameFlag() {
   return mDunraSTTLogHostFlag;

@@ -1,8 +1,9 @@
 #include "utils/trace_line.h"
 
+#include <algorithm>
 #include <array>
-#include <charconv>
-#include <utility>
+#include <cstdint>
+#include <cstdio>
 
 #include "base/owners.h"
 #include "charset/cp949.h"
@@ -12,80 +13,114 @@ namespace trace {
 namespace {
 
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
-constexpr size_t MESSAGE_LIMIT = 100'000;
-constexpr size_t HANG_LIMIT = 4000;
-constexpr std::array<const char*, 6> TAGS = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
+constexpr std::array<std::string_view, 6> TAGS = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
 
-int Year(const std::tm& local) {
-  return local.tm_year + 1900;
-}
-int Month(const std::tm& local) {
-  return local.tm_mon + 1;
-}
-
-// What a line or a path needs beside its texts, so that nearly each is allocated once.
-constexpr size_t FRAME_SIZE = 128;
+constexpr uint64_t EACH_BYTE = 0x0101010101010101;
+constexpr uint64_t HIGH_BITS = 0x80 * EACH_BYTE;
 
 // Lines are put together by hand, since every one of the agent comes this way and printf would take most of
 // its time.
-
-// As "%0<width>ld".
-void AddNumber(std::string* text, long value, size_t width) {
-  std::array<char, 24> buffer;
-  const char* const end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr;
-  std::string_view digits(buffer.data(), static_cast<size_t>(end - buffer.data()));
-  if (value < 0) {
-    *text += '-';
-    digits.remove_prefix(1);
-    --width;
-  }
-  if (digits.size() < width) text->append(width - digits.size(), '0');
-  *text += digits;
-}
 
 void PutTwoDigits(char* at, int value) {
   at[0] = static_cast<char>('0' + value / 10);
   at[1] = static_cast<char>('0' + value % 10);
 }
 
-// "YYYYMMDD".
-void AddDay(std::string* text, const std::tm& local) {
-  std::array<char, 8> day;
-  PutTwoDigits(&day[0], Year(local) / 100);
-  PutTwoDigits(&day[2], Year(local) % 100);
-  PutTwoDigits(&day[4], Month(local));
-  PutTwoDigits(&day[6], local.tm_mday);
-  text->append(day.data(), day.size());
+// Rest of the stamp: "mmm]".
+void AddMoment(Text* line, const Second& second, long nanoseconds) {
+  const auto milliseconds = static_cast<int>(nanoseconds / NANOSECONDS_PER_MILLISECOND);
+  std::array<char, 4> rest = {'0', '0', '0', ']'};
+  PutTwoDigits(&rest[0], milliseconds / 10);
+  rest[2] = static_cast<char>('0' + milliseconds % 10);
+  line->Add({second.stamp, sizeof second.stamp - 1}).Add({rest.data(), rest.size()});
 }
 
-// "[YYYY/MM/DD hh:mm:ss:mmm]".
-void AddMoment(std::string* text, const Moment& moment) {
-  const std::tm& local = moment.local;
-  const auto milliseconds = static_cast<int>(moment.nanoseconds / NANOSECONDS_PER_MILLISECOND);
-  std::array<char, 26> form = {"[0000/00/00 00:00:00:000]"};
-  PutTwoDigits(&form[1], Year(local) / 100);
-  PutTwoDigits(&form[3], Year(local) % 100);
-  PutTwoDigits(&form[6], Month(local));
-  PutTwoDigits(&form[9], local.tm_mday);
-  PutTwoDigits(&form[12], local.tm_hour);
-  PutTwoDigits(&form[15], local.tm_min);
-  PutTwoDigits(&form[18], local.tm_sec);
-  PutTwoDigits(&form[21], milliseconds / 10);
-  form[23] = static_cast<char>('0' + milliseconds % 10);
-  text->append(form.data(), form.size() - 1);
+std::string_view Day(const Second& second) {
+  return {second.day, sizeof second.day - 1};
 }
 
-void AddChannel(std::string* text, long channel) {
+void AddChannel(Text* text, long channel) {
   if (channel == TRACE_MAIN_CHANNEL) {
-    *text += " MAIN";
+    text->Add(" MAIN");
   } else {
-    AddNumber(text, channel, 5);
+    text->AddNumber(channel, 5);
   }
 }
 
 }  // namespace
 
-const char* LevelTag(long level) {
+Text& Text::AddCut(std::string_view part, size_t room) {
+  return Add(part.substr(0, room));
+}
+
+Text& Text::AddNumber(long value, size_t width) {
+  std::array<char, 20> digits;
+  char* at = digits.data() + digits.size();
+  char* const end = at;
+  unsigned long rest =
+      value < 0 ? 0UL - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
+  do {
+    *--at = static_cast<char>('0' + rest % 10);
+    rest /= 10;
+  } while (rest != 0);
+  size_t length = static_cast<size_t>(end - at);
+  if (value < 0) {
+    Add("-");
+    ++length;
+  }
+  for (; length < width; ++length) Add("0");
+  return Add({at, static_cast<size_t>(end - at)});
+}
+
+bool Text::AddSimple(const char* format, va_list arguments) {
+  while (true) {
+    const char* const percent = ::strchrnul(format, '%');
+    Add({format, static_cast<size_t>(percent - format)});
+    if (*percent == '\0') return true;
+    format = percent + 1;
+    if (*format == 's') {
+      const char* const word = va_arg(arguments, const char*);
+      if (word == nullptr) return false;
+      Add(word);
+    } else if (*format == 'd') {
+      AddNumber(va_arg(arguments, int), 1);
+    } else if (*format == 'l' && format[1] == 'd') {
+      AddNumber(va_arg(arguments, long), 1);
+      ++format;
+    } else {
+      return false;
+    }
+    ++format;
+  }
+}
+
+// printf takes three times as long for the few conversions that nearly all lines are made of.
+void Text::AddFormatted(size_t limit, const char* format, va_list arguments) {
+  Text part(end_, end_ + std::min(limit, static_cast<size_t>(last_ - end_)));
+  va_list again;
+  va_copy(again, arguments);
+  if (!part.AddSimple(format, again)) {
+    const auto room = static_cast<size_t>(part.last_ - part.begin_);
+    if (std::vsnprintf(part.begin_, room + 1, format, arguments) < 0) *part.begin_ = '\0';
+    part.CutTo(std::strlen(part.begin_));
+  }
+  va_end(again);
+  end_ = part.end_;
+}
+
+bool IsPlain(std::string_view text) {
+  uint64_t found = 0;  // a high bit for each byte of 0x80 and above, and one at least when there is a '%'
+  while (text.size() >= sizeof found) {
+    uint64_t word = 0;
+    std::memcpy(&word, text.data(), sizeof word);
+    found |= word | ((word ^ ('%' * EACH_BYTE)) - EACH_BYTE);
+    text.remove_prefix(sizeof word);
+  }
+  for (const char byte : text) found |= byte == '%' ? HIGH_BITS : static_cast<unsigned char>(byte);
+  return (found & HIGH_BITS) == 0;
+}
+
+std::string_view LevelTag(long level) {
   return level >= 0 && level < static_cast<long>(TAGS.size()) ? TAGS[static_cast<size_t>(level)] : "";
 }
 
@@ -103,23 +138,26 @@ std::string ToUtf8(std::string message) {
   return message;
 }
 
-std::string OrdinaryLine(const Moment& moment, long level, long channel, const Place& place,
-                         std::string_view message) {
-  const std::string_view text = message.substr(0, MESSAGE_LIMIT);
-  std::string line;
-  line.reserve(FRAME_SIZE + text.size());
-  AddMoment(&line, moment);
-  line.append("[").append(LevelTag(level)).append("][");
-  AddChannel(&line, channel);
-  line.append("][").append(place.file).append("/").append(place.function).append(":");
-  AddNumber(&line, place.line, 1);
-  return std::move(line.append("] : [").append(text).append("]\n"));
+Second SecondOf(const std::tm& local) {
+  Second second{};
+  std::strftime(second.stamp, sizeof second.stamp, "[%Y/%m/%d %H:%M:%S:", &local);
+  std::strftime(second.day, sizeof second.day, "%Y%m%d", &local);
+  return second;
 }
 
-std::string HangLine(const Moment& moment, std::string_view message) {
-  std::string line = "[HANG]";
-  AddMoment(&line, moment);
-  return std::move(line.append(" : [").append(message.substr(0, HANG_LIMIT)).append("]\n"));
+void BeginOrdinaryLine(Text* line, const Second& second, long nanoseconds, long level, long channel,
+                       const Place& place) {
+  AddMoment(line, second, nanoseconds);
+  line->Add("[").Add(LevelTag(level)).Add("][");
+  AddChannel(line, channel);
+  line->Add("][").Add(place.file).Add("/").Add(place.function).Add(":").AddNumber(place.line, 1);
+  line->Add("] : [");
+}
+
+void BeginHangLine(Text* line, const Second& second, long nanoseconds) {
+  line->Add("[HANG]");
+  AddMoment(line, second, nanoseconds);
+  line->Add(" : [");
 }
 
 std::string AsPrintFormat(std::string_view line) {
@@ -132,42 +170,27 @@ std::string AsPrintFormat(std::string_view line) {
   return text;
 }
 
-std::string DatedFolder(const char* folder, const std::tm& local) {
-  std::string dated;
-  dated.reserve(FRAME_SIZE);
-  dated += folder;
-  AddDay(&dated, local);
-  dated += '/';
-  return dated;
+void AddDatedFolder(Text* path, const char* folder, const Second& second) {
+  path->Add(folder).Add(Day(second)).Add("/");
 }
 
-std::string FileName(char type, long channel, std::string datedFolder, const std::tm& local, bool withHost,
-                     const std::string& host) {
-  std::string name = std::move(datedFolder);
+void AddFileName(Text* path, char type, long channel, const Second& second, const char* host) {
   const auto addHost = [&] {
-    if (withHost) name.append(host).append(".");
+    if (host != nullptr) path->Add(host).Add(".");
   };
   if (type == TRACE_HANG) {
-    name += "hang.";
+    path->Add("hang.");
     addHost();
-    AddDay(&name, local);
-    name += ".log";
-    return name;
-  }
-  if (type != TRACE_ORDINARY) return {};
-  if (channel == TRACE_MAIN_CHANNEL) {
-    name += "MAIN.";
+    path->Add(Day(second)).Add(".log");
+  } else if (channel == TRACE_MAIN_CHANNEL) {
+    path->Add("MAIN.");
     addHost();
-    name += "LOG";
-    return name;
+    path->Add("LOG");
+  } else {
+    path->AddNumber(channel, 5).Add(".");
+    addHost();
+    path->Add(Day(second).substr(4)).Add(".LOG");  // without the year
   }
-  AddNumber(&name, channel, 5);
-  name += '.';
-  addHost();
-  AddNumber(&name, Month(local), 2);
-  AddNumber(&name, local.tm_mday, 2);
-  name += ".LOG";
-  return name;
 }
 
 }  // namespace trace

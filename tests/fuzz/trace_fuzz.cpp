@@ -8,13 +8,13 @@ FUZZ_TARGET(bytes) {
   fuzz::Quickly(text, [&] { converted = trace::ToUtf8(text.c_str()); });
   HOLDS(converted.size() <= text.size() / 2 * 3 + 3);
 
-  const trace::Moment moment{};
-  const trace::Place place{"file", "function", 1};
-  const std::string frame = trace::OrdinaryLine(moment, 9, 7, place, "");
-  const std::string line = trace::OrdinaryLine(moment, 9, 7, place, converted);
-  HOLDS(line.size() == frame.size() + std::min<size_t>(converted.size(), 100'000) && line.ends_with("]\n"));
-  const std::string hang = trace::HangLine(moment, converted);
-  HOLDS(hang.size() <= trace::HangLine(moment, "").size() + 4'000 && hang.ends_with("]\n"));
+  static char buffer[trace::LINE_SIZE];
+  trace::Text line(buffer);
+  trace::BeginOrdinaryLine(&line, trace::SecondOf({}), 0, 9, 7, {"file", "function", 1});
+  const size_t head = line.Size();
+  line.Add(converted).Add("]\n");
+  HOLDS(line.Size() == std::min(head + converted.size() + 2, sizeof buffer - 1));
+  HOLDS(!trace::IsPlain(text) || (converted == text && trace::AsPrintFormat(text) == text));
 
   // Doubling every percent sign undoes what the expansion does, and nothing else is touched.
   std::string doubled;

@@ -56,6 +56,24 @@ TEST_F(Adversity, HostNameOfSixtyFourOddBytes) {
   EXPECT_TRUE(agent->Alive());
 }
 
+// Of standard output and error. Alarms arrive and the heart beats on; what the reader missed is lost.
+TEST_F(Adversity, ReadersThatDoNotRead) {
+  for (const std::string kind : {"pipe", "pty", "socket"}) {
+    SCOPED_TRACE(kind);
+    Process agent = Start({}, {"/usr/bin/python3", PEERS_FOLDER "/silent_reader.py", kind, folder_.Path()});
+    ExpectAlarmOnAllChannels("not read");
+    EXPECT_EQ(Count(Log("MAIN.LOG"), "DunraSTT_Admin Already Running"), 0U);
+    folder_.Write("read", "");
+    for (const char* text : {"\nDebug: ", "[INFO][ MAIN]"}) {
+      EXPECT_TRUE(WaitUntil([&] { return Count(ReadFile(folder_ / "heard"), text) > 0; })) << text;
+    }
+    fs::remove(folder_ / "read");
+    ExpectAlarmOnAllChannels("no longer read");
+    ExpectStops(agent, seconds(7));
+    fs::remove(folder_ / "heard");
+  }
+}
+
 TEST_F(Adversity, DescriptorsExhaustedAndGivenBack) {
   Process agent = Start();
   ExpectAlarmOnAllChannels("first");

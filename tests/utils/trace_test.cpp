@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <climits>
+#include <cstdarg>
 #include <cstring>
 
 #include "support/support.h"
@@ -10,29 +12,67 @@
 namespace {
 
 // 3 March 2024, 04:05:06.789.
-const trace::Moment AT = {{6, 5, 4, 3, 2, 124, 0, 0, 0, 0, nullptr}, 789'999'999};
-constexpr trace::Place PLACE = {"Src/a.cpp", "Run", 42};
+const trace::Second AT = trace::SecondOf({6, 5, 4, 3, 2, 124, 0, 0, 0, 0, nullptr});
+constexpr long NANOSECONDS = 789'999'999;
 
-TEST(TraceLineTest, HasItsFormsAndLimits) {
-  EXPECT_EQ(trace::OrdinaryLine(AT, 1, -1, PLACE, "m"),
-            "[2024/03/03 04:05:06:789][ERROR][ MAIN][Src/a.cpp/Run:42] : [m]\n");
-  EXPECT_EQ(trace::OrdinaryLine(AT, 6, 7, PLACE, "m"),
-            "[2024/03/03 04:05:06:789][][00007][Src/a.cpp/Run:42] : [m]\n");
-  EXPECT_EQ(trace::HangLine(AT, "m"), "[HANG][2024/03/03 04:05:06:789] : [m]\n");
-  EXPECT_EQ(trace::HangLine(AT, std::string(5000, 'x')).size(), trace::HangLine(AT, "").size() + 4000);
+std::string Formatted(size_t limit, const char* format, ...) {
+  char buffer[64];
+  trace::Text text(buffer);
+  va_list arguments;
+  va_start(arguments, format);
+  text.Add("<").AddFormatted(limit, format, arguments);
+  va_end(arguments);
+  return text.Terminated();
+}
+
+TEST(TraceLineTest, HasItsForms) {
+  const auto head = [](long level, long channel) {
+    char buffer[100];
+    trace::Text line(buffer);
+    trace::BeginOrdinaryLine(&line, AT, NANOSECONDS, level, channel, {"Src/a.cpp", "Run", 42});
+    return std::string(line.View());
+  };
+  EXPECT_EQ(head(1, -1), "[2024/03/03 04:05:06:789][ERROR][ MAIN][Src/a.cpp/Run:42] : [");
+  EXPECT_EQ(head(6, 7), "[2024/03/03 04:05:06:789][][00007][Src/a.cpp/Run:42] : [");
+  EXPECT_EQ(head(0, -7), "[2024/03/03 04:05:06:789][FATAL][-0007][Src/a.cpp/Run:42] : [");
   EXPECT_EQ(trace::ToUtf8("\xB0\xA1"), "\xEA\xB0\x80");
   EXPECT_EQ(trace::ToUtf8("a\xFE\xA1z"), "a??z") << "a code that cannot be converted";
+  for (const char* other : {"%", "\x80", "1234567%", "12345678%", "1234567\xFF", "12345678\xFF%"}) {
+    EXPECT_FALSE(trace::IsPlain(other)) << other;
+  }
+  EXPECT_TRUE(trace::IsPlain("") && trace::IsPlain("$&\x7F\x01 12345678 $&\x7F"));
+}
+
+TEST(TraceLineTest, FormatsAsPrintfDoes) {
+  EXPECT_EQ(Formatted(60, "%s[%d]%ld %s", "a", INT_MIN, LONG_MIN, ""),
+            "<a[-2147483648]-9223372036854775808 ");
+  EXPECT_EQ(Formatted(60, "%s %lld%%%03d %c.", "word", 5LL, 7, 'c'), "<word 5%007 c.");
+  EXPECT_EQ(Formatted(60, "%d %s", 0, static_cast<const char*>(nullptr)), "<0 (null)");
+  EXPECT_EQ(Formatted(60, "a%cb", '\0'), "<a");
+  for (const char* format : {"%s", "%4s"}) {
+    EXPECT_EQ(Formatted(3, format, "12345"), "<123");
+    EXPECT_EQ(Formatted(80, format, std::string(100, 'x').c_str()), "<" + std::string(62, 'x'));
+  }
 }
 
 TEST(TraceLineTest, NamesItsFiles) {
-  const auto name = [](char type, long channel, bool withHost) {
-    return trace::FileName(type, channel, trace::DatedFolder("/l/", AT.local), AT.local, withHost, "host");
+  const auto name = [](char type, long channel, const char* host) {
+    char buffer[100];
+    trace::Text path(buffer);
+    trace::AddDatedFolder(&path, "/l/", AT);
+    trace::AddFileName(&path, type, channel, AT, host);
+    return std::string(path.View());
   };
-  EXPECT_EQ(name('A', -1, false), "/l/20240303/MAIN.LOG");
-  EXPECT_EQ(name('A', 7, false), "/l/20240303/00007.0303.LOG");
-  EXPECT_EQ(name('A', 7, true), "/l/20240303/00007.host.0303.LOG");
-  EXPECT_EQ(name('H', 7, true), "/l/20240303/hang.host.20240303.log");
-  EXPECT_EQ(name('X', -1, false), "");
+  EXPECT_EQ(name('A', -1, nullptr), "/l/20240303/MAIN.LOG");
+  EXPECT_EQ(name('A', 7, nullptr), "/l/20240303/00007.0303.LOG");
+  EXPECT_EQ(name('A', 7, "host"), "/l/20240303/00007.host.0303.LOG");
+  EXPECT_EQ(name('H', 7, "host"), "/l/20240303/hang.host.20240303.log");
+}
+
+int Count(std::string_view text, std::string_view part) {
+  int count = 0;
+  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) ++count;
+  return count;
 }
 
 class LogTraceTest : public testing::Test {
@@ -70,6 +110,59 @@ TEST_F(LogTraceTest, FiltersByLevelAndEndsMessagesAt99999Bytes) {
   EXPECT_NE(saved_.find("[" + std::string(99'999, 'y') + "]"), std::string::npos);
   EXPECT_NE(printed.find("[echo only]"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists("MAIN.LOG")) << "what is not saved has no folder";
+}
+
+TEST_F(LogTraceTest, CutsWhatIsConverted) {
+  std::string syllables;
+  for (int i = 0; i < 40'000; ++i) syllables += "\xB0\xA1";
+  Trace(1, [&] {
+    DUNRA_TRACE('A', 1L, -1, 1, "%s", syllables.c_str());
+    DUNRA_TRACE('H', 1L, -1, 1, "%s", syllables.c_str());
+    DUNRA_TRACE('H', 1L, -1, 1, "%s", std::string(5000, 'z').c_str());
+    DUNRA_TRACE('X', 1L, -1, 1, "no such type");
+  });
+  const auto longest = [](const std::string& text) { return text.rfind(']') - text.rfind('[') - 1; };
+  EXPECT_EQ(longest(saved_), 100'000U);
+  EXPECT_EQ(longest(hang_), 4000U);
+  EXPECT_EQ(longest(hang_.substr(0, hang_.find('\n'))), 4000U);
+  EXPECT_EQ((saved_ + hang_).find("no such"), std::string::npos);
+}
+
+// Whoever changes the mode or the folder itself, the next line puts it right.
+TEST_F(LogTraceTest, RestoresItsFolder) {
+  const auto line = [] { DUNRA_TRACE('A', 1L, -1, 1, "line"); };
+  Trace(1, line);
+  const std::string day = std::filesystem::directory_iterator(folder_ / "log")->path();
+  const auto mode = [&] {
+    struct stat status {};
+    return ::stat(day.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+  };
+  for (const mode_t changed : {0700, 0777, 01755}) {
+    ::chmod(day.c_str(), changed);
+    Trace(1, line);
+    EXPECT_EQ(mode(), 0755U) << changed;
+  }
+  EXPECT_EQ(Count(support::ReadFile(day + "/MAIN.LOG"), "[line]\n"), 4);
+  std::filesystem::remove_all(folder_ / "log");
+  Trace(1, line);
+  EXPECT_EQ(mode(), 0755U);
+}
+
+// Lines of threads that trace at once, to several files.
+TEST_F(LogTraceTest, KeepsLinesOfManyThreadsApart) {
+  const auto lines = [](long channel) {
+    for (int i = 0; i < 200; ++i) DUNRA_TRACE('A', 1L, channel, 1, "%ld %s", channel, "text");
+  };
+  Trace(1, [&] {
+    std::thread first(lines, 1);
+    std::thread second(lines, 2);
+    lines(3);
+    first.join();
+    second.join();
+  });
+  for (const char* text : {"[00001][", "[1 text]\n", "[00002][", "[2 text]\n", "[00003][", "[3 text]\n"}) {
+    EXPECT_EQ(Count(hang_, text), 200) << text;
+  }
 }
 
 TEST_F(LogTraceTest, WritesHangLinesEvenAtLevelZero) {

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Tovik/process/options.h"
+#include "base/lossy_stream.h"
 #include "base/owners.h"
 
 FILE* log_stream = nullptr;
@@ -19,7 +20,7 @@ base::UniqueFile logFile;
 void OpenLogStream() {
   log_stream = stdout;
   if (!given_options.hasLogFile) return;
-  logFile.reset(std::fopen(given_options.logFile.c_str(), "a+e"));
+  logFile = base::LossyStream(base::UniqueFile(std::fopen(given_options.logFile.c_str(), "a+e")));
   if (logFile) {
     log_stream = logFile.get();
     return;

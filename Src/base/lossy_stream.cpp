@@ -1,0 +1,243 @@
+#include "base/lossy_stream.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
+#include <stdio_ext.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/uio.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "base/format.h"
+
+namespace base {
+namespace {
+
+constexpr unsigned MEMORY_DEVICES = 1;  // major number of the null device and its like
+constexpr rlim_t DESCRIPTOR_TABLE = 1024;
+constexpr rlim_t RESERVED = 8;
+constexpr int64_t NANOSECONDS = 1'000'000'000;
+constexpr int64_t PATIENCE = NANOSECONDS / 4;  // for a slow reader, in each second
+
+bool MayStall(int fd) {
+  struct stat status;
+  if (::fstat(fd, &status) != 0) return false;
+  if (S_ISCHR(status.st_mode)) return major(status.st_rdev) != MEMORY_DEVICES;
+  return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
+}
+
+int64_t Now() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * NANOSECONDS + now.tv_nsec;
+}
+
+// How long writers wait for a reader.
+class Patience {
+ public:
+  // Waits for room. Returns false when the time for that is used up.
+  bool WaitForRoom(int fd) {
+    if (exhausted_) return false;
+    const int64_t start = Now();
+    if (start - second_ >= NANOSECONDS) {
+      second_ = start;
+      left_ = PATIENCE;
+    }
+    pollfd room{fd, POLLOUT, 0};
+    const timespec limit{0, std::max<int64_t>(left_, 0)};
+    ::ppoll(&room, 1, &limit, nullptr);
+    left_ -= Now() - start;
+    exhausted_ = left_ <= 0;
+    return !exhausted_;
+  }
+  void Renew() { exhausted_ = false; }
+
+ private:
+  int64_t second_ = -NANOSECONDS;  // the second that is left_ of the patience, by its start
+  int64_t left_ = 0;
+  bool exhausted_ = false;
+};
+
+// One write that does not wait: the bytes written, or -1 with errno (EAGAIN: no room now).
+using WriteNow = ssize_t (*)(int fd, const char* data, size_t size);
+
+ssize_t WriteOwn(int fd, const char* data, size_t size) {
+  return ::write(fd, data, size);
+}
+
+ssize_t WriteSocket(int fd, const char* data, size_t size) {
+  return ::send(fd, data, size, MSG_DONTWAIT);
+}
+
+// On a description that others use in the blocking mode. Where the kernel knows no single write that does not
+// wait, a piece that fits wherever there is any room comes next to it.
+ssize_t WriteShared(int fd, const char* data, size_t size) {
+  const iovec piece{const_cast<char*>(data), std::min<size_t>(size, PIPE_BUF)};
+  const ssize_t written = ::pwritev2(fd, &piece, 1, -1, RWF_NOWAIT);
+  if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return written;
+  pollfd room{fd, POLLOUT, 0};
+  if (::poll(&room, 1, 0) > 0) return ::write(fd, piece.iov_base, piece.iov_len);
+  errno = EAGAIN;
+  return -1;
+}
+
+// Where the text of a lossy stream goes.
+class Sink {
+ public:
+  // fd is what file or own holds, or outlives the sink.
+  Sink(int fd, WriteNow write, UniqueFd own = {}, UniqueFile file = nullptr)
+      : fd_(fd), write_(write), own_(std::move(own)), file_(std::move(file)) {}
+
+  // 0 when the text was written or dropped, else -1 with errno.
+  int Write(std::string_view text) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (cut_) {
+      const ssize_t ended = Put("\n");
+      if (ended <= 0) return static_cast<int>(ended);
+    }
+    const ssize_t written = Put(text);
+    cut_ = written > 0 && static_cast<size_t>(written) < text.size() && text[written - 1] != '\n';
+    return written < 0 ? -1 : 0;
+  }
+
+ private:
+  // The bytes for which there was room, or -1 with errno.
+  ssize_t Put(std::string_view text) {
+    size_t done = 0;
+    while (done < text.size()) {
+      const ssize_t written = write_(fd_, text.data() + done, text.size() - done);
+      if (written > 0) {
+        done += static_cast<size_t>(written);
+        patience_.Renew();
+        continue;
+      }
+      const int error = written < 0 ? errno : EAGAIN;
+      if (error == EINTR) continue;
+      if (error != EAGAIN && error != ENOBUFS) return -1;
+      if (!patience_.WaitForRoom(fd_)) break;
+    }
+    return static_cast<ssize_t>(done);
+  }
+
+  std::mutex mutex_;
+  int fd_;
+  WriteNow write_;
+  UniqueFd own_;
+  UniqueFile file_;
+  Patience patience_;
+  bool cut_ = false;  // the last text, in the middle of a line
+};
+
+ssize_t WriteToSink(void* sink, const char* data, size_t size) {
+  return static_cast<Sink*>(sink)->Write({data, size}) == 0 ? static_cast<ssize_t>(size) : 0;
+}
+
+int CloseSink(void* sink) {
+  delete static_cast<Sink*>(sink);
+  return 0;
+}
+
+// Null, with errno, when there is no memory.
+FILE* StreamInto(std::unique_ptr<Sink> sink) {
+  FILE* const stream = ::fopencookie(sink.get(), "w", {nullptr, WriteToSink, nullptr, CloseSink});
+  if (stream != nullptr) sink.release();  // CloseSink deletes it
+  return stream;
+}
+
+// A description of the agent's own of what a descriptor refers to; invalid where the system grants none. Its
+// number leaves the low ones to those that would get them without it.
+UniqueFd OpenAgain(int fd) {
+  const std::string path = Format("/proc/self/fd/%d", fd);
+  const UniqueFd low(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  const rlim_t end = std::min(limit.rlim_cur, DESCRIPTOR_TABLE);
+  if (!low.Valid() || end < RESERVED) return {};
+  return UniqueFd(::fcntl(low.Get(), F_DUPFD_CLOEXEC, static_cast<int>(end - RESERVED)));
+}
+
+std::unique_ptr<Sink> SinkTo(int fd) {
+  struct stat status {};
+  ::fstat(fd, &status);
+  if (S_ISSOCK(status.st_mode)) return std::make_unique<Sink>(fd, WriteSocket);
+  UniqueFd own = OpenAgain(fd);
+  if (!own.Valid()) return std::make_unique<Sink>(fd, WriteShared);
+  const int number = own.Get();
+  return std::make_unique<Sink>(number, WriteOwn, std::move(own));
+}
+
+// One of the standard streams, and what stands in for it.
+struct Standard {
+  FILE** variable;
+  FILE* plain;
+  int fd;
+  int buffering;
+  Sink* sink;  // of the stream that stands in; null: none does
+
+  void MakePlain() {
+    if (sink == nullptr) return;
+    sink = nullptr;
+    std::fclose(std::exchange(*variable, plain));
+  }
+  void MakeLossy() {
+    std::unique_ptr<Sink> made = SinkTo(fd);
+    Sink* const borrowed = made.get();
+    FILE* const stream = StreamInto(std::move(made));
+    if (stream == nullptr) return;
+    std::setvbuf(stream, nullptr, buffering, BUFSIZ);
+    std::fflush(plain);
+    *variable = stream;
+    sink = borrowed;
+  }
+};
+
+Standard output = {&stdout, stdout, STDOUT_FILENO, _IOLBF, nullptr};
+Standard errors = {&stderr, stderr, STDERR_FILENO, _IONBF, nullptr};
+
+void WriteAll(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(fd, text.data(), text.size());
+    if (written <= 0) return;
+    text.remove_prefix(static_cast<size_t>(written));
+  }
+}
+
+}  // namespace
+
+void MakeStandardStreamsLossy() {
+  for (Standard* stream : {&output, &errors}) {
+    stream->MakePlain();
+    if (MayStall(stream->fd)) stream->MakeLossy();
+  }
+}
+
+UniqueFile LossyStream(UniqueFile file) {
+  const int fd = file ? ::fileno(file.get()) : -1;
+  if (!MayStall(fd)) return file;
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+  return UniqueFile(StreamInto(std::make_unique<Sink>(fd, WriteOwn, UniqueFd(), std::move(file))));
+}
+
+void Echo(std::string_view text) {
+  ::flockfile(stdout);
+  if (::__fpending(stdout) != 0) {
+    ::fwrite_unlocked(text.data(), 1, text.size(), stdout);
+  } else if (output.sink != nullptr) {
+    output.sink->Write(text);
+  } else {
+    WriteAll(STDOUT_FILENO, text);
+  }
+  ::funlockfile(stdout);
+}
+
+}  // namespace base
