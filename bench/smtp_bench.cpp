@@ -7,8 +7,8 @@
 #include <string>
 
 #include "base/owners.h"
-#include "smtp/smtp_internal.h"
 #include "smtp/smtp_base64.h"
+#include "smtp/smtp_internal.h"
 
 namespace {
 

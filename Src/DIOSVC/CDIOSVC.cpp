@@ -230,8 +230,7 @@ long CDIOSVC::SendAlarm(int64_t code) {
 
 long CDIOSVC::SendChannelStatus(const LVCSR_DATA_CHANNEL& status) {
   const std::string list = frames::ChannelList(status);
-  if (SOCK_SVC_DATA_SEND(list.data(), static_cast<long>(list.size()), REPORT_CHANNEL_STATUS) == 1)
-    return 1;
+  if (SOCK_SVC_DATA_SEND(list.data(), static_cast<long>(list.size()), REPORT_CHANNEL_STATUS) == 1) return 1;
   SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc ch data send fail.");
   return -1;
 }
@@ -240,8 +239,7 @@ long CDIOSVC::SendResourceUsage(int32_t cpu, int32_t memory) {
   SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_RESOURCE_USAGE start");
   const std::string text = frames::ResourceText(cpu, memory);
   SVC_TRACE(TRACE_INFO, "send resource usage reqeust data = %s", text.c_str());
-  if (SOCK_SVC_DATA_SEND(text.data(), static_cast<long>(text.size()), REPORT_RESOURCE_USAGE) == 1)
-    return 1;
+  if (SOCK_SVC_DATA_SEND(text.data(), static_cast<long>(text.size()), REPORT_RESOURCE_USAGE) == 1) return 1;
   SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc ch resource send fail.");
   return -1;
 }

@@ -16,9 +16,9 @@ inline constexpr size_t HEADER_SIZE = 16;
 std::string OpenFrame(int64_t tag);
 std::string CloseFrame(int64_t tag);
 
-// The type's keyword (report_types.h) and the data behind a header; for no known type the data alone. The frame is always the data's length + 30 bytes, zeros behind its text:
-// an alarm frame, whose keyword is shorter than the others, ends in 8 zero bytes that its length field does
-// not count.
+// The type's keyword (report_types.h) and the data behind a header; for no known type the data alone. The
+// frame is always the data's length + 30 bytes, zeros behind its text: an alarm frame, whose keyword is
+// shorter than the others, ends in 8 zero bytes that its length field does not count.
 std::string DataFrame(int64_t tag, int64_t type, const std::string& data);
 
 // The rest of a header from its length field, bytes 9 to 14, on.

@@ -11,8 +11,8 @@
 namespace base {
 
 // Opens a regular file for reading, close-on-exec; *size (may be null) gets its size of this moment. Invalid
-// with errno when it cannot be opened: EINVAL for one of another kind. flags are further ones of open(2), such
-// as O_NOFOLLOW.
+// with errno when it cannot be opened: EINVAL for one of another kind. flags are further ones of open(2),
+// such as O_NOFOLLOW.
 UniqueFd OpenRegular(const char* path, size_t* size = nullptr, int flags = 0);
 // The same as a stream; null as well without memory.
 UniqueFile OpenRegularStream(const char* path);

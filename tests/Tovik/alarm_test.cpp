@@ -5,8 +5,8 @@
 #include <set>
 #include <string>
 
-#include "Tovik/alarms/alarm_pictures.h"
 #include "Tovik/alarms/alarm_body.h"
+#include "Tovik/alarms/alarm_pictures.h"
 #include "Tovik/alarms/mail.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "Tovik/alarms/recipients.h"
 #include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/hang_check.h"
 #include "Tovik/checks/process_search.h"
@@ -15,7 +16,6 @@
 #include "Tovik/checks/result_table.h"
 #include "Tovik/checks/thresholds.h"
 #include "Tovik/config/config.h"
-#include "Tovik/alarms/recipients.h"
 #include "Tovik/traced.h"
 #include "base/stop.h"
 

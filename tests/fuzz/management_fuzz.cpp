@@ -1,7 +1,7 @@
 // A management server's replies: everything that it sends in one connection is there from the beginning.
 #include "DIOSVC/CDIOSVC.h"
-#include "DIOSVC/report_types.h"
 #include "DIOSVC/frames.h"
+#include "DIOSVC/report_types.h"
 #include "fuzz/fuzz.h"
 #include "support/support.h"
 

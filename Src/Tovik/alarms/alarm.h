@@ -13,11 +13,11 @@ inline constexpr uint32_t ALARM_KIND_THRESHOLD = 4;
 
 // Texts in code page 949. They go into a body as they are: nothing is escaped.
 struct Alarm {
-  uint32_t kind;        // any other than those above has no picture
-  std::string title;    // one line; the mail's subject too
-  std::string label;    // the service's short name
-  std::string message;  // may be HTML; its newlines become "<br />"
-  std::string host;     // the host's IP address, as the message card shows it
+  uint32_t kind;                     // any other than those above has no picture
+  std::string title;                 // one line; the mail's subject too
+  std::string label;                 // the service's short name
+  std::string message;               // may be HTML; its newlines become "<br />"
+  std::string host;                  // the host's IP address, as the message card shows it
   const char* attachment = nullptr;  // path of a file that the mail carries, borrowed; null: none
 };
 

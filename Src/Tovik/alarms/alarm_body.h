@@ -1,5 +1,5 @@
-// From an alarm to the bytes of a mail or of a post. Nothing here has side effects: what is sent may as well be
-// looked at beforehand.
+// From an alarm to the bytes of a mail or of a post. Nothing here has side effects: what is sent may as well
+// be looked at beforehand.
 #ifndef TOVIK_ALARMS_ALARM_BODY_H
 #define TOVIK_ALARMS_ALARM_BODY_H
 
@@ -27,8 +27,8 @@ std::string DateText(time_t now);
 // character, so that the layout stays whole.
 std::string FillLayout(Alarm alarm, Layout layout, const std::string& date);
 
-// The whole way: filled, cut, converted to UTF-8, newlines replaced by "<br />". When it is null, *reason says
-// why: a text that does not convert, or no memory. Throws nothing.
+// The whole way: filled, cut, converted to UTF-8, newlines replaced by "<br />". When it is null, *reason
+// says why: a text that does not convert, or no memory. Throws nothing.
 base::UniqueText AlarmBody(const Alarm& alarm, Layout layout, time_t now, const char** reason);
 
 }  // namespace alarms

@@ -4,8 +4,8 @@
 // address. Names hold no blanks. As many recipients are read as the file has newlines, so a last line without
 // one is lost, and a blank line makes an empty recipient at the end of the list.
 //
-// The lists are read at start-up. From the first change of a file's time on they are read again at every look,
-// once a second: the times of the start are what they are compared with.
+// The lists are read at start-up. From the first change of a file's time on they are read again at every
+// look, once a second: the times of the start are what they are compared with.
 #ifndef TOVIK_ALARMS_RECIPIENTS_H
 #define TOVIK_ALARMS_RECIPIENTS_H
 

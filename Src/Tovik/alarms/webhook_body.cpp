@@ -24,8 +24,8 @@ std::string TeamsCard(const Alarm& alarm, const std::string& date) {
       "\"activitySubtitle\": \"%s\",   \"activityImage\": \"%s\",   \"facts\": [{       \"name\": "
       "\"Assigned IP\",       \"value\": \"%s\"    }, {       \"name\": \"Send date\",       \"value\": "
       "\"%s\"    }, {       \"name\": \"Message\",       \"value\": \"%s\"    }],    \"markdown\": true}]}",
-      alarm.title.c_str(), alarm.title.c_str(), alarm.label.c_str(), picture,
-      alarm.host.c_str(), date.c_str(), alarm.message.c_str());
+      alarm.title.c_str(), alarm.title.c_str(), alarm.label.c_str(), picture, alarm.host.c_str(),
+      date.c_str(), alarm.message.c_str());
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ namespace {
 constexpr time_t LOOK_BACK = 120;  // seconds
 constexpr size_t MAX_TEXT = ERROR_TEXT - 1;
 constexpr const char* EXTRACT_NAME = "STTAlarmLog.txt";
-constexpr int64_t PAUSE = 1;       // seconds between two looks at the clock
+constexpr int64_t PAUSE = 1;  // seconds between two looks at the clock
 // A line found has 8 bytes at least, so more lines than this never get into a text, and a log flooded with
 // errors is not copied onto its own disk.
 constexpr const char* MAX_LINES = "10240";

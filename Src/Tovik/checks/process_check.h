@@ -7,8 +7,8 @@
 void ProcessCycle();
 
 // One tick for the engine of this short process name. 0 when it was found (or the search ended at a process
-// without a name), 1 after a restart was tried. Blocks for the second between two snapshots, for the mails and
-// posts of its alarms, and after a restart for RESTART_CHECK_SEC seconds.
+// without a name), 1 after a restart was tried. Blocks for the second between two snapshots, for the mails
+// and posts of its alarms, and after a restart for RESTART_CHECK_SEC seconds.
 int TovikProc(const char* name);
 
 #endif

@@ -18,8 +18,8 @@
 
 namespace {
 
-constexpr time_t ONE_DAY = 86400;             // seconds
-constexpr int64_t PAUSE_AFTER_A_CHECK = 60;   // seconds
+constexpr time_t ONE_DAY = 86400;            // seconds
+constexpr int64_t PAUSE_AFTER_A_CHECK = 60;  // seconds
 constexpr int64_t PAUSE_BETWEEN_LOOKS = 1;
 
 struct RecordsRelease {

@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "Tovik/config/config.h"
-#include "Tovik/trace.h"
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_socket.h"
+#include "Tovik/trace.h"
 #include "base/handover.h"
 #include "base/owners.h"
 #include "tls/tls_socket.h"

@@ -8,12 +8,12 @@
 #include <string>
 #include <utility>
 
-#include "Tovik/trace.h"
 #include "Tovik/engine/engine_socket.h"
-#include "base/standard_descriptors.h"
+#include "Tovik/trace.h"
 #include "base/net.h"
 #include "base/owners.h"
 #include "base/resolve.h"
+#include "base/standard_descriptors.h"
 #include "base/stop.h"
 #include "tls/tls_socket.h"
 

@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Tovik/trace.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/engine/growing_receive.h"
+#include "Tovik/trace.h"
 #include "base/net.h"
 #include "base/owners.h"
 #include "base/stop.h"

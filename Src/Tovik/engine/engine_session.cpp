@@ -16,10 +16,10 @@
 
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/growing_receive.h"
-#include "base/standard_descriptors.h"
 #include "base/format.h"
 #include "base/net.h"
 #include "base/owners.h"
+#include "base/standard_descriptors.h"
 #include "base/stop.h"
 
 namespace {

@@ -56,8 +56,8 @@ int Recv_Wait(int sock, int seconds);
 char* RecvData(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int* status, int flags);
 
 // Closes the record's socket unless it is -1, and frees session and context. A record that never connected
-// closes descriptor 0 (see base/standard_descriptors.h). The record forgets the number, so that a second call closes
-// nothing that has come to bear it since. 0, or -1 when the close failed, with the rest undone.
+// closes descriptor 0 (see base/standard_descriptors.h). The record forgets the number, so that a second call
+// closes nothing that has come to bear it since. 0, or -1 when the close failed, with the rest undone.
 int DunraSTT_EXIT(LVCSR_SOCK_HEAD* head);
 
 #endif

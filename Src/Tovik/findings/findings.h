@@ -9,7 +9,15 @@
 
 #include "Tovik/alarms/alarm.h"
 
-enum class Finding { AGENT_STARTED, CHANNELS_OVER, MEMORY_OVER, CPU_OVER, ENGINE_DEAD, DAILY_RESULT, ERROR_LINES };
+enum class Finding {
+  AGENT_STARTED,
+  CHANNELS_OVER,
+  MEMORY_OVER,
+  CPU_OVER,
+  ENGINE_DEAD,
+  DAILY_RESULT,
+  ERROR_LINES
+};
 
 // A finding without one is not told to the management servers.
 inline constexpr int NO_ALARM_CODE = -1;
@@ -17,9 +25,9 @@ inline constexpr int NO_ALARM_CODE = -1;
 // One finding. Without a label it is told to the management servers alone.
 struct FindingRow {
   Finding finding;
-  const char* name;     // as programs call it
-  int alarmCode;        // DIOSVC/report_types.h
-  uint32_t kind;        // alarms/alarm.h
+  const char* name;  // as programs call it
+  int alarmCode;     // DIOSVC/report_types.h
+  uint32_t kind;     // alarms/alarm.h
   const char* label;
   const char* subject;  // how the mail's subject ends
   const char* traced;   // how its trace lines end

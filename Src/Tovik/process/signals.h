@@ -15,8 +15,8 @@ void handle_signal(int sig);
 // Sleeps until one of the four signals comes, at most so many seconds, and handles that one.
 void SleepTakingSignal(int seconds);
 
-// Sends SIGINT to this process and has it handled: by the stop where that has still to be run (of what else is
-// pending nothing comes before it), else by the signal's default action, which ends the process.
+// Sends SIGINT to this process and has it handled: by the stop where that has still to be run (of what else
+// is pending nothing comes before it), else by the signal's default action, which ends the process.
 void DieBySigint(bool stopped);
 
 #endif

@@ -36,9 +36,8 @@ void ServeAll(const ReportSender& sender) {
 }
 
 void Serve(int64_t messageId) {
-  const auto* const report =
-      std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),
-                   [&](const ReportType& row) { return row.messageId == messageId; });
+  const auto* const report = std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),
+                                          [&](const ReportType& row) { return row.messageId == messageId; });
   if (report == REPORT_TYPES.end()) return;
   if (report->type == REPORT_ALARM) alarm_log_message_trace(static_cast<int>(gAlarmFlag));
   ServeAll(*FindReportSender(report->type));

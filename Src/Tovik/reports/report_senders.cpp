@@ -52,8 +52,8 @@ long DeliverChannelStatus(CDIOSVC& service) {
 }  // namespace
 
 const ReportSender* FindReportSender(int type) {
-  const auto* row =
-      std::find_if(SENDERS.begin(), SENDERS.end(), [&](const ReportSender& sender) { return sender.type == type; });
+  const auto* row = std::find_if(SENDERS.begin(), SENDERS.end(),
+                                 [&](const ReportSender& sender) { return sender.type == type; });
   return row == SENDERS.end() ? nullptr : row;
 }
 
