@@ -1,0 +1,97 @@
+#include "ctl/agent_config.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "Tovik/config/config.h"
+#include "Tovik/config/config_line.h"
+#include "base/format.h"
+#include "base/owners.h"
+#include "ctl/running_agent.h"
+#include "ctl/text.h"
+
+namespace ctl {
+namespace {
+
+constexpr int LINE_SIZE = 1024;
+constexpr size_t PATH_SIZE = 4096;
+constexpr const char* RECORD_KEY = "HISTORY_PATH";
+
+// The value of a key that the agent does not know; empty when it is missing. Lines are read as the agent
+// reads them.
+std::string ToolKey(const std::string& path, const char* key) {
+  const base::UniqueFile file(std::fopen(path.c_str(), "rbe"));
+  ConfigLine parser;
+  std::string value;
+  char line[LINE_SIZE];
+  while (file && std::fgets(line, sizeof line, file.get()) != nullptr) {
+    if (parser.Take(line) && parser.Key() == key) value = parser.Value();
+  }
+  return value == "\n" ? "" : value;
+}
+
+std::string RecordFolder(const std::string& file) {
+  const std::string value = ToolKey(file, RECORD_KEY);
+  if (value.empty()) return DEFAULT_RECORD_FOLDER;
+  char path[PATH_SIZE];
+  base::CopyText(path, sizeof path, value);
+  FullPath(m_sz_base_path, path, sizeof path);
+  return path;
+}
+
+// The one file that all of them were given.
+std::string FileOf(const std::vector<RunningAgent>& agents, std::string* complaint) {
+  std::string file;
+  for (const RunningAgent& agent : agents) {
+    if (agent.config.empty() || agent.config == file) continue;
+    if (!file.empty()) {
+      *complaint = "agents run on several configurations, " + Shown(file) + " and " + Shown(agent.config) +
+                   ": say which with -f";
+      return {};
+    }
+    file = agent.config;
+  }
+  return file.empty() ? DEFAULT_CONFIG : file;
+}
+
+}  // namespace
+
+std::string ChooseConfigFile(const std::string& given, std::string* complaint) {
+  if (!given.empty()) return given;
+  const auto above = AgentAbove(::getppid());
+  if (above && !above->config.empty()) return above->config;
+  return FileOf(FindAgents(), complaint);
+}
+
+std::optional<AgentConfig> LoadAgentConfig(const std::string& file, std::string* complaint) {
+  static SEND_INFO info;
+  gSendInfo = &info;
+  base::CopyText(m_sz_configfile, sizeof m_sz_configfile, file);
+  if (ReadCfg() != 1) {
+    *complaint = Shown(file) + ": " + std::strerror(errno);
+    return std::nullopt;
+  }
+  AgentConfig config;
+  config.file = ConfigFileName(file);
+  config.process = m_sz_proc_name;
+  config.base = m_sz_base_path;
+  config.shell_file = m_sz_shell_file;
+  config.shell_method = m_sz_shell_method;
+  config.watch_path = m_sz_txt_path;
+  config.hang_path = m_hang_path;
+  config.engine_path = m_sz_svc_txt_path;
+  config.port = m_PROC_PORT;
+  config.host_in_names = m_log_hostname_inc_flag != 0;
+  config.record_folder = RecordFolder(config.file);
+  return config;
+}
+
+std::optional<AgentConfig> FindAgentConfig(const std::string& given, std::string* complaint) {
+  const std::string file = ChooseConfigFile(given, complaint);
+  return file.empty() ? std::nullopt : LoadAgentConfig(file, complaint);
+}
+
+}  // namespace ctl

@@ -1,0 +1,44 @@
+// The agent's configuration as the tool's commands see it: read by the agent's own parser. The one place
+// where the tool knows how the agent keeps it.
+#ifndef CTL_AGENT_CONFIG_H
+#define CTL_AGENT_CONFIG_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace ctl {
+
+inline constexpr const char* DEFAULT_CONFIG = "/etc/dunrastt/DunraSTT.conf";
+inline constexpr const char* DEFAULT_RECORD_FOLDER = "/var/lib/dunrastt";
+
+// What the agent works with: texts as in the file (code page 949), paths made absolute by the agent's rules.
+struct AgentConfig {
+  std::string file;
+  std::string process;       // PROC_NAME
+  std::string base;          // BASE_PATH
+  std::string shell_file;    // SHELL_FILE
+  std::string shell_method;  // SHELL_METHOD
+  std::string watch_path;    // WATCH_PATH, a prefix that ends with "/"
+  std::string hang_path;     // HANG_PATH
+  std::string engine_path;   // TXT_PATH
+  int64_t port = 0;          // ASR_PORT
+  bool host_in_names = false;
+  std::string record_folder = DEFAULT_RECORD_FOLDER;  // HISTORY_PATH, a key of the tool alone
+};
+
+// The file to judge by: given, else the one of the agent above this process, else that of the running agent,
+// else DEFAULT_CONFIG. Empty, with what is wrong, when several agents run on different files.
+std::string ChooseConfigFile(const std::string& given, std::string* complaint);
+
+// Reads it into the agent's variables and gives back what the commands need. Nothing, with what is wrong,
+// when it cannot be opened. Not for two threads at once. May block as long as the file system does.
+std::optional<AgentConfig> LoadAgentConfig(const std::string& file, std::string* complaint);
+
+// The two together.
+std::optional<AgentConfig> FindAgentConfig(const std::string& given, std::string* complaint);
+
+}  // namespace ctl
+
+#endif

@@ -1,0 +1,103 @@
+#include "ctl/output.h"
+
+#include <iconv.h>
+#include <langinfo.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "ctl/text.h"
+
+namespace ctl {
+namespace {
+
+constexpr int SCHEMA = 1;
+constexpr size_t LONGEST_CHARACTER = 8;  // in any character set
+
+bool OnTerminal() {
+  static const bool terminal = ::isatty(STDOUT_FILENO) == 1;
+  return terminal;
+}
+
+// The character set of a terminal, or null when UTF-8 will do.
+const char* OtherCharset() {
+  std::setlocale(LC_CTYPE, "");
+  const char* charset = ::nl_langinfo(CODESET);
+  return std::strcmp(charset, "UTF-8") == 0 ? nullptr : charset;
+}
+
+class Converter {
+ public:
+  explicit Converter(const char* charset) : handle_(::iconv_open(charset, "UTF-8")) {}
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
+  ~Converter() {
+    if (Valid()) ::iconv_close(handle_);
+  }
+  bool Valid() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+  // One character.
+  std::string Convert(std::string character) const {
+    char result[LONGEST_CHARACTER];
+    char* in = character.data();
+    char* out = result;
+    size_t inLeft = character.size();
+    size_t outLeft = sizeof result;
+    if (!Valid() || ::iconv(handle_, &in, &inLeft, &out, &outLeft) != 0) return "?";
+    return {result, sizeof result - outLeft};
+  }
+
+ private:
+  iconv_t handle_;
+};
+
+std::string InCharset(std::string_view text, const char* charset) {
+  const Converter converter(charset);
+  std::string result;
+  for (size_t at = 0; at < text.size();) {
+    const size_t start = at;
+    const bool plain = NextCharacter(text, &at) < 0x80;
+    const std::string character(text.substr(start, at - start));
+    result += plain ? character : converter.Convert(character);
+  }
+  return result;
+}
+
+}  // namespace
+
+void Print(std::string_view text) {
+  static const char* const charset = OnTerminal() ? OtherCharset() : nullptr;
+  const std::string bytes = charset == nullptr ? std::string(text) : InCharset(text, charset);
+  std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+}
+
+void Complain(std::string_view text) {
+  // One write, for others may write there too.
+  const std::string line = "dunrasttctl: " + std::string(text) + "\n";
+  [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
+}
+
+std::string Paint(Colour colour, std::string_view text) {
+  static constexpr const char* CODES[] = {"31", "33", "32", "90"};
+  const char* off = std::getenv("NO_COLOR");
+  if (!OnTerminal() || (off != nullptr && *off != '\0')) return std::string(text);
+  return std::string("\033[") + CODES[static_cast<int>(colour)] + "m" + std::string(text) + "\033[0m";
+}
+
+nlohmann::ordered_json JsonObject() {
+  return {{"schema", SCHEMA}};
+}
+
+std::string JsonText(const nlohmann::ordered_json& json) {
+  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void PrintJson(const nlohmann::ordered_json& json) {
+  const std::string line = JsonText(json) + "\n";
+  std::fwrite(line.data(), 1, line.size(), stdout);
+}
+
+}  // namespace ctl

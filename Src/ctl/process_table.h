@@ -1,0 +1,41 @@
+// Processes as the tool looks for them: without the password database, which may hang.
+#ifndef CTL_PROCESS_TABLE_H
+#define CTL_PROCESS_TABLE_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ctl {
+
+struct ProcessRow {
+  pid_t pid = 0;
+  std::string name;  // raw bytes, 15 of a program's name at most
+  char state = ' ';  // the kernel's letter
+  pid_t parent = 0;
+  uint64_t start = 0;  // clock ticks since the boot: with the pid, it names one process for ever
+  bool Zombie() const { return state == 'Z' || state == 'X'; }
+};
+
+// A text of /proc/PID/stat; nothing when it is cut.
+std::optional<ProcessRow> ParseProcessStat(std::string_view text);
+// Nothing when the process is gone.
+std::optional<ProcessRow> ReadProcess(pid_t pid, const std::string& proc = "/proc");
+// Each process in the order of the directory, until the visitor returns false. False when the directory
+// cannot be read.
+bool VisitProcesses(const std::function<bool(const ProcessRow&)>& visit, const std::string& proc = "/proc");
+// A living process of this short name, the one that was started first, zombies aside; nothing for an empty
+// name.
+std::optional<ProcessRow> FindLiving(std::string_view name, const std::string& proc = "/proc");
+
+// The words of a process; empty when they cannot be read.
+std::vector<std::string> ReadCommandLine(pid_t pid, const std::string& proc = "/proc");
+
+}  // namespace ctl
+
+#endif

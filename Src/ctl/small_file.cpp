@@ -1,0 +1,65 @@
+#include "ctl/small_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace ctl {
+namespace {
+
+base::UniqueFd OpenToRead(const std::string& path) {
+  return base::UniqueFd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+}  // namespace
+
+std::optional<std::string> ReadDescriptor(int fd, size_t limit) {
+  std::string text;
+  char buffer[4096];
+  while (text.size() < limit) {
+    const ssize_t got = ::read(fd, buffer, std::min(sizeof buffer, limit - text.size()));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && text.empty()) return std::nullopt;
+    if (got <= 0) break;
+    text.append(buffer, static_cast<size_t>(got));
+  }
+  return text;
+}
+
+std::optional<std::string> ReadSmallFile(const std::string& path, size_t limit) {
+  const base::UniqueFd file = OpenToRead(path);
+  if (!file.Valid()) return std::nullopt;
+  return ReadDescriptor(file.Get(), limit);
+}
+
+std::optional<std::string> ReadTail(const std::string& path, size_t limit) {
+  const base::UniqueFd file = OpenToRead(path);
+  struct stat status {};
+  if (!file.Valid() || ::fstat(file.Get(), &status) != 0) return std::nullopt;
+  if (!S_ISREG(status.st_mode)) {
+    errno = EINVAL;
+    return std::nullopt;
+  }
+  const auto size = static_cast<size_t>(status.st_size);
+  if (size <= limit) return ReadDescriptor(file.Get(), limit);
+  ::lseek(file.Get(), static_cast<off_t>(size - limit), SEEK_SET);
+  std::optional<std::string> text = ReadDescriptor(file.Get(), limit);
+  if (text) text->erase(0, text->find('\n') + 1);
+  return text;
+}
+
+int WriteAll(int fd, const char* data, size_t length) {
+  while (length > 0) {
+    const ssize_t written = ::write(fd, data, length);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return -1;
+    data += written;
+    length -= static_cast<size_t>(written);
+  }
+  return 0;
+}
+
+}  // namespace ctl

@@ -1,0 +1,165 @@
+#include "ctl/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+#include "base/format.h"
+#include "charset/cp949.h"
+
+namespace ctl {
+namespace {
+
+constexpr char32_t REPLACEMENT = 0xFFFD;
+constexpr size_t FIRST_CODE = 0x8141;
+constexpr std::string_view ELLIPSIS = "...";
+
+struct Range {
+  char32_t first;
+  char32_t last;
+};
+template <size_t SIZE>
+bool In(const Range (&ranges)[SIZE], char32_t c) {
+  return std::any_of(std::begin(ranges), std::end(ranges),
+                     [c](const Range& range) { return c >= range.first && c <= range.last; });
+}
+
+constexpr Range CONTROLS[] = {{0, 0x1F}, {0x7F, 0x9F}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
+constexpr Range WIDE[] = {{0x1100, 0x115F}, {0x2E80, 0x303E},   {0x3041, 0x4DBF},  {0x4E00, 0xA4CF},
+                          {0xAC00, 0xD7A3}, {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},  {0xFF00, 0xFF60},
+                          {0xFFE0, 0xFFE6}, {0x1F300, 0x1FAFF}, {0x20000, 0x3FFFD}};
+constexpr Range WITHOUT_WIDTH[] = {{0x300, 0x36F}, {0x1160, 0x11FF}, {0x200B, 0x200D}, {0xFE00, 0xFE0F}};
+
+// Lengths of a character by its first byte, with the lowest code point that may be written so.
+struct Form {
+  unsigned char mask;
+  unsigned char lead;
+  size_t length;
+  char32_t lowest;
+};
+constexpr Form FORMS[] = {
+    {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
+
+unsigned char Byte(std::string_view text, size_t at) {
+  return static_cast<unsigned char>(text[at]);
+}
+
+// 0 when it is none of this form.
+char32_t Decode(std::string_view text, size_t at, const Form& form) {
+  if (at + form.length > text.size()) return 0;
+  char32_t c = Byte(text, at) & static_cast<unsigned char>(~form.mask);
+  for (size_t i = 1; i < form.length; ++i) {
+    if ((Byte(text, at + i) & 0xC0) != 0x80) return 0;
+    c = (c << 6) | (Byte(text, at + i) & 0x3F);
+  }
+  const bool surrogate = c >= 0xD800 && c <= 0xDFFF;
+  return c < form.lowest || c > 0x10FFFF || surrogate ? 0 : c;
+}
+
+void Append(std::string* text, char32_t c) {
+  const auto put = [text](char32_t byte) { *text += static_cast<char>(byte); };
+  if (c < 0x80) {
+    put(c);
+  } else if (c < 0x800) {
+    put(0xC0 | (c >> 6));
+    put(0x80 | (c & 0x3F));
+  } else {
+    if (c < 0x10000) {
+      put(0xE0 | (c >> 12));
+    } else {
+      put(0xF0 | (c >> 18));
+      put(0x80 | ((c >> 12) & 0x3F));
+    }
+    put(0x80 | ((c >> 6) & 0x3F));
+    put(0x80 | (c & 0x3F));
+  }
+}
+
+std::string Escaped(char32_t c) {
+  if (c == '\n') return "\\n";
+  if (c == '\t') return "\\t";
+  return base::Format(c < 0x100 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(c));
+}
+
+bool IsSound(std::string_view text) {
+  for (size_t at = 0; at < text.size();) {
+    const size_t start = at;
+    if (NextCharacter(text, &at) == REPLACEMENT && at == start + 1) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+char32_t NextCharacter(std::string_view text, size_t* at) {
+  for (const Form& form : FORMS) {
+    if ((Byte(text, *at) & form.mask) != form.lead) continue;
+    const char32_t c = Decode(text, *at, form);
+    if (c == 0 && form.length > 1) break;
+    *at += form.length;
+    return c;
+  }
+  ++*at;
+  return REPLACEMENT;
+}
+
+std::string FromCp949(std::string_view bytes) {
+  std::string text;
+  for (size_t at = 0; at < bytes.size(); ++at) {
+    const size_t lead = Byte(bytes, at);
+    if (lead < 0x80) {
+      text += bytes[at];
+      continue;
+    }
+    const size_t code = at + 1 < bytes.size() ? lead * 256 + Byte(bytes, at + 1) : 0;
+    const bool known = code >= FIRST_CODE && code - FIRST_CODE < std::size(ksc2uni_code);
+    const char32_t c = known ? ksc2uni_code[code - FIRST_CODE] : 0;
+    Append(&text, c == 0 ? REPLACEMENT : c);
+    // A plain character behind half of one is not swallowed with it.
+    if (c != 0 || (code != 0 && Byte(bytes, at + 1) >= 0x80)) ++at;
+  }
+  return text;
+}
+
+std::string ToUtf8(std::string_view bytes) {
+  return IsSound(bytes) ? std::string(bytes) : FromCp949(bytes);
+}
+
+std::string Printable(std::string_view text, size_t limit) {
+  std::string shown;
+  size_t whole = 0;  // up to where there is room for the ellipsis
+  for (size_t at = 0; at < text.size();) {
+    const char32_t c = NextCharacter(text, &at);
+    if (In(CONTROLS, c)) {
+      shown += Escaped(c);
+    } else {
+      Append(&shown, c);
+    }
+    if (shown.size() + ELLIPSIS.size() <= limit) whole = shown.size();
+    if (shown.size() <= limit) continue;
+    shown.resize(whole);
+    return shown.append(ELLIPSIS);
+  }
+  return shown;
+}
+
+std::string Shown(std::string_view bytes) {
+  // A text is cut before it is converted, too: its length is not ours to choose.
+  return Printable(ToUtf8(bytes.substr(0, 4 * SHOWN_BYTES)));
+}
+
+size_t DisplayWidth(std::string_view text) {
+  size_t columns = 0;
+  for (size_t at = 0; at < text.size();) {
+    const char32_t c = NextCharacter(text, &at);
+    if (!In(WITHOUT_WIDTH, c)) columns += In(WIDE, c) ? 2 : 1;
+  }
+  return columns;
+}
+
+std::string Padded(std::string_view text, size_t columns) {
+  const size_t width = DisplayWidth(text);
+  return std::string(text) + std::string(width < columns ? columns - width : 0, ' ');
+}
+
+}  // namespace ctl

@@ -1,0 +1,5 @@
+#include "ctl/tool.h"
+
+int main(int argc, char** argv) {
+  return ctl::RunTool(argc, argv);
+}

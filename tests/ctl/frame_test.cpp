@@ -1,0 +1,103 @@
+// The parts of the operator's tool that work on words and texts alone.
+#include <gtest/gtest.h>
+
+#include "ctl/duration.h"
+#include "ctl/near_name.h"
+#include "ctl/process_table.h"
+#include "ctl/running_agent.h"
+#include "ctl/text.h"
+
+namespace ctl {
+namespace {
+
+TEST(NearNames, AreThoseOfSlips) {
+  const std::string_view names[] = {"history", "pause", "PROC_FIlE", "SMTP_AUTHPASSWORD", "-f"};
+  const std::pair<const char*, const char*> cases[] = {{"hsitory", "history"},
+                                                       {"histry", "history"},
+                                                       {"hisstory", "history"},
+                                                       {"hystori", "history"},
+                                                       {"PAUSE", "pause"},
+                                                       {"PROC_FILE", "PROC_FIlE"},
+                                                       {"SMTP_AUTHPASWSORD", "SMTP_AUTHPASSWORD"},
+                                                       {"psa", ""},
+                                                       {"", ""},
+                                                       {"x", ""},
+                                                       {"status", ""}};
+  for (const auto& [word, name] : cases) EXPECT_EQ(NearName(word, names), name) << word;
+  EXPECT_EQ(NearNameHint("histroy", names), ", history?");
+  EXPECT_EQ(NearName(std::string(100000, 'h'), names), "");
+}
+
+TEST(Durations, AreANumberWithItsUnit) {
+  const std::pair<const char*, int64_t> cases[] = {
+      {"10s", 10}, {"5m", 300}, {"24h", 86400}, {"0s", 0}, {"999999999h", 3599999996400}};
+  for (const auto& [text, seconds] : cases) EXPECT_EQ(ParseDuration(text), seconds) << text;
+  for (const char* text : {"", "s", "10", "10 s", "-1s", "1.5h", "10d", "1000000000s", "0x1s", "m5"})
+    EXPECT_FALSE(ParseDuration(text).has_value()) << text;
+}
+
+TEST(Durations, AreToldInTwoUnits) {
+  const std::pair<int64_t, const char*> cases[] = {{-5, "0 s"},          {80, "80 s"},  {360, "6 min"},
+                                                   {7860, "2 h 11 min"}, {7200, "2 h"}, {273600, "3 d 4 h"}};
+  for (const auto& [seconds, words] : cases) EXPECT_EQ(DurationWords(seconds), words);
+}
+
+TEST(Texts, OfOthersAreMadeFitToBeShown) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"a\n\t\x1b[31m\x7f", "a\\n\\t\\x1b[31m\\x7f"},
+      {"\xc2\x9b"
+       "2J \xe2\x80\xae",
+       "\\x9b2J \\u202e"},  // control characters and a change of direction, as UTF-8
+      {"한글", "한글"},
+      {"\xc7\xd1\xb1\xdb", "한글"},  // code page 949
+      {"5 \xa1\xbe 1", "5 ± 1"},     // a two-byte character
+      {"x\xc9\x41",
+       "x\xef\xbf\xbd"
+       "A"},  // no character of either
+      {std::string("a\0b", 3), "a\\x00b"},
+      {"\xed\xa0\x80", "\xef\xbf\xbd\xef\xbf\xbd"}};  // a surrogate is no UTF-8
+  for (const auto& [text, shown] : cases) EXPECT_EQ(Shown(text), shown);
+}
+
+TEST(Texts, AreCutAtACharacter) {
+  std::string hangul;
+  while (hangul.size() < 3000) hangul += "한";
+  const std::string shown = Shown(hangul);
+  EXPECT_EQ(shown, hangul.substr(0, 297) + "...");
+  EXPECT_EQ(Shown(std::string(300, 'a')), std::string(300, 'a'));
+  EXPECT_EQ(Shown(std::string(1 << 20, '\x1b')).size(), 299U);
+}
+
+TEST(Texts, AlignWithHangul) {
+  EXPECT_EQ(DisplayWidth("한글 ab"), 7U);
+  EXPECT_EQ(Padded("한글", 6), "한글  ");
+  EXPECT_EQ(Padded("longer", 3), "longer");
+}
+
+TEST(ProcessTable, ReadsNamesThatLookLikeSomethingElse) {
+  const char* rest = " S 7 4711 4711 0 -1 4194560 1 0 0 0 1 2 0 0 20 0 3 0 12345 1000 10";
+  const auto row = ParseProcessStat(std::string("4711 (a) R (b)") + rest);
+  ASSERT_TRUE(row);
+  EXPECT_EQ(row->name, "a) R (b");
+  EXPECT_EQ(row->state, 'S');
+  EXPECT_EQ(row->parent, 7);
+  EXPECT_EQ(row->start, 12345U);
+  for (const char* text : {"", "4711", "4711 (a", "4711 (a) S 7", "x (a) S 7 1", ") ("})
+    EXPECT_FALSE(ParseProcessStat(text)) << text;
+}
+
+TEST(RunningAgent, TellsItsConfigurationFile) {
+  using Words = std::vector<std::string>;
+  const std::pair<Words, const char*> cases[] = {{{"agent", "-f", "/etc/a.conf"}, "/etc/a.conf"},
+                                                 {{"agent", "-d", "-f/etc/a"}, "/etc/a"},
+                                                 {{"agent", "-df", "a"}, "a"},
+                                                 {{"agent", "--conf_file=b", "-l", "-f"}, "b"},
+                                                 {{"agent", "-f", "a", "-f", "b"}, "b"},
+                                                 {{"agent", "-f"}, ""},
+                                                 {{"agent"}, ""},
+                                                 {{}, ""}};
+  for (const auto& [words, file] : cases) EXPECT_EQ(ConfigFileIn(words), file);
+}
+
+}  // namespace
+}  // namespace ctl
