@@ -13,7 +13,7 @@
 #include "base/owners.h"
 #include "base/text_file.h"
 
-base::Handover<EMAIL_LIST> gEmailLists;
+base::SharedRecord<EMAIL_LIST> gEmailLists;
 
 namespace {
 

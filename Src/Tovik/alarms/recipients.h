@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/handover.h"
+#include "base/shared_record.h"
 
 // A name or an address keeps at most this many bytes; the rest of a longer word is dropped.
 inline constexpr size_t EMAIL_WORD = 4095;
@@ -50,7 +50,7 @@ struct EMAIL_LIST {
 };
 
 // The lists in use. They are replaced as a whole: a mail in progress ends with those it began with.
-extern base::Handover<EMAIL_LIST> gEmailLists;
+extern base::SharedRecord<EMAIL_LIST> gEmailLists;
 
 // Reads the three files into gEmailLists; one that does not exist is made first, empty. 1; -1 without memory,
 // the lists then stay. Any thread.
