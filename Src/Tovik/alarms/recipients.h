@@ -66,8 +66,8 @@ std::shared_ptr<const EMAIL_ENTRIES> GetMailInfo(const char* path, int64_t count
 // GetEMailList. 0.
 int EMailListFree(EMAIL_LIST list);
 
-// GetEMailList of the configuration's files; a failure is traced. 1, or -1.
-[[nodiscard]] int LoadRecipients();
+// GetEMailList of the configuration's files; false when that failed, which is traced.
+[[nodiscard]] bool LoadRecipients();
 // Keeps the files' times, 0 for one without, as those that a change is measured against.
 void KeepRecipientTimes();
 // Reads the lists again when one of the files is newer than its kept time; traces what it found.
