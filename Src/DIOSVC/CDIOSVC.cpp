@@ -217,46 +217,34 @@ long CDIOSVC::SOCK_SVC_DATA_SEND(const char* data, long length, long type) {
   return JudgeData(ReadReply("DATA_RECEIVE_OK"));
 }
 
-long CDIOSVC::SendAlarm(int64_t code) {
-  SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start.");
-  SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", static_cast<int>(code));
-  SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", static_cast<int>(code));
-  const char* text = AlarmText(code);
-  SVC_TRACE(TRACE_INFO, "send alarm reqeust data = %s", text);
-  if (SOCK_SVC_DATA_SEND(text, static_cast<long>(std::strlen(text)), REPORT_ALARM) == 1) return 1;
-  SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc Alam Send fail.");
-  return -1;
+void CDIOSVC::TraceStart(int type, const void* data) const {
+  if (type == REPORT_ALARM) {
+    const auto code = static_cast<int>(reinterpret_cast<intptr_t>(data));
+    SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start.");
+    SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", code);
+    SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", code);
+  } else if (type == REPORT_RESOURCE_USAGE) {
+    SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_RESOURCE_USAGE start");
+  }
 }
 
-long CDIOSVC::SendChannelStatus(const LVCSR_DATA_CHANNEL& status) {
-  const std::string list = frames::ChannelList(status);
-  if (SOCK_SVC_DATA_SEND(list.data(), static_cast<long>(list.size()), REPORT_CHANNEL_STATUS) == 1) return 1;
-  SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc ch data send fail.");
-  return -1;
-}
-
-long CDIOSVC::SendResourceUsage(int32_t cpu, int32_t memory) {
-  SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_RESOURCE_USAGE start");
-  const std::string text = frames::ResourceText(cpu, memory);
-  SVC_TRACE(TRACE_INFO, "send resource usage reqeust data = %s", text.c_str());
-  if (SOCK_SVC_DATA_SEND(text.data(), static_cast<long>(text.size()), REPORT_RESOURCE_USAGE) == 1) return 1;
-  SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc ch resource send fail.");
-  return -1;
+void CDIOSVC::TraceBody(int type, const std::string& body) const {
+  if (type == REPORT_ALARM) {
+    SVC_TRACE(TRACE_INFO, "send alarm reqeust data = %s", body.c_str());
+  } else if (type == REPORT_RESOURCE_USAGE) {
+    SVC_TRACE(TRACE_INFO, "send resource usage reqeust data = %s", body.c_str());
+  }
 }
 
 long CDIOSVC::SendReport(int type, const void* data) {
-  switch (type) {
-    case REPORT_ALARM:
-      return SendAlarm(reinterpret_cast<intptr_t>(data));
-    case REPORT_CHANNEL_STATUS:
-      return SendChannelStatus(*static_cast<const LVCSR_DATA_CHANNEL*>(data));
-    case REPORT_RESOURCE_USAGE: {
-      const auto* figures = static_cast<const int32_t*>(data);
-      return SendResourceUsage(figures[0], figures[1]);
-    }
-    default:
-      return 1;
-  }
+  const ReportType* const report = FindReportType(type);
+  if (report == nullptr) return 1;
+  TraceStart(type, data);
+  const std::string body = report->body(data);
+  TraceBody(type, body);
+  if (SOCK_SVC_DATA_SEND(body.data(), static_cast<long>(body.size()), type) == 1) return 1;
+  SVC_TRACE(TRACE_ERROR, "%s", report->failed);
+  return -1;
 }
 
 long CDIOSVC::DIO_SVC_PROC(int type, const void* data) {

@@ -34,10 +34,9 @@ class CDIOSVC {
   long SOCK_SVC_CLOS();
   // One data frame of a report type (report_types.h) and its acknowledgement: 1, or -1.
   long SOCK_SVC_DATA_SEND(const char* data, long length, long type);
-  // The whole report: 1, or -1. data by type: 1 the alarm's code, carried in the pointer itself; 2 the
-  // LVCSR_DATA_CHANNEL; 3 two int32_t, CPU and memory percent. Any other type sends nothing after the open.
-  // The socket is closed on every way out. No close frame is sent: the connection ends after the
-  // acknowledgement.
+  // The whole report: 1, or -1. data is what the report type's body is made of (report_types.h). Any other
+  // type sends nothing after the open. The socket is closed on every way out. No close frame is sent: the
+  // connection ends after the acknowledgement.
   long DIO_SVC_PROC(int type, const void* data);
   // Date and hour in a static buffer of 20 bytes that all objects share, unguarded. Mode 0: "YYYYMM\DD\HH\",
   // mode 1: "YYYYMM/DD/HH"; any other leaves what was there.
@@ -52,9 +51,8 @@ class CDIOSVC {
   long JudgeClose(const Reply& reply);
   long JudgeData(const Reply& reply);
   long SendReport(int type, const void* data);
-  long SendAlarm(int64_t code);
-  long SendChannelStatus(const LVCSR_DATA_CHANNEL& status);
-  long SendResourceUsage(int32_t cpu, int32_t memory);
+  void TraceStart(int type, const void* data) const;
+  void TraceBody(int type, const std::string& body) const;
 
   base::UniqueFd m_sock;
   int64_t save_ = 0;

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "DIOSVC/channel_record.h"
+#include "DIOSVC/frames.h"
+
 namespace {
 
 struct AlarmCode {
@@ -16,7 +19,31 @@ constexpr std::array<AlarmCode, 5> ALARM_CODES = {{
     {ALARM_CHANNEL, "Work Channel Check"},
 }};
 
+// The alarm's code is carried in the pointer itself.
+std::string AlarmBody(const void* data) {
+  return AlarmText(reinterpret_cast<intptr_t>(data));
+}
+
+// An LVCSR_DATA_CHANNEL.
+std::string ChannelStatusBody(const void* data) {
+  return frames::ChannelList(*static_cast<const LVCSR_DATA_CHANNEL*>(data));
+}
+
+// Two int32_t: percent of CPU and memory.
+std::string ResourceUsageBody(const void* data) {
+  const auto* const figures = static_cast<const int32_t*>(data);
+  return frames::ResourceText(figures[0], figures[1]);
+}
+
 }  // namespace
+
+const std::array<ReportType, 3> REPORT_TYPES = {{
+    {REPORT_ALARM, 1125, "ALARM+", AlarmBody, "[ SOCK_SVC ] : svc Alam Send fail."},
+    {REPORT_CHANNEL_STATUS, 1127, "CH_STATE_DATA+", ChannelStatusBody,
+     "[ SOCK_SVC ] : svc ch data send fail."},
+    {REPORT_RESOURCE_USAGE, 1128, "RESOURCE_INFO+", ResourceUsageBody,
+     "[ SOCK_SVC ] : svc ch resource send fail."},
+}};
 
 const ReportType* FindReportType(int64_t type) {
   const auto* row = std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),

@@ -10,18 +10,15 @@ inline constexpr int REPORT_ALARM = 1;
 inline constexpr int REPORT_CHANNEL_STATUS = 2;
 inline constexpr int REPORT_RESOURCE_USAGE = 3;
 
-// One kind of report: the type that callers name, the id under which it waits in the mailbox, and the word
-// that begins the body of its frame.
+// One kind of report. A new one is a row here, and a row of the senders that gather its data.
 struct ReportType {
   int type;
-  int64_t messageId;
-  const char* keyword;
+  int64_t messageId;                      // under which it waits in the mailbox
+  const char* keyword;                    // begins the body of its frame ...
+  std::string (*body)(const void* data);  // ... and this goes on, made of what the sender gathered
+  const char* failed;                     // traced when it could not be delivered
 };
-inline constexpr std::array<ReportType, 3> REPORT_TYPES = {{
-    {REPORT_ALARM, 1125, "ALARM+"},
-    {REPORT_CHANNEL_STATUS, 1127, "CH_STATE_DATA+"},
-    {REPORT_RESOURCE_USAGE, 1128, "RESOURCE_INFO+"},
-}};
+extern const std::array<ReportType, 3> REPORT_TYPES;
 // Null for a type that is none.
 const ReportType* FindReportType(int64_t type);
 
