@@ -13,6 +13,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -81,6 +82,20 @@ std::optional<Answer> AwaitAnswer(int channel) {
   return std::nullopt;
 }
 
+// A child's status would be lost where SIGCHLD is ignored. The command gets it back as it was.
+class ChildSignal {
+ public:
+  ChildSignal() {
+    struct sigaction standard {};
+    standard.sa_handler = SIG_DFL;
+    ::sigaction(SIGCHLD, &standard, &inherited_);
+  }
+  void Restore() const { ::sigaction(SIGCHLD, &inherited_, nullptr); }
+
+ private:
+  struct sigaction inherited_ {};
+};
+
 // The helper is no child of this process, which is to have none when it becomes the command: a child starts
 // it and ends.
 Asked AskHelper(const StartPlan& plan) {
@@ -107,7 +122,9 @@ Asked AskHelper(const StartPlan& plan) {
   return asked;
 }
 
-int Become(const Call& call) {
+int Become(const Call& call, const Asked& asked, const ChildSignal& signal) {
+  signal.Restore();
+  ::send(asked.channel.Get(), &RUNNING, sizeof RUNNING, MSG_NOSIGNAL);
   ::execvp(call.operands[0], call.operands.data());
   const int error = errno;
   Complain(Shown(call.operands[0]) + ": " + std::strerror(error));
@@ -115,10 +132,10 @@ int Become(const Call& call) {
 }
 
 // Where nobody else can learn the command's status, this process stays as its parent and passes it on.
-int RunCommand(const Call& call, const Asked& asked) {
+int RunCommand(const Call& call, const Asked& asked, const ChildSignal& signal) {
   const pid_t command = asked.answer && !asked.kernel_tells ? ::fork() : -1;
-  if (command == 0) ::_exit(Become(call));
-  if (command < 0) return Become(call);
+  if (command == 0) ::_exit(Become(call, asked, signal));
+  if (command < 0) return Become(call, asked, signal);
   int status = 0;
   while (::waitpid(command, &status, 0) < 0 && errno == EINTR) {
   }
@@ -131,10 +148,11 @@ int RunStart(const Call& call) {
     Complain("usage: dunrasttctl start [--backoff FROM..TO] [--healthy DURATION] [--now] -- COMMAND...");
     return CANNOT_TELL;
   }
+  const ChildSignal signal;
   const Asked asked = AskHelper(PlanOf(call));
   if (asked.answer == Answer::HELD) return TO_LOOK_AT;
   if (asked.answer == Answer::BACK) return ALL_WELL;
-  return RunCommand(call, asked);
+  return RunCommand(call, asked, signal);
 }
 
 }  // namespace

@@ -120,12 +120,13 @@ class Helper {
     StartRecord record = NewRecord();
     if (folder_) AddEvidence(&record);
     if (WasKilled()) return;
+    const StartRow before = state_.row;
     state_.row = Started(state_.row, now_.boot_id, now_.boot_ms);
     state_.start_wall = now_.wall;
     state_.engine = {};
     SaveState();
     const auto line = Append(record);
-    if (line) LeaveWatch(*line);
+    if (line) LeaveWatch(*line, before);
     Send(Answer::START);
   }
 
@@ -167,11 +168,11 @@ class Helper {
     return ::poll(&end, 1, 0) == 1 && BootMilliseconds() - now_.boot_ms < HELPER_LIMIT_MS - SLACK_MS;
   }
 
-  void LeaveWatch(const AppendedLine& line) {
-    sysinfo::ListeningPort before;
+  void LeaveWatch(const AppendedLine& line, const StartRow& before) {
+    sysinfo::ListeningPort port;
     const bool named = config_->port > 0 && config_->port <= UINT16_MAX;
-    if (named) sysinfo::ReadListeningPort(static_cast<uint16_t>(config_->port), &before);
-    WatchPlan watch{*config_, line, std::move(starter_), named && !before.listening};
+    if (named) sysinfo::ReadListeningPort(static_cast<uint16_t>(config_->port), &port);
+    WatchPlan watch{*config_, line, std::move(starter_), named && !port.listening, now_.boot_ms, before};
     if (::fork() == 0) RunStartWatch(*folder_, std::move(watch), channel_);
   }
 

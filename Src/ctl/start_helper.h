@@ -26,9 +26,12 @@ struct StartPlan {
 // The answers, a byte each on the channel. Its end without one means: start.
 enum class Answer : char { START = 's', HELD = 'h', BACK = 'b' };
 
+// What the starter says on the channel, an int each: that it is about to run the command, then, where it
+// knows, the command's wait status.
+inline constexpr int RUNNING = -1;
+
 // The helper's whole life; the channel is a socket to the starter. With START it leaves a process behind
-// that watches the start and ends within a minute; over the channel that one may be told the command's wait
-// status (an int) by a starter that knows it.
+// that listens to what the starter says, watches the start and ends within a minute.
 [[noreturn]] void RunStartHelper(const StartPlan& plan, int channel);
 
 }  // namespace ctl

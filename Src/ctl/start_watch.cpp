@@ -15,6 +15,7 @@
 #include "ctl/clock.h"
 #include "ctl/process_table.h"
 #include "ctl/restart_state.h"
+#include "ctl/start_helper.h"
 #include "sysinfo/listening_port.h"
 
 namespace ctl {
@@ -52,7 +53,7 @@ class Watch {
  private:
   bool Done() const {
     const bool port = !plan_.watch_port || record_.seconds_to_port;
-    return ended_ && port && (noted_ || !plan_.watch_port);
+    return over_ || (ended_ && port && noted_);
   }
 
   void Wait() {
@@ -65,18 +66,32 @@ class Watch {
 
   // A starter that waits for the command tells its status; else it has become the command.
   void LookAtCommand() {
-    if (ended_) return;
-    int status = 0;
-    const ssize_t got = channel_ < 0 ? 0 : ::recv(channel_, &status, sizeof status, MSG_DONTWAIT);
-    if (got == static_cast<ssize_t>(sizeof status)) return End(status);
+    int said = 0;
+    ssize_t got = -1;
+    while (channel_ >= 0 && (got = ::recv(channel_, &said, sizeof said, MSG_DONTWAIT)) > 0) {
+      if (said != RUNNING) return End(said);
+      running_ = true;
+    }
     if (got == 0) channel_ = -1;
+    if (channel_ >= 0 || ended_) return;
+    if (!running_) return TakeBack();
     pollfd process = {plan_.command.Get(), POLLIN, 0};
-    if (channel_ >= 0 || (plan_.command.Valid() && ::poll(&process, 1, 0) == 0)) return;
+    if (plan_.command.Valid() && ::poll(&process, 1, 0) == 0) return;
     // Ended, but perhaps not reaped yet: its status is told from then on.
     const int64_t end = BootMilliseconds() + LOOK_MS;
     int told = -1;
     while ((told = ReapedStatus(plan_.command.Get())) < 0 && BootMilliseconds() < end) ::poll(nullptr, 0, 10);
     End(told);
+  }
+
+  // Nothing was started, so the next start has nothing to wait for.
+  void TakeBack() {
+    RestartState state = ReadState(folder_);
+    if (state.row.last_ms == plan_.started_ms) {
+      state.row = plan_.before;
+      WriteState(folder_, state);
+    }
+    ::_exit(0);
   }
 
   void End(int status) {
@@ -93,11 +108,11 @@ class Watch {
 
   void LookAtEngine() {
     if (noted_) return;
-    const auto engine = FindLiving(plan_.config.process);
+    RestartState state = ReadState(folder_);
+    over_ = state.row.last_ms != plan_.started_ms;
+    const auto engine = over_ ? std::nullopt : FindLiving(plan_.config.process);
     if (!engine) return;
     noted_ = true;
-    RestartState state = ReadState(folder_);
-    if (state.start_wall != plan_.line.record.at) return;  // another start has come since
     NoteEngine(*engine, plan_.config.port, &state);
     WriteState(folder_, state);
   }
@@ -112,8 +127,10 @@ class Watch {
   int channel_;
   StartRecord record_;
   int64_t begin_ = BootMilliseconds();
+  bool running_ = false;
   bool ended_ = false;
-  bool noted_ = false;
+  bool noted_ = plan_.config.process.empty();
+  bool over_ = false;  // another start has come since
 };
 
 void Detach() {

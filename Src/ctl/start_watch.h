@@ -6,6 +6,7 @@
 
 #include "base/owners.h"
 #include "ctl/agent_config.h"
+#include "ctl/backoff.h"
 #include "ctl/record_folder.h"
 #include "ctl/start_record.h"
 
@@ -16,6 +17,9 @@ struct WatchPlan {
   AppendedLine line;
   base::UniqueFd command;   // a pidfd of the process that becomes the command; may be invalid
   bool watch_port = false;  // false: it listened before, or there is none
+  int64_t started_ms = 0;   // the start, as the row has it
+  StartRow before;          // of starts, as it was: to be put back when the starter is killed before it runs
+                            // the command
 };
 
 // Detaches from session, folder and standard descriptors, and completes the record within 60 s.
