@@ -17,7 +17,7 @@
 namespace ctl {
 namespace {
 
-constexpr size_t HEAD_LIMIT = 65536;
+constexpr size_t HEAD_LIMIT = 4 << 20;  // the notes stand behind a header for each of up to 65,535 mappings
 constexpr int MAX_ENTRIES = 4096;
 constexpr std::string_view COLLECTOR = "systemd-coredump";
 constexpr const char* COLLECTOR_FOLDER = "/var/lib/systemd/coredump";

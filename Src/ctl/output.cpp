@@ -40,11 +40,12 @@ class Converter {
   }
   bool Valid() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
   // One character.
-  std::string Convert(std::string character) const {
+  std::string Convert(std::string_view character) const {
     char result[LONGEST_CHARACTER];
-    char* in = character.data();
+    std::string copy(character);
+    char* in = copy.data();
     char* out = result;
-    size_t inLeft = character.size();
+    size_t inLeft = copy.size();
     size_t outLeft = sizeof result;
     if (!Valid() || ::iconv(handle_, &in, &inLeft, &out, &outLeft) != 0) return "?";
     return {result, sizeof result - outLeft};
@@ -60,8 +61,8 @@ std::string InCharset(std::string_view text, const char* charset) {
   for (size_t at = 0; at < text.size();) {
     const size_t start = at;
     const bool plain = NextCharacter(text, &at) < 0x80;
-    const std::string character(text.substr(start, at - start));
-    result += plain ? character : converter.Convert(character);
+    const std::string_view character = text.substr(start, at - start);
+    result += plain ? std::string(character) : converter.Convert(character);
   }
   return result;
 }
