@@ -90,7 +90,7 @@ std::string CoreFolder(std::string_view pattern, const std::string& working) {
   if (pattern.starts_with('|'))
     return pattern.find(COLLECTOR) == std::string_view::npos ? "" : COLLECTOR_FOLDER;
   const size_t slash = pattern.rfind('/');
-  const std::string folder(slash == std::string_view::npos ? "" : pattern.substr(0, slash + 1));
+  std::string folder(slash == std::string_view::npos ? "" : pattern.substr(0, slash + 1));
   if (folder.find('%') != std::string::npos || pattern.empty()) return "";
   if (folder.starts_with('/')) return folder;
   return working.empty() ? "" : working + "/" + folder;

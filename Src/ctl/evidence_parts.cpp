@@ -23,7 +23,7 @@ namespace {
 
 constexpr size_t TAIL = 65536;
 constexpr size_t ERROR_LINES = 50;
-constexpr time_t DAY = 24 * 60 * 60;
+constexpr time_t DAY = 86'400;
 constexpr time_t UNRECORDED = 120;
 constexpr double GIGABYTE = 1e9;
 constexpr const char* MEMORY_FIGURES[] = {"MemTotal:", "MemAvailable:", "SwapTotal:", "SwapFree:"};
@@ -99,7 +99,7 @@ std::string Core(const AgentConfig& config, const RestartState& before, Facts* f
 std::string Figures(const AgentConfig& config, const RestartState& /*before*/, Facts* /*facts*/) {
   const time_t now = std::time(nullptr);
   for (const time_t day : {now, now - DAY}) {
-    const std::string figures = LastFigures(ReadDayFile(MainLog(config, day), TAIL).value_or(""));
+    std::string figures = LastFigures(ReadDayFile(MainLog(config, day), TAIL).value_or(""));
     if (!figures.empty()) return figures;
   }
   return Line("none in " + Shown(MainLog(config, now).Path()));

@@ -17,7 +17,7 @@
 namespace ctl {
 namespace {
 
-constexpr int64_t DEFAULT_SINCE = 24 * 60 * 60;
+constexpr int64_t DEFAULT_SINCE = 86'400;
 constexpr size_t OUTCOME_COLUMNS = 16;
 constexpr Option OPTIONS[] = {{"since", 0, "DURATION", "how far back; 24h without it"}};
 

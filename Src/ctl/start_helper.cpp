@@ -141,7 +141,8 @@ class Helper {
     } else {
       Complain(std::string("evidence not kept: ") + std::strerror(errno) + ALL_THE_SAME);
     }
-    Complain("the engine is started; it was: " + evidence->verdict + (id.empty() ? "" : "; evidence " + id));
+    Complain("the engine is started; why it had died: " + evidence->verdict +
+             (id.empty() ? "" : "; evidence " + id));
   }
 
   StartRecord NewRecord() const {

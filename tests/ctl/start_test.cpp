@@ -216,7 +216,7 @@ TEST_F(ToolTest, KilledBeforeTheScriptHindersNoLaterStart) {
 
 #ifdef BLOCKING_SHIM
 TEST_F(ToolTest, DoesNotWaitLongForAFileSystemThatHangs) {
-  const std::pair<const char*, const char*> cases[] = {{"TXT_PATH", "evidence 2"},
+  const std::pair<const char*, const char*> cases[] = {{"TXT_PATH", "; evidence 2"},
                                                        {"HISTORY_PATH", "no answer"}};
   for (const auto& [key, told] : cases) {
     config_ += std::string(key) + " " + (home_ / "hangs/\n");
