@@ -71,6 +71,14 @@ bool PrintLines(const RecordFolder& folder, time_t since, int64_t duration) {
   return all;
 }
 
+// No start was ever recorded.
+int PrintNone(bool json, int64_t duration) {
+  Json empty = JsonObject();
+  empty["starts"] = Json::array();
+  Print(json ? JsonText(empty) + "\n" : "no start in " + DurationWords(duration) + "\n");
+  return ALL_WELL;
+}
+
 int RunHistory(const Call& call) {
   const std::string* text = call.Value("since");
   const auto since = text == nullptr ? std::optional(DEFAULT_SINCE) : ParseDuration(*text);
@@ -82,6 +90,7 @@ int RunHistory(const Call& call) {
   const auto config = FindAgentConfig(call.config, &complaint);
   const auto folder =
       config ? RecordFolder::Open(*config, RecordFolder::For::READING, &complaint) : std::nullopt;
+  if (!folder && config && errno == ENOENT) return PrintNone(call.json, *since);
   if (!folder) {
     Complain(complaint);
     return CANNOT_TELL;

@@ -15,7 +15,6 @@
 namespace ctl {
 namespace {
 
-constexpr const char* VERSION = "2.3.0";
 constexpr int FIRST_ROW = 1000;  // of the values that getopt_long gives for our rows
 constexpr size_t NAME_COLUMNS = 12;
 constexpr size_t OPTION_COLUMNS = 24;
