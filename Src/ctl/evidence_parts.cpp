@@ -90,7 +90,9 @@ std::string Core(const AgentConfig& config, const RestartState& before, Facts* f
   if (folder.empty())
     return Line("where this host keeps them is not known: core_pattern is " + Shown(FirstLine(pattern)));
   // An engine of which nothing is recorded died since the agent's last look, a moment ago.
-  const time_t since = before.start_wall > 0 ? before.start_wall : std::time(nullptr) - UNRECORDED;
+  const time_t lately = std::time(nullptr) - UNRECORDED;
+  time_t since = before.start_wall > 0 ? before.start_wall : lately;
+  if (before.engine.pid != 0) since = std::min(since, lately);  // its pid tells it even if the clock was set
   facts->core = FindCore(folder, config.process, before.engine.pid, since);
   if (!facts->core) return Line("none of it in " + Shown(folder) + " since the last start");
   return Line(Shown(facts->core->path) + ", signal " + std::to_string(facts->core->notes.signal));
