@@ -42,7 +42,7 @@ constexpr Timer TIMERS[] = {
      [] { return IsTimeOfDay(m_result_check_time); }, ResultCycle},
     {5000, "ERROR_CHECK_TIMER", [] { return m_errorlog_period > 0; }, Always, ErrorLogCycle},
     {6000, "EMAIL_CHECK_TIMER", [] { return m_send_email_used != 0; }, Always, RecipientsCycle},
-    {1000, "CH_STATUS_SEND_TIMER", [] { return g_shm_open_flag != 0; }, Always, ChannelCycle},
+    {1000, "CH_STATUS_SEND_TIMER", ChannelsAreWatched, Always, ChannelCycle},
 };
 std::array<base::Thread, std::size(TIMERS)> threads;
 
