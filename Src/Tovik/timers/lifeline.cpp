@@ -72,13 +72,13 @@ void* KeepTelling(void* /*argument*/) {
 
 }  // namespace
 
-int StartLifeline() {
-  if (!HasServiceManager()) return 1;
+bool StartLifeline() {
+  if (!HasServiceManager()) return true;
   TellServiceManager("READY=1");
-  if (thread.Start(KeepTelling, nullptr) == 0) return 1;
+  if (thread.Start(KeepTelling, nullptr) == 0) return true;
   const int error = errno;
   TRACE(TRACE_ERROR, "Create lifeline thread fail..Errcode [ %d ]", error);
-  return -1;
+  return false;
 }
 
 void JoinLifeline() {

@@ -6,8 +6,8 @@
 #ifndef TOVIK_TIMERS_LIFELINE_H
 #define TOVIK_TIMERS_LIFELINE_H
 
-// To be called once the timers run. 1, or -1 when its thread cannot be created, which is traced.
-[[nodiscard]] int StartLifeline();
+// To be called once the timers run. False when its thread cannot be created, which is traced.
+[[nodiscard]] bool StartLifeline();
 // Waits for the thread, which a stop ends.
 void JoinLifeline();
 
