@@ -28,8 +28,10 @@
 #include "Tovik/process/heartbeat.h"
 #include "Tovik/process/log_stream.h"
 #include "Tovik/process/options.h"
+#include "Tovik/process/service_manager.h"
 #include "Tovik/process/signals.h"
 #include "Tovik/reports/management_thread.h"
+#include "Tovik/timers/lifeline.h"
 #include "Tovik/timers/timers.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
@@ -93,6 +95,11 @@ bool Detach() {
   if (!given_options.daemon) return true;
   daemonize(std::getenv("PWD"), m_sz_touch_file);
   base::MakeStandardStreamsLossy();
+  return true;
+}
+
+bool FindServiceManager() {
+  TakeServiceManager();
   return true;
 }
 
@@ -211,6 +218,7 @@ constexpr Step STEPS[] = {
     {ReadConfiguration, nullptr},
     {ReadRecipients, ForgetRecipients},
     {Detach, nullptr},
+    {FindServiceManager, nullptr},
     {ChangeToProgramFolder, nullptr},
     {OpenSyslog, nullptr},
     {TakeSignals, nullptr},
@@ -226,14 +234,16 @@ constexpr Step STEPS[] = {
     {StartManageThread, JoinManageThread},
     {SendStartAlarm, nullptr},
     {StartTimerThreads, JoinTimerThreads},
+    {StartLifeline, JoinLifeline},
     {FirstChannelQuery, nullptr},
-    {StartTimerThreads, nullptr},  // the channel status, if the engine answered
+    {StartTimerThreads, nullptr},  // the channel status, if the engine answered or is to be asked again
 };
 
 // A second stop signal finds every thread joined and every block freed.
 void Stop() {
   WriteDebugLine("stopping daemon ...");
   TRACE(TRACE_INFO, "Stop DunraSTT_Admin Service");
+  TellServiceManager("STOPPING=1\nSTATUS=Stopping");
   gSvcManageThrdExit = 1;
   base::StopRequest();
   for (auto step = std::rbegin(STEPS); step != std::rend(STEPS); ++step) {

@@ -114,11 +114,11 @@ int MemoryPercentInt(const char* text, double* total, double* available) {
   return static_cast<int>(hundredfold / static_cast<int32_t>(all));
 }
 
-int ResidentMegabytes(const char* line) {
+int ResidentKilobytes(const char* line) {
   constexpr const char* WHITE = " \t\n\v\f\r";
   line += std::strspn(line, WHITE);
   line += std::strcspn(line, WHITE);
-  return static_cast<int>(base::LeadingNumber(line)) / 1024;
+  return static_cast<int>(base::LeadingNumber(line));
 }
 
 unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t available_blocks, uint64_t* total_mb,
@@ -163,7 +163,7 @@ int MemoryUsageInt(const char* proc_root, double* total, double* available) {
   return text.Read(proc_root, "meminfo") ? MemoryPercentInt(text.Get(), total, available) : 0;
 }
 
-int ProcessMemory(const char* proc_root, int pid) {
+int ResidentMemory(const char* proc_root, int pid) {
   Path path;
   const int length = std::snprintf(path.data(), path.size(), "%s/%d/status", proc_root, pid);
   if (length < 0 || static_cast<size_t>(length) >= path.size()) return -1;
@@ -171,9 +171,14 @@ int ProcessMemory(const char* proc_root, int pid) {
   if (!file) return -1;
   std::array<char, 1024> line;
   while (std::fgets(line.data(), line.size(), file.get()) != nullptr) {
-    if (std::strstr(line.data(), "VmRSS") != nullptr) return ResidentMegabytes(line.data());
+    if (std::strstr(line.data(), "VmRSS") != nullptr) return ResidentKilobytes(line.data());
   }
   return 0;
+}
+
+int ProcessMemory(const char* proc_root, int pid) {
+  const int kilobytes = ResidentMemory(proc_root, pid);
+  return kilobytes == -1 ? -1 : kilobytes / 1024;
 }
 
 uint64_t NetworkStatics(const char* proc_root, int number) {
@@ -209,6 +214,10 @@ int MemUsage(double* total, double* available) {
 
 int process_memory_usage(int pid) {
   return sysinfo::ProcessMemory(PROC, pid);
+}
+
+int process_memory_kb(int pid) {
+  return sysinfo::ResidentMemory(PROC, pid);
 }
 
 unsigned int DiskUsage(const char* path, uint64_t* total_mb, uint64_t* available_mb) {

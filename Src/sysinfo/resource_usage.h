@@ -30,6 +30,8 @@ int MemUsage(double* total, double* available);
 // Resident memory of a process in whole MB (1,024 kB), truncated. 0 for a process without any (kernel
 // threads, zombies); -1 when there is no such process.
 int process_memory_usage(int pid);
+// The same in kB.
+int process_memory_kb(int pid);
 
 // Used space of the file system that holds path (null: the working directory) in percent, truncated; total
 // and the space available to users without privileges in MB (1,024 kB). Blocks count in units of 1,024, so

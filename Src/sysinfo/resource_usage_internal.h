@@ -22,7 +22,7 @@ int TruncateToInt(double value);
 int MemoryPercent(const char* text, double* total, double* available);
 int MemoryPercentInt(const char* text, double* total, double* available);
 // Of a line that holds "VmRSS".
-int ResidentMegabytes(const char* line);
+int ResidentKilobytes(const char* line);
 unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t available_blocks, uint64_t* total_mb,
                          uint64_t* available_mb);
 uint64_t NetworkCounter(const char* text, int number);
@@ -32,6 +32,7 @@ float CpuUsage(const char* proc_root, CpuSample* previous);
 int MemoryUsage(const char* proc_root, double* total, double* available);
 int MemoryUsageInt(const char* proc_root, double* total, double* available);
 int ProcessMemory(const char* proc_root, int pid);
+int ResidentMemory(const char* proc_root, int pid);
 uint64_t NetworkStatics(const char* proc_root, int number);
 
 }  // namespace sysinfo

@@ -200,6 +200,42 @@ TEST_F(ResultTest, ReportsAReadableFileInItsMinute) {
   EXPECT_EQ(CheckAt(due_, -1), "ERROR Result file " + path_ + " is no regular file");
 }
 
+// The days and hours at which the agent is up and looks, and which of its looks report.
+TEST_F(ResultTest, CatchesUpWithAMissedMinuteOnceADay) {
+  folder_.Write("errors;$'\"/20240131/Result.csv", "1,2\n");
+  fs::create_directories(engine_ + "20240201");
+  folder_.Write("errors;$'\"/20240201/Result.csv", "1,2\n");
+  support::SetText(m_sz_txt_path, folder_.Path());
+  EXPECT_EQ(CheckAt(due_ + 3600, -1), "ERROR Result check Hour Over");
+  EXPECT_FALSE(fs::exists(folder_ / "result.day"));
+  m_result_catch_up = 1;
+  constexpr time_t DAY = 86400;
+  const std::tuple<time_t, int, const char*> looks[] = {
+      {-3600, -1, "ERROR Result check Hour Over"},
+      {3600, 1, "INFO Result check missed its minute and is made up for"},
+      {3661, -1, "ERROR Result check Hour Over"},
+      {DAY - 3600, -1, "ERROR Result check Hour Over"},
+      {DAY, 1, ""},
+      {DAY + 20, -1, ""},  // started again within the minute
+      {DAY + 61, -1, "ERROR Result check Min Over"}};
+  for (const auto& [after, result, said] : looks) EXPECT_EQ(CheckAt(due_ + after, result), said) << after;
+  EXPECT_EQ(support::ReadFile(folder_ / "result.day"), "20240202\n");
+  // Where the day cannot be kept, its minute alone counts.
+  fs::remove(folder_ / "result.day");
+  fs::create_directory(folder_ / "result.day");
+  folder_.Write("result.day/in the way", "");
+  const std::string refused =
+      "WARN RESULT_CATCH_UP: " + folder_ / "result.day cannot be written: Is a directory";
+  const auto lines = [this](time_t now, int result) {
+    return test::Messages(test::TraceOf([&] { EXPECT_EQ(ResultCheckAt(now), result); }));
+  };
+  EXPECT_EQ(lines(due_ + 3600, -1), (test::Lines{refused, "ERROR Result check Hour Over"}));
+  EXPECT_EQ(lines(due_, 1), test::Lines{refused});
+  fs::remove_all(folder_ / "result.day");
+  EXPECT_EQ(CheckAt(due_ + 61, -1), "ERROR Result check Min Over");
+  m_result_catch_up = 0;
+}
+
 TEST_F(ResultTest, SaysWhyAFileIsNotRead) {
   const auto checkedWithLines = [this](int64_t lines) {
     std::ofstream(path_) << std::string(static_cast<size_t>(lines), '\n');
@@ -266,6 +302,54 @@ TEST(ProcessSearchTest, EndsAtTheFirstMatchAndAtANamelessProcess) {
     EXPECT_EQ(any.pid, row.pid);
     EXPECT_EQ(FindProcess(processes, "stt", 2).verdict, row.second);
     EXPECT_EQ(CountProcesses(processes, "stt"), row.count);
+  }
+}
+
+TEST(ProcessSearchTest, PassesOverTheDead) {
+  sysinfo::ProcessNames processes;
+  for (const int32_t pid : {1, 2, 3}) processes.Add({pid, "stt"});
+  const auto found = [&](bool (*isDead)(int32_t)) {
+    return FindProcess(processes, "stt", ANY_PID, isDead).pid;
+  };
+  EXPECT_EQ(found(nullptr), 1);
+  EXPECT_EQ(found([](int32_t pid) { return pid < 3; }), 3);  // a living engine behind its zombies
+  EXPECT_EQ(found([](int32_t) { return true; }), 0);
+  EXPECT_EQ(FindProcess(processes, "stt", 2, [](int32_t pid) { return pid == 2; }).verdict, Search::ABSENT);
+}
+
+TEST(ThresholdTest, ShareIsInPercentWhereTheFigureIsNot) {
+  const std::tuple<int64_t, int64_t, int> cases[] = {{62'652'416, 65'536'000, 95},
+                                                     {65'536'000, 65'536'000, 100},
+                                                     {655'359, 65'536'000, 0},
+                                                     {-1, 65'536'000, 0},
+                                                     {1, 0, 0}};
+  for (const auto& [rss, total, share] : cases) EXPECT_EQ(MemoryShare(rss, total), share) << rss;
+  EXPECT_EQ(MemoryFigure(62'652'416 / 1024, 65'536'000), 0);
+}
+
+TEST(HangTest, TwoLongQueuesInARowAreAHang) {
+  HangState state;
+  for (const auto& [waiting, hangs] : std::vector<std::pair<int64_t, bool>>{{17, false},
+                                                                            {17, true},
+                                                                            {99, true},
+                                                                            {16, false},
+                                                                            {17, false},
+                                                                            {0, false},
+                                                                            {17, false},
+                                                                            {18, true}}) {
+    EXPECT_EQ(QueueHangs(waiting, 16, &state), hangs) << waiting;
+  }
+  HangState off;
+  EXPECT_FALSE(QueueHangs(99, 0, &off) || QueueHangs(99, 0, &off));
+}
+
+TEST(HangTest, TellsAfterEachSoManyDeathsInARow) {
+  // "d" dead, "D" dead and told, "a" alive
+  const std::pair<int64_t, const char*> cases[] = {{0, "dddd"}, {1, "DaDD"}, {3, "ddaddDddDd"}};
+  for (const auto& [every, verdicts] : cases) {
+    HangState state;
+    for (const char* verdict = verdicts; *verdict != '\0'; ++verdict)
+      EXPECT_EQ(HangAlarmDue(*verdict == 'a', every, &state), *verdict == 'D') << every << " " << verdict;
   }
 }
 

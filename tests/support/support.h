@@ -81,8 +81,22 @@ class Listener {
     port_ = ntohs(address.sin_port);
   }
   int Port() const { return port_; }
+  // Ends the refusals.
+  void Listen(int backlog = SOMAXCONN) const { ::listen(fd_.Get(), backlog); }
+  // Ends an Accept on another thread, without a connection.
+  void Shut() const { ::shutdown(fd_.Get(), SHUT_RDWR); }
   base::UniqueFd Accept() const {
     return base::UniqueFd(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+  }
+  // A client that has connected, or tries to.
+  base::UniqueFd Connect() const {
+    base::UniqueFd client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    ::getsockname(fd_.Get(), generic, &length);
+    ::connect(client.Get(), generic, length);
+    return client;
   }
   // Somebody has connected and waits.
   bool Visited() const {

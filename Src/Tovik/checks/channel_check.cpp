@@ -12,6 +12,8 @@ namespace {
 
 constexpr int64_t RETRY_SECONDS = 2;
 
+bool asked = false;  // the main thread's first query is over
+
 }  // namespace
 
 void ChannelCycle() {
@@ -24,10 +26,17 @@ void ChannelCycle() {
   base::SleepSeconds(m_restart_period);
 }
 
-void AskForChannels() try {
-  if (SHM_OPEN() == 1) g_shm_open_flag = 1;
-} catch (const std::bad_alloc&) {
-  // Without memory for its record an engine has not answered.
+void AskForChannels() {
+  try {
+    if (SHM_OPEN() == 1) g_shm_open_flag = 1;
+  } catch (const std::bad_alloc&) {
+    // Without memory for its record an engine has not answered.
+  }
+  asked = true;
+}
+
+bool ChannelsAreWatched() {
+  return g_shm_open_flag != 0 || (m_channel_retry != 0 && asked);
 }
 
 void send_time_proc() {

@@ -8,6 +8,10 @@ void ChannelCycle();
 // The first query, at start-up: whether the engine could be connected is kept in g_shm_open_flag.
 void AskForChannels();
 
+// Whether the timer is to run: the engine has been connected or, with CHANNEL_RETRY, the first query is over
+// whatever came of it. For the thread that makes that query.
+bool ChannelsAreWatched();
+
 // Posts a channel-status report once the engine has been connected.
 void send_time_proc();
 

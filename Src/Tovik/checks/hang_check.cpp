@@ -1,13 +1,20 @@
 #include "Tovik/checks/hang_check.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <string>
+#include <utility>
 
 #include "Tovik/checks/process_search.h"
+#include "Tovik/checks/standing.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/engine_session.h"
+#include "Tovik/findings/findings.h"
 #include "Tovik/trace.h"
+#include "base/format.h"
 #include "base/stop.h"
+#include "sysinfo/listening_port.h"
 
 #define HANG_TRACE(...) \
   DUNRA_NAMED_TRACE(TRACE_HANG, TRACE_FATAL, TRACE_MAIN_CHANNEL, m_hang_save_flag, __VA_ARGS__)
@@ -24,18 +31,50 @@ int64_t ExpectedPid() {
   return ReadPidFile(m_sz_svc_pid_file, &pid) ? std::max<int64_t>(pid, 0) : 0;
 }
 
-void Probe() {
+enum class Verdict { ALIVE, NO_CONNECTION, LONG_QUEUE, NO_PROCESS };
+// How the hang log ends its lines.
+constexpr std::array<const char*, 4> WORDS = {"alived", "deaded - disconnect", "deaded - queue",
+                                              "deaded - process"};
+const char* WordsOf(Verdict verdict) {
+  return WORDS[static_cast<size_t>(verdict)];
+}
+
+HangState remembered;
+
+// Looked at before the probe connects, which would wait in it too. A queue that cannot be read is none.
+int64_t ConnectionsWaiting(int port) {
+  if (m_hang_queue == 0) return 0;
+  sysinfo::ListeningPort found;
+  sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &found);
+  return found.waiting;
+}
+
+Verdict Probe() {
   const int port = static_cast<int>(m_PROC_PORT);
+  const bool queueHangs = QueueHangs(ConnectionsWaiting(port), m_hang_queue, &remembered);
   long session = 0;
   TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Create [%s] [%d]", ENGINE_HOST, port);
-  if (Session_Create(ENGINE_HOST, port, &session) == 0) {
-    HANG_TRACE("[ %s ] health check : alived", m_sz_proc_name);
-  } else {
-    HANG_TRACE("[ %s ] health check : deaded - disconnect", m_sz_proc_name);
-  }
+  Verdict verdict = queueHangs ? Verdict::LONG_QUEUE : Verdict::ALIVE;
+  if (Session_Create(ENGINE_HOST, port, &session) != 0) verdict = Verdict::NO_CONNECTION;
+  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, WordsOf(verdict));
   // Without a connection this closes descriptor 0, which Session_Destroy keeps from being free.
   const int destroyed = Session_Destroy(session);
   TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Destroy [ %d ]", destroyed);
+  return verdict;
+}
+
+Verdict WithoutProcess() {
+  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, WordsOf(Verdict::NO_PROCESS));
+  return Verdict::NO_PROCESS;
+}
+
+void Tell(const char* name, Verdict verdict) {
+  const bool due = HangAlarmDue(verdict == Verdict::ALIVE, m_hang_alarm, &remembered);
+  standing::hangsInARow = remembered.deadInARow;
+  if (!due) return;
+  const std::string message = base::Format("%s health check : %s, %lld in a row", name, WordsOf(verdict),
+                                           static_cast<long long>(remembered.deadInARow));
+  Raise({Finding::ENGINE_HANGS, name, message.c_str()});
 }
 
 }  // namespace
@@ -57,12 +96,18 @@ int hangCheckProc(const char* name) {
   {
     const sysinfo::ProcessNames processes = SpacedSnapshot();
     if (processes.Size() == 0) return 0;
-    running = FindProcess(processes, name, pid).verdict == Search::FOUND;
+    running = FindEngine(processes, name, pid).verdict == Search::FOUND;
   }
-  if (running && m_hang_save_flag == FULL_CHECK) {
-    Probe();
-  } else {
-    HANG_TRACE("[ %s ] health check : deaded - process", m_sz_proc_name);
-  }
+  Tell(name, running && m_hang_save_flag == FULL_CHECK ? Probe() : WithoutProcess());
   return 1;
+}
+
+bool QueueHangs(int64_t waiting, int64_t limit, HangState* state) {
+  const bool over = limit > 0 && waiting > limit;
+  return std::exchange(state->queueWasOver, over) && over;
+}
+
+bool HangAlarmDue(bool alive, int64_t every, HangState* state) {
+  state->deadInARow = alive ? 0 : state->deadInARow + 1;
+  return !alive && every > 0 && state->deadInARow % every == 0;
 }

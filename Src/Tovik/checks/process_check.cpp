@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Tovik/checks/process_search.h"
+#include "Tovik/checks/standing.h"
 #include "Tovik/checks/thresholds.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
@@ -23,7 +24,7 @@ int32_t m_pid = 0;  // from the engine's PID file, for the trace only
 // 1 when the engine was found and measured, or the search ended early; 0 when it counts as not running.
 int proc_run_func(const char* name) {
   const sysinfo::ProcessNames processes = SpacedSnapshot();
-  const SearchResult result = FindProcess(processes, name);
+  const SearchResult result = FindEngine(processes, name);
   switch (result.verdict) {
     case Search::ABSENT:
       return 0;
@@ -54,6 +55,7 @@ int Tick(const char* name) {
   int64_t pid = m_pid;
   if (ReadPidFile(m_sz_svc_pid_file, &pid)) m_pid = static_cast<int32_t>(pid);
   const int running = proc_run_func(name);
+  standing::engineSeen = running == 1 ? standing::Engine::RUNS : standing::Engine::STARTED_AGAIN;
   if (running == 1) return 0;
   TRACE(TRACE_INFO, "proc_run_func [ %d ] ProcessID [ %d ]", running, m_pid);
   TRACE(TRACE_INFO, "%s process start.", name);

@@ -10,10 +10,12 @@
 #include <cstring>
 #include <string>
 
+#include "Tovik/config/config.h"
 #include "base/number.h"
 #include "base/owners.h"
 #include "base/stop.h"
 #include "base/text_file.h"
+#include "sysinfo/process_state.h"
 #include "sysinfo/qxapi_process.h"
 
 namespace {
@@ -41,14 +43,20 @@ sysinfo::ProcessNames SpacedSnapshot() {
   return sysinfo::ReadProcessNames();
 }
 
-SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* name, int64_t pid) {
+SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* name, int64_t pid,
+                         bool (*isDead)(int32_t pid)) {
   for (size_t i = 0; i < processes.Size(); ++i) {
     const sysinfo::ProcessName process = processes[i];
     if (process.name == nullptr) return {Search::NAMELESS, 0};
     if (std::strcmp(process.name, name) != 0) continue;
-    if (pid == ANY_PID || pid == process.pid) return {Search::FOUND, process.pid};
+    if (pid != ANY_PID && pid != process.pid) continue;
+    if (isDead == nullptr || !isDead(process.pid)) return {Search::FOUND, process.pid};
   }
   return {Search::ABSENT, 0};
+}
+
+SearchResult FindEngine(const sysinfo::ProcessNames& processes, const char* name, int64_t pid) {
+  return FindProcess(processes, name, pid, m_zombie_dead != 0 ? sysinfo::IsZombie : nullptr);
 }
 
 int CountProcesses(const sysinfo::ProcessNames& processes, const char* name) {

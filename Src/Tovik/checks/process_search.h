@@ -23,8 +23,12 @@ struct SearchResult {
 inline constexpr int64_t ANY_PID = -1;
 
 // The first process of exactly this short name (and of this pid). The search ends, as NAMELESS, at one
-// without a name: it is there, but may not be read.
-SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* name, int64_t pid = ANY_PID);
+// without a name: it is there, but may not be read. isDead (may be null) is asked about those that match; one
+// for which it is true is passed over.
+SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* name, int64_t pid = ANY_PID,
+                         bool (*isDead)(int32_t pid) = nullptr);
+// The same for the engine: with ZOMBIE_DEAD one that has ended and waits for its parent is passed over.
+SearchResult FindEngine(const sysinfo::ProcessNames& processes, const char* name, int64_t pid = ANY_PID);
 
 // How many processes bear this short name; 0 when one without a name is among them.
 int CountProcesses(const sysinfo::ProcessNames& processes, const char* name);

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "Tovik/checks/outcome.h"
+#include "Tovik/checks/result_day.h"
 #include "Tovik/checks/result_table.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
@@ -33,7 +34,14 @@ std::tm LocalTime(time_t when) {
 }
 
 bool IsDue(time_t now) {
-  switch (ResultMomentOf(m_result_check_time, LocalTime(now))) {
+  const std::tm local = LocalTime(now);
+  const ResultMoment moment = ResultMomentOf(m_result_check_time, local);
+  const bool inTime = moment == ResultMoment::DUE;
+  if (m_result_catch_up != 0 && (inTime || TimeHasPassed(m_result_check_time, local))) {
+    if (TakeResultDay(inTime, local)) return true;
+    if (inTime) return false;
+  }
+  switch (moment) {
     case ResultMoment::OTHER_HOUR:
       TRACE(TRACE_ERROR, "Result check Hour Over");
       return false;
@@ -115,6 +123,17 @@ ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local) {
   if (base::LeadingNumber(part) != local.tm_hour) return ResultMoment::OTHER_HOUR;
   GetNextString(rest, ':', part);
   return base::LeadingNumber(part) == local.tm_min ? ResultMoment::DUE : ResultMoment::OTHER_MINUTE;
+}
+
+bool TimeHasPassed(const char* timeOfDay, const std::tm& local) {
+  std::string copy(timeOfDay);
+  char part[RESULT_LINE];
+  char* rest = GetNextString(copy.data(), ':', part);
+  const int64_t hour = base::LeadingNumber(part);
+  GetNextString(rest, ':', part);
+  const int64_t minute = base::LeadingNumber(part);
+  if (hour < 0 || hour >= 24 || minute < 0 || minute >= 60) return false;
+  return local.tm_hour != hour ? local.tm_hour > hour : local.tm_min > minute;
 }
 
 ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::string>& host) {

@@ -17,9 +17,10 @@ void ResultCycle();
 bool IsTimeOfDay(const char* text);
 
 // To be called about once a minute: 1 when the report was made in this minute, whether or not it could be
-// sent; -1 when RESULT_TIME is another minute (traced), or yesterday's result file cannot be opened, or is
-// no regular file, longer than MAX_RESULT_RECORDS lines or too large for the memory (all three traced).
-// Blocks while the file is read and for the mail and the post.
+// sent; -1 when RESULT_TIME is another minute (traced; with RESULT_CATCH_UP: is yet to come, or this day's
+// report was made, see result_day.h), or yesterday's result file cannot be opened, or is no regular file,
+// longer than MAX_RESULT_RECORDS lines or too large for the memory (all three traced). Blocks while the file
+// is read and for the mail and the post.
 int resultCheckProc();
 // The same for a given moment.
 int ResultCheckAt(time_t now);
@@ -32,6 +33,9 @@ void GetResultShowData(const char* path, int64_t count, const RESULT_LIST* recor
 enum class ResultMoment { DUE, OTHER_HOUR, OTHER_MINUTE };
 // timeOfDay is "HH:MM"; a part that is missing or no number is 0, one outside the clock never comes.
 ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local);
+
+// Whether that minute of this day is over; never for one outside the clock.
+bool TimeHasPassed(const char* timeOfDay, const std::tm& local);
 
 // The day that is reported: the one of 86,400 seconds ago, local time.
 struct ResultDay {

@@ -32,14 +32,32 @@ void CheckChannels(const char* name) {
             base::Format("%s System Channel[%d %%] Config Channel[%d %%] is check", name, figure, limit));
 }
 
+// Whether the engine's true share of the host's memory reaches MEM_OVER_PERCENT; *share gets it.
+bool ShareIsOver(int pid, int64_t total_kb, int* share) {
+  if (m_mem_over_percent == 0) return false;
+  *share = MemoryShare(process_memory_kb(pid), total_kb);
+  const auto limit = static_cast<int>(m_mem_over_percent);
+  TRACE(TRACE_INFO, "System Memory Share [ %d ] Config Memory Share [ %d ]", *share, limit);
+  return *share >= limit;
+}
+
 void CheckMemory(const char* name, int pid) {
   const int rss = process_memory_usage(pid);
-  const int32_t figure = MemoryFigure(rss, static_cast<int64_t>(system_memory_usage()));
-  const auto limit = static_cast<int>(gSendInfo->mem_over_value);
+  const auto total = static_cast<int64_t>(system_memory_usage());
+  int32_t figure = MemoryFigure(rss, total);
+  auto limit = static_cast<int>(gSendInfo->mem_over_value);
   gMemUsage = figure;
   TRACE(TRACE_INFO, "System Memory [ %d ] Config Memory [ %d ]", figure, limit);
-  if (figure < gSendInfo->mem_over_value) return;
+  const bool figureIsOver = figure >= gSendInfo->mem_over_value;
+  int share = 0;
+  const bool shareIsOver = ShareIsOver(pid, total, &share);
+  if (!figureIsOver && !shareIsOver) return;
   TRACE(TRACE_INFO, "Memory Over");
+  // One alarm, though both may be over; then it tells the share, which is the figure that people know.
+  if (shareIsOver) {
+    figure = share;
+    limit = static_cast<int>(m_mem_over_percent);
+  }
   RaiseOver(Finding::MEMORY_OVER, name,
             base::Format("%s System Memory[%d %%] Config Memory[%d %%] is check", name, figure, limit));
 }
@@ -63,6 +81,10 @@ void CheckThresholds(const char* name, int pid) {
   CheckChannels(name);
   CheckMemory(name, pid);
   CheckCpu(name);
+}
+
+int MemoryShare(int64_t rss_kb, int64_t total_kb) {
+  return rss_kb > 0 && total_kb > 0 ? static_cast<int>(rss_kb * 100 / total_kb) : 0;
 }
 
 int32_t MemoryFigure(int rss_mb, int64_t total_kb) {

@@ -14,4 +14,8 @@ void CheckThresholds(const char* name, int pid);
 // no number or too large for one.
 int32_t MemoryFigure(int rss_mb, int64_t total_kb);
 
+// The true share in percent, truncated; 0 where there is none. MEM_OVER_PERCENT is compared with it: the
+// memory figure is 1/1024 of it, and stays what it is for those who read it.
+int MemoryShare(int64_t rss_kb, int64_t total_kb);
+
 #endif

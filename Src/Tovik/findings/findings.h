@@ -15,6 +15,7 @@ enum class Finding {
   MEMORY_OVER,
   CPU_OVER,
   ENGINE_DEAD,
+  ENGINE_HANGS,
   DAILY_RESULT,
   ERROR_LINES
 };
@@ -32,7 +33,7 @@ struct FindingRow {
   const char* subject;  // how the mail's subject ends
   const char* traced;   // how its trace lines end
 };
-extern const std::array<FindingRow, 7> FINDINGS;
+extern const std::array<FindingRow, 8> FINDINGS;
 const FindingRow& RowOf(Finding finding);
 
 // One finding of this moment. Texts in code page 949, borrowed for the call.

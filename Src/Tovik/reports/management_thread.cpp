@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <optional>
 
 #include "DIOSVC/report_types.h"
 #include "Tovik/config/config.h"
@@ -55,14 +57,15 @@ bool StartManageThread() {
 
 void JoinManageThread() {
   hManageThread.Join();
+  DropReports();
 }
 
 void* send_svc_manage_thread(void* /*argument*/) {
   while (gSvcManageThrdExit != 1) {
-    if (gMsgFlag == 0) {
-      base::SleepSeconds(LOOK_PERIOD_SECONDS);
+    if (const std::optional<int64_t> waiting = NextReport()) {
+      Serve(*waiting);
     } else {
-      Serve(gMsgId);
+      base::SleepSeconds(LOOK_PERIOD_SECONDS);
     }
   }
   return reinterpret_cast<void*>(1);

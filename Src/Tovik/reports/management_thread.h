@@ -1,4 +1,4 @@
-// The management thread: serves the report that waits in the mailbox (report_mailbox.h).
+// The management thread: serves the reports that wait (report_mailbox.h).
 //
 // It looks once a second. The servers get a report strictly one after another, each by a thread of its own
 // (report_senders.h) that is joined before the next begins: a server that stays silent holds up the later
@@ -6,7 +6,8 @@
 #ifndef TOVIK_REPORTS_MANAGEMENT_THREAD_H
 #define TOVIK_REPORTS_MANAGEMENT_THREAD_H
 
-// Starts the thread, once; false when it cannot be created, which is traced. The other waits for its end.
+// Starts the thread, once; false when it cannot be created, which is traced. The other waits for its end, and
+// drops the reports that it has not served.
 [[nodiscard]] bool StartManageThread();
 void JoinManageThread();
 

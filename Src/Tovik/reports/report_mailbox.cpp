@@ -1,8 +1,12 @@
 #include "Tovik/reports/report_mailbox.h"
 
 #include <cerrno>
+#include <mutex>
+#include <optional>
 
 #include "DIOSVC/report_types.h"
+#include "Tovik/config/config.h"
+#include "Tovik/reports/report_queue.h"
 #include "Tovik/reports/report_senders.h"
 #include "Tovik/trace.h"
 #include "base/stop.h"
@@ -21,11 +25,54 @@ struct ReportRequest {
   int code;
 };
 
+// For REPORT_QUEUE.
+std::mutex queueMutex;
+ReportQueue queue;
+int64_t givenUp = 0;  // of the queue's reports; under its mutex
+
+void Enqueue(int type, int code) {
+  const auto limit = static_cast<size_t>(m_report_queue);
+  ReportQueue::Added added{};
+  int64_t lost = 0;
+  {
+    const std::lock_guard<std::mutex> lock(queueMutex);
+    added = queue.Add({type, code}, limit);
+    if (added == ReportQueue::Added::OLDEST_GAVE_WAY || added == ReportQueue::Added::GAVE_WAY) ++givenUp;
+    lost = givenUp;
+  }
+  switch (added) {
+    case ReportQueue::Added::WAITS:
+      break;
+    case ReportQueue::Added::MERGED:
+      TRACE(TRACE_DEBUG, "report type %d code %d waits already and is sent once", type, code);
+      break;
+    case ReportQueue::Added::OLDEST_GAVE_WAY:
+    case ReportQueue::Added::GAVE_WAY:
+      TRACE(TRACE_WARN, "REPORT_QUEUE is full: %lld reports given up so far", static_cast<long long>(lost));
+      break;
+  }
+}
+
+std::optional<int64_t> NextOfQueue() {
+  std::optional<WaitingReport> report;
+  {
+    const std::lock_guard<std::mutex> lock(queueMutex);
+    report = queue.Next();
+  }
+  if (!report) return std::nullopt;
+  if (report->type == REPORT_ALARM) gAlarmFlag = report->code;
+  return FindReportType(report->type)->messageId;
+}
+
 }  // namespace
 
 void send_request(int type, int code) {
   const ReportSender* const sender = FindReportSender(type);
   if (sender == nullptr) return;
+  if (m_report_queue != 0) {
+    Enqueue(type, code);
+    return;
+  }
   ReportRequest request{type, code};
   if (type == REPORT_ALARM) gAlarmFlag = code;
   base::Thread poster;
@@ -44,4 +91,16 @@ void* send_request_thread(void* argument) {
   gMsgFlag = 1;
   base::SleepMilliseconds(HANDOVER_PAUSE_MS);
   return reinterpret_cast<void*>(1);
+}
+
+std::optional<int64_t> NextReport() {
+  if (m_report_queue != 0) return NextOfQueue();
+  return gMsgFlag == 0 ? std::nullopt : std::optional(gMsgId.load());
+}
+
+void DropReports() {
+  const std::lock_guard<std::mutex> lock(queueMutex);
+  if (queue.Size() == 0) return;
+  TRACE(TRACE_WARN, "the stop drops %zu reports that wait for the management servers", queue.Size());
+  queue = {};
 }

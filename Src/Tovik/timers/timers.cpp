@@ -1,7 +1,10 @@
 #include "Tovik/timers/timers.h"
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <new>
 
@@ -14,6 +17,8 @@
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/exit_flag.h"
+#include "Tovik/process/service_manager.h"
+#include "Tovik/timers/timer_budgets.h"
 #include "Tovik/trace.h"
 #include "base/stop.h"
 #include "base/thread.h"
@@ -42,17 +47,22 @@ constexpr Timer TIMERS[] = {
      [] { return IsTimeOfDay(m_result_check_time); }, ResultCycle},
     {5000, "ERROR_CHECK_TIMER", [] { return m_errorlog_period > 0; }, Always, ErrorLogCycle},
     {6000, "EMAIL_CHECK_TIMER", [] { return m_send_email_used != 0; }, Always, RecipientsCycle},
-    {1000, "CH_STATUS_SEND_TIMER", [] { return g_shm_open_flag != 0; }, Always, ChannelCycle},
+    {1000, "CH_STATUS_SEND_TIMER", ChannelsAreWatched, Always, ChannelCycle},
 };
 std::array<base::Thread, std::size(TIMERS)> threads;
+// When the cycle under way began; 0 before the first.
+std::array<std::atomic<int64_t>, std::size(TIMERS)> cycleBegan;
 
-void IdleCycle() {}
+int64_t NowSeconds() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::seconds>(now).count();
+}
 
-void (*CycleOf(uint32_t id))() {
-  for (const Timer& timer : TIMERS) {
-    if (timer.id == id) return timer.cycle;
-  }
-  return IdleCycle;
+// Of a timer; size() of the table for an id that is none.
+size_t IndexOf(uint32_t id) {
+  const auto* const row =
+      std::find_if(std::begin(TIMERS), std::end(TIMERS), [id](const Timer& timer) { return timer.id == id; });
+  return static_cast<size_t>(row - std::begin(TIMERS));
 }
 
 // A cycle that memory fails is lost, and no more than that.
@@ -89,8 +99,22 @@ void JoinTimerThreads() {
   for (base::Thread& thread : threads) thread.Join();
 }
 
+const char* StuckTimer() {
+  for (size_t i = 0; i < std::size(TIMERS); ++i) {
+    const int64_t began = cycleBegan[i];
+    // The second is for the rounding of both ends.
+    const int64_t budget = CycleBudget(TIMERS[i].id, PatienceSeconds()) + 1;
+    if (began != 0 && NowSeconds() - began > budget) return TIMERS[i].name;
+  }
+  return nullptr;
+}
+
 void* send_timer(void* argument) {
-  auto* const cycle = CycleOf(*static_cast<const uint32_t*>(argument));
-  while (gSvcManageThrdExit != 1) RunCycle(cycle);
+  const size_t index = IndexOf(*static_cast<const uint32_t*>(argument));
+  while (gSvcManageThrdExit != 1) {
+    if (index == std::size(TIMERS)) continue;
+    cycleBegan[index] = NowSeconds();
+    RunCycle(TIMERS[index].cycle);
+  }
   return reinterpret_cast<void*>(1);
 }

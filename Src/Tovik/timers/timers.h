@@ -12,6 +12,10 @@
 // Waits for the end of every timer that was started.
 void JoinTimerThreads();
 
+// The name of a timer whose cycle takes longer than it may (timer_budgets.h); null when each of those that
+// run moves. Any thread.
+const char* StuckTimer();
+
 // A timer thread's body; the argument points to its id (uint32_t), which must outlive it. Ends, with 1, on
 // gSvcManageThrdExit.
 void* send_timer(void* argument);

@@ -1,0 +1,43 @@
+#include "sysinfo/process_state.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+
+namespace sysinfo {
+namespace {
+
+std::string Stat(const std::string& name, const std::string& state, const std::string& threads) {
+  return "4711 (" + name + ") " + state + " 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 " + threads + " 0 99 0\n";
+}
+
+TEST(ProcessState, TellsTheDeadFromTheLiving) {
+  const std::pair<std::string, bool> cases[] = {
+      {Stat("stt", "Z", "1"), true},
+      {Stat("stt", "X", "1"), true},
+      {Stat("stt", "S", "1"), false},
+      {Stat("Z) Z", "R", "1"), false},
+      {Stat("a) S 1", "Z", "1"), true},
+      {Stat("stt", "Z", "7"), false},  // its first thread has ended, the others work
+      {"", false},
+      {"1 (x)", false},
+      {"1 (x) ", false},
+      {"1 (x) Z", true}};
+  for (const auto& [text, dead] : cases) EXPECT_EQ(TellsZombie(text), dead) << text;
+}
+
+TEST(ProcessState, IsReadOfAProcess) {
+  EXPECT_FALSE(IsZombie(::getpid()));
+  EXPECT_FALSE(IsZombie(-1));
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  siginfo_t ended{};
+  ::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT);
+  EXPECT_TRUE(IsZombie(child));
+  ::waitpid(child, nullptr, 0);
+}
+
+}  // namespace
+}  // namespace sysinfo
