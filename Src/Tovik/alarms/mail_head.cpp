@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cinttypes>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
@@ -118,7 +119,7 @@ std::string MessageIdHeader(const std::string& sender) {
   const std::string domain = at == std::string::npos || at + 1 == sender.size() || !IsAscii(sender)
                                  ? "localhost"
                                  : sender.substr(at + 1);
-  return base::Format("Message-ID: <%016lx%016lx@%s>", bytes[0], bytes[1], domain.c_str());
+  return base::Format("Message-ID: <%016" PRIx64 "%016" PRIx64 "@%s>", bytes[0], bytes[1], domain.c_str());
 }
 
 std::string DispositionHeader(const std::string& name) {
