@@ -5,69 +5,18 @@
 #include <set>
 #include <string>
 
+#include "Tovik/alarm_fixture.h"
 #include "Tovik/alarms/alarm_body.h"
 #include "Tovik/alarms/alarm_pictures.h"
-#include "Tovik/alarms/mail.h"
 #include "Tovik/alarms/recipients.h"
-#include "Tovik/alarms/webhook.h"
-#include "Tovik/config/host_address.h"
-#include "Tovik/trace.h"
 #include "Tovik/traced.h"
-#include "support/process.h"
 
 namespace {
 
 using alarms::AlarmPictures;
 using support::Peer;
 using support::SetText;
-
-class AlarmTest : public testing::Test {
- protected:
-  void SetUp() override {
-    for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "ALL_PROXY"}) unsetenv(name);
-    ASSERT_EQ(AlarmTransportInit(), 0);
-    SetText(gIpaddr, "10.1.2.3");
-    SetText(m_send_name, "STT Agent");
-    SetText(m_send_email, "agent@example.com");
-    SetText(m_stmp_server_url, "127.0.0.1");
-    m_stmp_auth = m_webhook_apps = 1;
-    Lists("kim kim@example.com\nlee lee@example.com\n", "", "");
-  }
-  void TearDown() override { SetText(gIpaddr, ""); }
-  void Lists(const std::string& to, const std::string& cc, const std::string& bcc) const {
-    ASSERT_EQ(GetEMailList(folder_.Write("to", to).c_str(), folder_.Write("cc", cc).c_str(),
-                           folder_.Write("bcc", bcc).c_str()),
-              1);
-  }
-  static void Aim(const std::string& port) {
-    SetText(m_smtp_server_port, port);
-    SetText(m_webhook_server_url, "http://127.0.0.1:" + port + "/hook");
-  }
-  // What the sending says on standard error; "sent" when it says 1.
-  template <typename Send>
-  static std::string Outcome(Send send) {
-    testing::internal::CaptureStderr();
-    const int result = send();
-    const std::string errors = testing::internal::GetCapturedStderr();
-    return result == 1 && errors.empty() ? "sent" : errors + (result == -1 ? "" : "?");
-  }
-  static std::string Mail(const char* message, const char* attachment = nullptr, uint32_t kind = 2) {
-    return Outcome([&] { return SendAlarmEmail("[ IP ] stt", kind, "Label", message, attachment); });
-  }
-  static std::string Post(const char* message, uint32_t kind = 2) {
-    return Outcome([&] { return SendAlarmWebHook("[ IP ] stt", kind, "Label", message); });
-  }
-  static void ExpectParts(const std::string& record, std::initializer_list<const char*> parts) {
-    for (const char* part : parts)
-      EXPECT_NE(record.find(part), std::string::npos) << part << " in " << record;
-  }
-  // The text with its "yyyy/mm/dd hh:mm:ss" behind a mark replaced by "DATE".
-  static std::string WithoutDate(std::string text, const std::string& mark) {
-    const size_t at = text.find(mark);
-    return at == std::string::npos ? text : text.replace(at + mark.size(), 19, "DATE");
-  }
-  support::TempFolder folder_;
-};
+using AlarmTest = test::AlarmTest;
 
 TEST_F(AlarmTest, MailReachesAllRecipientsInOrder) {
   const Peer sink(folder_, "sink", "mail_sink.py");

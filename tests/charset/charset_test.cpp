@@ -6,6 +6,7 @@
 #include "base/owners.h"
 #include "charset/cp949.h"
 #include "charset/cp949_length.h"
+#include "charset/repair.h"
 
 namespace {
 
@@ -99,6 +100,45 @@ TEST(Length, PrefixEndsAtACharacter) {
       {"a\xA1\xA4z", 3, 3}, {"a\x81\xFF", 2, 1}};
   for (const auto& [text, limit, bytes] : cases)
     EXPECT_EQ(charset::PrefixWithinUtf8(text, limit).size(), bytes) << text;
+}
+
+TEST(Repair, EachLineByItself) {
+  const std::string bad = "\xEF\xBF\xBD";
+  const struct {
+    std::string in, out;
+  } cases[] = {
+      {"", ""},
+      {"plain\n", "plain\n"},
+      {"\xB0\xA1\n\xEA\xB0\x80\n\n\xF0\x9F\x98\x80", "\xEA\xB0\x80\n\xEA\xB0\x80\n\n\xF0\x9F\x98\x80"},
+      {"\xA1\xA4\xD3\xDE\xA2\xE6", "\xC2\xB7\xE5\xA4\xA7\xE2\x82\xAC"},  // middle dot, Hanja, euro
+      {"half \xB0", "half " + bad},
+      {"\xB0\"<", bad + "\"<"},                    // a byte of ASCII is never part of what is bad
+      {"\xC9\xA1\xB0\xA1", bad + "\xEA\xB0\x80"},  // user-defined
+      {"\x80\xFF", bad + bad},
+      {"\xEA\xB0\x80\xEA\xB0", "\xEA\xB0\x80" + bad},  // cut UTF-8
+      {"\xED\xA0\x80.", bad + bad + "."},              // a surrogate
+      {"a\0b\xB0\xA1"s, "a\0b\xEA\xB0\x80"s},
+  };
+  for (const auto& c : cases) EXPECT_EQ(charset::Repaired(c.in), c.out);
+  EXPECT_EQ(charset::Repaired(std::string(5000, 'x') + "\xB0\xA1"), std::string(5000, 'x') + "\xEA\xB0\x80");
+  EXPECT_EQ(charset::OneLine("\t a\r\nb\x7F\xEA\xB0\x80 ", 7), "a  b ");
+}
+
+// Every character that the other conversion writes well comes out the same; none is malformed.
+TEST(Repair, SweepOfAllCodes) {
+  for (unsigned code = 0x8000; code <= 0xFFFF; code++) {
+    const std::string in = {'\xFF', static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)};
+    const std::string old = Encode(in.substr(1));
+    const std::string text = charset::Repaired(in);
+    if (old.size() == 3 && old != FAILED && is_UTF8(old.c_str()) == 1 && (code & 0xFF) >= 0x81) {
+      EXPECT_TRUE(text.ends_with(old)) << code;
+    }
+    for (std::string_view out = text; !out.empty();) {
+      const size_t length = charset::Utf8Character(out);
+      ASSERT_NE(length, 0U) << code;
+      out.remove_prefix(length);
+    }
+  }
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
-// A recipient file: words as a stream reads them, cut, two for a line.
+// A recipient file: words as a stream reads them, cut, two for a line; and its lines, of which the mail
+// client takes each that passes.
 #include <sstream>
 
+#include "Tovik/alarms/recipient_line.h"
 #include "Tovik/alarms/recipients.h"
 #include "fuzz/fuzz.h"
+#include "smtp/smtp_internal.h"
 
 FUZZ_TARGET(text) {
   const fuzz::MemoryFile file(text);
@@ -23,4 +26,12 @@ FUZZ_TARGET(text) {
     HOLDS(entries->At(i).address == next());
   }
   HOLDS(*entries->At(count).name == '\0' && *entries->At(-1).address == '\0');
+  std::istringstream lines(text);
+  smtp_session session;
+  for (std::string line; std::getline(lines, line);) {
+    const alarms::RecipientLine parsed = alarms::ParseRecipient(line);
+    if (parsed.fault != nullptr) continue;
+    HOLDS(smtp_address_add(&session, SMTP_ADDRESS_TO, parsed.address.c_str(), parsed.name.c_str()) ==
+          SMTP_SUCCESS);
+  }
 }

@@ -3,16 +3,17 @@
 
 Post number N (from 1) leaves N.body, as it came, and N.json in --folder: method, path, headers (names in lower case)
 and whether the body is valid JSON ("parsed"). "count" there says how many came; with --count-only that is all.
-With --behaviour redirect it sends to another path of its own.
+With --behaviour redirect it sends to another path of its own; else it answers --status with the body --answer.
 """
 import http.server
 import json
+import os
 import pathlib
 import threading
 
 import peer
 
-OPTIONS = peer.options(__doc__, folder=pathlib.Path(), behaviour="normal", count_only=False)
+OPTIONS = peer.options(__doc__, folder=pathlib.Path(), behaviour="normal", count_only=False, status=200, answer="1")
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
@@ -21,12 +22,13 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def do_POST(self):
         self.server.keep(self, self.rfile.read(int(self.headers.get("content-length", "0"))))
         redirect = OPTIONS.behaviour == "redirect"
-        self.send_response(302 if redirect else 200)
+        answer = os.fsencode(OPTIONS.answer)
+        self.send_response(302 if redirect else OPTIONS.status)
         if redirect:
             self.send_header("Location", "/elsewhere")
-        self.send_header("Content-Length", "1")
+        self.send_header("Content-Length", str(len(answer)))
         self.end_headers()
-        self.wfile.write(b"1")
+        self.wfile.write(answer)
 
     do_GET = do_POST
 

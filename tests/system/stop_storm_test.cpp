@@ -27,6 +27,7 @@ constexpr Situation SITUATIONS[] = {
     {"silent after the open", "ALARM_2 127.0.0.1:MUTE\n", "", false, true, seconds(6)},
     {"silent webhook", "WEBHOOK_SERVER_URL http://127.0.0.1:SILENT/\n", "", false, false, seconds(6)},
     {"silent mail server", "SMTP_SERVER_PORT SILENT\n", "", false, false, seconds(6)},
+    {"silent server of a URL", "MAIL_URL smtp://127.0.0.1:SILENT\n", "", false, false, seconds(6)},
     // It holds up the start of the agent for half a minute: a stop does not wait for that.
     {"silent engine", "ASR_PORT SILENT\n", "", true, false, seconds(2)},
     {"slow management server", "ALARM_2 127.0.0.1:SLOW\nWEBHOOK_SERVER_URL http://127.0.0.1:SILENT/\n", "",

@@ -4,9 +4,11 @@
 #include <utility>
 
 #include "Tovik/alarms/replace_all.h"
+#include "Tovik/config/config.h"
 #include "base/format.h"
 #include "charset/cp949.h"
 #include "charset/cp949_length.h"
+#include "charset/repair.h"
 
 namespace alarms {
 namespace {
@@ -14,7 +16,23 @@ namespace {
 constexpr const char* NO_MEMORY = "no memory";
 constexpr const char* DOES_NOT_CONVERT = "its text does not convert to UTF-8";
 
+size_t SizeAsItIs(std::string_view text) {
+  return text.size();
+}
+
+Alarm RepairedAlarm(const Alarm& alarm) {
+  return {alarm.kind,
+          charset::Repaired(alarm.title),
+          charset::Repaired(alarm.label),
+          charset::Repaired(alarm.message),
+          charset::Repaired(alarm.host),
+          alarm.attachment};
+}
+
 }  // namespace
+
+const Writing CODE_PAGE_949 = {charset::Utf8Length, charset::PrefixWithinUtf8};
+const Writing UTF8 = {SizeAsItIs, charset::Utf8Prefix};
 
 std::string DateText(time_t now) {
   tm local{};
@@ -23,18 +41,19 @@ std::string DateText(time_t now) {
                       local.tm_hour, local.tm_min, local.tm_sec);
 }
 
-std::string FillLayout(Alarm alarm, Layout layout, const std::string& date) {
+std::string FillLayout(Alarm alarm, Layout layout, const std::string& date, const Writing& writing) {
   std::string text = layout(alarm, date);
-  if (charset::Utf8Length(text) <= BODY_LIMIT) return text;
-  alarm.title = charset::PrefixWithinUtf8(alarm.title, HEADING_LIMIT);
-  alarm.label = charset::PrefixWithinUtf8(alarm.label, HEADING_LIMIT);
+  if (writing.size(text) <= BODY_LIMIT) return text;
+  alarm.title = writing.prefix(alarm.title, HEADING_LIMIT);
+  alarm.label = writing.prefix(alarm.label, HEADING_LIMIT);
   const std::string message = std::exchange(alarm.message, std::string());
-  const size_t frame = charset::Utf8Length(layout(alarm, date));
-  alarm.message = charset::PrefixWithinUtf8(message, BODY_LIMIT - frame);
+  const size_t frame = writing.size(layout(alarm, date));
+  alarm.message = writing.prefix(message, BODY_LIMIT - frame);
   return layout(alarm, date);
 }
 
 base::UniqueText AlarmBody(const Alarm& alarm, Layout layout, time_t now, const char** reason) try {
+  if (m_text_repair != 0) return RepairedBody(alarm, layout, UTF8, now, reason);
   const std::string text = FillLayout(alarm, layout, DateText(now));
   char* converted = nullptr;
   uint32_t length = 0;
@@ -45,6 +64,15 @@ base::UniqueText AlarmBody(const Alarm& alarm, Layout layout, time_t now, const 
   return base::UniqueText(replaceAll(converted, "\n", "<br />"));
 } catch (const std::bad_alloc&) {
   *reason = NO_MEMORY;
+  return nullptr;
+}
+
+base::UniqueText RepairedBody(const Alarm& alarm, Layout layout, const Writing& writing, time_t now,
+                              const char** reason) try {
+  *reason = NO_MEMORY;
+  std::string text = FillLayout(RepairedAlarm(alarm), layout, DateText(now), writing);
+  return base::UniqueText(replaceAll(text.data(), "\n", "<br />"));
+} catch (const std::bad_alloc&) {
   return nullptr;
 }
 

@@ -1,12 +1,17 @@
 #include "Tovik/alarms/mail.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
 #include <new>
+#include <optional>
+#include <utility>
 
+#include "Tovik/alarms/enclosure.h"
 #include "Tovik/alarms/mail_body.h"
+#include "Tovik/alarms/mail_by_url.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/config/config.h"
 #include "Tovik/trace.h"
@@ -33,16 +38,32 @@ void Attach(smtp_session* session, const char* path) {
   smtp_attachment_add_path(session, slash == nullptr ? path : slash + 1, path);
 }
 
+// What a mail carries: a file that was read already, or one that the session is to read.
+void AddFile(smtp_session* session, const char* path, const alarms::Enclosure* enclosure) {
+  if (enclosure != nullptr) {
+    smtp_attachment_add_mem(session, enclosure->name.c_str(), enclosure->content.get(), enclosure->size);
+  } else if (path != nullptr) {
+    Attach(session, path);
+  }
+}
+
+// The title as it is; where no text may lose the mail, without what a header cannot hold.
+std::string Subject(std::string title) {
+  for (char& c : title)
+    if (m_text_repair != 0 && std::iscntrl(static_cast<unsigned char>(c)) != 0) c = ' ';
+  return title;
+}
+
 // No result is looked at on the way: the session's status is sticky, and the close returns it.
-int Send(const Alarm& alarm, const char* body) {
+int Send(const Alarm& alarm, const char* body, const alarms::Enclosure* enclosure) {
   const std::shared_ptr<const EMAIL_LIST> lists = gEmailLists.Get();
   smtp_session* session = nullptr;
   smtp_open(m_stmp_server_url, m_smtp_server_port, static_cast<int>(m_stmp_connection_security),
             static_cast<unsigned>(m_stmp_flags), nullptr, &session);
   smtp_auth(session, static_cast<int>(m_stmp_auth), m_stmp_auth_id, m_stmp_auth_password);
   AddAddresses(session, *lists);
-  smtp_header_add(session, "Subject", alarm.title.c_str());
-  if (alarm.attachment != nullptr) Attach(session, alarm.attachment);
+  smtp_header_add(session, "Subject", Subject(alarm.title).c_str());
+  AddFile(session, alarm.attachment, enclosure);
   smtp_mail(session, body);
   const int status = smtp_close(session);
   if (status == 0) return 1;
@@ -50,13 +71,54 @@ int Send(const Alarm& alarm, const char* body) {
   return -1;
 }
 
-}  // namespace
+bool ByUrl() {
+  return *m_mail_url != '\0';
+}
 
-int MailAlarm(const Alarm& alarm) {
+// Without the key of a path, the path is the folder that it would be taken from.
+bool IsNoFile(const char* path) {
+  return *path == '\0' || std::strcmp(path, m_sz_base_path) == 0;
+}
+
+// Reads the file that the mail is to carry, where that is not left to the mail's session. False when the mail
+// cannot go out for want of it; with MAIL_SKIP_BAD it then goes out without, and says so.
+bool Enclose(Alarm* alarm, std::optional<alarms::Enclosure>* enclosure) {
+  const char* const path = alarm->attachment;
+  if (path == nullptr || (m_mail_skip_bad == 0 && !ByUrl())) return true;
+  if (m_mail_skip_bad != 0 && IsNoFile(path)) {
+    alarm->attachment = nullptr;
+    return true;
+  }
+  alarms::Enclosure read = alarms::ReadEnclosure(path);
+  if (read.error == 0) {
+    *enclosure = std::move(read);
+  } else if (m_mail_skip_bad != 0) {
+    TRACE(TRACE_WARN, "Mail without %s: %s", path, std::strerror(read.error));
+    alarm->message += "\n" + alarms::LeftOutSentence(read, m_text_repair == 0);
+    alarm->attachment = nullptr;
+  } else {
+    std::fprintf(stderr, "smtp failed: %s\n", smtp_status_code_errstr(SMTP_FILE_FAILED));
+  }
+  return read.error == 0 || m_mail_skip_bad != 0;
+}
+
+int ComposeAndSend(Alarm alarm) {
+  std::optional<alarms::Enclosure> file;
+  if (!Enclose(&alarm, &file)) return -1;
   const char* reason = nullptr;
   const base::UniqueText body = alarms::MailBody(alarm, std::time(nullptr), &reason);
-  if (body != nullptr) return Send(alarm, body.get());
-  TRACE(TRACE_ERROR, "Mail lost: %s, kind %u: %s", alarm.title.c_str(), alarm.kind, reason);
+  if (body == nullptr) {
+    TRACE(TRACE_ERROR, "Mail lost: %s, kind %u: %s", alarm.title.c_str(), alarm.kind, reason);
+    return -1;
+  }
+  const alarms::Enclosure* const enclosure = file ? &*file : nullptr;
+  return ByUrl() ? alarms::MailByUrl(alarm, body.get(), enclosure) : Send(alarm, body.get(), enclosure);
+}
+
+}  // namespace
+
+int MailAlarm(const Alarm& alarm) try { return ComposeAndSend(alarm); } catch (const std::bad_alloc&) {
+  TRACE(TRACE_ERROR, "Mail lost: %s, kind %u: no memory", alarm.title.c_str(), alarm.kind);
   return -1;
 }
 

@@ -4,18 +4,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cinttypes>
 #include <new>
 
+#include "Tovik/alarms/recipient_line.h"
 #include "Tovik/config/config.h"
 #include "Tovik/trace.h"
+#include "base/format.h"
 #include "base/owners.h"
 #include "base/text_file.h"
 
 base::SharedRecord<EMAIL_LIST> gEmailLists;
 
 namespace {
+
+constexpr size_t LEFT_OUT_TOLD = 100;
 
 // Modification times of the three files when they were kept; 0 when missing.
 time_t m_Receivertime;
@@ -39,15 +44,71 @@ void CreateMissing(const char* path) {
   const base::UniqueFd fd(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666));
 }
 
+// The next line without its end, cut to what any recipient has room in; false at the end of the file.
+bool NextLine(FILE* input, std::string& line) {
+  line.clear();
+  int byte = getc_unlocked(input);
+  if (byte == EOF) return false;
+  for (; byte != EOF && byte != '\n'; byte = getc_unlocked(input))
+    if (line.size() < EMAIL_WORD) line.push_back(static_cast<char>(byte));
+  return true;
+}
+
+// A list and the count of its recipients, as EMAIL_LIST has them.
+struct CountedList {
+  int64_t count;
+  std::shared_ptr<const EMAIL_ENTRIES> entries;
+};
+
+CountedList ReadWords(const char* path) {
+  const int64_t count = GetTotalLine(path);
+  return {count, GetMailInfo(path, count)};
+}
+
+CountedList ReadUsableLines(const char* path, std::vector<std::string>* left_out) {
+  const base::UniqueFile input = base::OpenRegularStream(path);
+  if (!input) return {-1, std::make_shared<EMAIL_ENTRIES>()};
+  auto entries = std::make_shared<EMAIL_ENTRIES>();
+  int64_t count = 0;
+  std::string line;
+  for (int number = 1; NextLine(input.get(), line); ++number) {
+    const alarms::RecipientLine parsed = alarms::ParseRecipient(line);
+    if (parsed.blank) continue;
+    if (parsed.fault == nullptr) {
+      entries->Add(parsed.name, parsed.address);
+      ++count;
+    } else if (left_out->size() < LEFT_OUT_TOLD) {
+      left_out->push_back(base::Format("%s line %d left out: %s", path, number, parsed.fault));
+    }
+  }
+  return {count, entries};
+}
+
+CountedList ReadList(const char* path, std::vector<std::string>* left_out) {
+  return m_mail_skip_bad != 0 ? ReadUsableLines(path, left_out) : ReadWords(path);
+}
+
 EMAIL_LIST ReadLists(const char* receiver_path, const char* reference_path, const char* blind_path) {
   EMAIL_LIST list;
-  list.receiver_count = GetTotalLine(receiver_path);
-  list.receivers = GetMailInfo(receiver_path, list.receiver_count);
-  list.reference_count = GetTotalLine(reference_path);
-  list.references = GetMailInfo(reference_path, list.reference_count);
-  list.blind_count = GetTotalLine(blind_path);
-  list.blinds = GetMailInfo(blind_path, list.blind_count);
+  const CountedList receivers = ReadList(receiver_path, &list.left_out);
+  const CountedList references = ReadList(reference_path, &list.left_out);
+  const CountedList blinds = ReadList(blind_path, &list.left_out);
+  list.receiver_count = receivers.count;
+  list.receivers = receivers.entries;
+  list.reference_count = references.count;
+  list.references = references.entries;
+  list.blind_count = blinds.count;
+  list.blinds = blinds.entries;
   return list;
+}
+
+// Once, though the files may be read again every second.
+void TellLeftOut(const EMAIL_LIST& list, const EMAIL_LIST& before) {
+  for (const std::string& line : list.left_out) {
+    const bool told =
+        std::find(before.left_out.begin(), before.left_out.end(), line) != before.left_out.end();
+    if (!told) TRACE(TRACE_WARN, "%s", line.c_str());
+  }
 }
 
 }  // namespace
@@ -69,6 +130,7 @@ int GetEMailList(const char* receiver_path, const char* reference_path, const ch
   for (const char* path : {receiver_path, reference_path, blind_path}) CreateMissing(path);
   try {
     const EMAIL_LIST list = ReadLists(receiver_path, reference_path, blind_path);
+    TellLeftOut(list, *gEmailLists.Get());
     gEmailLists.Set(list);
     TRACE(TRACE_INFO, "Receiver Cnt [ %" PRId64 " ] Reference Cnt [ %" PRId64 " ] Blind Cnt [ %" PRId64 " ]",
           list.receiver_count, list.reference_count, list.blind_count);

@@ -2,7 +2,8 @@
 //
 // A recipient file is text in code page 949, a recipient per line: the display name, white space, the
 // address. Names hold no blanks. As many recipients are read as the file has newlines, so a last line without
-// one is lost, and a blank line makes an empty recipient at the end of the list.
+// one is lost, and a blank line makes an empty recipient at the end of the list. With MAIL_SKIP_BAD each line
+// stands for itself (recipient_line.h): one that no mail can have as recipient is left out, and traced.
 //
 // The lists are read at start-up. From the first change of a file's time on they are read again at every
 // look, once a second: the times of the start are what they are compared with.
@@ -47,6 +48,7 @@ struct EMAIL_LIST {
   std::shared_ptr<const EMAIL_ENTRIES> references;
   int64_t blind_count = 0;
   std::shared_ptr<const EMAIL_ENTRIES> blinds;
+  std::vector<std::string> left_out;  // lines, each with file, number and reason; the first hundred
 };
 
 // The lists in use. They are replaced as a whole: a mail in progress ends with those it began with.

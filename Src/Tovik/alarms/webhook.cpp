@@ -4,6 +4,7 @@
 #include <ctime>
 #include <new>
 
+#include "Tovik/alarms/webhook_answer.h"
 #include "Tovik/alarms/webhook_body.h"
 #include "Tovik/alarms/webhook_post.h"
 #include "Tovik/config/config.h"
@@ -12,25 +13,43 @@
 
 namespace {
 
+const alarms::Chat& ChatInUse() {
+  return alarms::ChatOf(m_webhook_apps, m_webhook_card != 0);
+}
+
+// What the post's failure is called on standard error; empty: it was taken.
+std::string Failure(CURLcode code, const alarms::Answer& answer) {
+  if (code != CURLE_OK) return std::string("curl_easy_perform() failed: ") + curl_easy_strerror(code);
+  if (m_webhook_strict == 0) return {};
+  const std::string denial = alarms::Denial(answer.status, answer.body, ChatInUse().success);
+  return denial.empty() ? denial : "webhook failed: " + denial;
+}
+
 int Post(const char* body) {
   const alarms::UniqueCurl handle(curl_easy_init());
   if (handle == nullptr) {
     TRACE(TRACE_ERROR, "CUrl Error");
     return -1;
   }
-  const CURLcode code = alarms::PostJson(handle.get(), static_cast<const char*>(m_webhook_server_url), body);
-  if (code == CURLE_OK) return 1;
-  std::fprintf(stderr, "curl_easy_perform() failed: %s\n", curl_easy_strerror(code));
+  alarms::Answer answer;
+  const CURLcode code = alarms::PostJson(handle.get(), static_cast<const char*>(m_webhook_server_url), body,
+                                         m_webhook_timeout, m_webhook_strict != 0 ? &answer : nullptr);
+  const std::string failure = Failure(code, answer);
+  if (failure.empty()) return 1;
+  std::fprintf(stderr, "%s\n", failure.c_str());
   return -1;
 }
 
 }  // namespace
 
-int PostAlarm(const Alarm& alarm) {
+int PostAlarm(const Alarm& alarm) try {
   const char* reason = nullptr;
   const base::UniqueText body = alarms::WebHookBody(alarm, m_webhook_apps, std::time(nullptr), &reason);
   if (body != nullptr) return Post(body.get());
   TRACE(TRACE_ERROR, "WebHook lost: %s, kind %u: %s", alarm.title.c_str(), alarm.kind, reason);
+  return -1;
+} catch (const std::bad_alloc&) {
+  TRACE(TRACE_ERROR, "WebHook lost: %s, kind %u: no memory", alarm.title.c_str(), alarm.kind);
   return -1;
 }
 

@@ -1,88 +1,47 @@
 #include "Tovik/alarms/webhook_post.h"
 
-#include <sys/socket.h>
-
-#include <csignal>
-
-#include "Tovik/alarms/webhook.h"
-#include "base/stop.h"
+#include <algorithm>
+#include <new>
 
 namespace alarms {
 namespace {
 
-constexpr int SLICE_MS = 100;  // between two looks at the stop
+constexpr size_t KEPT = 1000;            // of an answer
+constexpr size_t TAKEN = 1024UL * 1024;  // who sends more is not listened to
 
-struct MultiCleanup {
-  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
-};
-struct ListFree {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-using UniqueMulti = std::unique_ptr<CURLM, MultiCleanup>;
-using UniqueList = std::unique_ptr<curl_slist, ListFree>;
-
-// The handle's membership in the multi handle that drives it.
-class Membership {
- public:
-  Membership(CURLM* multi, CURL* handle)
-      : multi_(multi), handle_(handle), code_(curl_multi_add_handle(multi, handle)) {}
-  ~Membership() {
-    if (code_ == CURLM_OK) curl_multi_remove_handle(multi_, handle_);
-  }
-  Membership(const Membership&) = delete;
-  Membership& operator=(const Membership&) = delete;
-  bool Holds() const { return code_ == CURLM_OK; }
-
- private:
-  CURLM* multi_;
-  CURL* handle_;
-  CURLMcode code_;
+struct Taker {
+  Answer* answer;
+  size_t taken = 0;
 };
 
-curl_socket_t OpenCloseOnExec(void*, curlsocktype, curl_sockaddr* address) {
-  return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-}
-
-CURLcode TransferResult(CURLM* multi) {
-  int left = 0;
-  const CURLMsg* message = curl_multi_info_read(multi, &left);
-  return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_FAILED_INIT;
-}
-
-// curl_easy_perform(3) with a look at the stop between its waits.
-CURLcode Perform(CURL* handle) {
-  const UniqueMulti multi(curl_multi_init());
-  if (multi == nullptr) return CURLE_OUT_OF_MEMORY;
-  const Membership membership(multi.get(), handle);
-  if (!membership.Holds()) return CURLE_FAILED_INIT;
-  while (true) {
-    int running = 0;
-    if (curl_multi_perform(multi.get(), &running) != CURLM_OK) return CURLE_FAILED_INIT;
-    if (running == 0) return TransferResult(multi.get());
-    if (base::StopGraceOver()) return CURLE_ABORTED_BY_CALLBACK;
-    if (curl_multi_poll(multi.get(), nullptr, 0, SLICE_MS, nullptr) != CURLM_OK) return CURLE_FAILED_INIT;
-  }
+size_t Take(const char* data, size_t, size_t size, void* user) try {
+  auto* const taker = static_cast<Taker*>(user);
+  taker->taken += size;
+  std::string& body = taker->answer->body;
+  body.append(data, std::min(size, KEPT - body.size()));
+  return taker->taken <= TAKEN ? size : 0;
+} catch (const std::bad_alloc&) {
+  return 0;
 }
 
 }  // namespace
 
-CURLcode PostJson(CURL* handle, const char* url, const char* body) {
+CURLcode PostJson(CURL* handle, const char* url, const char* body, long seconds, Answer* answer) {
   const UniqueList headers(curl_slist_append(nullptr, "Content-Type: application/json"));
   if (headers == nullptr) return CURLE_OUT_OF_MEMORY;
   curl_easy_setopt(handle, CURLOPT_URL, url);
   curl_easy_setopt(handle, CURLOPT_POST, 1L);
   curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body);
   curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
-  curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-  // Giving up does not wait for a name server that is silent.
-  curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
-  curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, OpenCloseOnExec);
-  return Perform(handle);
+  LimitTime(handle, seconds);
+  Taker taker{answer};
+  if (answer != nullptr) {
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, Take);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &taker);
+  }
+  const CURLcode code = Transfer(handle);
+  if (answer != nullptr) curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer->status);
+  return code;
 }
 
 }  // namespace alarms
-
-int AlarmTransportInit() {
-  if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR) return -1;
-  return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK ? 0 : -1;
-}

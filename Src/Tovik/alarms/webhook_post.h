@@ -1,21 +1,23 @@
-// The transfer of a webhook: libcurl's easy interface at its defaults, but one that a stop can cut.
+// The transfer of a webhook: libcurl's easy interface at its defaults, but for WEBHOOK_TIMEOUT.
 #ifndef TOVIK_ALARMS_WEBHOOK_POST_H
 #define TOVIK_ALARMS_WEBHOOK_POST_H
 
-#include <curl/curl.h>
+#include <string>
 
-#include <memory>
+#include "Tovik/alarms/transfer.h"
 
 namespace alarms {
 
-struct CurlCleanup {
-  void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+// What the service said to a post.
+struct Answer {
+  long status = 0;
+  std::string body;  // its beginning
 };
-using UniqueCurl = std::unique_ptr<CURL, CurlCleanup>;
 
-// POSTs body, announced as application/json, to url with a fresh handle. CURLE_ABORTED_BY_CALLBACK when a
-// stop cut it.
-CURLcode PostJson(CURL* handle, const char* url, const char* body);
+// POSTs body, announced as application/json, to url with a fresh handle, and gives up after so many seconds
+// (0: as libcurl does). The answer's body goes to *answer where there is one, else to standard output.
+// CURLE_ABORTED_BY_CALLBACK when a stop cut it.
+CURLcode PostJson(CURL* handle, const char* url, const char* body, long seconds, Answer* answer);
 
 }  // namespace alarms
 

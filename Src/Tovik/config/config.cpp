@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Tovik/config/config_line.h"
+#include "Tovik/config/mail_url.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/number.h"
@@ -15,12 +16,14 @@ char m_sz_configfile[CONFIG_LONG];
 
 #define CONFIG_TEXT(key, variable, size) char variable[CONFIG_##size];
 #define CONFIG_PATH(key, variable, size, base) char variable[CONFIG_##size];
+#define CONFIG_URL(key, variable, size, usable) char variable[CONFIG_##size];
 #define CONFIG_NUMBER(key, variable) int64_t variable;
 #define CONFIG_OPTION(key, variable, most) int64_t variable;
 #define CONFIG_THRESHOLD(key, field)
 #include "Tovik/config/config_keys.inc"
 #undef CONFIG_TEXT
 #undef CONFIG_PATH
+#undef CONFIG_URL
 #undef CONFIG_NUMBER
 #undef CONFIG_OPTION
 #undef CONFIG_THRESHOLD
@@ -36,6 +39,8 @@ constexpr size_t PATH_WORK_SIZE = 8192;
 #define CONFIG_TEXT(key, variable, room) {.name = key, .text = variable, .size = CONFIG_##room},
 #define CONFIG_PATH(key, variable, room, from) \
   {.name = key, .text = variable, .size = CONFIG_##room, .base = from},
+#define CONFIG_URL(key, variable, room, takes) \
+  {.name = key, .text = variable, .size = CONFIG_##room, .usable = takes},
 #define CONFIG_NUMBER(key, variable) {.name = key, .number = &(variable)},
 #define CONFIG_OPTION(key, variable, limit) {.name = key, .number = &(variable), .most = limit},
 #define CONFIG_THRESHOLD(key, field) {.name = key, .threshold = &SEND_INFO::field},
@@ -62,9 +67,16 @@ void StoreOption(const ConfigKey& key, const std::string& value) {
   if (!number) badOptions.emplace_back(key.name, value);
 }
 
+void StoreText(const ConfigKey& key, const std::string& value) {
+  const bool bad = key.usable != nullptr && !key.usable(value);
+  base::CopyText(key.text, static_cast<size_t>(key.size), bad ? std::string() : value);
+  // Before a "@" may stand a password.
+  if (bad) badOptions.emplace_back(key.name, value.find('@') == std::string::npos ? value : "***");
+}
+
 void Store(const ConfigKey& key, const std::string& value) {
   if (key.text != nullptr) {
-    base::CopyText(key.text, static_cast<size_t>(key.size), value);
+    StoreText(key, value);
   } else if (key.most != ConfigKey::NO_LIMIT) {
     StoreOption(key, value);
   } else if (key.number != nullptr) {

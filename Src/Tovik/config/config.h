@@ -19,12 +19,14 @@ extern char m_sz_configfile[CONFIG_LONG];  // the file itself, from the command 
 
 #define CONFIG_TEXT(key, variable, size) extern char variable[CONFIG_##size];
 #define CONFIG_PATH(key, variable, size, base) extern char variable[CONFIG_##size];
+#define CONFIG_URL(key, variable, size, usable) extern char variable[CONFIG_##size];
 #define CONFIG_NUMBER(key, variable) extern int64_t variable;
 #define CONFIG_OPTION(key, variable, most) extern int64_t variable;
 #define CONFIG_THRESHOLD(key, field)
 #include "Tovik/config/config_keys.inc"
 #undef CONFIG_TEXT
 #undef CONFIG_PATH
+#undef CONFIG_URL
 #undef CONFIG_NUMBER
 #undef CONFIG_OPTION
 #undef CONFIG_THRESHOLD
@@ -55,8 +57,9 @@ extern SEND_INFO* gSendInfo;
 struct ConfigKey {
   const char* name;
   char* text = nullptr;
-  int size = 0;                // of the text's buffer
-  const char* base = nullptr;  // of a path
+  int size = 0;                                        // of the text's buffer
+  const char* base = nullptr;                          // of a path
+  bool (*usable)(const std::string& value) = nullptr;  // of a text: what it refuses counts as absent
   int64_t* number = nullptr;
   int64_t most = NO_LIMIT;  // of an option: a number from 0 to this, anything else counts as 0
   int64_t SEND_INFO::*threshold = nullptr;

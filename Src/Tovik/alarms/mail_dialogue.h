@@ -1,0 +1,40 @@
+// What a mail server said to each step of a delivery that libcurl carries out. Pure: it is told the lines.
+#ifndef TOVIK_ALARMS_MAIL_DIALOGUE_H
+#define TOVIK_ALARMS_MAIL_DIALOGUE_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace alarms {
+
+class MailDialogue {
+ public:
+  // A command that went out, and a line of a reply that came in. The text to show of it: without credentials.
+  std::string Sent(std::string_view command);
+  std::string Received(std::string_view line);
+
+  // "<lee@example.com>: 550 5.1.1 User unknown", in their order.
+  const std::vector<std::string>& RefusedRecipients() const { return refused_; }
+  // Whether the server took the message.
+  bool Accepted() const { return accepted_; }
+  // The last refusal of anything else, "AUTH: 535 wrong password"; empty when a later step went well.
+  const std::string& Refusal() const { return refusal_; }
+  // What is under way: "the greeting", "EHLO", "RCPT <lee@example.com>", "the message".
+  const std::string& Step() const { return step_; }
+
+ private:
+  void Conclude(int code);
+
+  std::string step_ = "the greeting";
+  std::string recipient_;  // of a RCPT
+  std::string words_;      // of the reply so far
+  bool secret_ = false;    // within AUTH
+  bool accepted_ = false;
+  std::string refusal_;
+  std::vector<std::string> refused_;
+};
+
+}  // namespace alarms
+
+#endif

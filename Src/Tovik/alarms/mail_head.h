@@ -1,0 +1,32 @@
+// The header lines of a mail that goes out by MAIL_URL (RFC 5322, 2047, 2231). Texts are well-formed UTF-8
+// without control characters. What comes out is ASCII, its lines folded within 76 bytes but for a long
+// address.
+#ifndef TOVIK_ALARMS_MAIL_HEAD_H
+#define TOVIK_ALARMS_MAIL_HEAD_H
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace alarms {
+
+struct Mailbox {
+  std::string name;     // may be empty
+  std::string address;  // passes RecipientFault
+};
+
+// "Subject: ..." and the like: in words as they are, or encoded where they are not ASCII or too long for a
+// line.
+std::string TextHeader(const std::string& key, const std::string& text);
+// "To: ...", a mailbox a line.
+std::string AddressHeader(const std::string& key, const std::vector<Mailbox>& mailboxes);
+// "Date: Mon, 09 Mar 2026 07:05:01 +0530": local time and its true offset.
+std::string DateHeader(time_t now);
+// "Message-ID: <...>" from random bytes, in the domain of the sender's address.
+std::string MessageIdHeader(const std::string& sender);
+// "Content-Disposition: attachment; ..." of a file of at most 200 bytes of name.
+std::string DispositionHeader(const std::string& name);
+
+}  // namespace alarms
+
+#endif

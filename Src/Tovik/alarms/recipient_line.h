@@ -1,0 +1,31 @@
+// One line of a recipient file, as MAIL_SKIP_BAD reads it.
+#ifndef TOVIK_ALARMS_RECIPIENT_LINE_H
+#define TOVIK_ALARMS_RECIPIENT_LINE_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace alarms {
+
+// Bytes of a name that a mail shows, and of an address that servers take (RFC 5321).
+inline constexpr size_t LONGEST_NAME = 255;
+inline constexpr size_t LONGEST_ADDRESS = 254;
+
+// Why no mail can have this recipient, in words; null when it can. The mail client takes every one that
+// passes.
+const char* RecipientFault(std::string_view name, std::string_view address);
+
+struct RecipientLine {
+  std::string name;  // may hold blanks, may be empty
+  std::string address;
+  const char* fault = nullptr;  // as above
+  bool blank = false;           // nothing on it, so nothing to tell
+};
+// Takes a line apart: the address is the last word, the name what stands before, its white space single
+// blanks. A single word is an address when it holds a "@".
+RecipientLine ParseRecipient(std::string_view line);
+
+}  // namespace alarms
+
+#endif

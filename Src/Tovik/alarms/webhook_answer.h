@@ -1,0 +1,17 @@
+// What a chat service's answer to a post means.
+#ifndef TOVIK_ALARMS_WEBHOOK_ANSWER_H
+#define TOVIK_ALARMS_WEBHOOK_ANSWER_H
+
+#include <string>
+#include <string_view>
+
+namespace alarms {
+
+// Empty when the answer says that the post was taken; else the status and the answer's words on one line of
+// at most 300 bytes, "429: slow down". A redirection is not followed, so it is none. expected is the body
+// that such a service answers when it took the post; empty: any will do.
+std::string Denial(long status, std::string_view body, std::string_view expected);
+
+}  // namespace alarms
+
+#endif

@@ -1,0 +1,167 @@
+#include "charset/repair.h"
+
+#include <iconv.h>
+
+#include <array>
+#include <cerrno>
+
+namespace charset {
+namespace {
+
+constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";
+
+uint8_t Byte(std::string_view text, size_t at) {
+  return static_cast<uint8_t>(text[at]);
+}
+
+// The first continuation byte that may follow a lead byte, where the range is narrower than 0x80..0xBF.
+bool SecondFits(uint8_t lead, uint8_t second) {
+  switch (lead) {
+    case 0xE0:
+      return second >= 0xA0;
+    case 0xED:
+      return second < 0xA0;
+    case 0xF0:
+      return second >= 0x90;
+    case 0xF4:
+      return second < 0x90;
+    default:
+      return true;
+  }
+}
+
+size_t LengthByLead(uint8_t lead) {
+  if (lead < 0x80) return 1;
+  if (lead < 0xC2 || lead > 0xF4) return 0;
+  return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
+// Bytes at the beginning that a character of this length would begin with, at most that length.
+size_t Fitting(std::string_view text, size_t length) {
+  size_t fitting = 1;
+  while (fitting < length && fitting < text.size() && (Byte(text, fitting) & 0xC0) == 0x80 &&
+         (fitting > 1 || SecondFits(Byte(text, 0), Byte(text, 1))))
+    ++fitting;
+  return fitting;
+}
+
+// The bytes of a line that are UTF-8; its whole size when all are.
+struct Utf8Part {
+  size_t size = 0;
+  bool beyondAscii = false;
+};
+
+Utf8Part SoundPart(std::string_view line) {
+  Utf8Part part;
+  while (const size_t length = Utf8Character(line.substr(part.size))) {
+    part.size += length;
+    part.beyondAscii = part.beyondAscii || length > 1;
+  }
+  return part;
+}
+
+bool IsCutCharacter(std::string_view rest) {
+  const size_t length = LengthByLead(Byte(rest, 0));
+  return length > rest.size() && Fitting(rest, length) == rest.size();
+}
+
+// Whether a byte may stand in a pair of high bytes, user-defined ones included.
+bool InPair(uint8_t byte) {
+  return byte >= 0x81 && byte <= 0xFE;
+}
+
+// A conversion from code page 949. glibc's conversions share nothing between two of them.
+class Conversion {
+ public:
+  Conversion() : handle_(::iconv_open("UTF-8", "CP949")) {}
+  ~Conversion() {
+    if (Open()) ::iconv_close(handle_);
+  }
+  Conversion(const Conversion&) = delete;
+  Conversion& operator=(const Conversion&) = delete;
+
+  // Appends the line's characters, each bad byte as U+FFFD: so all of them where the system lacks the table.
+  void Append(std::string_view line, std::string* out) {
+    while (!line.empty()) {
+      line.remove_prefix(AppendSound(line, out));
+      if (line.empty()) return;
+      out->append(REPLACEMENT);
+      line.remove_prefix(line.size() > 1 && InPair(Byte(line, 0)) && InPair(Byte(line, 1)) ? 2 : 1);
+    }
+  }
+
+ private:
+  bool Open() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+
+  // Appends what converts at the line's beginning; how many of its bytes these are.
+  size_t AppendSound(std::string_view line, std::string* out) {
+    if (!Open()) return AppendAscii(line, out);
+    char* in = const_cast<char*>(line.data());  // the interface is older than const
+    size_t left = line.size();
+    bool full = true;
+    while (full) {
+      std::array<char, 1024> piece{};
+      char* end = piece.data();
+      size_t room = piece.size();
+      full = ::iconv(handle_, &in, &left, &end, &room) == static_cast<size_t>(-1) && errno == E2BIG;
+      out->append(piece.data(), piece.size() - room);
+    }
+    return line.size() - left;
+  }
+  static size_t AppendAscii(std::string_view line, std::string* out) {
+    size_t length = 0;
+    while (length < line.size() && Byte(line, length) < 0x80) ++length;
+    out->append(line.substr(0, length));
+    return length;
+  }
+
+  iconv_t handle_;
+};
+
+}  // namespace
+
+size_t Utf8Character(std::string_view text) {
+  if (text.empty()) return 0;
+  const size_t length = LengthByLead(Byte(text, 0));
+  return Fitting(text, length) == length ? length : 0;
+}
+
+std::string_view Utf8Prefix(std::string_view text, size_t limit) {
+  if (text.size() <= limit) return text;
+  while (limit > 0 && (Byte(text, limit) & 0xC0) == 0x80) --limit;
+  return text.substr(0, limit);
+}
+
+std::string Repaired(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  Conversion conversion;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    const Utf8Part sound = SoundPart(line);
+    if (sound.size == line.size()) {
+      out.append(line);
+    } else if (sound.beyondAscii && IsCutCharacter(line.substr(sound.size))) {
+      out.append(line.substr(0, sound.size)).append(REPLACEMENT);
+    } else {
+      conversion.Append(line, &out);
+    }
+    text.remove_prefix(line.size());
+    if (text.empty()) break;
+    out.push_back('\n');
+    text.remove_prefix(1);
+  }
+  return out;
+}
+
+std::string OneLine(std::string_view text, size_t limit) {
+  std::string line = Repaired(text);
+  for (char& c : line)
+    if (static_cast<uint8_t>(c) < ' ' || c == '\x7F') c = ' ';
+  const size_t begin = line.find_first_not_of(' ');
+  if (begin == std::string::npos) return {};
+  line = line.substr(begin, line.find_last_not_of(' ') + 1 - begin);
+  return std::string(Utf8Prefix(line, limit));
+}
+
+}  // namespace charset
