@@ -1,14 +1,17 @@
 #include "ctl/commands.h"
 
 #include <algorithm>
-#include <array>
 
 namespace ctl {
 
+// One row a command: declared here, defined in its file.
+extern const Command CHECK_COMMAND;
+
 namespace {
 
-// One row a command: declared above, defined in its file.
-constexpr std::array<const Command*, 0> COMMANDS{};
+constexpr const Command* COMMANDS[] = {
+    &CHECK_COMMAND,
+};
 
 constexpr Option COMMON_OPTIONS[] = {
     {"config", 'f', "FILE", "the agent's configuration; else the one that the running agent was given"},
