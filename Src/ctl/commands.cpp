@@ -6,11 +6,13 @@ namespace ctl {
 
 // One row a command: declared here, defined in its file.
 extern const Command CHECK_COMMAND;
+extern const Command RENDER_COMMAND;
 
 namespace {
 
 constexpr const Command* COMMANDS[] = {
     &CHECK_COMMAND,
+    &RENDER_COMMAND,
 };
 
 constexpr Option COMMON_OPTIONS[] = {
