@@ -5,6 +5,8 @@
 namespace ctl {
 
 // One row a command: declared here, defined in its file.
+extern const Command CHECK_COMMAND;
+extern const Command RENDER_COMMAND;
 extern const Command START_COMMAND;
 extern const Command PAUSE_COMMAND;
 extern const Command RESUME_COMMAND;
@@ -13,6 +15,8 @@ extern const Command HISTORY_COMMAND;
 namespace {
 
 constexpr const Command* COMMANDS[] = {
+    &CHECK_COMMAND,
+    &RENDER_COMMAND,
     &START_COMMAND,
     &PAUSE_COMMAND,
     &RESUME_COMMAND,

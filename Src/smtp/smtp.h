@@ -24,6 +24,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 struct smtp_session;
 
@@ -63,6 +64,15 @@ inline constexpr size_t SMTP_TEXT_LENGTH = SIZE_MAX;
 // stuck at status 1, when there was no room for one. Returns the status: 0, 1, 2, 3.
 int smtp_open(const char* server, const char* port, int connection_security, unsigned flags,
               const char* cafile, smtp_session** session);
+
+// To look at mails beforehand: while smtp_print_instead points to one, sessions connect to nobody, smtp_mail
+// appends to text what it would send between the reply to DATA and the final dot, and the close leaves its
+// status. Null unless somebody sets it, which is for a process that mails nothing at the same time.
+struct smtp_printed {
+  std::string text;
+  int status;
+};
+extern smtp_printed* smtp_print_instead;
 
 // Method 1 sends nothing, 2 is PLAIN, 3 is LOGIN with the user on the command line; any other, or a null user
 // or password where one is needed, gives 9. Every failure of PLAIN or LOGIN gives 4.

@@ -59,6 +59,7 @@ struct smtp_session {
   int status = SMTP_SUCCESS;
   int tls_on = 0;  // when not 0: reads meet the end of input, writes send nothing
   std::string cafile;
+  smtp_printed* print = nullptr;  // takes the mail in place of a server
 };
 
 // The session that stands in for one that could not be allocated; its flags are all ones.

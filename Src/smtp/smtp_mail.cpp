@@ -65,18 +65,24 @@ int PrintHeaders(smtp_session* session) {
   return session->status;
 }
 
+// What stands between the reply to DATA and the final dot.
+int PrintMail(smtp_session* session, const char* body) {
+  if (AddDate(session) != SMTP_SUCCESS) return session->status;
+  smtp_set_read_timeout(session, CONTENT_TIMEOUT);
+  if (PrintHeaders(session) != SMTP_SUCCESS) return session->status;
+  return smtp_print_email(session, body);
+}
+
 }  // namespace
 
 int smtp_mail(smtp_session* session, const char* body) {
   return smtp_guarded(session, [&] {
     if (body == nullptr) return smtp_status_code_set(session, SMTP_INVALID);
+    if (session->print != nullptr) return PrintMail(session, body);
     if (SendEnvelope(session) != SMTP_SUCCESS) return session->status;
     smtp_set_read_timeout(session, DATA_TIMEOUT);
     if (Command(session, "DATA\r\n", DATA_TIMEOUT, CODE_START_INPUT) != SMTP_SUCCESS) return session->status;
-    if (AddDate(session) != SMTP_SUCCESS) return session->status;
-    smtp_set_read_timeout(session, CONTENT_TIMEOUT);
-    if (PrintHeaders(session) != SMTP_SUCCESS) return session->status;
-    if (smtp_print_email(session, body) != SMTP_SUCCESS) return session->status;
+    if (PrintMail(session, body) != SMTP_SUCCESS) return session->status;
     return Command(session, ".\r\n", FINAL_TIMEOUT, CODE_DONE);
   });
 }

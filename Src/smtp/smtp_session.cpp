@@ -48,6 +48,8 @@ int Expect(smtp_session* session, int code) {
 
 }  // namespace
 
+smtp_printed* smtp_print_instead = nullptr;
+
 int smtp_connect(smtp_session* session, const char* server, const char* port) {
   base::AddressList addresses;
   if (base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &addresses) == 0) {
@@ -84,6 +86,8 @@ int smtp_open(const char* server, const char* port, int /*connection_security*/,
     *session = smtp_no_memory_session();
     return SMTP_NO_MEMORY;
   }
+  (*session)->print = smtp_print_instead;
+  if (smtp_print_instead != nullptr) return SMTP_SUCCESS;
   std::signal(SIGPIPE, SIG_IGN);
   if (smtp_connect(*session, server, port) == SMTP_SUCCESS) smtp_initiate_handshake(*session);
   return (*session)->status;
@@ -107,6 +111,7 @@ int smtp_auth(smtp_session* session, int method, const char* user, const char* p
   if (session->status != SMTP_SUCCESS || method == SMTP_METHOD_NONE) return session->status;
   const bool known = method == SMTP_METHOD_PLAIN || method == SMTP_METHOD_LOGIN;
   if (!known || user == nullptr || password == nullptr) return smtp_status_code_set(session, SMTP_INVALID);
+  if (session->print != nullptr) return SMTP_SUCCESS;
   const int result = smtp_guarded(session, [&] {
     return method == SMTP_METHOD_PLAIN ? smtp_auth_plain(session, user, password)
                                        : smtp_auth_login(session, user, password);
@@ -118,6 +123,7 @@ int smtp_close(smtp_session* session) {
   if (session == smtp_no_memory_session()) return session->status;
   const std::unique_ptr<smtp_session> owned(session);
   const int before = smtp_status_code_clear(session);
+  if (session->print != nullptr) session->print->status = before;
   if (session->sock.Valid()) {
     // A server that a failure left with a full window is not waited for once more.
     if (before != SMTP_SUCCESS) smtp_set_read_timeout(session, 0);

@@ -22,6 +22,10 @@ int smtp_write(smtp_session* session, const char* data, size_t length) {
   smtp_puts_dbg(session, "Client", {data, length});
   if (length > SMTP_WRITE_LIMIT) return smtp_status_code_set(session, SMTP_SEND_FAILED);
   if (session->tls_on != 0) return session->status;
+  if (session->print != nullptr) {
+    session->print->text.append(data, length);
+    return session->status;
+  }
   const int64_t wait = std::clamp<int64_t>(session->readTimeout, 0, INT32_MAX) * 1000;
   if (base::SendAll(session->sock.Get(), data, length, wait) != 0) {
     return smtp_status_code_set(session, SMTP_SEND_FAILED);

@@ -12,6 +12,7 @@
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/findings/findings.h"
+#include "Tovik/findings/messages.h"
 #include "Tovik/trace.h"
 #include "base/child.h"
 #include "base/format.h"
@@ -59,7 +60,7 @@ int Tick(const char* name) {
   if (running == 1) return 0;
   TRACE(TRACE_INFO, "proc_run_func [ %d ] ProcessID [ %d ]", running, m_pid);
   TRACE(TRACE_INFO, "%s process start.", name);
-  const std::string message = base::Format("%s is Die and Restart", name);
+  const std::string message = RestartMessage(name);
   Raise({Finding::ENGINE_DEAD, name, message.c_str(), m_sz_cfg_file});
   StartEngine();
   base::SleepSeconds(m_restart_period);

@@ -6,10 +6,10 @@
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/findings/findings.h"
+#include "Tovik/findings/messages.h"
 #include "Tovik/reports/report_mailbox.h"
 #include "Tovik/reports/report_senders.h"
 #include "Tovik/trace.h"
-#include "base/format.h"
 #include "sysinfo/resource_usage.h"
 
 namespace {
@@ -28,8 +28,7 @@ void CheckChannels(const char* name) {
   TRACE(TRACE_INFO, "System Channel [ %d ] Config Channel [ %d ]", figure, limit);
   if (usage < gSendInfo->ch_over_value) return;
   TRACE(TRACE_INFO, "Channel Over");
-  RaiseOver(Finding::CHANNELS_OVER, name,
-            base::Format("%s System Channel[%d %%] Config Channel[%d %%] is check", name, figure, limit));
+  RaiseOver(Finding::CHANNELS_OVER, name, OverMessage(name, "Channel", figure, limit));
 }
 
 // Whether the engine's true share of the host's memory reaches MEM_OVER_PERCENT; *share gets it.
@@ -58,8 +57,7 @@ void CheckMemory(const char* name, int pid) {
     figure = share;
     limit = static_cast<int>(m_mem_over_percent);
   }
-  RaiseOver(Finding::MEMORY_OVER, name,
-            base::Format("%s System Memory[%d %%] Config Memory[%d %%] is check", name, figure, limit));
+  RaiseOver(Finding::MEMORY_OVER, name, OverMessage(name, "Memory", figure, limit));
 }
 
 void CheckCpu(const char* name) {
@@ -71,8 +69,7 @@ void CheckCpu(const char* name) {
   send_request(REPORT_RESOURCE_USAGE, CODE_RESOURCE_USAGE);
   if (figure < gSendInfo->cpu_over_value) return;
   TRACE(TRACE_INFO, "CPU Over");
-  RaiseOver(Finding::CPU_OVER, name,
-            base::Format("%s System CPU[%d %%] Config CPU[%d %%] is check", name, figure, limit));
+  RaiseOver(Finding::CPU_OVER, name, OverMessage(name, "CPU", figure, limit));
 }
 
 }  // namespace

@@ -38,11 +38,11 @@ std::string AddressText(const sockaddr* address) {
 
 }  // namespace
 
-void ChooseIpAddr(const ifaddrs* list, char* out) {
+void ChooseIpAddr(const ifaddrs* list, char* out, bool told) {
   for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
     const std::string text = AddressText(entry->ifa_addr);
     if (text.empty()) continue;
-    std::printf("%s IP Address %s\n", entry->ifa_name, text.c_str());
+    if (told) std::printf("%s IP Address %s\n", entry->ifa_name, text.c_str());
     if (entry->ifa_addr->sa_family == AF_INET && text == "127.0.0.1") continue;
     base::CopyText(out, IP_TEXT, text);
     return;

@@ -16,8 +16,8 @@ extern char gIpaddr[IP_TEXT];
 // whichever getifaddrs(3) yields first, and prints each address looked at. out stays as it was when there is
 // none.
 void GetMyIpAddr(char* out);
-// The choice behind it, on a list of getifaddrs(3).
-void ChooseIpAddr(const ifaddrs* list, char* out);
+// The choice behind it, on a list of getifaddrs(3); told: whether each address looked at is printed.
+void ChooseIpAddr(const ifaddrs* list, char* out, bool told = true);
 
 // The host name of at most 4,095 bytes; empty when it cannot be read.
 std::string HostName();

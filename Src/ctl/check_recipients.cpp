@@ -1,0 +1,167 @@
+// Rules on the files of recipients.
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+
+#include "ctl/check_rules.h"
+
+namespace ctl {
+namespace {
+
+constexpr const char* LISTS[] = {"RECEIVER_FILE", "REFERENCE_FILE", "BLIND_FILE"};
+constexpr char END_FOR_THE_AGENT = '\xFF';  // its count of lines stops there
+
+struct ListLine {
+  size_t number;
+  bool ended;  // with a line end
+  std::vector<std::string_view> words;
+};
+
+std::vector<std::string_view> WordsOf(std::string_view line) {
+  const auto white = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
+  std::vector<std::string_view> words;
+  for (const char *at = line.begin(), *end = line.end(); at != end;) {
+    const char* const word = std::find_if_not(at, end, white);
+    at = std::find_if(word, end, white);
+    if (at != word) words.emplace_back(word, static_cast<size_t>(at - word));
+  }
+  return words;
+}
+
+std::vector<ListLine> LinesOf(std::string_view text) {
+  std::vector<ListLine> lines;
+  for (size_t number = 1; !text.empty(); ++number) {
+    const size_t end = text.find('\n');
+    const bool ended = end != std::string_view::npos;
+    lines.push_back({number, ended, WordsOf(text.substr(0, end))});
+    text.remove_prefix(ended ? end + 1 : text.size());
+  }
+  return lines;
+}
+
+// Visits the lists that mails go to.
+template <typename Visit>
+void EachList(const Facts& facts, Visit visit) {
+  if (!facts.Mails()) return;
+  for (const char* key : LISTS) visit(key, facts.LookAt(key));
+}
+
+template <typename Visit>
+void EachLine(const Facts& facts, Visit visit) {
+  EachList(facts, [&](const char* key, const Look& look) {
+    for (const ListLine& line : LinesOf(look.text)) visit(key, look, line);
+  });
+}
+
+// Lists are then read by the line.
+bool SkipsBad(const Facts& facts) {
+  return facts.Number("MAIL_SKIP_BAD") != 0;
+}
+
+bool Spoils(std::string_view text, std::string_view refused, unsigned char lowest) {
+  return std::any_of(text.begin(), text.end(), [&](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < lowest || byte == 127 || refused.find(c) != std::string_view::npos;
+  });
+}
+
+bool LosesTheMail(const ListLine& line) {
+  return line.words.size() >= 2 && (Spoils(line.words[0], "\"", ' ') || Spoils(line.words.back(), "<>", '!'));
+}
+
+void Unreadable(const Facts& facts, Hits* hits) {
+  EachList(facts, [&](const char* key, const Look& look) {
+    const int error = look.error != 0 ? look.error : look.read;
+    if (error == ENOENT) return;  // the agent makes it
+    if (error == 0 && look.regular) return;
+    std::string why = error == 0 ? "it is no file" : std::strerror(error);
+    why[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(why[0])));
+    if (error == EACCES) why += " for user " + facts.user;
+    hits->Add(facts.Of(key).line, key, {key, look.path, why});
+  });
+}
+
+void Nobody(const Facts& facts, Hits* hits) {
+  size_t recipients = 0;
+  EachLine(facts, [&](const char*, const Look&, const ListLine& line) {
+    recipients += line.ended && !line.words.empty() ? 1 : 0;
+  });
+  if (facts.Mails() && recipients == 0) hits->Add(facts.Of("RECEIVER_FILE").line, "RECEIVER_FILE", {});
+}
+
+void WithoutLineEnd(const Facts& facts, Hits* hits) {
+  EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
+    if (!SkipsBad(facts) && !line.ended && !line.words.empty())
+      hits->AddIn(look.path, line.number, key, {line.words.back()});
+  });
+}
+
+void BlankLines(const Facts& facts, Hits* hits) {
+  EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
+    if (!SkipsBad(facts) && line.ended && line.words.empty()) hits->AddIn(look.path, line.number, key, {});
+  });
+}
+
+void NamesWithBlanks(const Facts& facts, Hits* hits) {
+  EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
+    if (!SkipsBad(facts) && line.words.size() > 2) hits->AddIn(look.path, line.number, key, {});
+  });
+}
+
+void SingleWords(const Facts& facts, Hits* hits) {
+  EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
+    if (!SkipsBad(facts) && line.words.size() == 1) hits->AddIn(look.path, line.number, key, {line.words[0]});
+  });
+}
+
+void BadBytes(const Facts& facts, Hits* hits) {
+  EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
+    if (LosesTheMail(line))
+      hits->AddIn(look.path, line.number, key,
+                  {SkipsBad(facts) ? "this entry gets no mail" : "no mail is sent at all"});
+  });
+}
+
+void WithoutAt(const Facts& facts, Hits* hits) {
+  EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
+    if (line.words.size() == 2 && line.words[1].find('@') == std::string_view::npos)
+      hits->AddIn(look.path, line.number, key, {line.words[1]});
+  });
+}
+
+void EndByte(const Facts& facts, Hits* hits) {
+  EachList(facts, [&](const char* key, const Look& look) {
+    const size_t at = look.text.find(END_FOR_THE_AGENT);
+    if (SkipsBad(facts) || at == std::string::npos) return;
+    const auto begin = look.text.begin();
+    const auto line = std::count(begin, begin + static_cast<ptrdiff_t>(at), '\n') + 1;
+    hits->AddIn(look.path, static_cast<size_t>(line), key, {});
+  });
+}
+
+constexpr Rule RULES[] = {
+    {"list-unreadable", Level::ERROR, "{} {}: {}; nobody on that list gets a mail", Unreadable},
+    {"no-recipients", Level::ERROR, "nobody stands in the three files of recipients: no server takes a mail",
+     Nobody},
+    {"list-line-end", Level::ERROR, "the last line has no line end: {} gets no mail", WithoutLineEnd},
+    {"list-blank-line", Level::WARNING, "a blank line: each mail gets a recipient without an address",
+     BlankLines},
+    {"list-name-blank", Level::ERROR,
+     "a name holds a blank: this entry and all behind it get a part of the next one for address",
+     NamesWithBlanks},
+    {"list-one-word", Level::ERROR,
+     "{} stands alone, name and address belong here: this entry and all behind it get a part of the next one",
+     SingleWords},
+    {"list-bytes", Level::ERROR, "a quote in a name, or \"<\", \">\" or a control character: {}", BadBytes},
+    {"list-address", Level::WARNING, "{} is no address with \"@\"; the name comes first, then the address",
+     WithoutAt},
+    {"list-end-byte", Level::ERROR,
+     "a byte 0xFF ends the list for the agent: nobody from here on gets a mail", EndByte},
+};
+
+}  // namespace
+
+const std::span<const Rule> RECIPIENT_RULES = RULES;
+
+}  // namespace ctl

@@ -1,0 +1,160 @@
+// The parts of "check" that no agent beside it can show: what is read, apart from what is judged.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include "ctl/check_look.h"
+#include "ctl/check_rules.h"
+#include "ctl/config_pieces.h"
+#include "ctl/run_as.h"
+#include "support/support.h"
+
+namespace ctl {
+namespace {
+
+TEST(Pieces, AreWhatTheAgentReads) {
+  const std::string text = "; comment\n  KEY\tvalue  \nEMPTY \n#x y\n" + std::string(1023, 'k') + "REST r\n" +
+                           std::string("CUT a\0b c\n", 10) + "LAST";
+  const std::vector<ConfigPiece> pieces = SplitConfig(text);
+  struct Expected {
+    size_t line;
+    bool rest;
+    bool comment;
+    const char* key;
+    const char* value;
+    bool own;
+  };
+  const std::string longKey(1023, 'k');
+  const Expected rows[] = {{1, false, true, "", "", true},
+                           {2, false, false, "KEY", "value", true},
+                           {3, false, false, "EMPTY", "\n", true},
+                           {4, false, false, "#x", "y", true},
+                           {5, false, false, longKey.c_str(), "y", false},
+                           {5, true, false, "REST", "r", true},
+                           {6, false, false, "CUT", "a", true},
+                           {7, false, false, "LAST", "a", false}};
+  ASSERT_EQ(pieces.size(), std::size(rows));
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    EXPECT_EQ(pieces[i].line, rows[i].line) << i;
+    EXPECT_EQ(pieces[i].rest, rows[i].rest) << i;
+    EXPECT_EQ(pieces[i].comment, rows[i].comment) << i;
+    EXPECT_EQ(pieces[i].key, rows[i].key) << i;
+    if (!pieces[i].key.empty()) {
+      EXPECT_EQ(pieces[i].value, rows[i].value) << i;
+      EXPECT_EQ(pieces[i].own_value, rows[i].own) << i;
+    }
+  }
+}
+
+TEST(Host, TellsItsPortsAndWhetherItHidesProcesses) {
+  HostFacts host;
+  ParsePortRange("32768\t60999\n", &host);
+  EXPECT_EQ(host.first_port, 32768);
+  EXPECT_EQ(host.last_port, 60999);
+  EXPECT_FALSE(HidesProcesses("proc /proc proc rw,nosuid 0 0\n"));
+  EXPECT_TRUE(HidesProcesses("x /x ext4 rw 0 0\nproc /proc proc rw,hidepid=2 0 0"));
+  EXPECT_TRUE(HidesProcesses("proc /proc proc rw,hidepid=invisible 0 0\n"));
+  EXPECT_FALSE(HidesProcesses("proc /proc proc rw,hidepid=2 0 0\nproc /proc proc rw,hidepid=0 0 0\n"));
+}
+
+TEST(Users, AreThoseOfFilesAndUnits) {
+  const support::TempFolder root;
+  for (const char* folder : {"etc", "etc/systemd/system/dunrastt-admin.service.d", "lib/systemd/system"})
+    std::filesystem::create_directories(root / folder);
+  root.Write("etc/passwd", "stt:x:123:45::/:/bin/sh\n");
+  root.Write("etc/group", "voice:x:67:stt,other\nnone:x:68:\n");
+  const auto user = FindUser("stt", root.Path());
+  ASSERT_TRUE(user.has_value());
+  EXPECT_EQ(user->user, 123U);
+  EXPECT_EQ(user->groups, (std::vector<gid_t>{45, 67}));
+  EXPECT_EQ(FindUser("123", root.Path())->name, "stt");
+  EXPECT_EQ(FindUser("9", root.Path())->user, 9U);
+  EXPECT_FALSE(FindUser("nobody", root.Path()).has_value());
+
+  root.Write("lib/systemd/system/dunrastt-admin.service",
+             "[Service]\nExecStart=/x -f /etc/a.conf\nUser=first\n");
+  EXPECT_EQ(UserOfInstalledUnit("/etc/a.conf", root.Path()), "first");
+  EXPECT_EQ(UserOfInstalledUnit("/etc/b.conf", root.Path()), "");
+  root.Write("etc/systemd/system/dunrastt-admin.service.d/site.conf", "[Service]\nUser=second \n");
+  EXPECT_EQ(UserOfInstalledUnit("/etc/a.conf", root.Path()), "second");
+}
+
+// Facts that no test can bring about on its host.
+struct Case {
+  const char* id;
+  void (*set)(Facts* facts);
+  const char* text;
+};
+void Set(Facts* facts, const char* key, int64_t number, const char* text = "") {
+  facts->settings[key] = {text, text, number, true, false, 7};
+}
+const Case CASES[] = {
+    {"port-of-others",
+     [](Facts* facts) {
+       Set(facts, "ASR_PORT", 40000);
+       ParsePortRange("32768 60999", &facts->host);
+     },
+     "ASR_PORT 40000 is among the ports 32768 to 60999 of outgoing connections: a probe can reach itself, "
+     "and the "
+     "engine find its port taken"},
+    {"hidden-processes", [](Facts* facts) { facts->host.hides_processes = true; },
+     "/proc is mounted with hidepid: user stt sees no process of others, and takes an engine of theirs for "
+     "dead"},
+    {"certificate-days", [](Facts* facts) { facts->certificate.days_left = 12; },
+     "CERT_FILE expires in 12 days: an engine that asks for it then refuses the agent"},
+    {"authority", [](Facts* facts) { facts->certificate.no_authority = true; },
+     "CA_FILE  holds no authority: no certificate of the engine passes, and its channels are not watched"},
+    {"server-beyond",
+     [](Facts* facts) {
+       facts->servers.assign(101, {1, "ALARM_x", "10.0.0.5:1", "10.0.0.5", 1});
+     },
+     "ALARM_x is beyond the first 100 management servers and gets no report"},
+    {"mail-password-clear",
+     [](Facts* facts) {
+       Set(facts, "SEND_EMAIL_CHECK", 1);
+       Set(facts, "SMTP_AUTH", 2);
+       Set(facts, "SMTP_SERVER_URL", 0, "mail.example.com");
+     },
+     "SMTP_AUTH 2: user and password go to mail.example.com in the clear"},
+    {"hook-clear",
+     [](Facts* facts) {
+       Set(facts, "SEND_WEBHOOK_CHECK", 1);
+       Set(facts, "WEBHOOK_SERVER_URL", 0, "http://u:p@chat.example.com:80/secret");
+     },
+     "WEBHOOK_SERVER_URL: posts, and the secret address, go to chat.example.com in the clear"},
+    {"start-script-open",
+     [](Facts* facts) {
+       Set(facts, "RESTART_CHECK", 1);
+       Look& look = facts->looks["SHELL_FILE"];
+       look.path = "/s.sh";
+       look.regular = true;
+       look.mode = 0777;
+     },
+     "SHELL_FILE /s.sh may be written by everybody, who can so run anything as user stt"},
+    {"tool-name", [](Facts* facts) { Set(facts, "PROC_NAME", 0, "dunrasttctl"); },
+     "PROC_NAME dunrasttctl is the name of this tool, whose own process would count"},
+    {"saved-as-utf8", [](Facts* facts) { facts->pieces = SplitConfig("; 한글\n"); },
+     "the file is saved as UTF-8; the agent takes it for code page 949, which matters to names in alarms"},
+    {"not-as-user", [](Facts* facts) { facts->as_user = false; },
+     "files were looked at as the caller: only root can take on user stt"},
+};
+
+TEST(Rules, SpeakOfWhatTheyFindAlone) {
+  for (const Case& one : CASES) {
+    Facts facts;
+    facts.user = "stt";
+    const auto texts = [&] {
+      std::string found;
+      for (const CheckFinding& finding : Judge(facts)) {
+        if (finding.id == std::string_view(one.id)) found = finding.text;
+      }
+      return found;
+    };
+    EXPECT_EQ(texts(), "") << one.id;
+    one.set(&facts);
+    EXPECT_EQ(texts(), one.text);
+  }
+}
+
+}  // namespace
+}  // namespace ctl

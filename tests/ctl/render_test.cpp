@@ -1,0 +1,130 @@
+// "render" equals the wire: what it writes beside what the scripted peers got from the agent for the same
+// alarm.
+#include <regex>
+
+#include "system/harness.h"
+
+namespace harness {
+namespace {
+
+struct Row {
+  const char* name;  // the kind
+  const char* lines;
+  bool engine;
+  const char* frame;  // how its body begins; null: the one-place mailbox seldom lets it through
+};
+
+const Row ROWS[] = {
+    {"restart", "", false, "ALARM+DunraSTT Check"},
+    {"threshold-cpu", "CPU_OVER_VALUE 0\n", true, "ALARM+Cpu Check"},
+    {"threshold-memory", "MEM_OVER_VALUE 0\n", true, nullptr},
+    {"threshold-channel", "CH_OVER_VALUE 66\n", true, nullptr},
+};
+
+class Render : public AllChannels {
+ protected:
+  int Tool(const Words& words) const {
+    folder_.Write("render.out", "");
+    return Process(Joined({TOOL, "-f", folder_ / "agent.conf", "render", "--out", folder_ / "out"}, words),
+                   folder_ / "render.out", folder_ / "render.err")
+        .ExitStatus();
+  }
+  std::string Rendered(const std::string& name) const { return ReadFile(folder_ / "out/" + name); }
+  // Moments, boundaries and measured figures aside.
+  static std::string Plain(std::string text) {
+    for (const auto& [pattern, word] : {std::pair("Date: [^\r]*", "Date"),
+                                        {"mime[A-Z]{10}", "BOUNDARY"},
+                                        {"\\d{4}/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d", "MOMENT"},
+                                        {"System (CPU|Memory)\\[\\d+", "System $1[N"}})
+      text = std::regex_replace(text, std::regex(pattern), word);
+    return text;
+  }
+  // The bytes behind the connection's tag, in figures, of the first frame with that body.
+  std::string FrameSeen(const std::string& body) const {
+    const std::string record = ReadFile(folder_ / "server/frames");
+    const size_t line = record.find("\"body\": \"" + body);
+    const size_t at = record.find("\"hex\": \"", line) + 8;
+    return line == std::string::npos ? "" : record.substr(at + 12, record.find('"', at) - at - 12);
+  }
+  static std::string Figures(const std::string& bytes) {
+    std::string text;
+    char figures[3];
+    for (const char byte : bytes) {
+      snprintf(figures, sizeof figures, "%02x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+      text += figures;
+    }
+    return text;
+  }
+};
+
+class Wire : public Render, public testing::WithParamInterface<Row> {};
+
+void PrintTo(const Row& row, std::ostream* out) {
+  *out << row.name;
+}
+
+TEST_P(Wire, HasTheSameBytes) {
+  const Row& row = GetParam();
+  const std::string name = row.name;
+  folder_.Write("figures", "3 2");
+  const Peer engine(folder_, "engine", "engine_peer.py", {"--figures", folder_ / "figures"});
+  folder_.Write("cc.txt", "Park park@example.com\n");
+  config_ += row.lines;
+  // An engine that answers: the report on its channels would take the restart's place in the mailbox.
+  if (name == "threshold-channel") config_ += "ASR_PORT " + engine.Port() + "\n";
+  if (row.engine) StartEngine();
+  const Process agent = StartedAgent();
+  const std::string mail = mails_.Kept("1.eml");
+  const std::string post = posts_.Kept("1.body");
+  EXPECT_TRUE(row.frame == nullptr || WaitUntil([&] { return !FrameSeen(row.frame).empty(); }));
+
+  EXPECT_EQ(Tool({"--kind", name}), 0) << ReadFile(folder_ / "render.out");
+  EXPECT_EQ(Plain(Rendered(name + ".eml")), Plain(mail));
+  EXPECT_EQ(Plain(Rendered(name + ".html") + "\r\n"), Plain(mails_.Kept("1.html")));
+  EXPECT_EQ(Plain(Rendered(name + ".card.json")), Plain(post));
+  if (row.frame != nullptr) {
+    EXPECT_EQ(Figures(Rendered(name + ".frame").substr(6)), FrameSeen(row.frame));
+  }
+}
+
+std::string NameOf(const testing::TestParamInfo<Row>& row) {
+  return std::regex_replace(row.param.name, std::regex("-"), "_");
+}
+INSTANTIATE_TEST_SUITE_P(Kinds, Wire, testing::ValuesIn(ROWS), NameOf);
+
+TEST_F(Render, WritesEveryKindAndOnePage) {
+  folder_.Write("agent.conf", config_);
+  ASSERT_EQ(Tool({}), 0) << ReadFile(folder_ / "render.out");
+  for (const char* kind :
+       {"restart", "threshold-cpu", "threshold-memory", "threshold-channel", "result", "error-log"}) {
+    for (const char* ending : {".eml", ".html", ".card.json"})
+      EXPECT_NE(Rendered(kind + std::string(ending)), "") << kind;
+    EXPECT_EQ(Count(Rendered("index.html"), "<section class=\"" + std::string(kind) + "\">"), 1U);
+  }
+  EXPECT_EQ(Figures(Rendered("start.frame")),
+            Figures("000000 C 000017 ALARM+Tovik Start") + "0000000000000000");
+  EXPECT_FALSE(fs::exists(folder_ / "bcc.txt"));  // the agent would make it
+  EXPECT_EQ(mails_.Arrived() + posts_.Arrived(), 0);
+  EXPECT_EQ(Tool({"--kind", "restrat"}), 3);
+  EXPECT_NE(ReadFile(folder_ / "render.err").find("no kind restrat, restart?"), std::string::npos);
+}
+
+TEST_F(Render, SaysWhatIsWrongAndEscapesIt) {
+  config_ += "CFG_FILE ./nowhere.conf\n";
+  folder_.Write("agent.conf", config_);
+  const auto told = [&] { return ReadFile(folder_ / "render.out"); };
+  folder_.Write("text", "a \"quoted\" word\n</iframe><script>alert(1)</script>\n");
+  EXPECT_EQ(Tool({"--kind", "error-log", "--message", folder_ / "text"}), 1);
+  EXPECT_NE(told().find("wrong    error-log         the card is no valid JSON"), std::string::npos) << told();
+  EXPECT_EQ(Rendered("index.html").find("<script"), std::string::npos);
+  EXPECT_EQ(Count(Rendered("index.html"), "</iframe>"), 1U);
+  folder_.Write("text", "\xf9\xd4");  // Hanja
+  EXPECT_EQ(Tool({"--kind", "error-log", "--message", folder_ / "text"}), 1);
+  EXPECT_NE(told().find("no mail is sent"), std::string::npos) << told();
+  EXPECT_NE(told().find("no card is posted"), std::string::npos) << told();
+  EXPECT_EQ(Tool({"--kind", "restart"}), 1);
+  EXPECT_NE(told().find("no mail is sent: Failed to read or open a local file"), std::string::npos) << told();
+}
+
+}  // namespace
+}  // namespace harness
