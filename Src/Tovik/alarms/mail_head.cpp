@@ -76,7 +76,7 @@ std::string Quoted(std::string_view name) {
 }
 
 std::string MailboxText(const Mailbox& mailbox) {
-  const std::string address = "<" + mailbox.address + ">";
+  std::string address = "<" + mailbox.address + ">";
   if (mailbox.name.empty()) return address;
   const bool plain = IsAscii(mailbox.name) && mailbox.name.size() <= LONGEST_WORD;
   const std::string name = plain ? Quoted(mailbox.name) : EncodedWords(mailbox.name);
