@@ -7,12 +7,14 @@ namespace ctl {
 // One row a command: declared here, defined in its file.
 extern const Command CHECK_COMMAND;
 extern const Command RENDER_COMMAND;
+extern const Command TEST_ALARM_COMMAND;
 
 namespace {
 
 constexpr const Command* COMMANDS[] = {
     &CHECK_COMMAND,
     &RENDER_COMMAND,
+    &TEST_ALARM_COMMAND,
 };
 
 constexpr Option COMMON_OPTIONS[] = {

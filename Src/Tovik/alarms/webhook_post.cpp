@@ -66,6 +66,8 @@ CURLcode Perform(CURL* handle) {
 
 }  // namespace
 
+PostWatch postWatch;
+
 CURLcode PostJson(CURL* handle, const char* url, const char* body) {
   const UniqueList headers(curl_slist_append(nullptr, "Content-Type: application/json"));
   if (headers == nullptr) return CURLE_OUT_OF_MEMORY;
@@ -77,7 +79,10 @@ CURLcode PostJson(CURL* handle, const char* url, const char* body) {
   // Giving up does not wait for a name server that is silent.
   curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, OpenCloseOnExec);
-  return Perform(handle);
+  if (postWatch.before != nullptr) postWatch.before(handle);
+  const CURLcode code = Perform(handle);
+  if (postWatch.behind != nullptr) postWatch.behind(handle, code);
+  return code;
 }
 
 }  // namespace alarms

@@ -13,6 +13,14 @@ struct CurlCleanup {
 };
 using UniqueCurl = std::unique_ptr<CURL, CurlCleanup>;
 
+// Called before and behind each transfer, by whoever wants to hear the service. Null unless somebody sets
+// them.
+struct PostWatch {
+  void (*before)(CURL* handle) = nullptr;
+  void (*behind)(CURL* handle, CURLcode code) = nullptr;
+};
+extern PostWatch postWatch;
+
 // POSTs body, announced as application/json, to url with a fresh handle. CURLE_ABORTED_BY_CALLBACK when a
 // stop cut it.
 CURLcode PostJson(CURL* handle, const char* url, const char* body);
