@@ -98,6 +98,8 @@ long CDIOSVC::DIO_SVC_WAIT(long seconds) {
   return base::WaitDescriptor(m_sock.Get(), POLLIN, seconds * 1000);
 }
 
+void (*svc_overhear)(std::string_view body) = nullptr;
+
 CDIOSVC::Reply CDIOSVC::ReadReply(const char* expected) {
   using End = Reply::End;
   header_.fill('\0');
@@ -111,6 +113,7 @@ CDIOSVC::Reply CDIOSVC::ReadReply(const char* expected) {
   if (!body) return reply;
   reply.end = End::NO_BODY;
   if (base::ReceiveExactly(m_sock.Get(), body.get(), size) <= 0) return reply;
+  if (svc_overhear != nullptr) svc_overhear({body.get(), size});
   reply.end = std::string_view(body.get(), size).starts_with(expected) ? End::EXPECTED : End::OTHER;
   return reply;
 }

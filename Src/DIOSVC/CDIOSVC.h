@@ -11,10 +11,14 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <string_view>
 
 #include "DIOSVC/channel_record.h"
 #include "DIOSVC/frames.h"
 #include "base/owners.h"
+
+// Hears the body of each reply that came whole. Null unless somebody sets it.
+extern void (*svc_overhear)(std::string_view body);
 
 class CDIOSVC {
  public:

@@ -7,6 +7,7 @@ namespace ctl {
 // One row a command: declared here, defined in its file.
 extern const Command CHECK_COMMAND;
 extern const Command RENDER_COMMAND;
+extern const Command TEST_ALARM_COMMAND;
 extern const Command START_COMMAND;
 extern const Command PAUSE_COMMAND;
 extern const Command RESUME_COMMAND;
@@ -17,6 +18,7 @@ namespace {
 constexpr const Command* COMMANDS[] = {
     &CHECK_COMMAND,
     &RENDER_COMMAND,
+    &TEST_ALARM_COMMAND,
     &START_COMMAND,
     &PAUSE_COMMAND,
     &RESUME_COMMAND,

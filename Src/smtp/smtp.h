@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 struct smtp_session;
 
@@ -73,6 +74,10 @@ struct smtp_printed {
   int status;
 };
 extern smtp_printed* smtp_print_instead;
+
+// Hears each line from the server ("Server") and each write to it ("Client"), credentials included, where the
+// debug flag would print it. Null unless somebody sets it.
+extern void (*smtp_overhear)(const char* who, std::string_view text);
 
 // Method 1 sends nothing, 2 is PLAIN, 3 is LOGIN with the user on the command line; any other, or a null user
 // or password where one is needed, gives 9. Every failure of PLAIN or LOGIN gives 4.

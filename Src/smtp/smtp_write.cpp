@@ -6,7 +6,10 @@
 #include "base/net.h"
 #include "smtp/smtp_internal.h"
 
+void (*smtp_overhear)(const char* who, std::string_view text) = nullptr;
+
 void smtp_puts_dbg(const smtp_session* session, const char* label, std::string_view text) {
+  if (smtp_overhear != nullptr) smtp_overhear(label, text);
   if ((session->flags & SMTP_FLAG_DEBUG) == 0) return;
   try {
     std::string copy(text);

@@ -354,7 +354,23 @@ TEST_F(Check, FindsNothingInTheSample) {
   fs::create_directory(folder_ / "bin");
   folder_.Write("bin/start_engine.sh", "#!/bin/sh\n", 0755);
   const Process agent = StartedAgent();
-  EXPECT_EQ(Tool({"--strict"}), std::pair("no errors, no warnings in " + folder_ / "agent.conf" + "\n", 0));
+  const auto nothing = std::pair("no errors, no warnings in " + folder_ / "agent.conf" + "\n", 0);
+  EXPECT_EQ(Tool({"--strict"}), nothing);
+
+  // And with the keys that a demonstration changes.
+  folder_.Write("mail_to.txt", "Operator operator@example.com\n");
+  for (const auto& [key, value] : {std::pair("SEND_EMAIL_CHECK", "1"),
+                                   {"SMTP_SERVER_URL", "127.0.0.1"},
+                                   {"SEND_WEBHOOK_CHECK", "1"},
+                                   {"WEBHOOK_SERVER_URL", "http://127.0.0.1:1/hook"},
+                                   {"RESTART_CHECK_SEC", "2"},
+                                   {"CPU_OVER_VALUE", "101"}}) {
+    Drop(key);
+    config_ += key + (" " + std::string(value) + "\n");
+  }
+  config_ += "CFG_FILE ./mail_to.txt\n";
+  folder_.Write("agent.conf", config_);
+  EXPECT_TRUE(Tool({"--strict"}).first.ends_with(nothing.first)) << Tool({}).first;
 }
 
 TEST_F(Check, LeavesWithItsVerdict) {

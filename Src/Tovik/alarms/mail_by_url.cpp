@@ -9,6 +9,8 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Tovik/alarms/mail_dialogue.h"
@@ -129,12 +131,22 @@ struct Delivery {
   MailDialogue dialogue;
   std::optional<Clock::time_point> accepted;
   bool printed = false;  // the dialogue, on standard error
+  bool content = false;  // is what was sent last
 };
+
+// Passes the dialogue on to whoever wants to hear it. libcurl does not tell of the dot behind the content.
+void Overhear(Delivery* delivery, bool in, std::string_view line) {
+  if (smtp_overhear == nullptr) return;
+  if (in && std::exchange(delivery->content, false)) smtp_overhear("Client", ".\r\n");
+  smtp_overhear(in ? "Server" : "Client", line);
+}
 
 int Listen(CURL*, curl_infotype type, char* data, size_t size, void* user) try {
   auto* const delivery = static_cast<Delivery*>(user);
+  if (type == CURLINFO_DATA_OUT) delivery->content = true;
   if (type != CURLINFO_HEADER_IN && type != CURLINFO_HEADER_OUT) return 0;
   const bool in = type == CURLINFO_HEADER_IN;
+  Overhear(delivery, in, {data, size});
   MailDialogue& dialogue = delivery->dialogue;
   const std::string shown = in ? dialogue.Received({data, size}) : dialogue.Sent({data, size});
   if (delivery->printed) std::fprintf(stderr, "[smtp %s]: %s\n", in ? "Server" : "Client", shown.c_str());

@@ -26,6 +26,8 @@ size_t Take(const char* data, size_t, size_t size, void* user) try {
 
 }  // namespace
 
+PostWatch postWatch;
+
 CURLcode PostJson(CURL* handle, const char* url, const char* body, long seconds, Answer* answer) {
   const UniqueList headers(curl_slist_append(nullptr, "Content-Type: application/json"));
   if (headers == nullptr) return CURLE_OUT_OF_MEMORY;
@@ -39,7 +41,9 @@ CURLcode PostJson(CURL* handle, const char* url, const char* body, long seconds,
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, Take);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &taker);
   }
+  if (postWatch.before != nullptr) postWatch.before(handle);
   const CURLcode code = Transfer(handle);
+  if (postWatch.behind != nullptr) postWatch.behind(handle, code);
   if (answer != nullptr) curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer->status);
   return code;
 }

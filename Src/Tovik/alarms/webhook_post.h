@@ -14,6 +14,14 @@ struct Answer {
   std::string body;  // its beginning
 };
 
+// Called before and behind each transfer, by whoever wants to hear the service. Null unless somebody sets
+// them.
+struct PostWatch {
+  void (*before)(CURL* handle) = nullptr;
+  void (*behind)(CURL* handle, CURLcode code) = nullptr;
+};
+extern PostWatch postWatch;
+
 // POSTs body, announced as application/json, to url with a fresh handle, and gives up after so many seconds
 // (0: as libcurl does). The answer's body goes to *answer where there is one, else to standard output.
 // CURLE_ABORTED_BY_CALLBACK when a stop cut it.

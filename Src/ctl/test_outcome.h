@@ -1,0 +1,51 @@
+// What became of one test alarm, from what was heard of it. Pure.
+#ifndef CTL_TEST_OUTCOME_H
+#define CTL_TEST_OUTCOME_H
+
+#include <string>
+#include <vector>
+
+namespace ctl {
+
+enum class Outcome { OK, REFUSED, UNREACHABLE, SILENT, DOUBTFUL, NOT_SENT };
+// As people read it: "ok", "REFUSED", "NOT SENT".
+const char* OutcomeName(Outcome outcome);
+// As programs do: lower case, "-" for a blank.
+std::string OutcomeWord(Outcome outcome);
+
+enum class Channel { MAIL, CHAT, SERVER };
+const char* ChannelName(Channel channel);
+
+// One thing that was heard. Secrets are out already.
+struct Heard {
+  enum class Who : char {
+    CLIENT = 'C',   // what we sent
+    PEER = 'S',     // a line or a body from the other side; of the chat behind its status: "200 ok"
+    FAILURE = 'E',  // of our own or of the way there, in words
+    CONNECTED = 'K'
+  };
+  Who who;
+  std::string text;
+};
+
+struct Answer {
+  std::string address;  // of a recipient; "the message", or empty
+  Outcome outcome = Outcome::NOT_SENT;
+  int code = 0;  // 0: none
+  std::string text;
+};
+
+struct Verdict {
+  Answer whole;
+  std::vector<Answer> recipients;  // mail alone
+  std::vector<std::string> notes;
+  size_t tried = 1;
+  size_t taken = 0;
+};
+
+// ended: the sender came to its end within the time given. form: the chat gets a form.
+Verdict JudgeHeard(Channel channel, const std::vector<Heard>& heard, bool ended, bool form);
+
+}  // namespace ctl
+
+#endif
