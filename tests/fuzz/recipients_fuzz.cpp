@@ -1,4 +1,4 @@
-// A recipient file: words as a stream reads them, cut, two for a line.
+// A recipient file: two words for each line, cut to their limit, checked against a stream.
 #include <sstream>
 
 #include "Tovik/alarms/recipients.h"
@@ -15,7 +15,7 @@ FUZZ_TARGET(text) {
   const auto next = [&] {
     std::string word;
     in >> word;
-    // Texts of the list end at a NUL.
+    // The list's texts end at a NUL.
     return std::string(word.substr(0, EMAIL_WORD).c_str());
   };
   for (int64_t i = 0; i < count; ++i) {
