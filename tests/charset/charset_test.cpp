@@ -65,6 +65,7 @@ TEST(Decode, ConvertsOnlyAsciiAndSyllables) {
   EXPECT_EQ(decode_UTF8("x\xC3\xA9\xEA\xB0", 5, out, sizeof out), 5);  // a two-byte character, a cut one
   EXPECT_STREQ(out, "x    ");
   EXPECT_EQ(decode_UTF8("\xED\x9E\xA4", 3, out, sizeof out), -1);  // beyond the last syllable
+  EXPECT_EQ(decode_UTF8("abcdef", 6, out, sizeof out), -1);        // no room for the terminator
 }
 
 TEST(IsUtf8, JudgesEachFormAtEveryOffset) {
