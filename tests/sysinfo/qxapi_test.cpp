@@ -74,10 +74,8 @@ TEST_F(Snapshot, FillsAWholeRecord) {
   EXPECT_STREQ(p.state, "S <");
   EXPECT_STREQ(p.owner, "root");
   EXPECT_EQ(p.rss_kb, 376U * static_cast<uint64_t>(::sysconf(_SC_PAGESIZE) / 1024));
-  const int64_t figures[] = {p.ppid,           p.uid, p.gid, int64_t(p.vmsize), p.threads, int64_t(p.utime),
-                             int64_t(p.stime), p.nice};
-  const int64_t expected[] = {1, 0, 3, 3060, 4, 250, 125, -5};
-  for (size_t i = 0; i < std::size(expected); ++i) EXPECT_EQ(figures[i], expected[i]) << i;
+  EXPECT_EQ(std::tuple(p.ppid, p.uid, p.gid, p.vmsize, p.threads, p.utime, p.stime, p.nice),
+            std::tuple(1, 0U, 3U, 3060U, 4, 250U, 125U, -5));
 }
 
 TEST_F(Snapshot, ShowsTheStateInThreeLetters) {

@@ -41,8 +41,8 @@ struct Link {
     server = std::thread([=, this] {
       LVCSR_SOCK_HEAD head{};
       CreateServerContext(SSLInit(&head));
-      EXPECT_EQ(CACheck(&head, Path("ca.pem").c_str()),
-                1);  // asks for a certificate but does not require one
+      // Asks for a certificate but does not require one.
+      EXPECT_EQ(CACheck(&head, Path("ca.pem").c_str()), 1);
       EXPECT_EQ(Load(&head, "server.pem", "server.key", ""), 1);
       if (ServerSockSetting(&head, far.Get()) == 1) steps(&head);
       SSLClose(&head);
