@@ -4,10 +4,11 @@
 
 #include <cstdio>
 
-extern FILE* log_stream;  // null before OpenLogStream and after the stop
+extern FILE* log_stream;  // null before OpenLogStream, and after CloseLogStream has closed a file
 
 // Opens the file of option -l for append, or uses standard output.
 void OpenLogStream();
+// Closes the file of -l, if there is one.
 void CloseLogStream();
 // The name of the stream in syslog lines.
 const char* LogStreamName();
