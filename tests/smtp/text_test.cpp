@@ -95,7 +95,7 @@ TEST(SmtpText, EncodesSpecialFiles) {
 }
 
 TEST(SmtpText, RefusesArraysThatOverflow) {
-  EXPECT_EQ(smtp_reallocarray(nullptr, SIZE_MAX / 2, 3), nullptr);
+  EXPECT_EQ(smtp_reallocarray(nullptr, SIZE_MAX / 2 + 2, 2), nullptr) << "2 bytes when it wraps around";
 }
 
 }  // namespace
