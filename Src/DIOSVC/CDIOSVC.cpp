@@ -31,12 +31,12 @@ constexpr size_t ADDRESS_SIZE = 128;
 // "channel open failure", in code page 949.
 constexpr const char* OPEN_FAILED = "\xC3\xA4\xB3\xCE \xBF\xC0\xC7\xC2 \xBD\xC7\xC6\xD0";
 
-// Not cleared: only what is received is touched, so memory grows with the bytes that really came.
+// The memory is not cleared: only the bytes that arrive are touched, so real memory grows with them.
 std::unique_ptr<char[]> Allocate(size_t size) {
   return std::unique_ptr<char[]>(new (std::nothrow) char[size]);
 }
 
-// False when there is no memory for it; a negative length is one that no memory holds.
+// Returns false when memory runs out, and for a negative length.
 bool BuildDataFrame(int tag, long type, const char* data, long length, std::string* frame) {
   if (length < 0) return false;
   try {
@@ -49,12 +49,12 @@ bool BuildDataFrame(int tag, long type, const char* data, long length, std::stri
 
 }  // namespace
 
-// How reading a reply ended, and what is traced of it.
+// How reading a reply ended, and the values that its trace line shows.
 struct CDIOSVC::Reply {
   enum class End { EXPECTED, NO_HEADER, NO_MEMORY, NO_BODY, OTHER };
   End end;
   int length;          // of the body
-  const char* header;  // from its length field on
+  const char* header;  // starting at its length field
   int error;           // of a failed allocation
 };
 
@@ -215,7 +215,7 @@ long CDIOSVC::SOCK_SVC_DATA_SEND(const char* data, long length, long type) {
     SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : CHANNEL_DATA Send Failed.");
     return -1;
   }
-  frame = std::string();  // not kept while the server takes its time
+  frame = std::string();  // frees the memory before the wait for the server
   if (DIO_SVC_WAIT(REPLY_WAIT_SECONDS) != 1) return -1;
   return JudgeData(ReadReply("DATA_RECEIVE_OK"));
 }

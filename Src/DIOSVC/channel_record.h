@@ -1,4 +1,4 @@
-// The engine's channel status, which the engine link fills and the management link reports.
+// The engine's channel status. The engine link fills it and the management link reports it.
 #ifndef DIOSVC_CHANNEL_RECORD_H
 #define DIOSVC_CHANNEL_RECORD_H
 
@@ -10,9 +10,8 @@ struct LVCSR_CHANNEL {
   int32_t state;
 };
 
-// The engine's channel status. The counts are claims of the engine, kept as it sent them; pChannel holds
-// nEntries entries, those that really arrived, whatever the counts say. Readers go up to
-// min(nChannelCnt, nEntries).
+// The counts are what the engine claimed, unchecked. pChannel holds the nEntries entries that really arrived,
+// whatever the counts say. Readers must stop at min(nChannelCnt, nEntries).
 struct LVCSR_DATA_CHANNEL {
   int32_t nThreadCnt;
   int32_t nChannelCnt;
@@ -20,7 +19,7 @@ struct LVCSR_DATA_CHANNEL {
   int32_t nWaitCnt;
   int32_t nIdleCnt;
   int32_t nEntries;
-  LVCSR_CHANNEL* pChannel;  // malloc; belongs to whoever had the record filled
+  LVCSR_CHANNEL* pChannel;  // from malloc; belongs to the caller that had the record filled
 };
 
 #endif

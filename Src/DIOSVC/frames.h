@@ -1,5 +1,5 @@
-// The frames of the management link: a 16-character header ("NNNNNN C LLLLLL ": connection tag, body length)
-// and a body, in both directions.
+// The frames of the management link. In both directions a frame is a header of 16 characters ("NNNNNN C
+// LLLLLL ": connection tag, body length) and a body.
 #ifndef DIOSVC_FRAMES_H
 #define DIOSVC_FRAMES_H
 
@@ -16,20 +16,20 @@ inline constexpr size_t HEADER_SIZE = 16;
 std::string OpenFrame(int64_t tag);
 std::string CloseFrame(int64_t tag);
 
-// The type's keyword (report_types.h) and the data behind a header; for no known type the data alone. The
-// frame is always the data's length + 30 bytes, zeros behind its text: an alarm frame, whose keyword is
+// A header, the type's keyword (report_types.h) and the data. For an unknown type there is only the data. The
+// frame is always 30 bytes longer than the data and filled with zeros: an alarm frame, whose keyword is
 // shorter than the others, ends in 8 zero bytes that its length field does not count.
 std::string DataFrame(int64_t tag, int64_t type, const std::string& data);
 
-// The rest of a header from its length field, bytes 9 to 14, on.
+// The rest of a header, starting at its length field (bytes 9 to 14).
 inline const char* LengthField(const char* header) {
   return header + 9;
 }
-// Bytes 9 to 14 of a reply's header as a number, 0 for text, never negative.
+// The length field as a number. 0 when it holds no number; never negative.
 int BodyLength(const char* header);
 
-// "id:state" of every channel, joined by ",", as unsigned numbers: as many as the engine counts, but no more
-// than it sent.
+// "id:state" of each channel as unsigned numbers, joined by ",". At most as many channels as the engine
+// counts, and no more than it sent.
 std::string ChannelList(const LVCSR_DATA_CHANNEL& status);
 
 // "c:<cpu>,m:<memory>", in percent.

@@ -17,9 +17,9 @@
 namespace base {
 namespace {
 
-constexpr int64_t SLICE_MS = 20;  // between two looks where the kernel has no process descriptors
+constexpr int64_t CHILD_POLL_MS = 20;  // between two checks on a kernel without pidfd_open(2)
 
-// The spawn attributes and file actions of one child; destroyed with it.
+// The spawn attributes and file actions of one child.
 class SpawnPlan {
  public:
   explicit SpawnPlan(int stdoutFd) {
@@ -50,7 +50,7 @@ class SpawnPlan {
   posix_spawn_file_actions_t actions_{};
 };
 
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
+std::vector<char*> ArgumentPointers(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
   pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) pointers.push_back(text.data());
@@ -58,21 +58,21 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-bool SameName(std::string_view one, std::string_view other) {
+bool SameVariable(std::string_view one, std::string_view other) {
   return one.substr(0, one.find('=')) == other.substr(0, other.find('='));
 }
 
-std::vector<std::string> Environment(const std::vector<std::string>& changes) {
+std::vector<std::string> ChildEnvironment(const std::vector<std::string>& changes) {
   std::vector<std::string> result = changes;
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     bool changed = false;
-    for (const std::string& change : changes) changed = changed || SameName(change, *entry);
+    for (const std::string& change : changes) changed = changed || SameVariable(change, *entry);
     if (!changed) result.emplace_back(*entry);
   }
   return result;
 }
 
-// 1 when the child has ended, -1 with errno when the wait was given up.
+// Returns 1 when the child has ended, or -1 with errno when the wait failed or was cut.
 int AwaitEnd(pid_t pid, int* status) {
   const UniqueFd process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   while (true) {
@@ -85,7 +85,7 @@ int AwaitEnd(pid_t pid, int* status) {
       errno = ECANCELED;
       return -1;
     } else {
-      ::poll(nullptr, 0, SLICE_MS);
+      ::poll(nullptr, 0, CHILD_POLL_MS);
     }
   }
 }
@@ -95,10 +95,11 @@ int AwaitEnd(pid_t pid, int* status) {
 int RunProgram(const std::vector<std::string>& words, int stdoutFd,
                const std::vector<std::string>& environment) {
   std::vector<std::string> wordCopy = words;
-  std::vector<std::string> environmentCopy = Environment(environment);
+  std::vector<std::string> environmentCopy = ChildEnvironment(environment);
   SpawnPlan plan(stdoutFd);
   pid_t pid = 0;
-  const int error = plan.Spawn(&pid, Pointers(wordCopy).data(), Pointers(environmentCopy).data());
+  const int error =
+      plan.Spawn(&pid, ArgumentPointers(wordCopy).data(), ArgumentPointers(environmentCopy).data());
   if (error != 0) {
     errno = error;
     return -1;

@@ -1,4 +1,4 @@
-// Child processes that inherit nothing of the agent but descriptors 0, 1 and 2.
+// Child processes. A child inherits descriptors 0, 1 and 2 from the agent, and no others.
 #ifndef BASE_CHILD_H
 #define BASE_CHILD_H
 
@@ -7,15 +7,16 @@
 
 namespace base {
 
-// Runs a program (looked up in PATH) with these words as its argv, default signal actions, an empty signal
-// mask and no descriptor above 2, and waits for its end. stdoutFd, when not negative, becomes its standard
-// output; environment entries ("NAME=value") are put in place of, or beside, the agent's own. The wait status
-// of waitpid(2); -1 with errno when it could not be started, or with ECANCELED when a stop was under way and
-// the grace ended before the child did (it lives on).
+// Runs a program, looked up in PATH, and waits until it ends. words are its argv. It starts with default
+// signal actions, an empty signal mask and no descriptor above 2. stdoutFd becomes its standard output unless
+// it is negative. Each entry of environment ("NAME=value") replaces the agent's own entry of that name, or is
+// added.
+// Returns the wait status of waitpid(2), or -1 with errno when the program could not be started. During a
+// stop, -1 with ECANCELED means that the grace ended before the child did; the child goes on running.
 [[nodiscard]] int RunProgram(const std::vector<std::string>& words, int stdoutFd = -1,
                              const std::vector<std::string>& environment = {});
 
-// RunProgram of the system shell with "-c" and this command line.
+// Runs a command line with the system shell ("/bin/sh -c"). Results as RunProgram.
 [[nodiscard]] int RunShell(const std::string& command);
 
 }  // namespace base

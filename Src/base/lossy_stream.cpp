@@ -23,11 +23,11 @@
 namespace base {
 namespace {
 
-constexpr unsigned MEMORY_DEVICES = 1;  // major number of the null device and its like
-constexpr rlim_t DESCRIPTOR_TABLE = 1024;
-constexpr rlim_t RESERVED = 8;
+constexpr unsigned MEMORY_DEVICES = 1;  // major number of the null device and similar ones
+constexpr rlim_t DESCRIPTOR_NUMBERS_END = 1024;
+constexpr rlim_t RESERVED_DESCRIPTORS = 8;
 constexpr int64_t NANOSECONDS = 1'000'000'000;
-constexpr int64_t PATIENCE = NANOSECONDS / 4;  // for a slow reader, in each second
+constexpr int64_t PATIENCE = NANOSECONDS / 4;  // writers wait this long for a slow reader in each second
 
 bool MayStall(int fd) {
   struct stat status;
@@ -36,19 +36,19 @@ bool MayStall(int fd) {
   return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
 }
 
-int64_t Now() {
+int64_t MonotonicNow() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   return now.tv_sec * NANOSECONDS + now.tv_nsec;
 }
 
-// How long writers wait for a reader.
+// The time that writers still have to wait for a reader.
 class Patience {
  public:
-  // Waits for room. Returns false when the time for that is used up.
+  // Waits until fd can be written. Returns false when the time for that is used up.
   bool WaitForRoom(int fd) {
     if (exhausted_) return false;
-    const int64_t start = Now();
+    const int64_t start = MonotonicNow();
     if (start - second_ >= NANOSECONDS) {
       second_ = start;
       left_ = PATIENCE;
@@ -56,19 +56,20 @@ class Patience {
     pollfd room{fd, POLLOUT, 0};
     const timespec limit{0, std::max<int64_t>(left_, 0)};
     ::ppoll(&room, 1, &limit, nullptr);
-    left_ -= Now() - start;
+    left_ -= MonotonicNow() - start;
     exhausted_ = left_ <= 0;
     return !exhausted_;
   }
   void Renew() { exhausted_ = false; }
 
  private:
-  int64_t second_ = -NANOSECONDS;  // the second that is left_ of the patience, by its start
+  int64_t second_ = -NANOSECONDS;  // start of the second that left_ belongs to
   int64_t left_ = 0;
   bool exhausted_ = false;
 };
 
-// One write that does not wait: the bytes written, or -1 with errno (EAGAIN: no room now).
+// One write that does not block. Returns the number of bytes written, or -1 with errno (EAGAIN: no space
+// now).
 using WriteNow = ssize_t (*)(int fd, const char* data, size_t size);
 
 ssize_t WriteOwn(int fd, const char* data, size_t size) {
@@ -79,8 +80,8 @@ ssize_t WriteSocket(int fd, const char* data, size_t size) {
   return ::send(fd, data, size, MSG_DONTWAIT);
 }
 
-// On a description that others use in the blocking mode. Where the kernel knows no single write that does not
-// wait, a piece that fits wherever there is any room comes next to it.
+// For a file description that other processes use in blocking mode. A kernel without RWF_NOWAIT for this file
+// gets at most PIPE_BUF bytes after poll(2): so many fit whenever anything fits.
 ssize_t WriteShared(int fd, const char* data, size_t size) {
   const iovec piece{const_cast<char*>(data), std::min<size_t>(size, PIPE_BUF)};
   const ssize_t written = ::pwritev2(fd, &piece, 1, -1, RWF_NOWAIT);
@@ -91,14 +92,14 @@ ssize_t WriteShared(int fd, const char* data, size_t size) {
   return -1;
 }
 
-// Where the text of a lossy stream goes.
+// The destination of a lossy stream.
 class Sink {
  public:
-  // fd is what file or own holds, or outlives the sink.
+  // fd belongs to own or to file, or outlives the sink.
   Sink(int fd, WriteNow write, UniqueFd own = {}, UniqueFile file = nullptr)
       : fd_(fd), write_(write), own_(std::move(own)), file_(std::move(file)) {}
 
-  // 0 when the text was written or dropped, else -1 with errno.
+  // Returns 0 when the text was written or dropped, or -1 with errno.
   int Write(std::string_view text) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (cut_) {
@@ -111,7 +112,7 @@ class Sink {
   }
 
  private:
-  // The bytes for which there was room, or -1 with errno.
+  // Returns how many bytes were written before space ran out, or -1 with errno.
   ssize_t Put(std::string_view text) {
     size_t done = 0;
     while (done < text.size()) {
@@ -135,7 +136,7 @@ class Sink {
   UniqueFd own_;
   UniqueFile file_;
   Patience patience_;
-  bool cut_ = false;  // the last text, in the middle of a line
+  bool cut_ = false;  // the last text ended in the middle of a line
 };
 
 ssize_t WriteToSink(void* sink, const char* data, size_t size) {
@@ -147,23 +148,24 @@ int CloseSink(void* sink) {
   return 0;
 }
 
-// Null, with errno, when there is no memory.
+// Returns null with errno when memory runs out.
 FILE* StreamInto(std::unique_ptr<Sink> sink) {
   FILE* const stream = ::fopencookie(sink.get(), "w", {nullptr, WriteToSink, nullptr, CloseSink});
   if (stream != nullptr) sink.release();  // CloseSink deletes it
   return stream;
 }
 
-// A description of the agent's own of what a descriptor refers to; invalid where the system grants none. Its
-// number leaves the low ones to those that would get them without it.
+// Opens what fd refers to once more, as a file description of the agent's own. Returns an invalid descriptor
+// where the system does not allow that. The new number is high, so that the low numbers stay the same as
+// without it.
 UniqueFd OpenAgain(int fd) {
   const std::string path = Format("/proc/self/fd/%d", fd);
   const UniqueFd low(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   rlimit limit{};
   ::getrlimit(RLIMIT_NOFILE, &limit);
-  const rlim_t end = std::min(limit.rlim_cur, DESCRIPTOR_TABLE);
-  if (!low.Valid() || end < RESERVED) return {};
-  return UniqueFd(::fcntl(low.Get(), F_DUPFD_CLOEXEC, static_cast<int>(end - RESERVED)));
+  const rlim_t end = std::min(limit.rlim_cur, DESCRIPTOR_NUMBERS_END);
+  if (!low.Valid() || end < RESERVED_DESCRIPTORS) return {};
+  return UniqueFd(::fcntl(low.Get(), F_DUPFD_CLOEXEC, static_cast<int>(end - RESERVED_DESCRIPTORS)));
 }
 
 std::unique_ptr<Sink> SinkTo(int fd) {
@@ -176,13 +178,13 @@ std::unique_ptr<Sink> SinkTo(int fd) {
   return std::make_unique<Sink>(number, WriteOwn, std::move(own));
 }
 
-// One of the standard streams, and what stands in for it.
-struct Standard {
+// A standard stream and its lossy replacement.
+struct StandardStream {
   FILE** variable;
   FILE* plain;
   int fd;
   int buffering;
-  Sink* sink;  // of the stream that stands in; null: none does
+  Sink* sink;  // of the replacement; null when there is none
 
   void MakePlain() {
     if (sink == nullptr) return;
@@ -201,8 +203,8 @@ struct Standard {
   }
 };
 
-Standard output = {&stdout, stdout, STDOUT_FILENO, _IOLBF, nullptr};
-Standard errors = {&stderr, stderr, STDERR_FILENO, _IONBF, nullptr};
+StandardStream output = {&stdout, stdout, STDOUT_FILENO, _IOLBF, nullptr};
+StandardStream errors = {&stderr, stderr, STDERR_FILENO, _IONBF, nullptr};
 
 void WriteAll(int fd, std::string_view text) {
   while (!text.empty()) {
@@ -215,7 +217,7 @@ void WriteAll(int fd, std::string_view text) {
 }  // namespace
 
 void MakeStandardStreamsLossy() {
-  for (Standard* stream : {&output, &errors}) {
+  for (StandardStream* stream : {&output, &errors}) {
     stream->MakePlain();
     if (MayStall(stream->fd)) stream->MakeLossy();
   }

@@ -9,10 +9,10 @@
 namespace base {
 namespace {
 
-// Runs call, with these flags, until it no longer says "would block", waiting for the events between; under
-// MSG_DONTWAIT that word is the result.
+// Repeats call until it no longer fails with "would block", and waits for the events between two calls. With
+// MSG_DONTWAIT among the flags there is no wait, and that failure is the result.
 template <typename Call>
-ssize_t Repeat(int fd, short events, int64_t milliseconds, int flags, Call call) {
+ssize_t RetryWhenReady(int fd, short events, int64_t milliseconds, int flags, Call call) {
   while (true) {
     const ssize_t result = call(flags | MSG_DONTWAIT);
     if (result >= 0) return result;
@@ -60,7 +60,8 @@ int Connect(int fd, const sockaddr* address, socklen_t length, int64_t milliseco
 }
 
 ssize_t ReceiveSome(int fd, void* buffer, size_t length, int64_t milliseconds, int flags) {
-  return Repeat(fd, POLLIN, milliseconds, flags, [&](int now) { return ::recv(fd, buffer, length, now); });
+  return RetryWhenReady(fd, POLLIN, milliseconds, flags,
+                        [&](int now) { return ::recv(fd, buffer, length, now); });
 }
 
 ssize_t ReceiveExactly(int fd, void* buffer, size_t length, int64_t milliseconds) {
@@ -76,8 +77,8 @@ ssize_t ReceiveExactly(int fd, void* buffer, size_t length, int64_t milliseconds
 }
 
 ssize_t SendSome(int fd, const void* data, size_t length, int64_t milliseconds, int flags) {
-  return Repeat(fd, POLLOUT, milliseconds, flags | MSG_NOSIGNAL,
-                [&](int now) { return ::send(fd, data, length, now); });
+  return RetryWhenReady(fd, POLLOUT, milliseconds, flags | MSG_NOSIGNAL,
+                        [&](int now) { return ::send(fd, data, length, now); });
 }
 
 int SendAll(int fd, const void* data, size_t length, int64_t milliseconds, int flags, size_t* sent) {

@@ -1,5 +1,6 @@
-// Blocking socket calls by meaning, that a stop can still cut (see stop.h). The descriptor may have any
-// number and any blocking mode; nothing here ever raises SIGPIPE.
+// Blocking socket calls that a stop can cut (see stop.h). The descriptor may have any number and may be in
+// blocking or non-blocking mode. Nothing here raises SIGPIPE. A time limit is in milliseconds; FOREVER is
+// none.
 #ifndef BASE_NET_H
 #define BASE_NET_H
 
@@ -14,31 +15,31 @@
 
 namespace base {
 
-// A stream socket, close-on-exec. Invalid with errno on failure.
+// Opens a stream socket, close-on-exec. Returns an invalid descriptor with errno on failure.
 [[nodiscard]] UniqueFd OpenSocket(int family, int protocol = 0);
 
-// Sets or clears O_NONBLOCK; negative with errno on failure.
+// Sets or clears O_NONBLOCK. Returns a negative number with errno on failure.
 [[nodiscard]] int SetBlocking(int fd, bool blocking);
 
-// As connect(2) on a blocking socket; 0, or -1 with the errno that connect would have given, ETIMEDOUT when
-// the time given passed first, ECANCELED when a stop cut it. Once connected the socket is blocking; after a
-// failure it may have been left non-blocking.
+// Connects as connect(2) does on a blocking socket. Returns 0, or -1 with the errno of connect, ETIMEDOUT
+// when the limit passed first, or ECANCELED when a stop cut the wait. A connected socket is in blocking mode;
+// after a failure it may be left non-blocking.
 [[nodiscard]] int Connect(int fd, const sockaddr* address, socklen_t length, int64_t milliseconds = FOREVER);
 
-// As recv(2) with these flags on a blocking socket: the count received (1 or more), 0 at the peer's end, -1
-// with errno (ETIMEDOUT and ECANCELED as above; EAGAIN only under MSG_DONTWAIT).
+// Receives as recv(2) does on a blocking socket. Returns the number of bytes (1 or more), 0 when the peer has
+// closed its end, or -1 with errno: ETIMEDOUT and ECANCELED as above, EAGAIN only with MSG_DONTWAIT.
 [[nodiscard]] ssize_t ReceiveSome(int fd, void* buffer, size_t length, int64_t milliseconds = FOREVER,
                                   int flags = 0);
-// Receives exactly length bytes; each receive may wait the time given. The last result of ReceiveSome: above
-// 0 on success, 0 when the peer ended early, -1 with errno. A length of 0 gives 1.
+// Receives exactly length bytes. The limit applies to each receive. Returns a number above 0 on success (also
+// for a length of 0), 0 when the peer closed its end early, or -1 with errno.
 [[nodiscard]] ssize_t ReceiveExactly(int fd, void* buffer, size_t length, int64_t milliseconds = FOREVER);
 
-// Sends what the socket takes at once, or waits until it takes something: the count, or -1 with errno (as
-// above). The flags are those of send(2).
+// Waits until the socket takes something and sends that. flags are those of send(2). Returns the number of
+// bytes, or -1 with errno as above.
 [[nodiscard]] ssize_t SendSome(int fd, const void* data, size_t length, int64_t milliseconds = FOREVER,
                                int flags = 0);
-// Sends everything, each part of it within the time given: 0, or -1 with errno. What went out is counted in
-// sent (unless it is null), also on failure.
+// Sends everything. The limit applies to each part. Returns 0, or -1 with errno. *sent (unless sent is null)
+// receives the number of bytes that were sent, also on failure.
 int SendAll(int fd, const void* data, size_t length, int64_t milliseconds = FOREVER, int flags = 0,
             size_t* sent = nullptr);
 

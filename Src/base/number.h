@@ -1,5 +1,5 @@
-// Decimal numbers at the start of texts. White space and a sign may stand before the digits; what follows
-// them is left. A number that does not fit becomes the nearest end of the range. The locale does not matter.
+// Decimal numbers at the start of a text. White space and a sign may come before the digits; whatever follows
+// the digits is ignored. A number out of range becomes the nearest limit. The locale has no effect.
 #ifndef BASE_NUMBER_H
 #define BASE_NUMBER_H
 
@@ -8,12 +8,13 @@
 
 namespace base {
 
-// As atol(3) on a text that need not be terminated: 0 without a digit. A cast to int gives what atoi(3)
-// gives.
+// Reads a number as atol(3) does; the text needs no terminator. Returns 0 when there is no digit. Cast to
+// int, the result is that of atoi(3).
 [[nodiscard]] int64_t LeadingNumber(std::string_view text);
 
-// As %ld and %lu of scanf(3): takes the number off the front of *rest. False, with white space and sign
-// taken, when there is no digit. The negative of an unsigned number is its two's complement.
+// Take a number off the front of *rest, as %ld and %lu of scanf(3) do. Return false when there is no digit;
+// white space and sign are then already taken. A negative number read as unsigned becomes its two's
+// complement.
 bool TakeSigned(std::string_view* rest, int64_t* number);
 bool TakeUnsigned(std::string_view* rest, uint64_t* number);
 

@@ -1,5 +1,5 @@
-// Owner types: each holds one resource and releases it exactly once. A raw int, FILE* or char* that is
-// passed beside them is borrowed.
+// Owner types. Each holds one resource and releases it exactly once. A plain int, FILE* or char* beside them
+// is borrowed.
 #ifndef BASE_OWNERS_H
 #define BASE_OWNERS_H
 
@@ -13,7 +13,7 @@
 
 namespace base {
 
-// A file descriptor. Moving leaves the source empty; assigning over a live one closes it first.
+// A file descriptor. A moved-from object is empty. Assigning to an object closes what it held.
 class UniqueFd {
  public:
   UniqueFd() = default;
@@ -29,9 +29,9 @@ class UniqueFd {
 
   int Get() const { return fd_; }
   bool Valid() const { return fd_ >= 0; }
-  // Gives the descriptor away: the caller closes it.
+  // Gives up the descriptor; the caller closes it.
   int Release() { return std::exchange(fd_, -1); }
-  // Closes what is held and takes fd. Returns the result of close, 0 when nothing was held.
+  // Closes the descriptor held and takes fd instead. Returns the result of close(2), or 0 when none was held.
   int Reset(int fd = -1) {
     const int old = std::exchange(fd_, fd);
     return old >= 0 ? ::close(old) : 0;
@@ -53,11 +53,11 @@ struct MallocFree {
 
 using UniqueFile = std::unique_ptr<FILE, FileCloser>;
 using UniqueDir = std::unique_ptr<DIR, DirCloser>;
-// Heap text of a C interface (malloc, strdup): freed with free().
+// Text that a C interface allocated with malloc(3).
 using UniqueText = std::unique_ptr<char, MallocFree>;
 
-// As realloc(3): the text gets room for so many bytes (1 or more). False with errno when there is no memory;
-// the text is then as it was.
+// Gives the text room for size bytes (1 or more), as realloc(3) does. Returns false with errno when memory
+// runs out; the text is then unchanged.
 [[nodiscard]] inline bool Resize(UniqueText& text, size_t size) {
   auto* const moved = static_cast<char*>(std::realloc(text.get(), size));
   if (moved == nullptr) return false;

@@ -16,7 +16,7 @@
 namespace base {
 namespace {
 
-addrinfo Hints(int family, int protocol, int flags) {
+addrinfo LookUpHints(int family, int protocol, int flags) {
   addrinfo hints{};
   hints.ai_family = family;
   hints.ai_socktype = SOCK_STREAM;
@@ -32,13 +32,13 @@ int LookUp(const char* host, const char* service, const addrinfo& hints, Address
   return code;
 }
 
-// What the asking thread and the looking-up one share; the last to let go frees it.
+// Shared by the asking thread and the thread that does the look-up. The last of them frees it.
 struct Request {
   std::optional<std::string> host;
   std::optional<std::string> service;
   addrinfo hints{};
   UniqueFd finished;
-  std::atomic<bool> answered{false};  // the members below are set
+  std::atomic<bool> answered{false};  // set once the members below are
   int code = 0;
   int error = 0;
   AddressList list;
@@ -51,7 +51,7 @@ struct Request {
   }
 };
 
-// The new thread takes no signals: those of the process belong to threads that outlive a look-up.
+// Keeps signals away from the new thread: threads that outlive a look-up handle them.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -67,7 +67,7 @@ class SignalsBlocked {
   sigset_t old_{};
 };
 
-int Fail(int error) {
+int LookUpFailed(int error) {
   errno = error;
   return EAI_SYSTEM;
 }
@@ -80,7 +80,7 @@ int AskThread(const std::shared_ptr<Request>& request, AddressList* out) {
     std::thread([request] { request->Answer(); }).detach();
   }
   if (WaitDescriptor(request->finished.Get(), POLLIN, FOREVER) < 0) return EAI_SYSTEM;
-  if (!request->answered.load(std::memory_order_acquire)) return Fail(EIO);
+  if (!request->answered.load(std::memory_order_acquire)) return LookUpFailed(EIO);
   *out = std::move(request->list);
   errno = request->error;
   return request->code;
@@ -90,18 +90,19 @@ int AskThread(const std::shared_ptr<Request>& request, AddressList* out) {
 
 int Resolve(const char* host, const char* service, int family, int protocol, AddressList* out) {
   out->reset();
-  const int figures = LookUp(host, service, Hints(family, protocol, AI_NUMERICHOST | AI_NUMERICSERV), out);
+  const int figures =
+      LookUp(host, service, LookUpHints(family, protocol, AI_NUMERICHOST | AI_NUMERICSERV), out);
   if (figures == 0) return 0;
   try {
     const auto request = std::make_shared<Request>();
     if (host != nullptr) request->host = host;
     if (service != nullptr) request->service = service;
-    request->hints = Hints(family, protocol, 0);
+    request->hints = LookUpHints(family, protocol, 0);
     return AskThread(request, out);
   } catch (const std::bad_alloc&) {
     return EAI_MEMORY;
   } catch (const std::exception&) {
-    return Fail(EAGAIN);
+    return LookUpFailed(EAGAIN);
   }
 }
 

@@ -13,10 +13,11 @@ struct AddrinfoFree {
 };
 using AddressList = std::unique_ptr<addrinfo, AddrinfoFree>;
 
-// As getaddrinfo(3) for stream sockets of this family and protocol: 0 and the list, or its EAI_ code. A null
-// host is the loopback. Names are looked up for as long as the system's resolver takes; when a stop ends the
-// wait (base/stop.h) the look-up is abandoned to a thread of its own: EAI_SYSTEM with errno ECANCELED.
-// Addresses in figures with a port in figures are answered at once, without a thread.
+// Resolves host and service as getaddrinfo(3) does, for stream sockets of this family and protocol. A null
+// host is the loopback. Returns 0 and the list, or an EAI_ code.
+// A numeric address with a numeric port is answered at once. Anything else is looked up in a thread of its
+// own, for as long as the system's resolver takes. When a stop cuts the wait (base/stop.h), that thread is
+// abandoned and the result is EAI_SYSTEM with errno ECANCELED.
 [[nodiscard]] int Resolve(const char* host, const char* service, int family, int protocol, AddressList* out);
 
 }  // namespace base

@@ -1,5 +1,5 @@
-// A record that one thread replaces while others read: handed over as a whole. A reader keeps what it got for
-// as long as it likes; the last one to let go releases it.
+// A record that one thread replaces while others read it. It is replaced as a whole. A reader keeps its copy
+// for as long as it likes; the last reader frees it.
 #ifndef BASE_SHARED_RECORD_H
 #define BASE_SHARED_RECORD_H
 
@@ -12,7 +12,7 @@ namespace base {
 template <typename T>
 class SharedRecord {
  public:
-  // Never null.
+  // The current record, never null.
   std::shared_ptr<const T> Get() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return current_;

@@ -14,7 +14,7 @@ void ReplaceByNullDevice(int fd) {
   UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (!null.Valid()) return;
   if (null.Get() <= STDERR_FILENO) {
-    // The number was free and the null device has just taken it, or one of its two neighbours.
+    // fd itself or another of the three was free, and the null device has just taken that number.
     ::fcntl(null.Get(), F_SETFD, 0);
     if (null.Release() == fd) return;
     ReplaceByNullDevice(fd);

@@ -1,17 +1,18 @@
-// Descriptors 0, 1 and 2, which must never be free: what is opened next would lie there.
+// Keeping descriptors 0, 1 and 2 in use. If one of them were free, the next file or socket would get its
+// number.
 #ifndef BASE_STANDARD_DESCRIPTORS_H
 #define BASE_STANDARD_DESCRIPTORS_H
 
 namespace base {
 
-// Opens the null device on those of the three that are closed.
+// Opens the null device on each of the three that is closed.
 void GuardStandardDescriptors();
 
-// close(2) of a number that a record holds. Descriptors 0, 1 and 2 are never free afterwards: what was there
-// is closed and, in the same step, replaced by the null device (inherited by children, as is usual for
-// these), so that no other thread's socket or file can come to lie on a number that is closed by habit. That
-// counts as a close that succeeded, also when the null device cannot be opened and the descriptor therefore
-// stays as it is. 0, or -1 with errno.
+// Closes a descriptor whose number comes from a record. Descriptors 0, 1 and 2 are not freed but replaced by
+// the null device in one step, so no other thread's file or socket gets a number that is then closed a second
+// time. Children inherit the replacement, as usual for these three. If the null device cannot be opened, the
+// descriptor stays as it is.
+// Returns 0, also for every call on 0, 1 or 2, or -1 with errno.
 int CloseDescriptor(int fd);
 
 }  // namespace base

@@ -20,8 +20,9 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 UniqueFd stopEvent;
-std::atomic<int64_t> graceEndMs{0};    // 0: no stop requested; else the steady clock's milliseconds
-thread_local int pendingSignals = -1;  // a plain number: an object's destructor costs each thread memory
+std::atomic<int64_t> graceEndMs{0};  // by the steady clock; 0: no stop requested
+// A plain int: an object with a destructor would cost every thread memory.
+thread_local int pendingSignals = -1;
 
 int64_t NowMs() {
   return std::chrono::duration_cast<milliseconds>(Clock::now().time_since_epoch()).count();
@@ -32,7 +33,7 @@ int PollTimeout(int64_t deadline) {
   return static_cast<int>(std::clamp<int64_t>(deadline - NowMs(), 0, INT_MAX));
 }
 
-int64_t Deadline(int64_t ms) {
+int64_t WaitDeadline(int64_t ms) {
   return ms < 0 ? INT64_MAX : NowMs() + ms;
 }
 
@@ -49,7 +50,7 @@ struct Poll {
   bool SignalPending() const { return set[2].revents != 0; }
 };
 
-int Fail(int error) {
+int WaitFailed(int error) {
   errno = error;
   return -1;
 }
@@ -93,7 +94,7 @@ bool StopSignalPending() {
 }
 
 bool SleepMilliseconds(int64_t ms) {
-  const int64_t deadline = Deadline(std::max<int64_t>(ms, 0));
+  const int64_t deadline = WaitDeadline(std::max<int64_t>(ms, 0));
   while (NowMs() < deadline) {
     Poll poll;
     poll.Run(deadline);
@@ -107,17 +108,17 @@ bool SleepSeconds(int64_t seconds) {
 }
 
 int WaitDescriptor(int fd, short events, int64_t ms) {
-  if (fd < 0) return Fail(EBADF);
-  const int64_t deadline = Deadline(ms);
+  if (fd < 0) return WaitFailed(EBADF);
+  const int64_t deadline = WaitDeadline(ms);
   while (true) {
     const int64_t grace = graceEndMs.load();
     Poll poll(fd, events, grace == 0);
     const int count = poll.Run(grace == 0 ? deadline : std::min(deadline, grace));
     if (count < 0 && errno != EINTR) return -1;
     if (count < 0) continue;
-    if (poll.BadDescriptor()) return Fail(EBADF);
+    if (poll.BadDescriptor()) return WaitFailed(EBADF);
     if (poll.Ready()) return 1;
-    if (poll.SignalPending() || (grace != 0 && NowMs() >= grace)) return Fail(ECANCELED);
+    if (poll.SignalPending() || (grace != 0 && NowMs() >= grace)) return WaitFailed(ECANCELED);
     if (NowMs() >= deadline) return 0;
   }
 }

@@ -1,11 +1,11 @@
-// The stop of the agent, as seen by everything that waits.
+// The stop of the agent, for everything that waits.
 //
-// A stop has two moments. When it is requested, every sleep ends at once, while waits on descriptors go on:
-// an exchange that moves is finished. GRACE later (counted from the request) those waits end too, with
-// ECANCELED, however silent the peer; what is ready at that moment is still served. So nothing in the agent
-// may block outside the waits of this header and of net.h and child.h.
+// A stop has two stages. When it is requested, every sleep ends at once. Waits on descriptors go on, so that
+// an exchange in progress can finish. STOP_GRACE after the request these waits end too, with ECANCELED,
+// however silent the peer is; a descriptor that is ready at that moment is still served. Nothing in the agent
+// may therefore block outside the waits of this header, net.h, resolve.h and child.h.
 //
-// Before Prepare() the waits work and simply cannot be cut.
+// Before StopPrepare() the waits work, but nothing can cut them.
 #ifndef BASE_STOP_H
 #define BASE_STOP_H
 
@@ -19,16 +19,17 @@ namespace base {
 inline constexpr std::chrono::seconds STOP_GRACE{5};
 inline constexpr int FOREVER = -1;
 
-// Opens the descriptor that wakes the waits. Once, before the first thread. 0, or -1 with errno.
+// Opens the descriptor that wakes the waits. Call it once, before the first thread starts. Returns 0, or -1
+// with errno.
 [[nodiscard]] int StopPrepare();
-// Requests the stop; later calls change nothing. Callable from any thread, also in a signal handler.
+// Requests the stop. Later calls have no effect. Any thread and any signal handler may call it.
 void StopRequest();
-// True once the grace of a requested stop has passed.
+// Whether a stop was requested and its grace has passed.
 bool StopGraceOver();
 
-// While one lives, the waits of the calling thread also end (at once, without grace) as soon as SIGINT or
-// SIGTERM is pending for the process. For the time in which these signals are blocked and not yet taken:
-// start-up. The signals stay pending. Both must be blocked in all threads.
+// While such an object exists, the waits of the calling thread also end, at once and without grace, when
+// SIGINT or SIGTERM is pending for the process. It is meant for start-up, when these signals are blocked and
+// nothing handles them yet. Both must be blocked in all threads. The signals stay pending.
 class StopOnPendingSignal {
  public:
   StopOnPendingSignal();
@@ -40,17 +41,19 @@ class StopOnPendingSignal {
   UniqueFd signals_;
 };
 
-// Whether such a signal is pending; false without a StopOnPendingSignal on this thread.
+// Whether SIGINT or SIGTERM is pending. Always false without a StopOnPendingSignal on this thread.
 bool StopSignalPending();
 
-// Sleeps, or returns early because of a stop. True when the whole time has passed.
+// Sleeps. Returns true after the whole time, or false as soon as a stop (or a pending signal, see above) ends
+// the sleep.
 bool SleepMilliseconds(int64_t milliseconds);
-// As sleep(3): the count is taken as an unsigned 32-bit number.
+// The same in seconds. As for sleep(3), the count is taken as an unsigned 32-bit number.
 bool SleepSeconds(int64_t seconds);
 
-// Waits for events (of poll(2)) on a descriptor of any number, up to the time given or FOREVER.
-// 1 ready (an error or hang-up of the peer counts), 0 timed out, -1 failed with errno, ECANCELED when a
-// stop cut it. Interruptions by signals do not shorten or lengthen it.
+// Waits for events of poll(2) on a descriptor, for at most the given time or FOREVER. The descriptor may have
+// any number. Returns 1 when it is ready (an error or hang-up of the peer counts as ready), 0 when the time
+// has passed, or -1 with errno: ECANCELED when a stop cut the wait. Signals handled during the wait do not
+// change its length.
 [[nodiscard]] int WaitDescriptor(int fd, short events, int64_t milliseconds);
 
 }  // namespace base

@@ -57,7 +57,7 @@ int64_t CountNewlines(const char* path) {
   const UniqueFd file = OpenToRead(path, 0);
   if (!file.Valid()) return -1;
   if (!IsRegular(file.Get(), nullptr)) return 0;
-  // By blocks: a day's result file is counted at the speed at which it is read.
+  // Whole blocks: a day's result file is counted as fast as it is read.
   char block[COUNT_BLOCK];
   int64_t lines = 0;
   while (const size_t size = ReadUpTo(file.Get(), block, sizeof block)) {

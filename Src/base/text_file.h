@@ -1,5 +1,5 @@
-// Reading files of other people: only regular ones, so that a FIFO in a file's place holds nobody up and a
-// device never ends, and only as much as the caller has room for.
+// Bounded reading of files that others write. Only regular files are read: a FIFO could block and a device
+// might never end. No more is read than the caller has room for.
 #ifndef BASE_TEXT_FILE_H
 #define BASE_TEXT_FILE_H
 
@@ -10,18 +10,19 @@
 
 namespace base {
 
-// Opens a regular file for reading, close-on-exec; *size (may be null) gets its size of this moment. Invalid
-// with errno when it cannot be opened: EINVAL for one of another kind. flags are further ones of open(2),
-// such as O_NOFOLLOW.
+// Opens a regular file for reading, close-on-exec. *size (may be null) receives its present size. flags are
+// further flags of open(2), such as O_NOFOLLOW. Returns an invalid descriptor with errno on failure: EINVAL
+// for a file of another kind.
 [[nodiscard]] UniqueFd OpenRegular(const char* path, size_t* size = nullptr, int flags = 0);
-// The same as a stream; null as well without memory.
+// The same as a stream. Also null when memory runs out.
 [[nodiscard]] UniqueFile OpenRegularStream(const char* path);
 
-// Reads up to limit bytes into out; fewer only at the end of the file or where reading fails. The count.
+// Reads up to limit bytes into out and returns their number. Fewer than limit means end of file or a read
+// error.
 [[nodiscard]] size_t ReadUpTo(int fd, char* out, size_t limit);
 
-// Newlines of a file up to its end or its first byte 0xFF; -1 when it cannot be opened. What is no regular
-// file has none.
+// Counts the newlines of a file up to its end or its first byte 0xFF. Returns -1 when the file cannot be
+// opened, and 0 when it is not a regular file.
 [[nodiscard]] int64_t CountNewlines(const char* path);
 
 }  // namespace base

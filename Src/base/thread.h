@@ -1,4 +1,4 @@
-// A POSIX thread that is joined by its owner.
+// A POSIX thread that its owner joins.
 #ifndef BASE_THREAD_H
 #define BASE_THREAD_H
 
@@ -8,7 +8,7 @@
 
 namespace base {
 
-// Not safe for use by two threads at once. Destroying a running one joins it.
+// Two threads must not use one object at once. The destructor joins a running thread.
 class Thread {
  public:
   Thread() = default;
@@ -16,12 +16,12 @@ class Thread {
   Thread& operator=(const Thread&) = delete;
   ~Thread() { Join(); }
 
-  // Runs body(argument) on a new thread, with the caller's signal mask. Returns 0, or -1 with errno set
-  // (EAGAIN: no resources; EBUSY: already running one). The argument must outlive the thread.
+  // Runs body(argument) on a new thread with the caller's signal mask. argument must outlive the thread.
+  // Returns 0, or -1 with errno: EAGAIN without resources, EBUSY while a thread runs already.
   [[nodiscard]] int Start(void* (*body)(void*), void* argument);
-  // Whether one was started and not joined yet.
+  // Whether a thread was started and not yet joined.
   bool Started() const { return handle_.has_value(); }
-  // Waits for the end of the thread; nothing happens when none was started or it was joined before.
+  // Waits until the thread ends. Without a thread it does nothing.
   void Join();
 
  private:

@@ -36,7 +36,7 @@ bool IsContinuation(Byte byte) {
   return (byte & 0xC0) == 0x80;
 }
 
-// Copies the ASCII bytes at the head of the len bytes at in. Returns how many they are.
+// Copies the ASCII bytes at the start of the len bytes at in. Returns their number.
 size_t CopyAscii(const Byte* in, size_t len, Byte* out) {
   size_t i = 0;
   for (; len - i >= 16; i += 16) {
@@ -50,13 +50,13 @@ size_t CopyAscii(const Byte* in, size_t len, Byte* out) {
   return i;
 }
 
-// The room that Encode needs: three bytes for two, and three for a lead byte at the end; one more because a
-// character is stored as four bytes.
+// The size that Encode needs: three bytes for each two, three for a lead byte at the end, and one because
+// each character is stored as four bytes.
 constexpr size_t EncodedRoom(size_t len) {
   return len / 2 * 3 + 3 + 1;
 }
 
-// Returns the bytes written to out, -1 at a code outside the table.
+// Returns the number of bytes written to out, or -1 at a code outside the table.
 ptrdiff_t Encode(const Byte* in, size_t len, Byte* out) {
   Byte* const start = out;
   size_t i = 0;
@@ -67,7 +67,7 @@ ptrdiff_t Encode(const Byte* in, size_t len, Byte* out) {
       out += run;
       continue;
     }
-    const uint32_t index = in[i] * 256U + in[i + 1] - kFirstCode;  // huge below the first code
+    const uint32_t index = in[i] * 256U + in[i + 1] - kFirstCode;  // wraps around below the first code
     if (index >= charset::kUtf8Forms.size()) return -1;
     const charset::Utf8Form& form = charset::kUtf8Forms[index];
     std::memcpy(out, &form, sizeof form);
@@ -77,24 +77,24 @@ ptrdiff_t Encode(const Byte* in, size_t len, Byte* out) {
   return out - start;
 }
 
-// in is read only as far as it goes on as a three-byte character.
+// Reads in[1] and in[2] only if the bytes before them fit a three-byte character.
 bool IsThreeByteCharacter(const Byte* in) {
   return (in[0] & 0xF0) == 0xE0 && IsContinuation(in[1]) && IsContinuation(in[2]);
 }
 
-// The code of a three-byte character, 0 when it is no Hangul syllable.
+// Returns the code of a three-byte character, or 0 when it is no Hangul syllable.
 uint16_t SyllableCode(const Byte* in) {
   const uint32_t c = (in[0] & 0x0FU) << 12 | (in[1] & 0x3FU) << 6 | (in[2] & 0x3FU);
-  const uint32_t index = c - kFirstSyllable;  // huge below the first syllable
+  const uint32_t index = c - kFirstSyllable;  // wraps around below the first syllable
   return index < std::size(uni2ksc_code) ? uni2ksc_code[index] : 0;
 }
 
-// The validator takes a text in words of eight bytes, the first byte lowest, and works on marks: a byte's
-// mark is its high bit. `owed` marks the continuation bytes that the characters begun in earlier words still
-// want in this one. That leaves hardly a branch, where a branch for each character is mispredicted in mixed
+// The validator reads a text in words of eight bytes, the first byte lowest. It computes with marks: the mark
+// of a byte is its high bit. `owed` marks the continuation bytes that characters of earlier words still need
+// in this word. This needs few branches; a branch for each character would often be mispredicted in mixed
 // text.
 
-// The rounds of CheckWord for leads of more than three bytes.
+// CheckWord's steps for leads of more than three bytes.
 bool AddLongForms(uint64_t word, uint64_t leads, uint64_t& wanted, uint64_t& owed) {
   for (unsigned k = 3; leads != 0; leads &= word << ++k) {
     if (k == 6) return false;  // 0xFE, 0xFF
@@ -107,7 +107,7 @@ bool AddLongForms(uint64_t word, uint64_t leads, uint64_t& wanted, uint64_t& owe
 bool CheckWord(uint64_t word, uint64_t& owed) {
   const uint64_t high = word & kHighBits;
   const uint64_t leads = high & word << 1;
-  const uint64_t leads3 = leads & word << 2;  // of three bytes and more
+  const uint64_t leads3 = leads & word << 2;  // leads of three or more bytes
   const uint64_t leads4 = leads3 & word << 3;
   uint64_t wanted = owed | leads << 8 | leads3 << 16;
   owed = leads >> 56 | leads3 >> 48;
@@ -123,12 +123,12 @@ bool CheckWords(const Byte* in, size_t count, uint64_t& owed) {
 
 constexpr ptrdiff_t kAsciiBlock = 32;
 
-// 0 when the block is ASCII.
+// Returns 0 when the block is all ASCII.
 uint64_t AsciiDifference(const Byte* in) {
   return (Load64(in) | Load64(in + 8) | Load64(in + 16) | Load64(in + 24)) & kHighBits;
 }
 
-// Eight characters of three bytes.
+// The size of eight three-byte characters.
 constexpr ptrdiff_t kThreeByteBlock = 24;
 using ThreeByteWords = std::array<uint64_t, kThreeByteBlock / 8>;
 
@@ -138,7 +138,7 @@ constexpr ThreeByteWords RepeatThree(Byte lead, Byte continuation) {
   return std::bit_cast<ThreeByteWords>(bytes);
 }
 
-// 0 when the block is whole characters of three bytes.
+// Returns 0 when the block is eight whole three-byte characters.
 uint64_t ThreeByteDifference(const Byte* in) {
   constexpr ThreeByteWords kMask = RepeatThree(0xF0, 0xC0);
   constexpr ThreeByteWords kWanted = RepeatThree(0xE0, 0x80);
@@ -199,7 +199,7 @@ int is_UTF8(const char* str) {
     } else if ((owed | ThreeByteDifference(in)) == 0) {
       in += kThreeByteBlock;
     } else {
-      // No multiple of three, so that a run of characters of three bytes soon begins with a block.
+      // 32 is not a multiple of three, so a run of three-byte characters soon starts at a block.
       if (!CheckWords(in, 4, owed)) return 0;
       in += 32;
     }

@@ -5,20 +5,20 @@
 namespace charset {
 namespace {
 
-constexpr size_t FIRST_CODE = 0x8141;  // of kUtf8Forms
-constexpr size_t WITHOUT_A_FORM = 2;   // bytes of UTF-8
+constexpr size_t FIRST_CODE = 0x8141;  // the code of kUtf8Forms[0]
+constexpr size_t WITHOUT_A_FORM = 2;   // UTF-8 bytes of a code outside the table
 
 struct Character {
   size_t bytes;
   size_t utf8_bytes;
 };
 
-// The byte behind the text counts as 0.
+// A lead byte at the end of the text gets 0 as its trail byte.
 Character CharacterAt(std::string_view text, size_t at) {
   const auto lead = static_cast<unsigned char>(text[at]);
   if (lead < 0x80) return {1, 1};
   const size_t trail = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
-  const size_t index = lead * size_t{256} + trail - FIRST_CODE;  // huge for a code below the first
+  const size_t index = lead * size_t{256} + trail - FIRST_CODE;  // wraps around below the first code
   return {2, index < kUtf8Forms.size() ? size_t{kUtf8Forms[index].length} : WITHOUT_A_FORM};
 }
 

@@ -1,5 +1,5 @@
-// Lengths of texts in code page 949, and where they may be cut. A character is a byte below 0x80, or a lead
-// byte with the byte behind it, whatever that is, as encode_UTF8 reads them.
+// Lengths of texts in code page 949, and where such texts may be cut. As in encode_UTF8, a character is one
+// byte below 0x80, or a lead byte together with the byte after it, whatever that is.
 #ifndef CHARSET_CP949_LENGTH_H
 #define CHARSET_CP949_LENGTH_H
 
@@ -8,13 +8,13 @@
 
 namespace charset {
 
-// The text without the half of a character that it may end in.
+// The text without the half character that it may end in.
 std::string_view WholeCharacters(std::string_view text);
 
-// Bytes of the text as UTF-8. Codes that do not convert count two.
+// The length of the text as UTF-8, in bytes. A code without a mapping or outside the table counts 2.
 size_t Utf8Length(std::string_view text);
 
-// The longest beginning, whole characters only, that takes at most limit bytes of UTF-8.
+// The longest prefix of whole characters that takes at most limit bytes as UTF-8.
 std::string_view PrefixWithinUtf8(std::string_view text, size_t limit);
 
 }  // namespace charset

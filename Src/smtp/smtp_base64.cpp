@@ -21,16 +21,17 @@ namespace {
 constexpr std::string_view ALPHABET = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 constexpr auto PAIRS = [] {
-  std::array<std::array<char, 2>, 4096> pairs{};  // the two characters of 12 bits
+  std::array<std::array<char, 2>, 4096> pairs{};  // the two characters for each value of 12 bits
   for (size_t bits = 0; bits < pairs.size(); ++bits) pairs[bits] = {ALPHABET[bits >> 6], ALPHABET[bits & 63]};
   return pairs;
 }();
 
-constexpr size_t LINE = 78;
+constexpr size_t LINE_CHARACTERS = 78;
 constexpr std::string_view LINE_ENDING = "\r\n";
-constexpr size_t LINE_SIZE = LINE + LINE_ENDING.size();
-// Memory from here on is worth large pages: touching 4 KiB at a time costs more than the encoding.
-constexpr size_t LARGE = size_t{4} << 20;
+constexpr size_t LINE_BYTES = LINE_CHARACTERS + LINE_ENDING.size();
+// Blocks of this size and above ask for huge pages: touching memory in steps of 4 KiB costs more than the
+// encoding.
+constexpr size_t HUGE_PAGES_FROM = size_t{4} << 20;
 
 void PutPair(uint64_t bits, char* out) {
   std::memcpy(out, PAIRS[bits & 0xFFFU].data(), 2);
@@ -42,7 +43,7 @@ void PutGroup(const unsigned char* data, char* out) {
   PutPair(group, out + 2);
 }
 
-// Writes the base64 of the data without a terminator; returns its end.
+// Writes the base64 of the data without a terminator. Returns the end of what was written.
 char* EncodeInto(const unsigned char* data, size_t length, char* out) {
   uint64_t eight = 0;
   for (; length >= sizeof eight; data += 6, length -= 6, out += 8) {
@@ -63,10 +64,10 @@ int EncodedLength(size_t length, size_t* encoded) {
   return smtp_si_mul_size_t(length / 3 + static_cast<size_t>(length % 3 != 0), 4, encoded);
 }
 
-// The lines of this much data and a terminator; the same counted for pieces never comes to more.
+// The size of the lines for so much data, and of a terminator. Data added in pieces never needs more.
 int LinesSize(size_t dataLength, size_t* size) {
   if (EncodedLength(dataLength, size) != 0) return 1;
-  return smtp_split_size(*size, LINE, LINE_ENDING.size(), size);
+  return smtp_split_size(*size, LINE_CHARACTERS, LINE_ENDING.size(), size);
 }
 
 char* OutOfMemory() {
@@ -101,10 +102,11 @@ int smtp_base64_lines_writer::Grow(size_t more, bool ahead) {
   if (ahead && smtp_si_add_size_t(wanted, allocated_, &wanted) != 0) return -1;
   if (!base::Resize(text_, wanted)) return -1;
   allocated_ = wanted;
-  if (wanted >= LARGE) {
+  if (wanted >= HUGE_PAGES_FROM) {
     const auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
     const size_t skipped = page - reinterpret_cast<uintptr_t>(text_.get()) % page;
-    ::madvise(text_.get() + skipped, wanted - skipped, MADV_HUGEPAGE);  // only advice: may fail
+    // Only a hint: it may fail.
+    ::madvise(text_.get() + skipped, wanted - skipped, MADV_HUGEPAGE);
   }
   return 0;
 }
@@ -115,7 +117,8 @@ int smtp_base64_lines_writer::Reserve(size_t dataLength) {
 }
 
 void smtp_base64_two_lines_by_table(const unsigned char* data, char* out) {
-  // 78 characters end in the middle of a group: 19 groups, half of the 20th, its other half, 19 more.
+  // A line of 78 characters ends in the middle of a group of four: 19 groups and half of the 20th; the next
+  // line has the other half and 19 more.
   std::array<char, 4> middle{};
   PutGroup(data + 57, middle.data());
   out = EncodeInto(data, 57, out);
@@ -127,10 +130,11 @@ void smtp_base64_two_lines_by_table(const unsigned char* data, char* out) {
 }
 
 void smtp_base64_lines_writer::AddLast(const unsigned char* data, size_t length) {
-  std::array<char, 2 * LINE> text{};
+  std::array<char, 2 * LINE_CHARACTERS> text{};
   const char* end = EncodeInto(data, length, text.data());
   const std::string_view encoded(text.data(), static_cast<size_t>(end - text.data()));
-  used_ = static_cast<size_t>(smtp_split_into(encoded, LINE, LINE_ENDING, text_.get() + used_) - text_.get());
+  used_ = static_cast<size_t>(smtp_split_into(encoded, LINE_CHARACTERS, LINE_ENDING, text_.get() + used_) -
+                              text_.get());
 }
 
 int smtp_base64_lines_writer::Add(const void* data, size_t length) {
@@ -138,7 +142,7 @@ int smtp_base64_lines_writer::Add(const void* data, size_t length) {
   if (LinesSize(length, &size) != 0 || Grow(size, true) != 0) return -1;
   const auto* next = static_cast<const unsigned char*>(data);
   const auto twoLines = smtp_base64_two_lines();
-  for (; length >= UNIT; length -= UNIT, next += UNIT, used_ += 2 * LINE_SIZE) {
+  for (; length >= UNIT; length -= UNIT, next += UNIT, used_ += 2 * LINE_BYTES) {
     twoLines(next, text_.get() + used_);
   }
   if (length > 0) AddLast(next, length);

@@ -1,4 +1,4 @@
-// The base64 of data that comes in pieces, laid out in the lines of an attachment.
+// Base64 of data that arrives in pieces, in the lines of an attachment.
 #ifndef SMTP_SMTP_BASE64_LINES_H
 #define SMTP_SMTP_BASE64_LINES_H
 
@@ -7,18 +7,18 @@
 
 #include "base/owners.h"
 
-// What comes out is smtp_chunk_split of smtp_base64_encode of all the data: lines of 78 with CRLF, one CRLF
-// for no data at all. It is written where it stays: no second copy exists at any time.
+// The result equals smtp_chunk_split of smtp_base64_encode of all the data: lines of 78 characters with CRLF,
+// or a single CRLF without data. The lines are written in place; there is never a second copy.
 class smtp_base64_lines_writer {
  public:
-  // Data that makes two whole lines. All pieces but the last are a multiple of it.
+  // The number of data bytes that make two whole lines. Every piece but the last must be a multiple of it.
   static constexpr size_t UNIT = 117;
 
-  // Room for the lines of this much more data. 0, or -1: no memory.
+  // Makes room for the lines of so much more data. Returns 0, or -1 without memory.
   int Reserve(size_t dataLength);
-  // Appends the lines of a piece, making room where there is none. 0, or -1: no memory.
+  // Appends the lines of a piece and makes room as needed. Returns 0, or -1 without memory.
   int Add(const void* data, size_t length);
-  // The text and its length; null: no memory.
+  // Returns the text and its length, or null without memory.
   base::UniqueText Finish(size_t* length);
 
  private:
@@ -30,15 +30,14 @@ class smtp_base64_lines_writer {
   size_t allocated_ = 0;
 };
 
-// Writes the two lines of UNIT bytes, 160 characters with their endings and no terminator.
+// Writes the two lines of UNIT bytes of data: 160 characters with the line ends, without a terminator.
 using smtp_base64_two_lines_t = void(const unsigned char* data, char* out);
 smtp_base64_two_lines_t smtp_base64_two_lines_by_table;
-// The fastest one for this processor.
+// Returns the fastest implementation for this processor.
 smtp_base64_two_lines_t* smtp_base64_two_lines();
 
-// The same in one call without the text between: of memory (as
-// smtp_base64_encode takes it), of the rest of a stream, of a file (both as smtp_file_get_contents reads
-// them).
+// The base64 lines in one call: of memory (a length of SIZE_MAX is a text), of the rest of a stream, of a
+// file. Streams and files are read as smtp_file_get_contents reads them. Results as in smtp_base64.h.
 char* smtp_base64_lines(const void* data, size_t length, size_t* linesLength);
 char* smtp_ffile_base64_lines(FILE* stream, size_t* linesLength);
 char* smtp_file_base64_lines(const char* path, size_t* linesLength);

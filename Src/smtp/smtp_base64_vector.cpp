@@ -11,18 +11,18 @@ namespace {
 constexpr size_t BLOCK = 12;  // bytes of data that make sixteen characters
 constexpr std::string_view ENDING = "\r\n";
 
-// The characters of twelve of these sixteen bytes. The order brings each three into the low bytes of a lane,
-// the first of them highest.
+// Returns the sixteen characters of twelve of these sixteen bytes. order moves each three bytes into the low
+// bytes of one lane, the first of them highest.
 [[gnu::target("ssse3")]] __m128i Characters(__m128i bytes, __m128i order) {
   const __m128i groups = _mm_shuffle_epi8(bytes, order);
-  // A lane's 24 bits, six to a byte, the first lowest.
+  // Splits the 24 bits of each lane into four bytes of six bits, the first of them lowest.
   const __m128i first = _mm_srli_epi32(groups, 18);
   const __m128i second = _mm_and_si128(_mm_srli_epi32(groups, 4), _mm_set1_epi32(0x3F00));
   const __m128i third = _mm_and_si128(_mm_slli_epi32(groups, 10), _mm_set1_epi32(0x3F0000));
   const __m128i fourth = _mm_and_si128(_mm_slli_epi32(groups, 24), _mm_set1_epi32(0x3F000000));
   const __m128i values = _mm_or_si128(_mm_or_si128(first, second), _mm_or_si128(third, fourth));
-  // What leads from a value to its character: 13 stands for 0 to 25, 0 for 26 to 51, 1 to 12 for each of the
-  // others.
+  // The kind of a value selects the step from the value to its character: kind 13 for values 0 to 25, 0 for
+  // 26 to 51, and 1 to 12 for each of the others.
   const __m128i capital = _mm_and_si128(_mm_cmplt_epi8(values, _mm_set1_epi8(26)), _mm_set1_epi8(13));
   const __m128i kind = _mm_or_si128(_mm_subs_epu8(values, _mm_set1_epi8(51)), capital);
   constexpr char DIGIT = '0' - 52;
@@ -31,7 +31,7 @@ constexpr std::string_view ENDING = "\r\n";
   return _mm_add_epi8(values, _mm_shuffle_epi8(steps, kind));
 }
 
-// The characters of twelve bytes, which stand skip bytes behind from.
+// Writes the sixteen characters of the twelve bytes that begin skip bytes after from.
 template <char skip>
 [[gnu::target("ssse3")]] void PutBlock(const unsigned char* from, char* out) {
   const __m128i order = _mm_add_epi8(
@@ -42,11 +42,12 @@ template <char skip>
 
 [[gnu::target("ssse3")]] void TwoLinesByShuffle(const unsigned char* data, char* out) {
   for (size_t i = 0; i < 5; ++i) PutBlock<0>(data + i * BLOCK, out + i * 16);
-  // Two characters too many: the second line begins with them.
+  // These are two characters too many for the line; the second line begins with them.
   std::memcpy(out + 80, out + 78, 2);
   ENDING.copy(out + 78, ENDING.size());
   for (size_t i = 5; i < 9; ++i) PutBlock<0>(data + i * BLOCK, out + i * 16 + 2);
-  // Sixteen bytes are read for twelve: these are the last, three of them again.
+  // Each load reads sixteen bytes for twelve. This one reads from four bytes earlier, so that it ends with
+  // the data.
   PutBlock<4>(data + 101, out + 142);
   ENDING.copy(out + 158, ENDING.size());
 }

@@ -13,8 +13,8 @@ namespace {
 constexpr std::string_view BOUNDARY_START = "mime";
 constexpr size_t BOUNDARY_LETTERS = 10;
 
-// Random numbers, or ones made from the clock where the kernel has none yet.
-void Fill(std::array<uint32_t, BOUNDARY_LETTERS>& numbers) {
+// Fills in random numbers, or, where the kernel has none yet, numbers made from the clock.
+void FillWithRandom(std::array<uint32_t, BOUNDARY_LETTERS>& numbers) {
   const ssize_t got = ::getrandom(numbers.data(), sizeof numbers, GRND_NONBLOCK);
   if (got == static_cast<ssize_t>(sizeof numbers)) return;
   timespec now{};
@@ -30,7 +30,7 @@ void Fill(std::array<uint32_t, BOUNDARY_LETTERS>& numbers) {
 
 void smtp_gen_mime_boundary(char* destination) {
   std::array<uint32_t, BOUNDARY_LETTERS> numbers{};
-  Fill(numbers);
+  FillWithRandom(numbers);
   std::memcpy(destination, BOUNDARY_START.data(), BOUNDARY_START.size());
   char* out = destination + BOUNDARY_START.size();
   for (const uint32_t number : numbers) *out++ = static_cast<char>('A' + number % 26);

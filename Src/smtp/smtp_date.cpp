@@ -34,7 +34,8 @@ int smtp_date_rfc_2822(char* destination) {
   tm local{};
   tm utc{};
   if (now == -1 || ::localtime_r(&now, &local) == nullptr || ::gmtime_r(&now, &utc) == nullptr) return -1;
-  // Both go through mktime as they are, so summer time cancels out of neither clock nor zone: see the header.
+  // Both times go to mktime unchanged, with their own tm_isdst. So the zone does not include summer time (see
+  // the header).
   tm localAgain = local;
   const time_t here = std::mktime(&localAgain);
   const time_t there = std::mktime(&utc);

@@ -12,16 +12,16 @@
 
 namespace {
 
-constexpr size_t READ_SIZE = 512;
+constexpr size_t FILE_READ_SIZE = 512;
 // Small enough to stay in the processor's cache until it is encoded.
-constexpr size_t PIECE = smtp_base64_lines_writer::UNIT * 512;
+constexpr size_t ENCODED_PIECE = smtp_base64_lines_writer::UNIT * 512;
 
 char* OutOfMemory() {
   errno = ENOMEM;
   return nullptr;
 }
 
-// What a regular file still has to give, or 0; a file's size is far below what would overflow.
+// The number of bytes left in a regular file, or 0. File sizes are far too small to overflow.
 size_t KnownRest(FILE* stream) {
   struct stat status {};
   if (::fstat(::fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
@@ -29,10 +29,10 @@ size_t KnownRest(FILE* stream) {
   return place >= 0 && place < status.st_size ? static_cast<size_t>(status.st_size - place) : 0;
 }
 
-// Makes room for at least READ_SIZE bytes and a terminator behind those held.
-int Reserve(base::UniqueText& buffer, size_t held, size_t& allocated) {
+// Makes room for at least FILE_READ_SIZE bytes and a terminator after the bytes held.
+int ReserveFileRead(base::UniqueText& buffer, size_t held, size_t& allocated) {
   size_t wanted = 0;
-  if (smtp_si_add_size_t(held, READ_SIZE + 1, &wanted) != 0) return -1;
+  if (smtp_si_add_size_t(held, FILE_READ_SIZE + 1, &wanted) != 0) return -1;
   if (wanted <= allocated) return 0;
   if (smtp_si_add_size_t(wanted, allocated, &wanted) != 0) return -1;
   if (!base::Resize(buffer, wanted)) return -1;
@@ -47,13 +47,13 @@ char* smtp_ffile_get_contents(FILE* stream, size_t* length) {
   size_t held = 0;
   size_t allocated = KnownRest(stream);
   if (allocated > 0) {
-    // More than is known to come, so that the end of the file shows without growing.
-    allocated += READ_SIZE + 1;
+    // Larger than needed, so that the end of the file shows without another allocation.
+    allocated += FILE_READ_SIZE + 1;
     buffer.reset(static_cast<char*>(smtp_reallocarray(nullptr, allocated, 1)));
     if (buffer == nullptr) return nullptr;
   }
   while (true) {
-    if (Reserve(buffer, held, allocated) != 0) return OutOfMemory();
+    if (ReserveFileRead(buffer, held, allocated) != 0) return OutOfMemory();
     errno = 0;
     const size_t wanted = allocated - 1 - held;
     const size_t got = std::fread(buffer.get() + held, 1, wanted, stream);
@@ -68,7 +68,7 @@ char* smtp_ffile_get_contents(FILE* stream, size_t* length) {
 
 namespace {
 
-// Never waits for the other end of a FIFO.
+// Opens a FIFO without waiting for its other end.
 base::UniqueFile OpenFile(const char* path) {
   base::UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd.Valid()) return nullptr;
@@ -85,12 +85,12 @@ char* smtp_file_get_contents(const char* path, size_t* length) {
 }
 
 char* smtp_ffile_base64_lines(FILE* stream, size_t* length) {
-  const base::UniqueText piece(static_cast<char*>(std::malloc(PIECE)));
+  const base::UniqueText piece(static_cast<char*>(std::malloc(ENCODED_PIECE)));
   smtp_base64_lines_writer lines;
   if (piece == nullptr || lines.Reserve(KnownRest(stream)) != 0) return OutOfMemory();
-  for (size_t got = PIECE; got == PIECE;) {
+  for (size_t got = ENCODED_PIECE; got == ENCODED_PIECE;) {
     errno = 0;
-    got = std::fread(piece.get(), 1, PIECE, stream);
+    got = std::fread(piece.get(), 1, ENCODED_PIECE, stream);
     if (std::ferror(stream) != 0) return nullptr;
     if (lines.Add(piece.get(), got) != 0) return OutOfMemory();
   }
@@ -101,6 +101,6 @@ char* smtp_ffile_base64_lines(FILE* stream, size_t* length) {
 char* smtp_file_base64_lines(const char* path, size_t* length) {
   const base::UniqueFile stream = OpenFile(path);
   if (stream == nullptr) return nullptr;
-  std::setvbuf(stream.get(), nullptr, _IONBF, 0);  // the pieces are read as they are
+  std::setvbuf(stream.get(), nullptr, _IONBF, 0);  // reads whole pieces anyway
   return smtp_ffile_base64_lines(stream.get(), length);
 }

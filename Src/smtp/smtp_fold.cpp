@@ -13,7 +13,7 @@ constexpr const char* BLANKS = " \t";
 constexpr std::string_view CONTINUATION = "\r\n ";
 constexpr size_t MINIMUM_WIDTH = 3;
 
-// Every blank replaced by three bytes is the worst that can come.
+// At most every byte becomes three.
 int FoldedSize(const char* line, size_t* size) {
   return static_cast<int>(smtp_si_mul_size_t(std::strlen(line), CONTINUATION.size(), size) != 0 ||
                           smtp_si_add_size_t(*size, 1, size) != 0);
@@ -23,7 +23,7 @@ int FoldedSize(const char* line, size_t* size) {
 
 size_t smtp_fold_whitespace_get_offset(const char* line, size_t width) {
   const size_t limit = (width < MINIMUM_WIDTH ? MINIMUM_WIDTH : width) - 2;
-  size_t candidate = 0;  // 0: none; a blank that counts has a word before it
+  size_t candidate = 0;  // 0: none yet; only blanks after a word count
   size_t at = std::strspn(line, BLANKS);
   while (true) {
     at += std::strcspn(line + at, BLANKS);

@@ -1,4 +1,4 @@
-// The session record and the steps of the dialogue, shared by this folder's sources and its tests.
+// The session record and the steps of the dialogue, for the sources and the tests of this folder.
 #ifndef SMTP_SMTP_INTERNAL_H
 #define SMTP_SMTP_INTERNAL_H
 
@@ -13,20 +13,20 @@
 #include "base/owners.h"
 #include "smtp/smtp.h"
 
-// Bounds on what a server can make the client hold or sit through.
+// Limits on what a server can make the client store or wait for.
 inline constexpr size_t SMTP_LINE_LIMIT = size_t{64} * 1024;
 inline constexpr int SMTP_REPLY_LINE_LIMIT = 1000;
 inline constexpr size_t SMTP_READ_SIZE = 1000;
-// The longest text one write takes.
+// The longest text of one write.
 inline constexpr size_t SMTP_WRITE_LIMIT = 0x7FFFFFFF;
 
-// A buffered reader of delimited lines. read fills up to count bytes and returns how many, 0 at the end of
-// input, below 0 on failure.
+// A buffered reader of lines with a delimiter. The read callback reads up to count bytes and returns their
+// number, 0 at the end of input, or a negative number on failure.
 struct smtp_line_reader {
   base::UniqueText buffer;
   size_t allocated = 0;
   size_t held = 0;
-  base::UniqueText line;  // last line, without its delimiter, zero-terminated
+  base::UniqueText line;  // the last line, zero-terminated, without its delimiter
   size_t lineLength = 0;
   ptrdiff_t (*read)(smtp_line_reader* reader, char* destination, size_t count) = nullptr;
   void* userData = nullptr;
@@ -57,16 +57,16 @@ struct smtp_session {
   std::vector<smtp_attachment> attachments;
   int64_t readTimeout = 0;  // seconds
   int status = SMTP_SUCCESS;
-  int tls_on = 0;  // when not 0: reads meet the end of input, writes send nothing
+  int tls_on = 0;  // when not 0, reads return end of input and writes send nothing
   std::string cafile;
   smtp_printed* print = nullptr;  // takes the mail in place of a server
 };
 
-// The session that stands in for one that could not be allocated; its flags are all ones.
+// The session used when none could be allocated. All bits of its flags are set.
 smtp_session* smtp_no_memory_session();
 
-// Runs one public operation's body, which returns its status, unless the session already failed. No exception
-// leaves: the only ones that the library raises here are those of memory.
+// Runs the body of a public function, which returns the status. Skips it when the session has already failed.
+// Catches every exception; only those of memory can occur here.
 template <typename Body>
 int smtp_guarded(smtp_session* session, Body body) {
   if (session->status != SMTP_SUCCESS) return session->status;
@@ -77,60 +77,63 @@ int smtp_guarded(smtp_session* session, Body body) {
   }
 }
 
-// --- Line reader. Results: a line, the rest before the end of input, or a failure that emptied the reader.
+// --- Line reader. Results: a line, the rest of the input at its end, or a failure, which also empties the
+// reader.
 enum smtp_line_result : int {
   SMTP_LINE = 0,
   SMTP_LINE_END = 1,
   SMTP_LINE_FAILED = -1,
   SMTP_LINE_NO_MEMORY = -2
 };
-// Reads the next line into reader->line. A line beyond SMTP_LINE_LIMIT is a failure.
+// Reads the next line into reader->line. A line longer than SMTP_LINE_LIMIT is a failure.
 int smtp_str_getdelimfd(smtp_line_reader* reader);
-// 1 and *position when the delimiter is among the bytes, else 0.
+// Returns 1 and sets *position when the delimiter is among the bytes, else 0.
 int smtp_str_getdelimfd_search_delim(const char* bytes, size_t length, char delimiter, size_t* position);
-// Makes the first length bytes held the line and drops them with the delimiter behind. 0, or -1: no memory.
+// Turns the first length bytes held into the line, and removes them and the delimiter after them from the
+// buffer. Returns 0, or -1 without memory.
 int smtp_str_getdelimfd_set_line_and_buf(smtp_line_reader* reader, size_t length);
 void smtp_str_getdelimfd_free(smtp_line_reader* reader);
-// Frees and returns the result given.
+// Frees the reader's memory and returns the given result.
 int smtp_str_getdelimfd_throw_error(smtp_line_reader* reader, int result);
 // The read callback of a session (its userData): waits, then receives.
 ptrdiff_t smtp_str_getdelimfd_read(smtp_line_reader* reader, char* destination, size_t count);
-// Waits until the socket can be read, up to the read time-out: 0, else -1 with status 6.
+// Waits until the socket can be read, at most for the read time-out. Returns 0, or -1 with status 6.
 int smtp_str_getdelimfd_read_timeout(smtp_session* session);
 
 // --- Replies
 struct smtp_reply_line {
-  int code;  // 0..354, else -1
+  int code;  // 0..354, or -1 for anything else
   bool more;
-  std::string_view text;  // of the line given
+  std::string_view text;  // part of the given line
 };
-// Takes a line apart. Only one of more than 4 characters has a code.
+// Splits a reply line. Only a line of more than 4 characters has a code.
 smtp_reply_line smtp_parse_cmd_line(std::string_view line);
-// One line into reader.line, its last character (the carriage return) cut. Result of smtp_str_getdelimfd; a
-// failure sets status 1 or 6.
+// Reads one line into reader.line and drops its last character (the carriage return). Results as
+// smtp_str_getdelimfd; a failure sets status 1 or 6.
 int smtp_getline(smtp_session* session);
-// Reads a whole reply; the code of its last line counts. -1 also when a read failed (status set).
+// Reads a whole reply and returns the code of its last line. Returns -1 also when a read failed (which sets
+// the status).
 int smtp_read_and_parse_code(smtp_session* session);
 void smtp_set_read_timeout(smtp_session* session, int64_t seconds);
 
-// --- Writing: each returns the status.
+// --- Writing. Each returns the status.
 int smtp_write(smtp_session* session, const char* data, size_t length);
 int smtp_puts(smtp_session* session, const char* text);
-// The text and CRLF, in one write.
+// Sends the text and CRLF in one write.
 int smtp_puts_terminate(smtp_session* session, const char* text);
-// Prints to standard error when the debug flag is set, each CR and LF as a space.
+// Prints on standard error when the debug flag is set, with a space for each CR and LF.
 void smtp_puts_dbg(const smtp_session* session, const char* label, std::string_view text);
 
-// --- Steps of the dialogue: each returns the status.
+// --- Steps of the dialogue. Each returns the status.
 int smtp_connect(smtp_session* session, const char* server, const char* port);
 int smtp_initiate_handshake(smtp_session* session);
 int smtp_ehlo(smtp_session* session);
 int smtp_auth_plain(smtp_session* session, const char* user, const char* password);
 int smtp_auth_login(smtp_session* session, const char* user, const char* password);
-// "MAIL FROM" or "RCPT TO" for one address, and its reply.
+// Sends "MAIL FROM" or "RCPT TO" for one address and reads the reply.
 int smtp_mail_envelope_header(smtp_session* session, const char* command, const smtp_address& address);
 
-// --- Printing the mail: each returns the status. May throw std::bad_alloc (see smtp_guarded).
+// --- Printing the mail. Each returns the status and may throw std::bad_alloc (see smtp_guarded).
 int smtp_append_address_to_header(smtp_session* session, unsigned kind, const char* key);
 int smtp_print_header(smtp_session* session, const smtp_header& header);
 int smtp_print_email(smtp_session* session, const char* body);

@@ -18,11 +18,11 @@ constexpr int CODE_START_INPUT = 354;
 constexpr int CODE_DONE = 250;
 constexpr size_t HEADER_WIDTH = 78;
 
-int Put(smtp_session* session, const std::string& text) {
+int WriteText(smtp_session* session, const std::string& text) {
   return smtp_write(session, text.data(), text.size());
 }
 
-// The sender, then the recipients in their order.
+// Sends the sender, then the recipients in their order.
 int SendEnvelope(smtp_session* session) {
   const auto& addresses = session->addresses;
   const auto sender = std::find_if(addresses.begin(), addresses.end(),
@@ -38,8 +38,8 @@ int SendEnvelope(smtp_session* session) {
   return session->status;
 }
 
-// Sends a line whose reply must have this code.
-int Command(smtp_session* session, const char* line, int64_t timeout, int code) {
+// Sends a command whose reply must have this code.
+int SendCommand(smtp_session* session, const char* line, int64_t timeout, int code) {
   if (smtp_puts(session, line) != SMTP_SUCCESS) return session->status;
   smtp_set_read_timeout(session, timeout);
   const int got = smtp_read_and_parse_code(session);
@@ -81,15 +81,15 @@ int smtp_mail(smtp_session* session, const char* body) {
     if (session->print != nullptr) return PrintMail(session, body);
     if (SendEnvelope(session) != SMTP_SUCCESS) return session->status;
     smtp_set_read_timeout(session, DATA_TIMEOUT);
-    if (Command(session, "DATA\r\n", DATA_TIMEOUT, CODE_START_INPUT) != SMTP_SUCCESS) return session->status;
+    if (SendCommand(session, "DATA\r\n", DATA_TIMEOUT, CODE_START_INPUT) != SMTP_SUCCESS) return session->status;
     if (PrintMail(session, body) != SMTP_SUCCESS) return session->status;
-    return Command(session, ".\r\n", FINAL_TIMEOUT, CODE_DONE);
+    return SendCommand(session, ".\r\n", FINAL_TIMEOUT, CODE_DONE);
   });
 }
 
 int smtp_mail_envelope_header(smtp_session* session, const char* command, const smtp_address& address) {
   const char* extension = smtp_str_has_nonascii_utf8(address.email.c_str()) != 0 ? " SMTPUTF8" : "";
-  Put(session, command + (":<" + address.email) + ">" + extension + "\r\n");
+  WriteText(session, command + (":<" + address.email) + ">" + extension + "\r\n");
   if (session->status == SMTP_SUCCESS) smtp_read_and_parse_code(session);
   return session->status;
 }
@@ -140,7 +140,7 @@ int smtp_print_mime_header_and_body(smtp_session* session, const char* boundary,
   std::string text = "MIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=";
   text.append(boundary).append("\r\n\r\nMultipart MIME message.\r\n--").append(boundary);
   text.append("\r\nContent-Type: text/html; charset=\"UTF-8\"\r\n\r\n").append(body).append("\r\n\r\n");
-  return Put(session, text);
+  return WriteText(session, text);
 }
 
 int smtp_print_mime_attachment(smtp_session* session, const char* boundary,
@@ -149,13 +149,13 @@ int smtp_print_mime_attachment(smtp_session* session, const char* boundary,
   head.append(boundary).append("\r\nContent-Type: application/octet-stream\r\n");
   head.append("Content-Disposition: attachment; filename=\"").append(attachment.name);
   head.append("\"\r\nContent-Transfer-Encoding: base64\r\n\r\n");
-  if (Put(session, head) != SMTP_SUCCESS) return session->status;
-  // Written from where it lies: an attachment may be too large for one more copy.
+  if (WriteText(session, head) != SMTP_SUCCESS) return session->status;
+  // Written without a copy: an attachment may be too large for another one.
   if (smtp_write(session, attachment.body.get(), attachment.bodyLength) != SMTP_SUCCESS)
     return session->status;
   return smtp_puts(session, "\r\n\r\n");
 }
 
 int smtp_print_mime_end(smtp_session* session, const char* boundary) {
-  return Put(session, "--" + std::string(boundary) + "--\r\n");
+  return WriteText(session, "--" + std::string(boundary) + "--\r\n");
 }

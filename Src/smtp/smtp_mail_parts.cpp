@@ -1,4 +1,4 @@
-// What a mail is made of: headers, addresses, attachments, and the rules their texts keep.
+// The parts of a mail (headers, addresses, attachments) and the rules for their texts.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// No text may hold a byte below lowest, 127, or one of those refused. Line breaks are below every lowest.
+// A text may contain no byte below lowest, no 127 and none of refused. Line breaks are below every lowest.
 struct TextRule {
   unsigned char lowest;
   std::string_view refused;
@@ -41,7 +41,7 @@ struct KeyOrder {
   bool operator()(std::string_view a, const smtp_header& b) const { return a < b.key; }
 };
 
-// The status of a file that could not be had, by errno.
+// Sets the status of a file that could not be read, by errno.
 int FileFailure(smtp_session* session, int error) {
   return smtp_status_code_set(session, error == ENOMEM ? SMTP_NO_MEMORY : SMTP_FILE_FAILED);
 }
@@ -50,8 +50,8 @@ bool ValidAttachmentName(const char* name) {
   return name != nullptr && ATTACHMENT_NAME.Allows(name);
 }
 
-// Adds an attachment that is encoded already; null: the file failed with errno.
-int Attach(smtp_session* session, const char* name, base::UniqueText lines, size_t length) {
+// Adds an encoded attachment. Null lines mean that the file failed with errno.
+int AddAttachment(smtp_session* session, const char* name, base::UniqueText lines, size_t length) {
   if (lines == nullptr) return FileFailure(session, errno);
   return smtp_guarded(session, [&] {
     if (!ValidAttachmentName(name)) return smtp_status_code_set(session, SMTP_INVALID);
@@ -108,7 +108,7 @@ int smtp_attachment_add_path(smtp_session* session, const char* name, const char
   if (path == nullptr) return FileFailure(session, ENOENT);
   size_t length = 0;
   base::UniqueText lines(smtp_file_base64_lines(path, &length));
-  return Attach(session, name, std::move(lines), length);
+  return AddAttachment(session, name, std::move(lines), length);
 }
 
 int smtp_attachment_add_fp(smtp_session* session, const char* name, FILE* stream) {
@@ -116,7 +116,7 @@ int smtp_attachment_add_fp(smtp_session* session, const char* name, FILE* stream
   if (stream == nullptr) return FileFailure(session, EBADF);
   size_t length = 0;
   base::UniqueText lines(smtp_ffile_base64_lines(stream, &length));
-  return Attach(session, name, std::move(lines), length);
+  return AddAttachment(session, name, std::move(lines), length);
 }
 
 int smtp_attachment_add_mem(smtp_session* session, const char* name, const void* data, size_t length) {
@@ -126,7 +126,7 @@ int smtp_attachment_add_mem(smtp_session* session, const char* name, const void*
   }
   size_t linesLength = 0;
   base::UniqueText lines(smtp_base64_lines(data, length, &linesLength));
-  return Attach(session, name, std::move(lines), linesLength);
+  return AddAttachment(session, name, std::move(lines), linesLength);
 }
 
 void smtp_attachment_clear_all(smtp_session* session) {

@@ -19,7 +19,7 @@ int64_t TimeoutMilliseconds(const smtp_session& session) {
   return std::clamp<int64_t>(session.readTimeout, 0, INT32_MAX) * 1000;
 }
 
-// Room for one more read. 0, or -1: no memory.
+// Makes room for one more read. Returns 0, or -1 without memory.
 int ReserveRead(smtp_line_reader* reader) {
   size_t room = 0;
   if (smtp_si_sub_size_t(reader->allocated, reader->held, &room) != 0) return -1;
@@ -31,7 +31,7 @@ int ReserveRead(smtp_line_reader* reader) {
   return 0;
 }
 
-// One more read behind the bytes held: its count, or the result that the line then has.
+// Reads once more after the bytes held. Returns the number of bytes, or the smtp_line_result of a failure.
 ptrdiff_t ReadMore(smtp_line_reader* reader) {
   if (reader->held >= SMTP_LINE_LIMIT) return SMTP_LINE_FAILED;
   if (ReserveRead(reader) != 0) return SMTP_LINE_NO_MEMORY;
@@ -41,7 +41,7 @@ ptrdiff_t ReadMore(smtp_line_reader* reader) {
   return got;
 }
 
-int Deliver(smtp_line_reader* reader, size_t length, smtp_line_result result) {
+int FinishLine(smtp_line_reader* reader, size_t length, smtp_line_result result) {
   if (smtp_str_getdelimfd_set_line_and_buf(reader, length) == 0) return result;
   return smtp_str_getdelimfd_throw_error(reader, SMTP_LINE_NO_MEMORY);
 }
@@ -50,7 +50,7 @@ bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-int Code(std::string_view line) {
+int ReplyCode(std::string_view line) {
   int code = 0;
   for (const char c : line.substr(0, 3)) {
     if (!IsDigit(c)) return -1;
@@ -95,16 +95,16 @@ int smtp_str_getdelimfd_throw_error(smtp_line_reader* reader, int result) {
 }
 
 int smtp_str_getdelimfd(smtp_line_reader* reader) {
-  size_t searched = 0;  // this many of the bytes held are known to have no delimiter
+  size_t searched = 0;  // so many of the bytes held contain no delimiter
   size_t position = 0;
   while (smtp_str_getdelimfd_search_delim(reader->buffer.get() + searched, reader->held - searched,
                                           reader->delimiter, &position) == 0) {
     searched = reader->held;
     const ptrdiff_t got = ReadMore(reader);
     if (got < 0) return smtp_str_getdelimfd_throw_error(reader, static_cast<int>(got));
-    if (got == 0) return Deliver(reader, reader->held, SMTP_LINE_END);
+    if (got == 0) return FinishLine(reader, reader->held, SMTP_LINE_END);
   }
-  return Deliver(reader, searched + position, SMTP_LINE);
+  return FinishLine(reader, searched + position, SMTP_LINE);
 }
 
 int smtp_str_getdelimfd_read_timeout(smtp_session* session) {
@@ -138,7 +138,7 @@ int smtp_getline(smtp_session* session) {
 
 smtp_reply_line smtp_parse_cmd_line(std::string_view line) {
   if (line.size() < SHORTEST_CODED_LINE) return {-1, false, line};
-  return {Code(line), line[3] == '-', line.substr(4)};
+  return {ReplyCode(line), line[3] == '-', line.substr(4)};
 }
 
 int smtp_read_and_parse_code(smtp_session* session) {

@@ -1,4 +1,4 @@
-// From the connection to its end: open, handshake, AUTH, close.
+// The life of a session: open, handshake, AUTH, close.
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -32,16 +32,16 @@ std::unique_ptr<smtp_session> NewSession(unsigned flags, const char* cafile) {
   return session;
 }
 
-// Sends one AUTH line: command, the base64 of the data, CRLF. The status.
-int PutBase64(smtp_session* session, const std::string& command, std::string_view data) {
+// Sends one AUTH line: the command, the base64 of data, CRLF. Returns the status.
+int WriteBase64(smtp_session* session, const std::string& command, std::string_view data) {
   size_t length = 0;
   const base::UniqueText encoded(smtp_base64_encode(data.data(), data.size(), &length));
   if (encoded == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
   return smtp_puts_terminate(session, (command + encoded.get()).c_str());
 }
 
-// Reads a reply that must have this code. The status.
-int Expect(smtp_session* session, int code) {
+// Reads a reply that must have this code. Returns the status.
+int ExpectReply(smtp_session* session, int code) {
   if (session->status != SMTP_SUCCESS || smtp_read_and_parse_code(session) == code) return session->status;
   return smtp_status_code_set(session, SMTP_AUTH_FAILED);
 }
@@ -56,8 +56,7 @@ int smtp_connect(smtp_session* session, const char* server, const char* port) {
     for (const addrinfo* at = addresses.get(); at != nullptr; at = at->ai_next) {
       base::UniqueFd sock = base::OpenSocket(at->ai_family, at->ai_protocol);
       if (!sock.Valid() || base::Connect(sock.Get(), at->ai_addr, at->ai_addrlen) != 0) continue;
-      // The last lines of a mail are small writes in a row, which must not wait for each other's
-      // acknowledgement.
+      // A mail ends with several small writes. They must not wait for each other's acknowledgement.
       const int on = 1;
       ::setsockopt(sock.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
       session->sock = std::move(sock);
@@ -96,15 +95,15 @@ int smtp_open(const char* server, const char* port, int /*connection_security*/,
 int smtp_auth_plain(smtp_session* session, const char* user, const char* password) {
   std::string credentials(1, '\0');
   credentials.append(user).append(1, '\0').append(password);
-  PutBase64(session, "AUTH PLAIN ", credentials);
-  return Expect(session, CODE_AUTHENTICATED);
+  WriteBase64(session, "AUTH PLAIN ", credentials);
+  return ExpectReply(session, CODE_AUTHENTICATED);
 }
 
 int smtp_auth_login(smtp_session* session, const char* user, const char* password) {
-  PutBase64(session, "AUTH LOGIN ", user);
-  if (Expect(session, CODE_GO_ON) != SMTP_SUCCESS) return session->status;
-  PutBase64(session, "", password);
-  return Expect(session, CODE_AUTHENTICATED);
+  WriteBase64(session, "AUTH LOGIN ", user);
+  if (ExpectReply(session, CODE_GO_ON) != SMTP_SUCCESS) return session->status;
+  WriteBase64(session, "", password);
+  return ExpectReply(session, CODE_AUTHENTICATED);
 }
 
 int smtp_auth(smtp_session* session, int method, const char* user, const char* password) {
@@ -125,7 +124,7 @@ int smtp_close(smtp_session* session) {
   const int before = smtp_status_code_clear(session);
   if (session->print != nullptr) session->print->status = before;
   if (session->sock.Valid()) {
-    // A server that a failure left with a full window is not waited for once more.
+    // After a failure the server's window may be full: do not wait for it again.
     if (before != SMTP_SUCCESS) smtp_set_read_timeout(session, 0);
     smtp_puts(session, "QUIT\r\n");
     if (session->sock.Reset() != 0 && session->status == SMTP_SUCCESS) {

@@ -53,7 +53,7 @@ size_t CountOccurrences(const char* text, const char* search, size_t searchLengt
   return count;
 }
 
-// length - count * removed + count * added + 1, or an overflow.
+// Computes length - count * removed + count * added + 1. Returns 1 on overflow, else 0.
 int ReplacedSize(size_t length, size_t count, size_t removed, size_t added, size_t* size) {
   size_t gone = 0;
   size_t come = 0;
@@ -98,7 +98,7 @@ size_t smtp_utf8_charlen(char lead) {
 
 namespace {
 
-// The length of the ASCII beginning of a text, in steps of 8 bytes.
+// The length of the text's ASCII prefix, in steps of 8 bytes.
 size_t AsciiPrefix(std::string_view text) {
   size_t at = 0;
   uint64_t word = 0;

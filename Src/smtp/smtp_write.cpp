@@ -17,7 +17,7 @@ void smtp_puts_dbg(const smtp_session* session, const char* label, std::string_v
         copy.begin(), copy.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
     std::fprintf(stderr, "[smtp %s]: %s\n", label, copy.c_str());
   } catch (const std::exception&) {
-    return;  // what is only for debugging must not fail the mail
+    return;  // a debug print must not make the mail fail
   }
 }
 

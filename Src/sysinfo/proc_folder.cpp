@@ -8,7 +8,7 @@ namespace sysinfo {
 
 ProcFolder::ProcFolder(const char* root) : folder_(::open(root, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
 
-// Null at the end.
+// Returns null at the end.
 const char* ProcFolder::NextName() {
   if (next_ == end_) {
     const ssize_t got = folder_.Valid() ? ::getdents64(folder_.Get(), entries_, sizeof entries_) : 0;

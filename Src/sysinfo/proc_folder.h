@@ -1,4 +1,4 @@
-// The folder of the process file system, process by process.
+// Iterates over the processes in the folder of the process file system.
 #ifndef SYSINFO_PROC_FOLDER_H
 #define SYSINFO_PROC_FOLDER_H
 
@@ -13,12 +13,13 @@ namespace sysinfo {
 
 class ProcFolder {
  public:
-  // Without a folder of that name there are no entries.
+  // If the folder cannot be opened, there are no entries.
   explicit ProcFolder(const char* root);
 
-  // Goes to the next entry whose name begins as a number, in the order of the folder; false at the end.
+  // Moves to the next entry whose name begins with a digit, in the order of the folder. Returns false at the
+  // end.
   bool Next();
-  // That number, read as scanf's %i does.
+  // The number at the start of the name, read as scanf's %i does.
   int32_t Pid() const { return pid_; }
   // Opens a file of the entry for reading.
   template <size_t N>
@@ -27,7 +28,7 @@ class ProcFolder {
     std::memcpy(path_ + length_, file, N);
     return OpenPath();
   }
-  // Whether the entry is a folder, which that of a process that ended no longer is.
+  // Whether the entry is still a folder; that of a process that has ended is not.
   bool Here();
 
  private:
@@ -36,8 +37,8 @@ class ProcFolder {
   const char* NextName();
   base::UniqueFd OpenPath() const;
 
-  // Of entries read ahead. The kernel takes a microsecond for each, and whoever only asks whether there is a
-  // process wants but the first.
+  // The size of the buffer for entries read ahead. The kernel needs a microsecond for each entry, and a
+  // caller that only asks whether there is any process needs just the first.
   static constexpr size_t ENTRIES_SIZE = 4096;
 
   base::UniqueFd folder_;
@@ -45,7 +46,7 @@ class ProcFolder {
   size_t next_ = 0;  // in entries_
   size_t end_ = 0;
   int32_t pid_ = 0;
-  char path_[NAME_MAX + 1 + LONGEST_FILE]{};  // from the folder; the entry's name and a slash so far
+  char path_[NAME_MAX + 1 + LONGEST_FILE]{};  // relative to the folder: the entry's name, a slash, a file
   size_t length_ = 0;
 };
 

@@ -8,10 +8,10 @@
 namespace sysinfo {
 namespace {
 
-// Above every ordinary file of a process; only long command lines and group lists need more.
+// Larger than every ordinary file of a process; only long command lines and group lists need more.
 constexpr size_t FIRST_CAPACITY = size_t{64} * 1024;
 
-ssize_t ReadSome(int fd, char* to, size_t count) {
+ssize_t ReadUninterrupted(int fd, char* to, size_t count) {
   ssize_t got = 0;
   do {
     got = ::read(fd, to, count);
@@ -32,7 +32,7 @@ std::string_view ProcText::Read(int fd) {
   if (fd < 0) return {};
   size_t size = 0;
   while (size < capacity_ || Grow()) {
-    const ssize_t got = ReadSome(fd, buffer_.get() + size, capacity_ - size);
+    const ssize_t got = ReadUninterrupted(fd, buffer_.get() + size, capacity_ - size);
     if (got <= 0) break;
     size += static_cast<size_t>(got);
     if (size < capacity_) break;

@@ -1,4 +1,4 @@
-// Whole small files, read into one buffer that serves for many.
+// Reads whole small files into one buffer that is used again.
 #ifndef SYSINFO_PROC_TEXT_H
 #define SYSINFO_PROC_TEXT_H
 
@@ -13,9 +13,9 @@ class ProcText {
  public:
   static constexpr size_t LIMIT = 3145727;
 
-  // The next LIMIT bytes of a file (borrowed). One read(2) unless the file fills the buffer, which then
-  // grows; when memory runs out the text ends where the buffer does. Empty when the file cannot be read; a
-  // negative descriptor is such a file. The view holds until the next call.
+  // Reads at most LIMIT bytes of a file (borrowed). This takes one read(2) unless the file fills the buffer,
+  // which then grows. When memory runs out, the text ends where the buffer does. The text is empty when the
+  // file cannot be read or the descriptor is negative. It stays valid until the next call.
   std::string_view Read(int fd);
 
  private:

@@ -12,10 +12,10 @@
 namespace sysinfo {
 namespace {
 
-// The kernel's own threads have names of up to 63 bytes, and a newline follows.
+// Kernel threads have names of up to 63 bytes; a newline follows.
 constexpr size_t COMM_SIZE = 64;
 
-// The bytes of a short name's file; none when it cannot be read.
+// Reads the file of a short name. Returns its length, or 0 when it cannot be read.
 size_t ReadComm(const base::UniqueFd& file, char* text) {
   if (!file.Valid()) return 0;
   const ssize_t got = TEMP_FAILURE_RETRY(::read(file.Get(), text, COMM_SIZE));
@@ -40,7 +40,7 @@ ProcessNames ReadProcessNames(const char* proc_root) noexcept {
     char comm[COMM_SIZE];
     char name[2 * COMM_SIZE + 1];
     const size_t size = ReadComm(folder.Open("comm"), comm);
-    // One without a name may have ended meanwhile, and is no process then.
+    // Without a name the process may have ended meanwhile; then it is left out.
     if (size == 0 && !folder.Here()) continue;
     name[NameFromComm({comm, size}, name)] = '\0';
     processes.Add({folder.Pid(), size > 0 ? name : nullptr});

@@ -17,9 +17,9 @@ using sysinfo::ProcFolder;
 using sysinfo::ProcText;
 using sysinfo::UserNames;
 
-// What the records of one snapshot are read with.
-struct Source {
-  explicit Source(const char* proc_root) : folder(proc_root) {}
+// What one snapshot is read with.
+struct SnapshotSource {
+  explicit SnapshotSource(const char* proc_root) : folder(proc_root) {}
 
   ProcFolder folder;
   ProcText file;
@@ -76,12 +76,12 @@ void StoreStateLetters(qxapi_process* process) {
   if (process->nice != 0) process->state[2] = process->nice > 0 ? 'N' : '<';
 }
 
-// The record of the folder's entry; null when the entry is no process or memory runs out. Each file is parsed
-// before the next is read: they share one buffer.
-qxapi_process* OpenEntry(Source* source) {
+// Reads the record of the folder's entry. Returns null when the entry is no process or memory runs out. Each
+// file is parsed before the next is read, because they share one buffer.
+qxapi_process* OpenEntry(SnapshotSource* source) {
   ProcFolder& folder = source->folder;
   const std::string_view status = source->file.Read(folder.Open("status").Get());
-  // One without a status may have ended meanwhile, and is no process then.
+  // Without a status the process may have ended meanwhile; then it has no record.
   if (status.empty() && !folder.Here()) return nullptr;
   qxapi_process* const process = __qxapi_new_process__();
   if (process == nullptr) return nullptr;
@@ -118,7 +118,7 @@ int __qxapi_free_process__(qxapi_process* list) {
 }
 
 qxapi_process* qxapi_open_process(const char* proc_root) {
-  Source source(proc_root);
+  SnapshotSource source(proc_root);
   qxapi_process* head = nullptr;
   qxapi_process** tail = &head;
   while (source.folder.Next()) {

@@ -1,29 +1,28 @@
 // A snapshot of the host's process table, read from /proc (proc(5)).
 //
-// The figures are those of the moment at which each process was read, not of one moment. A process that ends
-// before its status is read has no record; one that ends later keeps what was read until then, its name at
-// the least. What could not be read is 0, or null, and out of memory leaves the text concerned null. All
-// texts are bytes as the kernel gives them, in no particular encoding; name has a newline or a backslash
-// written as \n or
-// \\ by the kernel.
+// Each process is read at its own moment; the snapshot is not of a single moment. A process that ends before
+// its status is read has no record. One that ends later keeps what was read until then, at least its name. A
+// figure that could not be read is 0 and a text is null; a text is also null when memory runs out. All texts
+// are bytes as the kernel gives them, in no particular encoding. The kernel writes a newline or a backslash
+// in a name as \n or \\.
 #ifndef SYSINFO_QXAPI_PROCESS_H
 #define SYSINFO_QXAPI_PROCESS_H
 
 #include <cstdint>
 
 struct qxapi_process {
-  qxapi_process* next;   // null at the end
-  int32_t pid;           // the status file's, or else the directory's
+  qxapi_process* next;   // null in the last record
+  int32_t pid;           // from the status file, else from the directory
   char* cmdline;         // raw words, each ended by NUL; null for kernel threads; at most 3,145,727 bytes
-  uint64_t cmdline_len;  // bytes of cmdline, its added terminator not counted
-  uint32_t argc;         // words of cmdline, empty ones too; at most 393,216
-  char** argv;           // argc pointers into cmdline (no null behind the last); null when argc is 0
+  uint64_t cmdline_len;  // bytes of cmdline, without its added terminator
+  uint32_t argc;         // words of cmdline, including empty ones; at most 393,216
+  char** argv;           // argc pointers into cmdline, no null after the last; null when argc is 0
   char* command;         // cmdline as one text, blanks between the words; null like cmdline
-  // Short name, of a program 15 characters at most, without white space at its ends; empty when it has
-  // nothing else. Null when the process is there and its status cannot be read.
+  // The short name, at most 15 characters for a program, without white space at its ends; empty when nothing
+  // else is left. Null when the process exists but its status cannot be read.
   char* name;
-  // [0] the kernel's letter (R, S, D, Z, T ...); [1] 'W' with nothing resident unless a zombie; [2] 'N' for a
-  // nice above 0, '<' below 0; a blank where nothing applies; [3] NUL.
+  // [0] the kernel's letter (R, S, D, Z, T ...). [1] 'W' when nothing is resident, except for a zombie. [2]
+  // 'N' for a nice value above 0, '<' below 0. A blank where nothing applies. [3] NUL.
   char state[4];
   int32_t ppid;
   uint32_t uid;     // real
@@ -37,18 +36,18 @@ struct qxapi_process {
   uint64_t rss_kb;
 };
 
-// Takes a snapshot, in the order of the directory. proc_root is where the process file system stands.
-// Returns the first record; the caller gives the list back with qxapi_close_process. Null when the directory
-// cannot be opened or holds no process.
-// Any number of threads may call it at the same time. It sets no locale, signal or working directory. It
-// blocks as long as the kernel takes for three small files a process (some 10 microseconds each) and the
-// password database for one look-up per user id; no stop cuts it short.
+// Takes a snapshot, in the order of the directory. proc_root is where the process file system is mounted.
+// Returns the first record; the caller releases the list with qxapi_close_process. Returns null when the
+// directory cannot be opened or contains no process.
+// Any number of threads may call it at once. It sets no locale, signal or working directory. It blocks while
+// the kernel produces three small files per process (about 10 microseconds each) and the password database
+// answers one look-up per user id; a stop does not cut it.
 qxapi_process* qxapi_open_process(const char* proc_root = "/proc");
 
-// 1 when a snapshot would hold a process, else 0; reads no further than the first.
+// Returns 1 when a snapshot would contain a process, else 0. Stops reading at the first one.
 int qxapi_has_process(const char* proc_root = "/proc");
 
-// Frees the record and all that follow it, with everything that hangs from them. Null is allowed.
+// Frees the record, all that follow it, and everything they point to. Null is allowed.
 void qxapi_close_process(qxapi_process* list);
 
 #endif

@@ -49,7 +49,7 @@ using sysinfo::StatusFields;
 struct StatusKey {
   std::string_view key;
   void (*store)(StatusFields* fields, std::string_view value);
-  bool blank = false;  // stored, too
+  bool blank = false;  // a blank value is stored, too
 };
 
 constexpr std::array<StatusKey, 8> STATUS_KEYS{{
@@ -96,7 +96,7 @@ void ParseStatusLine(std::string_view line, StatusFields* fields) {
   return text;
 }
 
-// Calls each with the start of every word until it returns false.
+// Calls each with the start of every word, until it returns false.
 template <typename Each>
 void ForEachWord(char* buf, uint64_t len, Each each) {
   for (uint64_t start = 0; start < len;) {
@@ -178,7 +178,7 @@ void ParseStatus(std::string_view text, StatusFields* fields) {
 }
 
 size_t NameFromComm(std::string_view text, char* name) {
-  // The status file writes a newline as two characters, so that none is white space there.
+  // The status file writes a newline as two characters, so it is not white space there.
   const auto trimmed = [](char c) { return IsWhite(c) && c != '\n'; };
   if (text.ends_with('\n')) text.remove_suffix(1);
   while (!text.empty() && trimmed(text.front())) text.remove_prefix(1);

@@ -24,7 +24,7 @@ constexpr const char* PROC = "/proc";
 
 using Path = std::array<char, PATH_MAX>;
 
-// The head of a file of the process file system as a text.
+// The first bytes of a file of the process file system, as a text.
 class HeadText {
  public:
   bool Read(const char* proc_root, const char* name) {
@@ -46,7 +46,7 @@ class HeadText {
   std::array<char, 4096 + 1> text_;
 };
 
-// The number behind the first occurrence of a label; 0 without one.
+// The number after the first occurrence of a label, or 0 without one.
 double Figure(const char* text, const char* label) {
   const char* const at = std::strstr(text, label);
   double value = 0;
@@ -60,11 +60,11 @@ uint32_t FigureInt(const char* text, const char* label) {
 }
 
 template <typename Value, typename From>
-void Store(Value* out, From value) {
+void StoreFigure(Value* out, From value) {
   if (out != nullptr) *out = static_cast<Value>(value);
 }
 
-// Where a layout of /proc/net/dev has its received and sent counters.
+// The columns of a layout of /proc/net/dev, and which of them counts what was sent.
 struct NetworkLayout {
   size_t columns;
   size_t sent;
@@ -97,8 +97,8 @@ int MemoryPercent(const char* text, double* total, double* available) {
   const double all = Figure(text, "MemTotal:");
   const double unused = Figure(text, "MemFree:") + Figure(text, "Cached:") + Figure(text, "Buffers:");
   if (all == 0) return 0;
-  Store(total, all);
-  Store(available, unused);
+  StoreFigure(total, all);
+  StoreFigure(available, unused);
   return TruncateToInt(100.0 * (all - unused) / all);
 }
 
@@ -107,9 +107,9 @@ int MemoryPercentInt(const char* text, double* total, double* available) {
   const uint32_t unused =
       FigureInt(text, "MemFree:") + FigureInt(text, "Buffers:") + FigureInt(text, "Cached:");
   if (all == 0) return 0;
-  Store(total, static_cast<int32_t>(all));
-  Store(available, static_cast<int32_t>(unused));
-  // Divided in 64 bits: the smallest number over -1 has no 32-bit result.
+  StoreFigure(total, static_cast<int32_t>(all));
+  StoreFigure(available, static_cast<int32_t>(unused));
+  // Divided in 64 bits: the smallest 32-bit number divided by -1 would overflow.
   const int64_t hundredfold = static_cast<int32_t>((all - unused) * 100);
   return static_cast<int>(hundredfold / static_cast<int32_t>(all));
 }
@@ -125,8 +125,8 @@ unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t availabl
                          uint64_t* available_mb) {
   const uint64_t total = (block_size * (blocks >> 10)) >> 10;
   const uint64_t available = (block_size * (available_blocks >> 10)) >> 10;
-  Store(total_mb, total);
-  Store(available_mb, available);
+  StoreFigure(total_mb, total);
+  StoreFigure(available_mb, available);
   if (total == 0 || available == 0) return 0;
   return static_cast<unsigned int>((total - available) * 100 / total);
 }

@@ -1,5 +1,5 @@
-// The resource figures as functions of text, and their readers with the place of the process file system as
-// a parameter; for this folder and its tests. The results are those of the functions of resource_usage.h.
+// The resource figures as functions of text, and their readers with the path of the process file system as a
+// parameter, for the sources and tests of this folder. Results are as in resource_usage.h.
 #ifndef SYSINFO_RESOURCE_USAGE_INTERNAL_H
 #define SYSINFO_RESOURCE_USAGE_INTERNAL_H
 
@@ -7,7 +7,7 @@
 
 namespace sysinfo {
 
-// Clock ticks of the first line of /proc/stat. A negative puser says that there is no sample yet.
+// Clock ticks of the first line of /proc/stat. A negative puser means that there is no sample yet.
 struct CpuSample {
   double puser = -1.0;
   double pwait = 0.0;
@@ -15,13 +15,13 @@ struct CpuSample {
   double pidle = 0.0;
 };
 
-// The busy share between *previous and the text of /proc/stat, which becomes *previous.
+// The busy share between *previous and this text of /proc/stat. The text's sample becomes *previous.
 float NextCpuUsage(const char* text, CpuSample* previous);
-// Toward zero; what no int can hold is the nearest that can, not-a-number is 0.
+// Truncates toward zero. A value out of range becomes the nearest int, not-a-number becomes 0.
 int TruncateToInt(double value);
 int MemoryPercent(const char* text, double* total, double* available);
 int MemoryPercentInt(const char* text, double* total, double* available);
-// Of a line that holds "VmRSS".
+// line contains "VmRSS".
 int ResidentKilobytes(const char* line);
 unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t available_blocks, uint64_t* total_mb,
                          uint64_t* available_mb);

@@ -12,7 +12,7 @@ namespace {
 constexpr size_t FIRST_ENTRY = 1024;
 constexpr size_t LARGEST_ENTRY = size_t{1024} * 1024;
 
-std::string LookUp(uid_t uid) {
+std::string LookUpUser(uid_t uid) {
   std::vector<char> texts(FIRST_ENTRY);
   for (;;) {
     passwd entry{};
@@ -28,7 +28,7 @@ std::string LookUp(uid_t uid) {
 
 const char* UserNames::Find(uid_t uid) noexcept try {
   auto known = names_.find(uid);
-  if (known == names_.end()) known = names_.emplace(uid, LookUp(uid)).first;
+  if (known == names_.end()) known = names_.emplace(uid, LookUpUser(uid)).first;
   return known->second.c_str();
 } catch (const std::bad_alloc&) {
   return nullptr;

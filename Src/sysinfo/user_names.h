@@ -1,4 +1,4 @@
-// User names of one process table, each looked up once.
+// The user names of one process table. Each is looked up once.
 #ifndef SYSINFO_USER_NAMES_H
 #define SYSINFO_USER_NAMES_H
 
@@ -11,8 +11,9 @@ namespace sysinfo {
 
 class UserNames {
  public:
-  // The password database's name of uid (getpwuid_r(3)), or "owner" when it has none or cannot be asked; it
-  // lives as long as this object. Null when memory runs out. May block on a remote name service.
+  // Returns the name of uid in the password database (getpwuid_r(3)), or "owner" when there is none or the
+  // database fails. The name lives as long as this object. Returns null when memory runs out. May block on a
+  // remote name service.
   const char* Find(uid_t uid) noexcept;
 
  private:

@@ -1,4 +1,4 @@
-// The road of a TLS session's bytes to its socket.
+// A BIO (OpenSSL's layer below a TLS session) that reads and writes a socket and that a stop can cut.
 #ifndef TLS_STOPPABLE_BIO_H
 #define TLS_STOPPABLE_BIO_H
 
@@ -8,14 +8,16 @@
 
 namespace tls {
 
-// Puts a session on a connected socket, which it borrows. Handshake, reads and writes then block as on a
-// blocking socket whatever the descriptor's mode, but a stop cuts them (SSL_ERROR_SYSCALL with errno
-// ECANCELED), and a vanished peer raises no SIGPIPE; SSL_set_fd(3) offers neither. False when out of memory.
+// Puts a session on a connected socket, which stays the caller's. Handshake, reads and writes then block as
+// on a blocking socket, whatever mode the descriptor is in. Unlike with SSL_set_fd(3), a stop cuts them
+// (SSL_ERROR_SYSCALL with errno ECANCELED), and a peer that is gone raises no SIGPIPE. Returns false when
+// memory runs out.
 bool AttachSocket(SSL* session, int fd);
 
-// Gives that session so many milliseconds from now on, or base::FOREVER, as at first. Afterwards whatever
-// needs the socket fails with SSL_ERROR_WANT_READ or SSL_ERROR_WANT_WRITE, also when bytes are there: so a
-// call ends in time whatever the peer sends, and however slowly.
+// Limits all further calls on the session to so many milliseconds from now, or to none with base::FOREVER,
+// which is the initial state. After that time every call that needs the socket fails with SSL_ERROR_WANT_READ
+// or SSL_ERROR_WANT_WRITE, even when bytes are waiting. So a call ends in time whatever the peer sends, and
+// however slowly.
 void LimitTime(SSL* session, int64_t milliseconds);
 
 }  // namespace tls

@@ -5,7 +5,7 @@
 
 namespace {
 
-// One row per value of SSL_get_error(3), from 0 on.
+// One row for each value of SSL_get_error(3), starting at 0.
 constexpr std::array MESSAGES{
     // 정상입니다.
     "SSL_ERROR_NONE: "

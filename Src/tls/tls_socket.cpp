@@ -23,27 +23,27 @@ struct CertificateFree {
 };
 using UniqueCertificate = std::unique_ptr<X509, CertificateFree>;
 
-int Fail(LVCSR_SOCK_HEAD* head, int error) {
+int FailSession(LVCSR_SOCK_HEAD* head, int error) {
   head->uLastError = error;
   SSLReset(head);
   return -1;
 }
 
-// The milliseconds that one call may wait.
-int64_t Limit(const LVCSR_SOCK_HEAD& head) {
+// The time limit of one call in milliseconds.
+int64_t CallLimit(const LVCSR_SOCK_HEAD& head) {
   return head.uRecvTimeout < 1 ? base::FOREVER : int64_t{head.uRecvTimeout} * 1000;
 }
 
-// Runs one call on the session. Errors that an earlier call of this thread left in the library's queue would
-// be taken for its own, so the queue is emptied before.
+// Makes one call on the session. The library's error queue is emptied first: an older error of this thread
+// would count as one of this call.
 template <typename Call>
-int Run(LVCSR_SOCK_HEAD* head, int64_t milliseconds, Call call) {
-  if (head->pSSL == nullptr) return Fail(head, SSL_ERROR_SSL);
+int CallSession(LVCSR_SOCK_HEAD* head, int64_t milliseconds, Call call) {
+  if (head->pSSL == nullptr) return FailSession(head, SSL_ERROR_SSL);
   tls::LimitTime(head->pSSL, milliseconds);
   ERR_clear_error();
   errno = 0;
   const int result = call(head->pSSL);
-  return result > 0 ? result : Fail(head, SSL_get_error(head->pSSL, result));
+  return result > 0 ? result : FailSession(head, SSL_get_error(head->pSSL, result));
 }
 
 bool NewSession(LVCSR_SOCK_HEAD* head, int socket) {
@@ -97,7 +97,7 @@ int CertificateLoad(LVCSR_SOCK_HEAD* head, const char* certificate, const char* 
                     const char* pass_phrase) {
   SSL_CTX* context = head->pCTX;
   if (context == nullptr || certificate == nullptr || key == nullptr) return -1;
-  // Without user data the library's default callback would ask at the terminal; it only reads the text.
+  // Without user data the library's default callback asks at the terminal. It only reads this text.
   SSL_CTX_set_default_passwd_cb_userdata(context,
                                          const_cast<char*>(pass_phrase == nullptr ? "" : pass_phrase));
   if (SSL_CTX_use_certificate_file(context, certificate, SSL_FILETYPE_PEM) != 1) return -1;
@@ -132,15 +132,15 @@ int ExpiresCheck(const char* path) {
 }
 
 int ServerSockSetting(LVCSR_SOCK_HEAD* head, int socket) {
-  if (!NewSession(head, socket)) return Fail(head, SSL_ERROR_SSL);
-  return Run(head, Limit(*head), SSL_accept) > 0 ? 1 : -1;
+  if (!NewSession(head, socket)) return FailSession(head, SSL_ERROR_SSL);
+  return CallSession(head, CallLimit(*head), SSL_accept) > 0 ? 1 : -1;
 }
 
 int ClientSockSetting(LVCSR_SOCK_HEAD* head, int socket) {
-  if (!NewSession(head, socket)) return Fail(head, SSL_ERROR_SSL);
-  const int result = Run(head, Limit(*head), [socket](SSL* session) {
+  if (!NewSession(head, socket)) return FailSession(head, SSL_ERROR_SSL);
+  const int result = CallSession(head, CallLimit(*head), [socket](SSL* session) {
     const int connected = SSL_connect(session);
-    // The line must not disturb what the library is asked about the outcome afterwards.
+    // printf must not change errno: the library reads it when it is asked for the error.
     const int error = errno;
     std::printf("SSL connection on socket %d,Version: %s, Cipher: %s\n", socket, SSL_get_version(session),
                 SSL_get_cipher(session));
@@ -159,15 +159,15 @@ int CertificateCheck(LVCSR_SOCK_HEAD* head) {
 }
 
 int Read(LVCSR_SOCK_HEAD* head, char* buffer, int count) {
-  return ReadWithin(head, buffer, count, Limit(*head));
+  return ReadWithin(head, buffer, count, CallLimit(*head));
 }
 
 int ReadWithin(LVCSR_SOCK_HEAD* head, char* buffer, int count, int64_t milliseconds) {
-  return Run(head, milliseconds, [=](SSL* session) { return SSL_read(session, buffer, count); });
+  return CallSession(head, milliseconds, [=](SSL* session) { return SSL_read(session, buffer, count); });
 }
 
 int Write(LVCSR_SOCK_HEAD* head, const char* buffer, int count) {
-  return Run(head, Limit(*head), [=](SSL* session) { return SSL_write(session, buffer, count); });
+  return CallSession(head, CallLimit(*head), [=](SSL* session) { return SSL_write(session, buffer, count); });
 }
 
 bool TimedOut(const LVCSR_SOCK_HEAD* head) {

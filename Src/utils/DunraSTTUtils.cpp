@@ -34,7 +34,7 @@ constexpr mode_t LOG_MODE = 0655;
 constexpr mode_t FOLDER_MODE = 0755;
 constexpr mode_t MODE_BITS = 07777;
 
-// The path of a file changes with these alone, unless it holds the host's name.
+// What the path of a log file depends on, unless it contains the host name.
 struct PathKey {
   time_t since;
   unsigned settings;
@@ -44,22 +44,22 @@ struct PathKey {
   bool operator==(const PathKey&) const = default;
 };
 
-std::atomic<unsigned> settings{0};  // counts their changes
+std::atomic<unsigned> settings{0};  // the number of changes
 
-// What one line is made in. The arrays are never cleared: of most only the first bytes are ever touched.
+// The buffers for one line. The arrays are never cleared: usually only their first bytes are touched.
 struct Workspace {
-  time_t since;  // the second that is told below; 0: none yet
+  time_t since;  // the time of `second`; 0: none yet
   trace::Second second;
-  PathKey pathKey;  // what the path below was made of; no second: of nothing yet
+  PathKey pathKey;  // what `path` was made from; its `since` is 0 at first
   char line[trace::LINE_SIZE];
   char folder[trace::PATH_SIZE];
   char path[trace::PATH_SIZE];
   char host[HOST_SIZE];
 };
 
-// One workspace, too large for a thread's stack, serves all threads; a line that finds it in use makes itself
-// another.
-Workspace shared;
+// One workspace serves all threads; it is too large for a thread's stack. A thread that finds it in use
+// allocates another.
+Workspace sharedWorkspace;
 std::atomic_flag sharedInUse;
 
 class BorrowedWorkspace {
@@ -75,13 +75,14 @@ class BorrowedWorkspace {
   }
   BorrowedWorkspace(const BorrowedWorkspace&) = delete;
   BorrowedWorkspace& operator=(const BorrowedWorkspace&) = delete;
-  Workspace& operator*() const { return own_ ? *own_ : shared; }
+  Workspace& operator*() const { return own_ ? *own_ : sharedWorkspace; }
 
  private:
   std::unique_ptr<Workspace> own_;
 };
 
-// The nanoseconds of now. Its second is kept, as most lines share theirs with the one before.
+// Returns the nanoseconds of the present time and updates the workspace's second. Most lines share their
+// second with the line before, so it is kept.
 long TellTime(Workspace* work) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
@@ -101,8 +102,8 @@ const char* HostNameForFiles(Workspace* work) {
   return work->host;
 }
 
-// Makes the path of a line's file, and before it that of its folder. Both are kept, as most lines go where
-// the one before went.
+// Makes the path of the line's file and of its folder. Both are kept, because most lines go to the same file
+// as the line before.
 void MakePath(char type, long channel, bool dated, Workspace* work) {
   const char* const host = HostNameForFiles(work);
   const PathKey key{work->since, settings.load(std::memory_order_relaxed), type, dated, channel};
@@ -118,25 +119,25 @@ void MakePath(char type, long channel, bool dated, Workspace* work) {
   path.Terminated();
 }
 
-// Makes the folder unless it stands there with the mode that it should have.
+// Creates the folder unless it exists with the right mode.
 void EnsureFolder(const char* path) {
   struct stat status;
   if (::stat(path, &status) == 0 && (status.st_mode & MODE_BITS) == FOLDER_MODE) return;
   DunraSTTUtils::MakeFolders(path);
 }
 
-int Append(const char* path, std::string_view line) {
+int AppendLine(const char* path, std::string_view line) {
   const base::UniqueFd file(::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, LOG_MODE));
   if (!file.Valid()) return -1;
   [[maybe_unused]] const ssize_t written = ::write(file.Get(), line.data(), line.size());
   return 0;
 }
 
-void Save(char type, long channel, long save, Workspace* work, std::string_view line) {
+void SaveLine(char type, long channel, long save, Workspace* work, std::string_view line) {
   const bool dated = save != 0;
   MakePath(type, channel, dated, work);
   if (dated) EnsureFolder(work->folder);
-  if (Append(work->path, line) != 0 && type == TRACE_ORDINARY) std::fputs("log file open error", stdout);
+  if (AppendLine(work->path, line) != 0 && type == TRACE_ORDINARY) std::fputs("log file open error", stdout);
 }
 
 [[gnu::format(printf, 6, 0)]] void TraceLine(char type, long level, long channel, long save,
@@ -167,11 +168,10 @@ void Save(char type, long channel, long save, Workspace* work, std::string_view 
   } else {
     base::Echo(trace::AsPrintFormat(line.View()));
   }
-  if (hang || save != 0) Save(type, channel, save, &work, line.View());
+  if (hang || save != 0) SaveLine(type, channel, save, &work, line.View());
 }
 
-// Writing what already stands there would change nothing but race with readers: every report sets the paths
-// again.
+// An unchanged path is not written again: every report sets the paths, and writing would race with readers.
 void SetStaticPath(char* buffer, const char* path) {
   const auto length = static_cast<unsigned>(std::min(std::strlen(path), FOLDER_SIZE - 1));
   if (std::strncmp(buffer, path, length) == 0) return;

@@ -1,10 +1,10 @@
-// Trace logging. Every diagnostic line of the agent takes one road: it is filtered by level, converted from
-// code page 949 to UTF-8 (text that is UTF-8 already passes), echoed to standard output and appended to a
-// file in a folder named by the date: MAIN.LOG, a file per channel, or the hang log. Each line opens and
-// closes its file, so that files may be moved or removed at any time and no descriptor is kept.
+// Trace logging. Every diagnostic line of the agent is filtered by level, converted from code page 949 to
+// UTF-8 (valid UTF-8 stays as it is), echoed to standard output, and appended to a file in a folder named by
+// the date: MAIN.LOG, one file per channel, or the hang log. The file is opened and closed for each line. So
+// log files may be moved or removed at any time, and no descriptor stays open.
 //
-// Any thread may trace. Settings are made before the threads start; setting the same value again later is
-// allowed. Nothing here fails: a line that cannot be written is lost and the caller goes on.
+// Any thread may trace. Change the settings before the threads start; setting the same value again later is
+// allowed. Tracing never fails: a line that cannot be written is lost.
 #ifndef UTILS_DUNRASTTUTILS_H
 #define UTILS_DUNRASTTUTILS_H
 
@@ -26,19 +26,19 @@ class DunraSTTUtils {
  public:
   DunraSTTUtils();
 
-  // One line. The message is formatted (99,999 bytes at most) and may hold any bytes; one that is neither
-  // UTF-8 nor convertible is written with a '?' for each byte of 0x80 and above. save 0 writes no ordinary
-  // line to a file. Use DUNRA_TRACE, which tests the level before anything is evaluated.
+  // Writes one line. The message is formatted, to 99,999 bytes at most, and may contain any bytes. If it is
+  // neither UTF-8 nor convertible, each byte of 0x80 and above becomes '?'. With save 0 an ordinary line goes
+  // to no file. Use DUNRA_TRACE, which tests the level before it evaluates the arguments.
   [[gnu::format(printf, 8, 9)]] static void LogTrace(char type, long level, long channel, long save,
                                                      const char* file, const char* function, int line,
                                                      const char* format, ...);
-  // Whether a line of this level passes the filter: 0 up to the level that is set.
+  // Whether a line of this level passes the filter: levels 0 up to the one that is set.
   static bool LevelPasses(long level) {
     return level >= 0 && level <= mDunraSTTLogLvl.load(std::memory_order_relaxed);
   }
 
-  // Folders of the trace logs and of the hang log, as a prefix (so with a closing "/"); 4,095 bytes are kept.
-  // A shorter text set over a longer one leaves the old one's tail.
+  // The folders of the trace logs and of the hang log, used as a prefix: they must end in "/". At most 4,095
+  // bytes are kept. A shorter text leaves the rest of a longer one behind it.
   static void SetPath(const char* path);
   static const char* GetPath();
   static void SetHangPath(const char* path);
@@ -48,13 +48,14 @@ class DunraSTTUtils {
   static void SetLogHostnameFlag(long flag);
   static long GetLogHostnameFlag();
 
-  // Makes every folder of a path ("/" or "\" between) and sets the mode of the last to 0755; prints
-  // "path: %s\n" when that fails. Always 0. Paths of 4,095 bytes or more are cut.
+  // Creates every folder of a path (separated by "/" or "\") and sets the mode of the last one to 0755.
+  // Prints "path: %s\n" when the mode cannot be set. Always returns 0. A path of 4,096 bytes or more is cut
+  // to 4,095.
   static int MakeFolders(const char* path);
-  // As strncpy(dst, src, len): exactly len characters, zeros behind a shorter src, no terminator when src is
-  // at least that long. size is ignored.
+  // Copies len characters as strncpy(dst, src, len) does: zeros follow a shorter src, and there is no
+  // terminator when src has len characters or more. size is ignored.
   static void StrNCopy(char* dst, unsigned size, const char* src, unsigned len);
-  // strcat(dst, src); size is ignored. Returns dst.
+  // Appends as strcat(dst, src) does and returns dst. size is ignored.
   static char* StrCate(char* dst, unsigned size, const char* src);
 
  private:
@@ -71,7 +72,8 @@ class DunraSTTUtils {
                               __LINE__, __VA_ARGS__);                                                   \
   } while (false)
 
-// The same for the agent's own lines: a lambda, whose name is "operator()", is no place that a reader finds.
+// DUNRA_TRACE for the agent's own lines. It refuses lambdas: a line that names "operator()" as its function
+// shows nobody where it came from.
 #define DUNRA_NAMED_TRACE(...)                                                                \
   do {                                                                                        \
     static_assert(std::string_view(__func__) != "operator()", "trace from a named function"); \

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr size_t WORK_SIZE = 4096;
+constexpr size_t PATH_COPY_SIZE = 4096;
 constexpr mode_t PARENT_MODE = 0754;
 constexpr mode_t FOLDER_MODE = 0755;
 
@@ -24,7 +24,7 @@ bool IsRooted(const std::string& path) {
 
 int DunraSTTUtils::MakeFolders(const char* path) {
   if (path == nullptr) return 0;
-  std::string work(path, strnlen(path, WORK_SIZE - 1));
+  std::string work(path, strnlen(path, PATH_COPY_SIZE - 1));
   bool skipRoot = IsRooted(work);
   for (size_t i = 0; i < work.size(); ++i) {
     if (!IsSeparator(work[i])) continue;

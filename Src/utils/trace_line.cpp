@@ -18,15 +18,14 @@ constexpr std::array<std::string_view, 6> TAGS = {"FATAL", "ERROR", "WARN", "INF
 constexpr uint64_t EACH_BYTE = 0x0101010101010101;
 constexpr uint64_t HIGH_BITS = 0x80 * EACH_BYTE;
 
-// Lines are put together by hand, since every one of the agent comes this way and printf would take most of
-// its time.
+// Lines are put together by hand: every trace line passes here, and printf would take most of the time.
 
 void PutTwoDigits(char* at, int value) {
   at[0] = static_cast<char>('0' + value / 10);
   at[1] = static_cast<char>('0' + value % 10);
 }
 
-// Rest of the stamp: "mmm]".
+// Adds the time stamp; the rest of it is "mmm]".
 void AddMoment(Text* line, const Second& second, long nanoseconds) {
   const auto milliseconds = static_cast<int>(nanoseconds / NANOSECONDS_PER_MILLISECOND);
   std::array<char, 4> rest = {'0', '0', '0', ']'};
@@ -94,7 +93,7 @@ bool Text::AddSimple(const char* format, va_list arguments) {
   }
 }
 
-// printf takes three times as long for the few conversions that nearly all lines are made of.
+// Most lines use only a few conversions, for which printf takes three times as long.
 void Text::AddFormatted(size_t limit, const char* format, va_list arguments) {
   Text part(end_, end_ + std::min(limit, static_cast<size_t>(last_ - end_)));
   va_list again;
@@ -109,7 +108,7 @@ void Text::AddFormatted(size_t limit, const char* format, va_list arguments) {
 }
 
 bool IsPlain(std::string_view text) {
-  uint64_t found = 0;  // a high bit for each byte of 0x80 and above, and one at least when there is a '%'
+  uint64_t found = 0;  // has a high bit set if any byte is a '%' or at least 0x80
   while (text.size() >= sizeof found) {
     uint64_t word = 0;
     std::memcpy(&word, text.data(), sizeof word);

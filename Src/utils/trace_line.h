@@ -1,4 +1,4 @@
-// What a trace line and its file are made of: functions of texts and of a moment.
+// Builds trace lines and the paths of their files. Pure functions of texts and of a time.
 #ifndef UTILS_TRACE_LINE_H
 #define UTILS_TRACE_LINE_H
 
@@ -11,20 +11,20 @@
 
 namespace trace {
 
-// A second of local time, as lines and paths tell it.
+// One second of local time, as text for lines and paths.
 struct Second {
   char stamp[sizeof "[YYYY/MM/DD hh:mm:ss:"];
   char day[sizeof "YYYYMMDD"];
 };
 
-// Where a line was traced.
+// The source location that a line names.
 struct Place {
   const char* file;
   const char* function;
   int line;
 };
 
-// A text that grows in a buffer of fixed size, which it borrows. What does not fit is cut.
+// A text in a borrowed buffer of fixed size. Whatever does not fit is cut.
 class Text {
  public:
   template <size_t Size>
@@ -37,9 +37,9 @@ class Text {
     end_ += part.size();
     return *this;
   }
-  // As "%0<width>ld".
+  // Adds a number as printf's "%0<width>ld" does.
   Text& AddNumber(long value, size_t width);
-  // What printf makes of it, cut to limit bytes.
+  // Adds what printf makes of it, cut to limit bytes.
   [[gnu::format(printf, 3, 0)]] void AddFormatted(size_t limit, const char* format, va_list arguments);
 
   size_t Size() const { return static_cast<size_t>(end_ - begin_); }
@@ -53,49 +53,50 @@ class Text {
  private:
   Text& AddCut(std::string_view part, size_t room);
   Text(char* begin, char* last) : begin_(begin), end_(begin), last_(last) {}
-  // Up to the first conversion that is none of "%s", "%d" and "%ld", or whose text is null. Returns whether
-  // there was none such.
+  // Formats up to the first conversion other than "%s", "%d" and "%ld", or up to a null text. Returns whether
+  // it got to the end of the format.
   bool AddSimple(const char* format, va_list arguments);
 
   char* begin_;
   char* end_;
-  char* last_;  // kept for the terminator
+  char* last_;  // the buffer's last byte, kept for the terminator
 };
 
-// Bytes of the longest line: a message, and 4,000 for what stands before it.
+// The size of the line buffer: the longest message, and 4,000 bytes for what comes before it.
 inline constexpr size_t LINE_SIZE = 104'000;
-// Beyond what the kernel takes as a path, so that no cut one names another file.
+// Longer than any path that the kernel accepts, so a path that was cut never names another file.
 inline constexpr size_t PATH_SIZE = 12'288;
 
-// "FATAL" to "TRACE" for the levels 0 to 5, empty for any other.
+// "FATAL" to "TRACE" for the levels 0 to 5, an empty text for any other.
 std::string_view LevelTag(long level);
 
-// Whether a text is made of ASCII alone and has no percent sign, as nearly all have: it is UTF-8 then, and
-// its own print format.
+// Whether a text is pure ASCII without a percent sign, as most are. Such a text is valid UTF-8 and can be its
+// own printf format.
 bool IsPlain(std::string_view text);
 
-// The message in UTF-8: as it is when it is valid, else converted from code page 949, else with a '?' for
-// each byte of 0x80 and above.
+// Returns the message in UTF-8: unchanged when it is valid UTF-8, else converted from code page 949, else
+// with '?' for each byte of 0x80 and above.
 std::string ToUtf8(std::string message);
 
-// Bytes that a message may have, once it is UTF-8, in an ordinary line and in the hang log.
+// The longest message in an ordinary line and in a line of the hang log, in bytes of UTF-8.
 inline constexpr size_t MESSAGE_LIMIT = 100'000;
 inline constexpr size_t HANG_LIMIT = 4000;
 
 Second SecondOf(const std::tm& local);
-// The lines up to their message, which is followed by "]\n".
+// Begin a line, up to its message. The message and "]\n" follow.
 void BeginOrdinaryLine(Text* line, const Second& second, long nanoseconds, long level, long channel,
                        const Place& place);
 void BeginHangLine(Text* line, const Second& second, long nanoseconds);
 
-// The text that printf would make of a line that is its own format and has no arguments: "%%" becomes "%",
-// and every other conversion stands as it is, since there is nothing that it could print.
+// Returns what printf would make of a line that is its own format and has no arguments: "%%" becomes "%"; any
+// other conversion stays as it is, because there is no argument to print.
 std::string AsPrintFormat(std::string_view line);
 
-// "<folder>YYYYMMDD/".
+// Adds "<folder>YYYYMMDD/".
 void AddDatedFolder(Text* path, const char* folder, const Second& second);
 
-// The file of an ordinary line ('A') or a hang line ('H'). The host stands in its name unless it is null.
+// Adds the file name of an ordinary line ('A') or a hang line ('H'). It contains the host unless host is
+// null.
 void AddFileName(Text* path, char type, long channel, const Second& second, const char* host);
 
 }  // namespace trace

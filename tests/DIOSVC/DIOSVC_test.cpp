@@ -11,11 +11,11 @@
 
 namespace {
 
-constexpr size_t TAG = 7;  // at the head of a frame: the number of the agent's socket
+constexpr size_t TAG = 7;  // length of a frame's first field, the number of the agent's socket
 const std::string OPEN_OK = "000001 C 000007 OPEN_OK";
 const std::string DATA_OK = "000001 C 000015 DATA_RECEIVE_OK";
 
-// One frame, which comes as a whole; empty at the end of the connection.
+// Receives one frame, which arrives as a whole; empty at the end of the connection.
 std::string Frame(int fd) {
   char bytes[256];
   const ssize_t length = ::recv(fd, bytes, sizeof bytes, 0);
@@ -24,7 +24,7 @@ std::string Frame(int fd) {
 
 class ReportTest : public testing::Test {
  protected:
-  // The result of a report to a server that gives these replies.
+  // Sends a report to a server that gives these two replies. Returns the result.
   long Report(const std::string& first, const std::string& second, int type, const void* data) {
     support::Conversation peer([&](int fd) {
       open_ = Frame(fd);
@@ -49,12 +49,12 @@ class ReportTest : public testing::Test {
   std::string traced_;
 };
 
-TEST_F(ReportTest, IsByteExactForEachType) {
+TEST_F(ReportTest, SendsTheFramesOfEachType) {
   LVCSR_CHANNEL channels[] = {{1, 0}, {2, -1}};
   LVCSR_DATA_CHANNEL status{};
   status.pChannel = channels;
   status.nEntries = 2;
-  status.nChannelCnt = 2'000'000'000;  // more than the engine sent
+  status.nChannelCnt = 2'000'000'000;  // more than the engine has sent
   const int32_t figures[] = {12, 40};
   const struct {
     int type;
@@ -77,43 +77,42 @@ TEST_F(ReportTest, IsByteExactForEachType) {
   status.nChannelCnt = 1;
   EXPECT_EQ(frames::ChannelList(status), "1:0");
   EXPECT_EQ(Report(OPEN_OK, DATA_OK, 9, nullptr), 1);
-  EXPECT_EQ(data_, "") << "an unknown type only opens";
+  EXPECT_EQ(data_, "") << "an unknown type opens the channel only";
 }
 
-TEST_F(ReportTest, TracesWhatTheServerDidWrong) {
+TEST_F(ReportTest, TracesEachFailureOfTheServer) {
   const struct {
+    const char* what;
     std::string open, data, traced;
   } cases[] = {
-      {"short", "", "[ SVC_OPEN ] : Header Pack Recv Failed."},
-      {"000001 C 999999 OPEN_OK", "", "[ SVC_OPEN ] : Data Pack Recv Failed(999999 )"},
-      {"000001 C 000007 OPEN_NO", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(7)"},
-      {"%n%s%n%s%-00005 ", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(0)"},
-      {OPEN_OK, "bad", "[ CH_DATA ] : Header Pack Recv Failed."},
-      {OPEN_OK + "and more", DATA_OK, "[ CH_DATA ] : Data Pack Recv Failed("},
-      {OPEN_OK, "000001 C 000014 DATA_RECEIVE_O", "[ CH_DATA ] : Data Pack Recv Failed(14)"},
+      {"short header", "short", "", "[ SVC_OPEN ] : Header Pack Recv Failed."},
+      {"short body", "000001 C 999999 OPEN_OK", "", "[ SVC_OPEN ] : Data Pack Recv Failed(999999 )"},
+      {"other answer", "000001 C 000007 OPEN_NO", "", "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(7)"},
+      {"conversions, negative length", "%n%s%n%s%-00005 ", "",
+       "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(0)"},
+      {"short second header", OPEN_OK, "bad", "[ CH_DATA ] : Header Pack Recv Failed."},
+      {"reply too long", OPEN_OK + "and more", DATA_OK, "[ CH_DATA ] : Data Pack Recv Failed("},
+      {"second answer cut", OPEN_OK, "000001 C 000014 DATA_RECEIVE_O",
+       "[ CH_DATA ] : Data Pack Recv Failed(14)"},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(Report(c.open, c.data, 1, nullptr), -1);
-    EXPECT_TRUE(Traced(c.traced)) << c.traced << "\n" << traced_;
-    EXPECT_TRUE(Traced(c.data.empty() ? "svc ch open fail." : "svc Alam Send fail."));
+    EXPECT_EQ(Report(c.open, c.data, 1, nullptr), -1) << c.what;
+    EXPECT_TRUE(Traced(c.traced)) << c.what << "\n" << traced_;
+    EXPECT_TRUE(Traced(c.data.empty() ? "svc ch open fail." : "svc Alam Send fail.")) << c.what;
   }
 }
 
-TEST(ReportData, OfNoPossibleLengthIsRefused) {
-  CDIOSVC service;
+TEST(ReportData, RefusesNegativeLengths) {
   DunraSTTUtils::SetLogLevel(TRACE_INFO);
-  for (const auto& [length, size] : {std::pair(-1L, "[30]"), {LONG_MIN, "[31]"}}) {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(service.SOCK_SVC_DATA_SEND("x", length, 1), -1);
-    const std::string traced = testing::internal::GetCapturedStdout();
-    EXPECT_NE(traced.find(std::string("[ CH_DATA ] : malloc fail Request Size") + size + ", Error[12]"),
-              std::string::npos)
-        << traced;
-  }
+  testing::internal::CaptureStdout();
+  for (const long length : {-1L, LONG_MIN}) EXPECT_EQ(CDIOSVC().SOCK_SVC_DATA_SEND("x", length, 1), -1);
+  const std::string traced = testing::internal::GetCapturedStdout();
   DunraSTTUtils::SetLogLevel(0);
+  for (const char* size : {"[30]", "[31]"})
+    EXPECT_EQ(support::Count(traced, std::string("malloc fail Request Size") + size + ", Error[12]"), 1U);
 }
 
-TEST(FramesTest, AlarmTextsByCode) {
+TEST(FramesTest, CarryTheTextOfTheirAlarmCode) {
   const char* texts[] = {
       "", "Tovik Start", "Memory Check", "Cpu Check", "DunraSTT Check", "", "", "Work Channel Check", ""};
   for (int code = -1; code < 8; ++code) EXPECT_STREQ(AlarmText(code), texts[code + 1]);

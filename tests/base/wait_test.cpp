@@ -1,4 +1,4 @@
-// Waits, and what a signal that is pending during start-up does to them.
+// Waits on descriptors, and the signals that cut them during start-up.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ std::counting_semaphore<> released(0);
 
 }  // namespace
 
-// The system's resolver, replaced for one name, whose look-up hangs.
+// Replaces the system's resolver for one name, whose look-up hangs until `release`.
 extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints, addrinfo** list) {
   if (std::strcmp(host, "hanging.test") == 0 && (hints->ai_flags & AI_NUMERICHOST) == 0) {
     release.acquire();
@@ -40,7 +40,7 @@ class WaitTest : public testing::Test {
   base::UniqueFd other_;
 };
 
-TEST_F(WaitTest, TellsReadyTimeOutAndError) {
+TEST_F(WaitTest, ReturnsReadyTimeOutOrError) {
   char byte = 0;
   EXPECT_EQ(base::WaitDescriptor(one_.Get(), POLLIN, 10), 0);
   EXPECT_EQ(base::ReceiveSome(one_.Get(), &byte, 1, 10), -1);
@@ -54,7 +54,7 @@ TEST_F(WaitTest, TellsReadyTimeOutAndError) {
   }
 }
 
-TEST_F(WaitTest, MovesMoreThanTheBuffersHold) {
+TEST_F(WaitTest, TransfersMoreThanTheSocketBuffersHold) {
   std::string data(4'000'000, '\0');
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i % 251);
   std::string got(data.size(), '\0');
@@ -65,7 +65,7 @@ TEST_F(WaitTest, MovesMoreThanTheBuffersHold) {
   EXPECT_TRUE(got == data);
 }
 
-TEST_F(WaitTest, APendingSignalEndsTheWaitsOfStartUp) {
+TEST_F(WaitTest, APendingSignalCutsEveryWait) {
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, SIGTERM);
@@ -81,10 +81,9 @@ TEST_F(WaitTest, APendingSignalEndsTheWaitsOfStartUp) {
     EXPECT_EQ(errno, ECANCELED);
   }
   const timespec none{};
-  EXPECT_EQ(::sigtimedwait(&set, nullptr, &none), SIGTERM) << "it is kept";
-  release.release();  // the late answer meets nobody
+  EXPECT_EQ(::sigtimedwait(&set, nullptr, &none), SIGTERM) << "the signal stays pending";
+  release.release(2);  // for the abandoned look-up and for the next one
   released.acquire();
-  release.release();
   EXPECT_EQ(base::Resolve("hanging.test", "25", AF_UNSPEC, IPPROTO_TCP, &list), EAI_AGAIN);
   EXPECT_EQ(base::Resolve("localhost", "25", AF_UNSPEC, IPPROTO_TCP, &list), 0);
 }

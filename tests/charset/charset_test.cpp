@@ -22,29 +22,29 @@ std::string Encode(const std::string& text) {
   return {out, length};
 }
 
-TEST(Encode, TextsAtEveryPlaceInALongerOne) {
+TEST(Encode, ConvertsEachCharacterAtEveryOffset) {
   const struct {
+    const char* what;
     std::string in, out;
   } cases[] = {
-      {"plain\r\n\x7F", "plain\r\n\x7F"},
-      {"a\0b"s, "a\0b"s},
-      {"1\xB0\xA1\x81\x41" + "2"s, "1\xEA\xB0\x80\xEA\xB0\x82" + "2"s},
-      {"\xA1\xA4", "\x82\xB7"},                  // the middle dot, in its own two bytes
-      {"\xA2\xE6\xA2\xE7", "\xC0\xA0\xC0\xA0"},  // euro and registered sign came later
-      {"\xB0", "\xC0\xA0"},                      // a lead byte at the end, with the terminator
-      {"\x81\x40", FAILED},
-      {"\xB0\xA1\xCA\xA1", FAILED},  // a Hanja spoils the whole text
+      {"ASCII", "plain\r\n\x7F", "plain\r\n\x7F"},
+      {"NUL", "a\0b"s, "a\0b"s},
+      {"Hangul", "1\xB0\xA1\x81\x41" + "2"s, "1\xEA\xB0\x80\xEA\xB0\x82" + "2"s},
+      {"the middle dot, not in UTF-8", "\xA1\xA4", "\x82\xB7"},
+      {"euro and registered sign, not mapped", "\xA2\xE6\xA2\xE7", "\xC0\xA0\xC0\xA0"},
+      {"a lead byte at the end", "\xB0", "\xC0\xA0"},
+      {"below the first code", "\x81\x40", FAILED},
+      {"Hanja after Hangul", "\xB0\xA1\xCA\xA1", FAILED},
   };
   for (const auto& c : cases) {
     for (size_t before = 0; before < 40; before++) {
       const std::string head(before, 'x');
-      EXPECT_EQ(Encode(head + c.in), c.out == FAILED ? FAILED : head + c.out) << before << c.in;
+      EXPECT_EQ(Encode(head + c.in), c.out == FAILED ? FAILED : head + c.out) << c.what << " at " << before;
     }
   }
 }
 
-// Every pair of a lead byte and another: how many come out in each form, and all Hangul comes back.
-TEST(Codec, SweepOfAllCodes) {
+TEST(Encode, ConvertsAllCodesAndDecodeReturnsTheHangul) {
   size_t failed = 0, unmapped = 0, twoBytes = 0, hangul = 0;
   for (unsigned code = 0x8000; code <= 0xFFFF; code++) {
     const std::string in = {static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)};
@@ -61,45 +61,55 @@ TEST(Codec, SweepOfAllCodes) {
   EXPECT_EQ(hangul, 11172U);
 }
 
-TEST(Decode, KnowsSyllablesOnly) {
+TEST(Decode, ConvertsOnlyAsciiAndSyllables) {
   char out[6];
-  EXPECT_EQ(decode_UTF8("x\xC3\xA9\xEA\xB0", 5, out, sizeof out), 5);  // two bytes long, or cut off
+  EXPECT_EQ(decode_UTF8("x\xC3\xA9\xEA\xB0", 5, out, sizeof out), 5);  // a two-byte character, a cut one
   EXPECT_STREQ(out, "x    ");
-  EXPECT_EQ(decode_UTF8("\xED\x9E\xA4", 3, out, sizeof out), -1);  // behind the last one
+  EXPECT_EQ(decode_UTF8("\xED\x9E\xA4", 3, out, sizeof out), -1);  // beyond the last syllable
+  EXPECT_EQ(decode_UTF8("abcdef", 6, out, sizeof out), -1);        // no room for the terminator
 }
 
-TEST(IsUtf8, FormsAtEveryPlaceInAText) {
+TEST(IsUtf8, JudgesEachFormAtEveryOffset) {
   const struct {
+    const char* what;
     std::string text;
     int result;
   } cases[] = {
-      {"\xC3\xA9", 1},
-      {"\xEA\xB0\x80", 1},
-      {"\xF7\xBF\xBF\xBF", 1},
-      {"\xFD\xBF\xBF\xBF\xBF\xBF", 1},
-      {"\x80", 0},
-      {"\xEA\xB0\x80\x80", 0},
-      {"\xFC\x80\x80\x80\x80", 0},
-      {"\xC3" + std::string(32, 'a') + "\xA9", 0},
-      {"\xFE\x80\x80\x80\x80\x80\x80", 0},
+      {"two bytes", "\xC3\xA9", 1},
+      {"three bytes", "\xEA\xB0\x80", 1},
+      {"four bytes", "\xF7\xBF\xBF\xBF", 1},
+      {"six bytes", "\xFD\xBF\xBF\xBF\xBF\xBF", 1},
+      {"a continuation byte alone", "\x80", 0},
+      {"a continuation byte too many", "\xEA\xB0\x80\x80", 0},
+      {"a continuation byte too few", "\xFC\x80\x80\x80\x80", 0},
+      {"a continuation byte too late", "\xC3" + std::string(32, 'a') + "\xA9", 0},
+      {"seven bytes", "\xFE\x80\x80\x80\x80\x80\x80", 0},
   };
   for (const auto& c : cases) {
     for (const std::string filler : {"a", "\xEA\xB0\x80", "\xEA\xB0\x80 ", "\xFC\x80\x80\x80\x80\x80"}) {
       for (std::string head; head.size() < 100; head += filler) {
-        EXPECT_EQ(is_UTF8((head + c.text).c_str()), c.result) << head << c.text;
-        EXPECT_EQ(is_UTF8((head + c.text + head).c_str()), c.result) << head << c.text;
+        for (const std::string& text : {head + c.text, head + c.text + head})
+          EXPECT_EQ(is_UTF8(text.c_str()), c.result) << c.what << ": " << text;
       }
     }
   }
 }
 
-// The limit is of UTF-8: three bytes for Hangul, two for what has no mapping and for half a character.
-TEST(Length, PrefixEndsAtACharacter) {
-  const std::tuple<const char*, size_t, size_t> cases[] = {
-      {"abc", 2, 2},        {"abc", 9, 3},      {"\xB0\xA1\xB0\xA2", 5, 2}, {"\xB0\xA1\xB0\xA2", 6, 4},
-      {"a\xA1\xA4z", 3, 3}, {"a\x81\xFF", 2, 1}};
-  for (const auto& [text, limit, bytes] : cases)
-    EXPECT_EQ(charset::PrefixWithinUtf8(text, limit).size(), bytes) << text;
+TEST(Length, PrefixHoldsWholeCharactersWithinTheLimitOfUtf8) {
+  const struct {
+    const char *what, *text;
+    size_t limit, bytes;
+  } cases[] = {
+      {"ASCII", "abc", 2, 2},
+      {"a text below the limit", "abc", 9, 3},
+      {"a syllable too much", "\xB0\xA1\xB0\xA2", 5, 2},
+      {"two syllables that fit", "\xB0\xA1\xB0\xA2", 6, 4},
+      {"a two-byte sign that fits", "a\xA1\xA4z", 3, 3},
+      {"a code without mapping too much", "a\x81\xFF", 2, 1},
+      {"half a character", "a\xB0", 9, 1},
+  };
+  for (const auto& c : cases) EXPECT_EQ(charset::PrefixWithinUtf8(c.text, c.limit).size(), c.bytes) << c.what;
+  EXPECT_EQ(charset::Utf8Length("a\xB0\xA1\xFE\xA1"), 1U + 3U + 2U);
 }
 
 TEST(Repair, EachLineByItself) {

@@ -15,14 +15,14 @@ void CheckEncode(const std::string& text) {
   if (result != 0) return;
   HOLDS(out[length] == '\0' && length >= text.size() && length <= text.size() / 2 * 3 + text.size() % 2 * 2);
   std::string back(text.size() + 1, '\0');
-  // Texts of ASCII and syllables come back as they were.
+  // A text of ASCII and syllables survives the round trip.
   if (decode_UTF8(out, int32_t(length), back.data(), int32_t(back.size())) == int32_t(text.size()) &&
       std::strlen(out) == length && std::strchr(back.data(), ' ') == nullptr) {
     HOLDS(back == text + '\0');
   }
 }
 
-// Out of and into blocks of exactly these sizes.
+// Decodes with buffers of exactly the needed sizes, so that the sanitizer sees every byte too many.
 void CheckDecode(const std::string& text, size_t room) {
   const std::vector<char> exact(text.c_str(), text.c_str() + text.size() + 1);
   std::vector<char> out(room);

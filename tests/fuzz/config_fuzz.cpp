@@ -1,4 +1,4 @@
-// The configuration file, and the expansions of its name and of its paths.
+// The configuration file, and the expansion of its name and of the paths in it.
 #include "Tovik/config/config.h"
 #include "Tovik/config/config_line.h"
 #include "base/format.h"

@@ -1,4 +1,4 @@
-// The engine's answer to a channel query: header and payload from a socket, and what is made of the payload.
+// The engine's reply to a channel query: header and payload from a socket, and the decoded payload.
 #include "DIOSVC/frames.h"
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_socket.h"

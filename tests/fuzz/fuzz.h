@@ -1,4 +1,4 @@
-// What the fuzz targets share. A target is a function of a text; what must hold for it is checked with HOLDS.
+// Shared by the fuzz targets. A target is a function of a text and checks its conditions with HOLDS.
 #ifndef TESTS_FUZZ_FUZZ_H
 #define TESTS_FUZZ_FUZZ_H
 
@@ -16,7 +16,7 @@
 
 #include "base/owners.h"
 
-// Opens the body of a target.
+// Begins the definition of a target.
 #define FUZZ_TARGET(text)                                                   \
   static void Check(const std::string& text);                               \
   extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { \
@@ -33,7 +33,7 @@
 
 namespace fuzz {
 
-// A file that holds these bytes, by its path.
+// A file with this content, without a place on the disk.
 class MemoryFile {
  public:
   explicit MemoryFile(std::string_view content) : fd_(::memfd_create("input", MFD_CLOEXEC)) {
@@ -47,8 +47,8 @@ class MemoryFile {
   std::string path_;
 };
 
-// Runs it; more than a millisecond of processor time for a line of the text (ten, for instrumented code is
-// slower), three times in a row, is a finding.
+// Runs function and limits its processor time: 10 ms for each line of the text. (The aim is 1 ms;
+// instrumented code is slower.) It is a finding when three runs in a row take longer.
 template <typename Function>
 void Quickly(std::string_view text, Function function) {
   const auto limit = CLOCKS_PER_SEC / 100 * (std::count(text.begin(), text.end(), '\n') + 1);

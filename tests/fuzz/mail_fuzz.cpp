@@ -1,4 +1,5 @@
-// The texts of a mail: folded headers, doubled dots, split lines, base64, and what a session takes.
+// The texts of a mail: folded headers, doubled dots, split lines, base64, and the texts that a session
+// accepts.
 #include <openssl/evp.h>
 
 #include "fuzz/fuzz.h"
@@ -20,7 +21,7 @@ std::string Replaced(std::string text, const std::string& from, const std::strin
   return text;
 }
 
-// Folds stand for blanks, and a line that is too long has no blank behind a word to break it at.
+// Folding replaces blanks only, and a line that is still too long has no blank after a word.
 void CheckFold(const std::string& text, size_t width) {
   if (text.find_first_of("\t\r\n") != std::string::npos) return;
   const base::UniqueText folded(smtp_fold_whitespace(text.c_str(), width));
@@ -36,7 +37,7 @@ void CheckFold(const std::string& text, size_t width) {
   }
 }
 
-// Cut behind n bytes, or behind the character that would be cut.
+// Each line has n bytes, or up to 3 more so that no character is cut.
 void CheckSplit(const std::string& text, size_t n) {
   const base::UniqueText split(smtp_chunk_split(text.c_str(), n, "\n"));
   if (split == nullptr || text.find('\n') != std::string::npos) return;
@@ -76,7 +77,7 @@ FUZZ_TARGET(input) {
   HOLDS(stuffed.get() == Replaced(text, "\n.", "\n.."));
   CheckSplit(text, n + 1);
   CheckBase64(bytes, n % 4 + 1);
-  // Whatever a session takes can add no line to the mail.
+  // A text that a session accepts cannot add a line to the mail.
   smtp_session sessions[5];
   const int taken[] = {smtp_header_add(&sessions[0], "Subject", text.c_str()),
                        smtp_header_add(&sessions[1], text.c_str(), "value"),

@@ -1,4 +1,4 @@
-// A management server's replies: everything that it sends in one connection is there from the beginning.
+// A management server's replies. All bytes of the connection are sent at its start.
 #include "DIOSVC/CDIOSVC.h"
 #include "DIOSVC/frames.h"
 #include "DIOSVC/report_types.h"

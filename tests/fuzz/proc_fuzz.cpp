@@ -1,4 +1,4 @@
-// Texts of the process file system: status, stat and command line.
+// The parsers of the process file system: status, stat (checked against sscanf) and command line.
 #include "fuzz/fuzz.h"
 #include "sysinfo/qxapi_internal.h"
 

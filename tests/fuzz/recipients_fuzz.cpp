@@ -1,5 +1,5 @@
-// A recipient file: words as a stream reads them, cut, two for a line; and its lines, of which the mail
-// client takes each that passes.
+// A recipient file: two words for each line, cut to their limit, checked against a stream; and its lines, of
+// which the mail client takes each that passes.
 #include <sstream>
 
 #include "Tovik/alarms/recipient_line.h"
@@ -18,7 +18,7 @@ FUZZ_TARGET(text) {
   const auto next = [&] {
     std::string word;
     in >> word;
-    // Texts of the list end at a NUL.
+    // The list's texts end at a NUL.
     return std::string(word.substr(0, EMAIL_WORD).c_str());
   };
   for (int64_t i = 0; i < count; ++i) {

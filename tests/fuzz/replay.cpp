@@ -1,4 +1,4 @@
-// Runs a target on every file of the folders named: what the fuzzer's own driver does when it is not fuzzing.
+// Runs a target on every file of the given folders, as the fuzzer's own driver does when it does not fuzz.
 #include "fuzz/fuzz.h"
 #include "support/support.h"
 
@@ -9,7 +9,7 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
       const std::string content = support::ReadFile(entry.path());
-      // What the target breaks off at is the last file named.
+      // When the target aborts, the last name printed is the file that did it.
       std::fprintf(stderr, "%s\n", entry.path().c_str());
       LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(content.data()), content.size());
       ++count;

@@ -1,4 +1,4 @@
-// The engine's result file, against fgets, strtol and strtod.
+// The engine's result file, checked against fgets, strtol and strtod.
 #include <array>
 #include <climits>
 #include <cmath>

@@ -1,4 +1,4 @@
-// The mail server's replies: whatever the pieces are in which they come, the code is the same.
+// The mail server's replies: the code must not depend on the pieces in which they arrive.
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_internal.h"
 
@@ -34,7 +34,7 @@ FUZZ_TARGET(bytes) {
   int code = 0;
   fuzz::Quickly(text, [&] { code = CodeInPieces(text, text.size()); });
   HOLDS(code == -1 || text.find(std::to_string(code)) != text.npos);
-  // A bound is met where a read ends.
+  // The limits apply at the end of a read, so they depend on the pieces.
   const bool bounded = std::count(text.begin(), text.end(), '\n') >= SMTP_REPLY_LINE_LIMIT - 1 ||
                        text.size() >= SMTP_LINE_LIMIT;
   HOLDS(bounded || CodeInPieces(text, other) == code);

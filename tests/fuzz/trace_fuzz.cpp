@@ -1,4 +1,4 @@
-// What becomes of a message on its way into the trace.
+// The conversion of a message for the trace.
 #include "fuzz/fuzz.h"
 #include "utils/trace_line.h"
 
@@ -16,7 +16,7 @@ FUZZ_TARGET(bytes) {
   HOLDS(line.Size() == std::min(head + converted.size() + 2, sizeof buffer - 1));
   HOLDS(!trace::IsPlain(text) || (converted == text && trace::AsPrintFormat(text) == text));
 
-  // Doubling every percent sign undoes what the expansion does, and nothing else is touched.
+  // The expansion halves each doubled percent sign and changes nothing else.
   std::string doubled;
   for (const char c : text) doubled += c == '%' ? "%%" : std::string(1, c);
   HOLDS(trace::AsPrintFormat(doubled) == text);

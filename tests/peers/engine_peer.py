@@ -1,12 +1,13 @@
 #!/usr/bin/python3
 """A speech engine that answers channel queries, in the binary framing.
 
-It prints its port once it listens, --load seconds after its start. With --figures it reads the channels that it has
-and uses ("8 2") from that file for each query. Connections follow the words of --script in turn:
+It starts listening after --load seconds and then prints its port. With --figures it reads its numbers of channels and
+of used channels ("8 2") from that file for each query. Each connection takes the next word of --script:
 
-  ok          the whole status                  announce:N  announces N bytes, sends the payload and closes
-  cut:N       sends N bytes of the payload      garbage     text in place of everything, of a handshake too
-  stall:N     as cut:N, and stays silent        silent      takes the query    mute        takes the connection
+  ok          sends the whole status            announce:N  announces N bytes, sends the payload and closes
+  cut:N       sends N bytes of the payload      garbage     sends text instead, also instead of a handshake
+  stall:N     as cut:N, but does not close      silent      reads the query, sends nothing
+  mute        accepts the connection, sends nothing
 """
 import pathlib
 import socket

@@ -1,16 +1,16 @@
 #!/usr/bin/python3
-"""Stands before the server on port --to and spoils what it says.
+"""Forwards connections to the server on port --to and spoils its replies.
 
-Connections follow the words of --script in turn; without one, a share of --failing of them takes one of the first
-four at random and the others pass.
+Each connection takes the next word of --script. Without a script, a share --failing of the connections takes one of
+the first four words at random, and the others pass.
 
-  reset      resets the connection at once          cut:N      passes N bytes of the server's and closes
+  reset      resets the connection at once          cut:N      passes N bytes from the server and closes
   close      closes it                              reset:N    passes N bytes and resets
   garbage    sends arbitrary bytes and closes       stall:N    passes N bytes and is silent until the client leaves
   silence    says nothing for a while               endless:N  passes N bytes, then lines without end
   pass       passes everything                      drip:S     passes a byte every S seconds
 
-The first four never reach the server: whatever it has taken was delivered, and nothing that it has not taken was.
+The first four never reach the server. So a message was delivered exactly when the server has it.
 """
 import random
 import socket
@@ -59,7 +59,7 @@ def spoil(server, client, kind, argument, client_gone):
         client_gone()
     while kind == "endless":
         client.sendall(b"250-x\r\n" * 1000)
-        time.sleep(0.001)  # a reader that keeps everything gets some megabytes
+        time.sleep(0.001)  # so a reader without a limit gets megabytes, not all memory
     return None
 
 
@@ -72,7 +72,7 @@ def handle(client, kind, argument):
         try:
             spoil(server, client, kind, argument, there.join)
         finally:
-            # Nobody may sit in the client's socket when it is reset. This end of it does not show outside.
+            # No thread may still use the client's socket when it is reset. The client does not see this shutdown.
             client.shutdown(socket.SHUT_RD)
             there.join()
     return peer.reset(client) if kind == "reset" else None

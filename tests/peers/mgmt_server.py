@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""A management server that appends every frame it gets to --record, as a line of JSON.
+"""A management server that appends every frame it receives to --record, as a line of JSON.
 
-A line has "event" (always "frame"), "time" (seconds since the epoch), "header", "body", "extra" (what followed
-uncounted, in hexadecimal) and "hex" (all of it). With --silent it answers the first frame of a connection only.
+A line has "event" (always "frame"), "time" (seconds since the epoch), "header", "body", "extra" (the bytes after the
+counted ones, in hexadecimal) and "hex" (all of them). With --silent it answers the first frame of a connection only.
 """
 import json
 import time

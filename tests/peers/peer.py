@@ -1,4 +1,4 @@
-"""What the scripted peers share: options, connections that follow a script, files that are complete once there."""
+"""Shared by the scripted peers: options, connections that follow a script, and files that appear complete."""
 import argparse
 import itertools
 import socket
@@ -7,7 +7,7 @@ import threading
 
 
 def options(about, **defaults):
-    """The command line: an option for each name, of its default's type; None stands for a text, False for a flag."""
+    """Parses the command line: one option per name, with the type of its default (None: text, False: flag)."""
     parser = argparse.ArgumentParser(description=about, formatter_class=argparse.RawDescriptionHelpFormatter)
     for name, default in defaults.items():
         word = "--" + name.replace("_", "-")
@@ -19,9 +19,9 @@ def options(about, **defaults):
 
 
 def listen(port=0):
-    """Port 0 is one that the kernel chooses; printed once it listens."""
+    """Listens on a port (0: the kernel chooses one) and prints it."""
     listener = socket.create_server(("127.0.0.1", port), backlog=128)
-    # Connections inherit it: no reply in several pieces waits for the client's delayed acknowledgement.
+    # Connections inherit this: a reply in several pieces must not wait for the client's delayed acknowledgement.
     listener.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     print(f"port {listener.getsockname()[1]}", flush=True)
     return listener

@@ -1,7 +1,10 @@
 #!/usr/bin/env python3
-"""Runs a program whose standard output and error end at a reader that does not read: silent_reader.py pipe|pty|socket
-FOLDER PROGRAM WORD... The reader begins once FOLDER/read is there, and adds what it gets to FOLDER/heard. It ends with
-the program."""
+"""Runs a program whose standard output and error go to a reader that does not read.
+
+silent_reader.py pipe|pty|socket FOLDER PROGRAM WORD...
+
+The reader starts to read when FOLDER/read exists and appends what it receives to FOLDER/heard. It ends with the program.
+"""
 import os
 import pty
 import select

@@ -1,4 +1,4 @@
-// The dialogue with a mail server, byte for byte, and what each of its failures comes to.
+// The dialogue with a mail server, byte for byte, and the status after each failure.
 #include <gtest/gtest.h>
 
 #include "smtp/smtp_internal.h"
@@ -9,8 +9,8 @@ namespace {
 const std::string OK = "250 ok";
 const std::string GO = "354 go";
 
-// A mail server that says all its replies at once and keeps what it gets. "flood TEXT" is the text without
-// end, "end" ends its side.
+// A mail server that sends all its replies at once and keeps what it receives. "flood TEXT" repeats the text
+// for ever, "end" closes its side.
 class MailPeer {
  public:
   explicit MailPeer(const std::vector<std::string>& replies)
@@ -26,13 +26,13 @@ class MailPeer {
           }
           received_ = support::Receive(fd, 1'000'000);
         }) {}
-  // A session with it, which the test closes.
+  // Opens a session with this server. The test closes it.
   smtp_session* Open() const {
     smtp_session* session = nullptr;
     smtp_open("127.0.0.1", std::to_string(peer_.Port()).c_str(), 0, 0, nullptr, &session);
     return session;
   }
-  // Waits for the client's end; all that it sent.
+  // Waits until the client has closed. Returns everything that it sent.
   const std::string& Received() {
     peer_.Finish();
     return received_;
@@ -43,7 +43,7 @@ class MailPeer {
   support::Conversation peer_;
 };
 
-TEST(SmtpWire, SilenceCostsTheTimeout) {
+TEST(SmtpWire, ReadsAndWritesEndAtTheTimeOut) {
   smtp_session session;
   auto [near, peer] = support::SocketPair();
   session.sock.Reset(near.Release());
@@ -57,7 +57,7 @@ TEST(SmtpWire, SilenceCostsTheTimeout) {
   EXPECT_EQ(smtp_write(&session, text.data(), text.size()), SMTP_SEND_FAILED);
 }
 
-// That no text adds a line to the mail is up to the fuzz target "mail".
+// The fuzz target "mail" checks that no text adds a line to the mail.
 TEST(SmtpLists, RefusesTextsThatBreakTheirRule) {
   const auto key = [](smtp_session* s, const char* text) { return smtp_header_add(s, text, "v"); };
   const auto value = [](smtp_session* s, const char* text) { return smtp_header_add(s, "Key", text); };
@@ -82,12 +82,12 @@ TEST(SmtpLists, RefusesTextsThatBreakTheirRule) {
       smtp_session session;
       EXPECT_EQ(rule.add(&session, text), SMTP_INVALID) << (text == nullptr ? "null" : text);
       EXPECT_EQ(session.headers.size() + session.addresses.size() + session.attachments.size(), 0U);
-      EXPECT_EQ(smtp_header_add(&session, "Fine", "v"), SMTP_INVALID);  // the session is lost
+      EXPECT_EQ(smtp_header_add(&session, "Fine", "v"), SMTP_INVALID);  // the status stays
     }
   }
 }
 
-TEST(SmtpMail, IsPrintedByteForByte) {
+TEST(SmtpMail, IsSentByteForByte) {
   MailPeer peer({"220 hello", OK, OK, "550 no", OK, OK, OK, GO, OK});
   smtp_session* session = peer.Open();
   smtp_address_add(session, SMTP_ADDRESS_BCC, "h@y", "Hidden");
@@ -129,7 +129,7 @@ TEST(SmtpMail, IsPrintedByteForByte) {
           line.substr(0, 78) + "\r\n" + line.substr(78) + "YQ==\r\n\r\n\r\n--BOUNDARY--\r\n.\r\nQUIT\r\n");
 }
 
-TEST(SmtpMail, EachReplyHasItsConsequence) {
+TEST(SmtpMail, EndsWithTheStatusOfTheFirstFailure) {
   const std::string HELLO = "220 hello";
   const std::string plain = "AUTH PLAIN AHVzZXIAcGFzcw==\r\n";
   const std::string login = "AUTH LOGIN dXNlcg==\r\n";
@@ -138,36 +138,37 @@ TEST(SmtpMail, EachReplyHasItsConsequence) {
       envelope +
       "Content-Type: text/plain\r\nDate: today\r\nFrom: <a@x>\r\nTo: <b@y>\r\n\nbody\n..dot\r\n.\r\n";
   const struct {
+    const char* what;
     int method;
     std::vector<std::string> replies;
     int status, timeout;
-    std::string sent;  // between EHLO and QUIT; "?": cut by the flood
+    std::string sent;  // between EHLO and QUIT; "?": unknown, because of the flood
     const char* sender = "a@x";
   } cases[] = {
-      {1, {"554 away", "502 what", "550 no", "x", GO, OK}, 0, 600, mail},
-      {1, {"flood a"}, SMTP_HANDSHAKE_FAILED, 300, "?"},
-      {1, {HELLO, "flood 250-x\r\n"}, SMTP_HANDSHAKE_FAILED, 300, "?"},
-      {2, {HELLO, OK, "235-a\r\n235 b", OK, OK, GO, OK}, 0, 600, plain + mail},
-      {3, {HELLO, OK, "334 UGFz", "235 in", OK, OK, GO, OK}, 0, 600, login + "cGFzcw==\r\n" + mail},
-      {4, {HELLO, OK}, SMTP_INVALID, 300, ""},
-      {2, {HELLO, OK, "250 ok"}, SMTP_AUTH_FAILED, 300, plain},
-      {3, {HELLO, OK, "504 no"}, SMTP_AUTH_FAILED, 300, login},
-      {3, {HELLO, OK, "334 UGFz", "535 no"}, SMTP_AUTH_FAILED, 300, login + "cGFzcw==\r\n"},
-      {1, {HELLO, OK, "flood x"}, SMTP_RECEIVE_FAILED, 300, "?"},
-      {1, {HELLO, OK, OK, OK, "354"}, SMTP_UNEXPECTED_CODE, 120, envelope},
-      {1, {HELLO, OK, OK, OK, GO, "552 too big"}, SMTP_UNEXPECTED_CODE, 600, mail},
-      {1, {HELLO, OK, OK, OK, GO, "end"}, SMTP_UNEXPECTED_CODE, 600, mail},
-      {1, {HELLO, OK}, SMTP_INVALID, 300, "", nullptr},
+      {"unchecked refusals", 1, {"554 away", "502 what", "550 no", "x", GO, OK}, 0, 600, mail},
+      {"greeting without end", 1, {"flood a"}, SMTP_HANDSHAKE_FAILED, 300, "?"},
+      {"EHLO reply without end", 1, {HELLO, "flood 250-x\r\n"}, SMTP_HANDSHAKE_FAILED, 300, "?"},
+      {"PLAIN", 2, {HELLO, OK, "235-a\r\n235 b", OK, OK, GO, OK}, 0, 600, plain + mail},
+      {"LOGIN", 3, {HELLO, OK, "334 a", "235 b", OK, OK, GO, OK}, 0, 600, login + "cGFzcw==\r\n" + mail},
+      {"unknown method", 4, {HELLO, OK}, SMTP_INVALID, 300, ""},
+      {"PLAIN, other code", 2, {HELLO, OK, OK}, SMTP_AUTH_FAILED, 300, plain},
+      {"LOGIN, user refused", 3, {HELLO, OK, "504 no"}, SMTP_AUTH_FAILED, 300, login},
+      {"password refused", 3, {HELLO, OK, "334 a", "535"}, SMTP_AUTH_FAILED, 300, login + "cGFzcw==\r\n"},
+      {"sender reply without end", 1, {HELLO, OK, "flood x"}, SMTP_RECEIVE_FAILED, 300, "?"},
+      {"DATA reply too short", 1, {HELLO, OK, OK, OK, "354"}, SMTP_UNEXPECTED_CODE, 120, envelope},
+      {"mail refused", 1, {HELLO, OK, OK, OK, GO, "552 too big"}, SMTP_UNEXPECTED_CODE, 600, mail},
+      {"no final reply", 1, {HELLO, OK, OK, OK, GO, "end"}, SMTP_UNEXPECTED_CODE, 600, mail},
+      {"no sender", 1, {HELLO, OK}, SMTP_INVALID, 300, "", nullptr},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(&c - cases));
+    SCOPED_TRACE(c.what);
     MailPeer peer(c.replies);
     smtp_session* session = peer.Open();
     smtp_auth(session, c.method, "user", "pass");
     if (c.sender != nullptr) smtp_address_add(session, SMTP_ADDRESS_FROM, c.sender, nullptr);
     smtp_address_add(session, SMTP_ADDRESS_TO, "b@y", "");
     smtp_header_add(session, "Date", "today");
-    smtp_header_add(session, "Content-Type", "text/plain");  // so the body is left alone
+    smtp_header_add(session, "Content-Type", "text/plain");  // so the body is sent as it is
     smtp_attachment_add_mem(session, "a.txt", "a", 1);
     EXPECT_EQ(smtp_mail(session, "\nbody\n.dot"), c.status);
     EXPECT_EQ(session->readTimeout, c.timeout);

@@ -1,5 +1,4 @@
-// Texts, dates and files of mails. Their round trips are the fuzz target "mail"; here is what it takes for
-// granted.
+// Texts, dates and files of mails. The fuzz target "mail" checks the round trips; these tests check the rest.
 #include "smtp/smtp_base64.h"
 #include "smtp/smtp_base64_lines.h"
 #include "smtp/smtp_date.h"
@@ -14,31 +13,30 @@
 #include <array>
 #include <cerrno>
 
-#include "smtp/smtp_base64_lines.h"
 #include "support/support.h"
 
 namespace {
 
-// The text of a result, "(null)" for none.
-std::string Take(char* result) {
+// The text of a result, or "(null)".
+std::string Text(char* result) {
   const base::UniqueText owned(result);
   return owned == nullptr ? "(null)" : owned.get();
 }
 
-TEST(SmtpText, FoldsAtTheLastBlankBeforeTheLimitAndNotSooner) {
+TEST(SmtpText, FoldsAtTheLastBlankBeforeTheLimit) {
   const std::string x(74, 'x');
   const std::string y(73, 'y');
   const std::pair<std::string, std::string> cases[] = {
-      {"a " + y, "a " + y},                            // 75: below the limit
-      {"a " + y + " b", "a " + y + "\r\n b"},          // blank at 75: still a candidate
-      {"a " + x + " b", "a\r\n " + x + "\r\n b"},      // blank at 76: the one before
-      {"a \t " + x + x, "a \t\r\n " + x + x},          // the rest of a run stays on the line before
-      {"  " + x + x + " c", "  " + x + x + "\r\n c"},  // leading blanks are no place to cut
+      {"a " + y, "a " + y},                            // 75 characters: below the limit
+      {"a " + y + " b", "a " + y + "\r\n b"},          // a blank at 75: still before it
+      {"a " + x + " b", "a\r\n " + x + "\r\n b"},      // a blank at 76: cut at the one before
+      {"a \t " + x + x, "a \t\r\n " + x + x},          // other blanks of a run stay on their line
+      {"  " + x + x + " c", "  " + x + x + "\r\n c"},  // no cut at leading blanks
   };
-  for (const auto& [line, folded] : cases) EXPECT_EQ(Take(smtp_fold_whitespace(line.c_str(), 78)), folded);
+  for (const auto& [line, folded] : cases) EXPECT_EQ(Text(smtp_fold_whitespace(line.c_str(), 78)), folded);
 }
 
-TEST(SmtpText, WritesDatesWithWholeHoursOfZone) {
+TEST(SmtpText, WritesDatesWithTheZoneInWholeHours) {
   tm moment{5, 4, 3, 2, 0, 124, 2, 0, 0, 0, nullptr};
   char date[32];
   for (const auto& [offset, zone] :
@@ -54,13 +52,13 @@ TEST(SmtpText, WritesDatesWithWholeHoursOfZone) {
   EXPECT_STREQ(date + 26, "-0300");
 }
 
-// Also the way that this processor does not take.
-TEST(SmtpText, EncodesTwoLinesInEveryWay) {
+// On a processor without SSSE3 both implementations are the same one.
+TEST(SmtpText, EncodesTwoLinesByTableAndByShuffle) {
   std::array<unsigned char, smtp_base64_lines_writer::UNIT> data{};
   for (unsigned turn = 0; turn < 64; ++turn) {
     for (size_t i = 0; i < data.size(); ++i)
       data[i] = static_cast<unsigned char>((i + turn) * 37 + i * i / 7);
-    const std::string encoded = Take(smtp_base64_encode(data.data(), data.size(), nullptr));
+    const std::string encoded = Text(smtp_base64_encode(data.data(), data.size(), nullptr));
     for (auto* const twoLines : {&smtp_base64_two_lines_by_table, smtp_base64_two_lines()}) {
       std::array<char, 160> lines{};
       twoLines(data.data(), lines.data());
@@ -70,25 +68,34 @@ TEST(SmtpText, EncodesTwoLinesInEveryWay) {
   }
 }
 
-TEST(SmtpText, TakesAnySize) {
+TEST(SmtpText, EncodesFilesLikeMemoryWhateverTheSize) {
   const support::TempFolder folder;
   size_t length = 0;
   for (const size_t size : {0UL, 513UL, 59903UL, 59904UL, 59905UL, 200000UL}) {
     std::string data(size, '\0');
     for (size_t i = 0; i < size; ++i) data[i] = static_cast<char>(i * 7 + i / 251);
     const std::string path = folder.Write("file", data);
-    const std::string lines = Take(smtp_base64_lines(data.data(), size, &length));
-    EXPECT_TRUE(Take(smtp_file_base64_lines(path.c_str(), &length)) == lines) << size;
+    const std::string lines = Text(smtp_base64_lines(data.data(), size, &length));
+    EXPECT_TRUE(Text(smtp_file_base64_lines(path.c_str(), &length)) == lines) << size;
     EXPECT_EQ(length, lines.size());
-    const std::string encoded = Take(smtp_base64_encode(data.data(), size, &length));
-    EXPECT_TRUE(Take(smtp_chunk_split(encoded.c_str(), 78, "\r\n")) == lines) << size;
+    const std::string encoded = Text(smtp_base64_encode(data.data(), size, &length));
+    EXPECT_TRUE(Text(smtp_chunk_split(encoded.c_str(), 78, "\r\n")) == lines) << size;
   }
-  EXPECT_EQ(Take(smtp_file_base64_lines("/proc/self/status", &length)).substr(0, 4), "TmFt");  // it says 0
+}
+
+TEST(SmtpText, EncodesSpecialFiles) {
+  const support::TempFolder folder;
+  size_t length = 0;
+  // Its size reads 0.
+  EXPECT_EQ(Text(smtp_file_base64_lines("/proc/self/status", &length)).substr(0, 4), "TmFt");
   EXPECT_EQ(smtp_file_base64_lines(folder.Path().c_str(), &length), nullptr);
   EXPECT_EQ(errno, EISDIR);
-  EXPECT_EQ(smtp_reallocarray(nullptr, SIZE_MAX / 2, 3), nullptr);
   ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
-  EXPECT_EQ(Take(smtp_file_base64_lines((folder / "fifo").c_str(), &length)), "\r\n");
+  EXPECT_EQ(Text(smtp_file_base64_lines((folder / "fifo").c_str(), &length)), "\r\n");
+}
+
+TEST(SmtpText, RefusesArraysThatOverflow) {
+  EXPECT_EQ(smtp_reallocarray(nullptr, SIZE_MAX / 2 + 2, 2), nullptr) << "2 bytes when it wraps around";
 }
 
 }  // namespace

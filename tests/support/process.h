@@ -1,4 +1,4 @@
-// Processes of a test: what it runs, and the scripted peers of tests/peers.
+// The processes of a test: programs that it runs, and the scripted peers of tests/peers.
 #ifndef TESTS_SUPPORT_PROCESS_H
 #define TESTS_SUPPORT_PROCESS_H
 
@@ -23,14 +23,8 @@ inline Words Joined(Words first, const Words& second) {
   return first;
 }
 
-inline size_t Count(std::string_view text, std::string_view part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) ++count;
-  return count;
-}
-
-// A child of the test, its output added to these files. It dies with the test, and is killed and reaped by
-// the destructor.
+// A child process whose output is appended to the given files. It is killed when the test ends, and killed
+// and reaped by the destructor.
 class Process {
  public:
   explicit Process(Words words, const std::string& out = "/dev/null", const std::string& err = "/dev/null") {
@@ -58,12 +52,12 @@ class Process {
 
   pid_t Pid() const { return pid_; }
   bool Alive() { return Wait(std::chrono::milliseconds(0)) == -1; }
-  // The wait status; -1 when it has not ended within the limit.
+  // Returns the wait status, or -1 when the process has not ended within the limit.
   int Wait(std::chrono::milliseconds limit = std::chrono::seconds(20)) {
     WaitUntil([this] { return status_ != -1 || waitpid(pid_, &status_, WNOHANG) != 0; }, limit);
     return status_;
   }
-  // The exit status; -1 when a signal ended it.
+  // Returns the exit status, or -1 when a signal ended the process.
   int ExitStatus() {
     const int status = Wait();
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -74,7 +68,7 @@ class Process {
   int status_ = -1;
 };
 
-// A script of tests/peers that keeps what it gets in a folder of its own.
+// A running script of tests/peers. It stores what it receives in a folder of its own.
 class Peer {
  public:
   Peer(const TempFolder& folder, const std::string& name, const std::string& script, const Words& words = {})
@@ -87,12 +81,12 @@ class Peer {
   }
   std::string Port() const { return std::to_string(port_); }
   std::string Address() const { return "127.0.0.1:" + Port(); }
-  // What it left under a name: complete, once it is there; empty when it does not come.
+  // Waits for a file and returns it; empty when it does not appear. A file that is there is complete.
   std::string Kept(const std::string& name) const {
     WaitUntil([&] { return std::filesystem::exists(folder_ + name); });
     return ReadFile(folder_ + name);
   }
-  // How often that stands in what it keeps.
+  // How often the text occurs in all of its files.
   size_t Seen(std::string_view text) const {
     size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(folder_))

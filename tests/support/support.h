@@ -1,4 +1,4 @@
-// What tests share: a folder of their own, waits for a condition, and loopback peers in a thread.
+// Shared by all tests: temporary folders, waits for a condition, and loopback peers in a thread.
 #ifndef TESTS_SUPPORT_H
 #define TESTS_SUPPORT_H
 
@@ -15,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -44,7 +45,7 @@ class TempFolder {
   std::string path_;
 };
 
-// The whole file; empty when there is none, or no longer.
+// The whole file; empty when there is none.
 inline std::string ReadFile(const std::string& path) {
   const base::UniqueFile file(std::fopen(path.c_str(), "rbe"));
   std::string text;
@@ -55,7 +56,8 @@ inline std::string ReadFile(const std::string& path) {
   return text;
 }
 
-// Whether the condition came to hold. The limit is generous, for a loaded machine and sanitizers.
+// Waits until the condition holds; false when the limit passes first. The limit is long, for loaded machines
+// and sanitizers.
 inline bool WaitUntil(const std::function<bool()>& condition,
                       std::chrono::milliseconds limit = std::chrono::seconds(20)) {
   const auto end = std::chrono::steady_clock::now() + limit;
@@ -66,7 +68,8 @@ inline bool WaitUntil(const std::function<bool()>& condition,
   return true;
 }
 
-// A port of 127.0.0.1 that the kernel chose. One that only refuses is bound and does not listen.
+// A listening port of 127.0.0.1, chosen by the kernel. With refuses it is only bound, so connections are
+// refused.
 class Listener {
  public:
   explicit Listener(bool refuses = false) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -98,7 +101,7 @@ class Listener {
     ::connect(client.Get(), generic, length);
     return client;
   }
-  // Somebody has connected and waits.
+  // Whether a client has connected and waits to be accepted.
   bool Visited() const {
     pollfd waiting{fd_.Get(), POLLIN, 0};
     return ::poll(&waiting, 1, 0) == 1;
@@ -109,7 +112,7 @@ class Listener {
   int port_ = 0;
 };
 
-// Serves one connection by a script, in a thread that the destructor joins.
+// Serves one connection with a function, in a thread that the destructor joins.
 class Conversation {
  public:
   explicit Conversation(std::function<void(int)> script)
@@ -127,7 +130,7 @@ class Conversation {
   std::thread thread_;
 };
 
-// Two ends of a connection.
+// The two ends of a connection.
 inline std::pair<base::UniqueFd, base::UniqueFd> SocketPair() {
   int ends[2] = {-1, -1};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
@@ -144,6 +147,14 @@ inline void Send(int fd, const std::string& text) {
   ::send(fd, text.data(), text.size(), MSG_NOSIGNAL);
 }
 
+// How often part occurs in text.
+inline size_t Count(std::string_view text, std::string_view part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) ++count;
+  return count;
+}
+
+// Sets a text of the configuration.
 template <size_t Size>
 void SetText(char (&variable)[Size], const std::string& text) {
   std::snprintf(variable, Size, "%s", text.c_str());

@@ -1,10 +1,9 @@
-// Snapshots of a process file system made of ordinary files. The fuzz target "proc" has the parsers' details.
+// Snapshots of a process file system made of ordinary files. The fuzz target "proc" checks the parsers.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <optional>
 #include <string>
 
 #include "support/support.h"
@@ -31,23 +30,20 @@ class Snapshot : public testing::Test {
           "7 (" + comm + ") S 1 7 7 0 -1 4194304 103 0 0 0 250 125 1 2 20 " + nice + " 3 0 136868 3133440 " +
               pages + " 18446744073709551615 1 1 0\n");
   }
-  using Named = std::pair<int32_t, std::optional<std::string>>;
+  // Pid and name; "(null)" for none.
+  using Named = std::pair<int32_t, std::string>;
+  static Named MakeNamed(int32_t pid, const char* name) { return {pid, name == nullptr ? "(null)" : name}; }
   std::vector<Named> Names() const {
     const sysinfo::ProcessNames snapshot = sysinfo::ReadProcessNames(proc_.Path().c_str());
     std::vector<Named> names;
-    for (size_t i = 0; i < snapshot.Size(); ++i) {
-      const auto [pid, name] = snapshot[i];
-      names.emplace_back(pid, name == nullptr ? std::nullopt : std::optional<std::string>(name));
-    }
+    for (size_t i = 0; i < snapshot.Size(); ++i)
+      names.push_back(MakeNamed(snapshot[i].pid, snapshot[i].name));
     return names;
   }
-  // The same of whole records.
   std::vector<Named> NamesOfRecords() const {
     const ProcessList list = Open();
     std::vector<Named> names;
-    for (const qxapi_process* p = list.get(); p != nullptr; p = p->next) {
-      names.emplace_back(p->pid, p->name == nullptr ? std::nullopt : std::optional<std::string>(p->name));
-    }
+    for (auto* p = list.get(); p != nullptr; p = p->next) names.push_back(MakeNamed(p->pid, p->name));
     return names;
   }
   ProcessList Open() const { return ProcessList(qxapi_open_process(proc_.Path().c_str())); }
@@ -78,13 +74,11 @@ TEST_F(Snapshot, FillsAWholeRecord) {
   EXPECT_STREQ(p.state, "S <");
   EXPECT_STREQ(p.owner, "root");
   EXPECT_EQ(p.rss_kb, 376U * static_cast<uint64_t>(::sysconf(_SC_PAGESIZE) / 1024));
-  const int64_t figures[] = {p.ppid,           p.uid, p.gid, int64_t(p.vmsize), p.threads, int64_t(p.utime),
-                             int64_t(p.stime), p.nice};
-  const int64_t expected[] = {1, 0, 3, 3060, 4, 250, 125, -5};
-  for (size_t i = 0; i < std::size(expected); ++i) EXPECT_EQ(figures[i], expected[i]) << i;
+  EXPECT_EQ(std::tuple(p.ppid, p.uid, p.gid, p.vmsize, p.threads, p.utime, p.stime, p.nice),
+            std::tuple(1, 0U, 3U, 3060U, 4, 250U, 125U, -5));
 }
 
-TEST_F(Snapshot, TellsTheStateInThreeLetters) {
+TEST_F(Snapshot, ShowsTheStateInThreeLetters) {
   const char* const cases[][4] = {
       {"Z (zombie)", "0", "0", "Z  "}, {"R (running)", "5", "1", "R N"}, {"I (idle)", "-20", "0", "IW<"}};
   for (const auto& [state, nice, pages, letters] : cases) {
@@ -94,33 +88,35 @@ TEST_F(Snapshot, TellsTheStateInThreeLetters) {
   }
 }
 
-TEST_F(Snapshot, TakesProcessesAndWhatIsLeftOfThem) {
+TEST_F(Snapshot, HasEachFolderThatBeginsWithADigit) {
   for (const char* entry : {"12abc", "010", "0x1F", "self", "-5"}) Write(entry, "other", "");
   proc_.Write("99", "a file");
+  auto names = NamesOfRecords();
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, std::vector<Named>({{8, "(null)"}, {12, "(null)"}, {31, "(null)"}}));
+  EXPECT_STREQ(Open()->state, " W ");
+  EXPECT_EQ(qxapi_open_process((proc_ / "none").c_str()), nullptr);
+  EXPECT_TRUE(qxapi_has_process(proc_.Path().c_str()) == 1 &&
+              qxapi_has_process((proc_ / "self").c_str()) == 0);
+  std::filesystem::create_directory(proc_ / "files");
+  proc_.Write("files/99", "a file");
+  EXPECT_EQ(qxapi_has_process((proc_ / "files").c_str()), 0);
+}
+
+TEST_F(Snapshot, LeavesOutWhatAProcessDoesNotHave) {
   Write("2", "cmdline", "");
   Write("2", "status", "Name:\tkthreadd\nState:\tS\nUid:\t3999999999\n");
   Write("2", "stat", "2 (kthreadd) S 0 0 0 0 -1 1 0 0 0 0 250 125 0 0 20 5 1 0 1");  // cut short
   const ProcessList list = Open();
-  size_t count = 0;
-  for (const qxapi_process* p = list.get(); p != nullptr; p = p->next) ++count;
-  EXPECT_EQ(count, 4U);
-  for (const int32_t pid : {12, 8, 31}) {
-    ASSERT_NE(Find(list, pid), nullptr) << pid;
-    EXPECT_STREQ(Find(list, pid)->state, " W ");
-  }
-  const qxapi_process* const kernel = Find(list, 2);
-  ASSERT_NE(kernel, nullptr);
-  EXPECT_EQ(Find(list, 12)->name, nullptr);
-  EXPECT_TRUE(kernel->cmdline == nullptr && kernel->argv == nullptr && kernel->command == nullptr);
-  EXPECT_STREQ(kernel->name, "kthreadd");
-  EXPECT_STREQ(kernel->owner, "owner");
-  EXPECT_EQ(kernel->utime, 0U);
-  EXPECT_EQ(qxapi_open_process((proc_ / "none").c_str()), nullptr);
-  EXPECT_TRUE(qxapi_has_process(proc_.Path().c_str()) == 1 && qxapi_has_process((proc_ / "2").c_str()) == 0);
+  ASSERT_NE(list, nullptr);
+  EXPECT_TRUE(list->cmdline == nullptr && list->argv == nullptr && list->command == nullptr);
+  EXPECT_STREQ(list->name, "kthreadd");
+  EXPECT_STREQ(list->owner, "owner");
+  EXPECT_EQ(list->utime, 0U);
 }
 
-// Whatever a process calls itself, with white space and escapes at its ends and between them.
-TEST_F(Snapshot, OfNamesAloneHasTheNamesOfTheRecords) {
+// For every byte in a name, at its ends and inside.
+TEST_F(Snapshot, OfNamesOnlyHasTheNamesOfTheRecords) {
   const std::string self = std::to_string(getpid());
   std::filesystem::create_symlink("/proc/" + self, proc_ / self);
   std::vector<std::string> names{
@@ -133,31 +129,30 @@ TEST_F(Snapshot, OfNamesAloneHasTheNamesOfTheRecords) {
   for (const std::string& name : names) {
     ASSERT_EQ(prctl(PR_SET_NAME, name.c_str()), 0);
     const auto expected = NamesOfRecords();
-    EXPECT_TRUE(expected.size() == 1 && expected[0].second) << name;
+    EXPECT_TRUE(expected.size() == 1 && expected[0].second != "(null)") << name;
     EXPECT_EQ(Names(), expected) << name;
   }
 }
 
-// A name that is blank is a name.
-TEST_F(Snapshot, TakesABlankNameForAName) {
+TEST_F(Snapshot, KeepsABlankNameAsAnEmptyOne) {
   Write("7", "status", "Name:\t \t\nState:\tS (sleeping)\n");
   EXPECT_EQ(NamesOfRecords(), std::vector<Named>({{7, ""}}));
 }
 
-// Its file is opened, and the process ends before it is read; or is still there, and the file has nothing.
-TEST_F(Snapshot, HasNoRecordOfAProcessThatVanishes) {
+// The file of the process is a FIFO, which reads empty. Its writer first removes the process, or does not.
+TEST_F(Snapshot, HasNoRecordOfAProcessThatEndedMeanwhile) {
   for (const std::string file : {"status", "comm"}) {
-    for (const bool vanishes : {true, false}) {
+    for (const bool ends : {true, false}) {
       std::filesystem::create_directory(proc_ / "7");
       const std::string path = proc_ / ("7/" + file);
       ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
       std::thread process([&] {
         const base::UniqueFd opened(open(path.c_str(), O_WRONLY));
-        if (vanishes) std::filesystem::remove_all(proc_ / "7");
+        if (ends) std::filesystem::remove_all(proc_ / "7");
       });
       const auto names = file == "comm" ? Names() : NamesOfRecords();
       process.join();
-      EXPECT_EQ(names, vanishes ? std::vector<Named>() : std::vector<Named>({{7, std::nullopt}})) << file;
+      EXPECT_EQ(names, ends ? std::vector<Named>() : std::vector<Named>({{7, "(null)"}})) << file;
       std::filesystem::remove_all(proc_ / "7");
     }
   }

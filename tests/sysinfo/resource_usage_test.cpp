@@ -31,7 +31,7 @@ TEST(Cpu, IsTheBusyShareOfTheInterval) {
 
 TEST(Memory, CountsFreeBuffersAndCachedAsAvailable) {
   const std::tuple<const char*, int, int> cases[] = {
-      // 30,000,000 kB used: times 100 is 3e9, in 32 bits -1,294,967,296.
+      // 30,000,000 kB used, times 100: 3e9, which is -1,294,967,296 in 32 bits.
       {"MemTotal: 40000000 kB\nMemFree: 10000000 kB\n", 75, -32},
       {"MemTotal: 16303932 kB\nMemFree: 1000000 kB\nMemAvailable: 9 kB\nBuffers: 500000 kB\n"
        "Cached: 1500000 kB\nSwapCached: 777 kB\n",
@@ -51,7 +51,7 @@ TEST(ProcessMemory, IsInWholeMegabytes) {
       {"Name:\tx\nVmHWM:\t 9999 kB\nVmRSS:\t    2047 kB\n", 1},
       {"VmRSS:\n", 0},
       {"", 0},
-      {"Name:\tVmRSS\nVmRSS:\t2048 kB\n", 0},  // the first line that holds it counts
+      {"Name:\tVmRSS\nVmRSS:\t2048 kB\n", 0},  // only the first line with the word counts
       {"Groups:\t" + std::string(5000, '7') + "\nVmRSS:\t4096 kB", 4}};
   const support::TempFolder proc;
   std::filesystem::create_directory(proc / "5");
@@ -63,7 +63,7 @@ TEST(ProcessMemory, IsInWholeMegabytes) {
   EXPECT_GT(process_memory_usage(::getpid()), 0);
 }
 
-TEST(DiskAndNetwork, GiveTheirFigures) {
+TEST(DiskAndNetwork, ComputeTheirFigures) {
   EXPECT_EQ(sysinfo::DiskPercent(4096, 1048576, 262144, nullptr, nullptr), 75U);
   const char* counters = "bytes compressed\n eth1: 9\n eth0:1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n";
   EXPECT_EQ(sysinfo::NetworkCounter(counters, 0), 1U + 9U);

@@ -1,4 +1,4 @@
-// Keys and certificates made for one test, as PEM files in a temporary folder.
+// Creates keys and certificates for one test, as PEM files in a temporary folder.
 #ifndef TESTS_TLS_CERTIFICATES_H
 #define TESTS_TLS_CERTIFICATES_H
 

@@ -19,7 +19,7 @@ int Load(LVCSR_SOCK_HEAD* head, const std::string& certificate, const std::strin
   return CertificateLoad(head, Path(certificate).c_str(), Path(key).c_str(), pass);
 }
 
-// A client's record on one end of a pair of sockets; what is at the other end.
+// A client's record on one end of a socket pair, and a server thread for the other end.
 struct Link {
   LVCSR_SOCK_HEAD client{};
   base::UniqueFd near;
@@ -36,12 +36,13 @@ struct Link {
     if (server.joinable()) server.join();
   }
 
-  // A server shakes hands, does its steps, and goes.
+  // Runs a server that does the handshake, then its steps, and closes.
   void Serve(const std::function<void(LVCSR_SOCK_HEAD*)>& steps) {
     server = std::thread([=, this] {
       LVCSR_SOCK_HEAD head{};
       CreateServerContext(SSLInit(&head));
-      EXPECT_EQ(CACheck(&head, Path("ca.pem").c_str()), 1);  // asks for a certificate, takes none as well
+      // Asks for a certificate but does not require one.
+      EXPECT_EQ(CACheck(&head, Path("ca.pem").c_str()), 1);
       EXPECT_EQ(Load(&head, "server.pem", "server.key", ""), 1);
       if (ServerSockSetting(&head, far.Get()) == 1) steps(&head);
       SSLClose(&head);
@@ -50,7 +51,7 @@ struct Link {
   }
 };
 
-TEST(TlsSocket, MovesBytesBothWaysBetweenTwoWithCertificates) {
+TEST(TlsSocket, TransfersBytesBothWaysUntilThePeerEnds) {
   std::string sent(100'000, 'x');
   Link link;
   link.Serve([&](LVCSR_SOCK_HEAD* head) {
@@ -73,9 +74,10 @@ TEST(TlsSocket, MovesBytesBothWaysBetweenTwoWithCertificates) {
   EXPECT_EQ(Write(client, sent.data(), 100'000), 100'000);
   char buffer[16];
   EXPECT_EQ(Read(client, buffer, sizeof buffer), 5);
-  // What failed before on this thread must not be taken for the reason of the end that follows.
+  // The error of this failed load must not show up as the reason for the end that follows.
   EXPECT_EQ(Load(client, "missing.pem", "server.key", ""), -1);
-  for (const int error : {SSL_ERROR_ZERO_RETURN, SSL_ERROR_SSL}) {  // its end, then no session any more
+  for (const int error :
+       {SSL_ERROR_ZERO_RETURN, SSL_ERROR_SSL}) {  // the peer's end, then a read without a session
     EXPECT_EQ(Read(client, buffer, sizeof buffer), -1);
     EXPECT_EQ(ErrorCode(client), error);
     EXPECT_EQ(client->pSSL, nullptr);
@@ -84,17 +86,17 @@ TEST(TlsSocket, MovesBytesBothWaysBetweenTwoWithCertificates) {
   EXPECT_EQ(client->uSock, link.near.Get());
 }
 
-TEST(TlsSocket, APeerThatVanishesFailsWritesWithoutASignal) {
+TEST(TlsSocket, WritesToAPeerThatHasGoneFailWithoutASignal) {
   Link link;
   link.Serve([](LVCSR_SOCK_HEAD* head) { EXPECT_EQ(CertificateCheck(head), -2); });
   ASSERT_EQ(ClientSockSetting(&link.client, link.near.Get()), 1);
-  EXPECT_EQ(CertificateCheck(&link.client), -1);  // of an authority unknown
+  EXPECT_EQ(CertificateCheck(&link.client), -1);  // signed by an unknown authority
   link.server.join();
   EXPECT_EQ(Write(&link.client, "hello", 5), -1);
   EXPECT_EQ(ErrorCode(&link.client), SSL_ERROR_SYSCALL);
 }
 
-TEST(TlsSocket, ATimeOutEndsAWriteThatNobodyTakes) {
+TEST(TlsSocket, WritesThatNobodyReadsEndAtTheTimeOut) {
   std::promise<void> over;
   Link link;
   link.Serve([&](LVCSR_SOCK_HEAD*) { over.get_future().wait(); });
@@ -106,15 +108,20 @@ TEST(TlsSocket, ATimeOutEndsAWriteThatNobodyTakes) {
   over.set_value();
 }
 
-TEST(TlsSocket, ATimeOutEndsAHandshakeThatGoesOnForEver) {
-  const std::tuple<std::string, std::string, int> cases[] = {
-      {{"\x16\x03\x03\x3f\xff", 5}, "x", 100},                // a long record, byte by byte
-      {"", {"\x16\x03\x03\x00\x04\x00\x00\x00\x00", 9}, 0}};  // "let us shake hands" in an endless row
-  for (const auto& [first, next, pause] : cases) {
+TEST(TlsSocket, HandshakesWithoutEndStopAtTheTimeOut) {
+  const struct {
+    const char* what;
+    std::string first, next;
+    int pause;
+  } cases[] = {{"a long record, byte by byte", {"\x16\x03\x03\x3f\xff", 5}, "x", 100},
+               {"hello requests without end", "", {"\x16\x03\x03\x00\x04\x00\x00\x00\x00", 9}, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
     Link link;
-    link.server = std::thread([&, first = first, next = next, pause = pause] {
-      support::Send(link.far.Get(), first);
-      while (::send(link.far.Get(), next.data(), next.size(), MSG_NOSIGNAL) > 0) ::poll(nullptr, 0, pause);
+    link.server = std::thread([&] {
+      support::Send(link.far.Get(), c.first);
+      while (::send(link.far.Get(), c.next.data(), c.next.size(), MSG_NOSIGNAL) > 0)
+        ::poll(nullptr, 0, c.pause);
     });
     link.client.uRecvTimeout = 1;
     EXPECT_EQ(ClientSockSetting(&link.client, link.near.Get()), -1);
@@ -122,22 +129,27 @@ TEST(TlsSocket, ATimeOutEndsAHandshakeThatGoesOnForEver) {
   }
 }
 
-TEST(TlsSocket, LoadsWhatFitsTogether) {
-  const std::tuple<const char*, const char*, const char*, int> cases[] = {
-      {"server.pem", "server.key", nullptr, 1},
-      {"client.pem", "client.key", "secret", 1},
-      {"client.pem", "client.key", nullptr, -1},
-      {"client.pem", "server.key", "", -1},
-      {"missing.pem", "server.key", "", -1}};
-  for (const auto& [certificate, key, pass, result] : cases) {
+TEST(TlsSocket, LoadsACertificateOnlyWithItsKey) {
+  const struct {
+    const char *what, *certificate, *key, *pass;
+    int result;
+  } cases[] = {{"no pass phrase needed", "server.pem", "server.key", nullptr, 1},
+               {"pass phrase", "client.pem", "client.key", "secret", 1},
+               {"no pass phrase given", "client.pem", "client.key", nullptr, -1},
+               {"key of another certificate", "client.pem", "server.key", "", -1},
+               {"no such file", "missing.pem", "server.key", "", -1}};
+  for (const auto& c : cases) {
     Link link;
-    EXPECT_EQ(Load(&link.client, certificate, key, pass), result) << certificate << key;
+    EXPECT_EQ(Load(&link.client, c.certificate, c.key, c.pass), c.result) << c.what;
   }
+}
+
+TEST(TlsSocket, TellsExpiredCertificates) {
   EXPECT_EQ(ExpiresCheck(Path("server.pem").c_str()), 1);
   EXPECT_EQ(ExpiresCheck(Path("expired.pem").c_str()), -1);
 }
 
-TEST(TlsErrorMessage, NamesTheCodeAndSaysItInKorean) {
+TEST(TlsErrorMessage, HasTheNameOfTheCodeAndAKoreanSentence) {
   const std::pair<int, const char*> cases[] = {
       {SSL_ERROR_SYSCALL, "SSL_ERROR_SYSCALL: 입출력 오류가 발생했습니다."},
       {SSL_ERROR_WANT_ACCEPT, "SSL_ERROR_WANT_ACCEPT: connect/accept에서 호출이 차단되었습니다."},

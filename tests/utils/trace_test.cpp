@@ -25,7 +25,7 @@ std::string Formatted(size_t limit, const char* format, ...) {
   return text.Terminated();
 }
 
-TEST(TraceLineTest, HasItsForms) {
+TEST(TraceLineTest, BeginsWithTimeLevelChannelAndPlace) {
   const auto head = [](long level, long channel) {
     char buffer[100];
     trace::Text line(buffer);
@@ -35,6 +35,9 @@ TEST(TraceLineTest, HasItsForms) {
   EXPECT_EQ(head(1, -1), "[2024/03/03 04:05:06:789][ERROR][ MAIN][Src/a.cpp/Run:42] : [");
   EXPECT_EQ(head(6, 7), "[2024/03/03 04:05:06:789][][00007][Src/a.cpp/Run:42] : [");
   EXPECT_EQ(head(0, -7), "[2024/03/03 04:05:06:789][FATAL][-0007][Src/a.cpp/Run:42] : [");
+}
+
+TEST(TraceLineTest, ConvertsWhatIsNotPlain) {
   EXPECT_EQ(trace::ToUtf8("\xB0\xA1"), "\xEA\xB0\x80");
   EXPECT_EQ(trace::ToUtf8("a\xFE\xA1z"), "a??z") << "a code that cannot be converted";
   for (const char* other : {"%", "\x80", "1234567%", "12345678%", "1234567\xFF", "12345678\xFF%"}) {
@@ -69,15 +72,15 @@ TEST(TraceLineTest, NamesItsFiles) {
   EXPECT_EQ(name('H', 7, "host"), "/l/20240303/hang.host.20240303.log");
 }
 
-int Count(std::string_view text, std::string_view part) {
-  int count = 0;
-  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size())) ++count;
-  return count;
+mode_t Mode(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
 }
 
 class LogTraceTest : public testing::Test {
  protected:
-  // What is printed when these settings hold; saved_ has the files of the path, hang_ those of hang lines.
+  // Traces the lines at a level. Returns what is printed, and adds all MAIN.LOG files to saved_, all others
+  // to hang_.
   std::string Trace(long level, const std::function<void()>& lines) {
     DunraSTTUtils().SetPath("");  // the constructor clears the path
     DunraSTTUtils::SetPath((folder_ / "log/").c_str());
@@ -97,7 +100,7 @@ class LogTraceTest : public testing::Test {
   std::string hang_;
 };
 
-TEST_F(LogTraceTest, FiltersByLevelAndEndsMessagesAt99999Bytes) {
+TEST_F(LogTraceTest, FiltersByLevelAndCutsMessagesTo99999Bytes) {
   const std::string printed = Trace(2, [] {
     for (long level = -1; level <= 6; ++level) DUNRA_TRACE('A', level, -1, 1, "level %ld;", level);
     DUNRA_TRACE('A', 1L, -1, 0, "echo only");
@@ -109,10 +112,10 @@ TEST_F(LogTraceTest, FiltersByLevelAndEndsMessagesAt99999Bytes) {
   }
   EXPECT_NE(saved_.find("[" + std::string(99'999, 'y') + "]"), std::string::npos);
   EXPECT_NE(printed.find("[echo only]"), std::string::npos);
-  EXPECT_FALSE(std::filesystem::exists("MAIN.LOG")) << "what is not saved has no folder";
+  EXPECT_FALSE(std::filesystem::exists("MAIN.LOG")) << "a line that is not saved needs no folder";
 }
 
-TEST_F(LogTraceTest, CutsWhatIsConverted) {
+TEST_F(LogTraceTest, CutsConvertedAndHangMessages) {
   std::string syllables;
   for (int i = 0; i < 40'000; ++i) syllables += "\xB0\xA1";
   Trace(1, [&] {
@@ -128,28 +131,22 @@ TEST_F(LogTraceTest, CutsWhatIsConverted) {
   EXPECT_EQ((saved_ + hang_).find("no such"), std::string::npos);
 }
 
-// Whoever changes the mode or the folder itself, the next line puts it right.
-TEST_F(LogTraceTest, RestoresItsFolder) {
+TEST_F(LogTraceTest, RestoresItsFolderAndTheMode) {
   const auto line = [] { DUNRA_TRACE('A', 1L, -1, 1, "line"); };
   Trace(1, line);
   const std::string day = std::filesystem::directory_iterator(folder_ / "log")->path();
-  const auto mode = [&] {
-    struct stat status {};
-    return ::stat(day.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-  };
   for (const mode_t changed : {0700, 0777, 01755}) {
     ::chmod(day.c_str(), changed);
     Trace(1, line);
-    EXPECT_EQ(mode(), 0755U) << changed;
+    EXPECT_EQ(Mode(day), 0755U) << changed;
   }
-  EXPECT_EQ(Count(support::ReadFile(day + "/MAIN.LOG"), "[line]\n"), 4);
+  EXPECT_EQ(support::Count(support::ReadFile(day + "/MAIN.LOG"), "[line]\n"), 4U);
   std::filesystem::remove_all(folder_ / "log");
   Trace(1, line);
-  EXPECT_EQ(mode(), 0755U);
+  EXPECT_EQ(Mode(day), 0755U);
 }
 
-// Lines of threads that trace at once, to several files.
-TEST_F(LogTraceTest, KeepsLinesOfManyThreadsApart) {
+TEST_F(LogTraceTest, KeepsTheLinesOfConcurrentThreadsApart) {
   const auto lines = [](long channel) {
     for (int i = 0; i < 200; ++i) DUNRA_TRACE('A', 1L, channel, 1, "%ld %s", channel, "text");
   };
@@ -161,7 +158,7 @@ TEST_F(LogTraceTest, KeepsLinesOfManyThreadsApart) {
     second.join();
   });
   for (const char* text : {"[00001][", "[1 text]\n", "[00002][", "[2 text]\n", "[00003][", "[3 text]\n"}) {
-    EXPECT_EQ(Count(hang_, text), 200) << text;
+    EXPECT_EQ(support::Count(hang_, text), 200U) << text;
   }
 }
 
@@ -176,16 +173,15 @@ TEST_F(LogTraceTest, WritesHangLinesEvenAtLevelZero) {
   EXPECT_EQ(printed.find("ordinary"), std::string::npos);
 }
 
-TEST_F(LogTraceTest, MakesFoldersWithTheirModesAndCutsPaths) {
-  const auto mode = [&](const char* name) {
-    struct stat status {};
-    return ::stat((folder_ / name).c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-  };
+TEST_F(LogTraceTest, MakesFoldersWithTheirModes) {
   EXPECT_EQ(DunraSTTUtils::MakeFolders((folder_ / "a\\b/c").c_str()), 0);
-  EXPECT_EQ(mode("a/b"), 0754U);
+  EXPECT_EQ(Mode(folder_ / "a/b"), 0754U);
   DunraSTTUtils::MakeFolders((folder_ / "d/e/").c_str());
-  EXPECT_EQ(mode("d"), 0754U);
-  EXPECT_EQ(mode("d/e"), 0755U);
+  EXPECT_EQ(Mode(folder_ / "d"), 0754U);
+  EXPECT_EQ(Mode(folder_ / "d/e"), 0755U);
+}
+
+TEST_F(LogTraceTest, KeepsAtMost4095BytesOfAPath) {
   DunraSTTUtils::SetPath(std::string(9000, 'p').c_str());
   EXPECT_EQ(std::strlen(DunraSTTUtils::GetPath()), 4095U);
 }

@@ -33,7 +33,7 @@ SEND_INFO* gSendInfo;
 
 namespace {
 
-constexpr int LINE_SIZE = 1024;
+constexpr int CONFIG_LINE_SIZE = 1024;
 constexpr size_t PATH_WORK_SIZE = 8192;
 
 #define CONFIG_TEXT(key, variable, room) {.name = key, .text = variable, .size = CONFIG_##room},
@@ -58,7 +58,7 @@ void AddServer(const std::string& value, int64_t* count) {
   gSendInfo->server_count = ++*count;
 }
 
-// Keys and values of options that count as absent. Traced later: there is no log yet.
+// Keys and values of rejected options. They are traced later, because the log is not open yet.
 std::vector<std::pair<std::string, std::string>> badOptions;
 
 void StoreOption(const ConfigKey& key, const std::string& value) {
@@ -74,7 +74,7 @@ void StoreText(const ConfigKey& key, const std::string& value) {
   if (bad) badOptions.emplace_back(key.name, value.find('@') == std::string::npos ? value : "***");
 }
 
-void Store(const ConfigKey& key, const std::string& value) {
+void StoreSetting(const ConfigKey& key, const std::string& value) {
   if (key.text != nullptr) {
     StoreText(key, value);
   } else if (key.most != ConfigKey::NO_LIMIT) {
@@ -86,13 +86,13 @@ void Store(const ConfigKey& key, const std::string& value) {
   }
 }
 
-void StoreAll(FILE* file) {
+void StoreSettings(FILE* file) {
   int64_t servers = 0;
   ReadSettings(file, [&servers](const std::string& name, const std::string& value) {
     const auto* key = std::find_if(std::begin(KEYS), std::end(KEYS),
                                    [&](const ConfigKey& row) { return name == row.name; });
     if (key != std::end(KEYS)) {
-      Store(*key, value);
+      StoreSetting(*key, value);
     } else if (name.starts_with(CONFIG_SERVER_PREFIX)) {
       AddServer(value, &servers);
     }
@@ -107,7 +107,7 @@ std::span<const ConfigKey> ConfigKeys() {
 
 void ReadSettings(FILE* file, const TakeSetting& take) {
   ConfigLine parser;
-  char line[LINE_SIZE];
+  char line[CONFIG_LINE_SIZE];
   while (std::fgets(line, sizeof line, file) != nullptr) {
     if (parser.Take(line)) take(parser.Key(), parser.Value());
   }
@@ -119,7 +119,7 @@ int ReadCfg() {
   const base::UniqueFile file(std::fopen(name.c_str(), "rbe"));
   if (!file) return -1;
   badOptions.clear();
-  StoreAll(file.get());
+  StoreSettings(file.get());
   for (const ConfigKey& key : KEYS) {
     if (key.base != nullptr) FullPath(key.base, key.text, key.size);
   }

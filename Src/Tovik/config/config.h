@@ -1,6 +1,6 @@
-// The agent's configuration: one variable per key, filled once at start-up and read-only from then on, so
-// that every thread may read it. Texts are in code page 949; each starts empty and each number 0: no key has
-// another default. The keys and their variables are listed in config_keys.inc.
+// The agent's configuration: one variable per key, set once at start-up and then only read, by any thread.
+// Texts are in code page 949. A text is empty and a number 0 unless its key is set; there are no other
+// defaults. config_keys.inc lists the keys and their variables.
 #ifndef TOVIK_CONFIG_CONFIG_H
 #define TOVIK_CONFIG_CONFIG_H
 
@@ -15,7 +15,7 @@ inline constexpr int CONFIG_SHORT = 1024;
 inline constexpr int CONFIG_LONG = 4096;
 inline constexpr int MAX_SERVERS = 100;
 
-extern char m_sz_configfile[CONFIG_LONG];  // the file itself, from the command line
+extern char m_sz_configfile[CONFIG_LONG];  // path of the configuration file, from the command line
 
 #define CONFIG_TEXT(key, variable, size) extern char variable[CONFIG_##size];
 #define CONFIG_PATH(key, variable, size, base) extern char variable[CONFIG_##size];
@@ -31,14 +31,14 @@ extern char m_sz_configfile[CONFIG_LONG];  // the file itself, from the command 
 #undef CONFIG_OPTION
 #undef CONFIG_THRESHOLD
 
-// What ReadCfg said last; kept for a debugger.
+// The last message of ReadCfg, for use in a debugger.
 extern char g_szDebugMsg[512];
 
 // One management server.
 struct SVC_SERVER {
-  char address[256];  // dotted IPv4 address, as configured
+  char address[256];  // dotted IPv4 address as configured
   int64_t port;
-  int64_t index;  // ordinal in the table, also the trace channel of its reports
+  int64_t index;  // position in the table, also the trace channel of its reports
 };
 
 struct SEND_INFO {
@@ -49,11 +49,11 @@ struct SEND_INFO {
   int64_t ch_over_value;   // percent
 };
 
-// Allocated at start-up before the configuration is read, freed by the stop once its readers have ended.
+// Allocated at start-up before the configuration is read. The stop frees it when its readers have ended.
 extern SEND_INFO* gSendInfo;
 
-// One key of the file and where its value goes: a text (for a path with the base it is taken from), a number,
-// or a threshold of *gSendInfo. The members that do not apply are null.
+// One key of the file and the place for its value: a text (for a path also its base), a number, or a
+// threshold in *gSendInfo. Members that do not apply are null.
 struct ConfigKey {
   const char* name;
   char* text = nullptr;
@@ -61,39 +61,40 @@ struct ConfigKey {
   const char* base = nullptr;                          // of a path
   bool (*usable)(const std::string& value) = nullptr;  // of a text: what it refuses counts as absent
   int64_t* number = nullptr;
-  int64_t most = NO_LIMIT;  // of an option: a number from 0 to this, anything else counts as 0
+  int64_t most = NO_LIMIT;  // for an option: the largest value; anything but 0..most counts as 0
   int64_t SEND_INFO::*threshold = nullptr;
 
   static constexpr int64_t NO_LIMIT = -1;
 };
-// All keys but the servers', whose names only begin alike.
+// All keys except those of the servers, which only share a prefix.
 std::span<const ConfigKey> ConfigKeys();
-// How the key of every management server begins.
+// The prefix of the key of each management server.
 inline constexpr const char* CONFIG_SERVER_PREFIX = "ALARM_";
 
-// Reads m_sz_configfile into the variables above and *gSendInfo. 1, or -1 when the file cannot be opened.
+// Reads m_sz_configfile into the variables above and *gSendInfo. Returns 1, or -1 when the file cannot be
+// opened.
 //
-// A line holds a key, blanks or tabs, and the value; lines that begin with ";", ":" or "/" are comments and
-// unknown keys are ignored. Lines are read in pieces of at most 1,023 bytes, each piece a line of its own.
-// "%s" in the file's name stands for the name itself and "%%" for a percent sign.
+// A line holds a key, blanks or tabs, and the value. Lines that begin with ";", ":" or "/" are comments;
+// unknown keys are ignored. Lines are read in pieces of at most 1,023 bytes, and each piece counts as a line.
+// In the name of the file "%s" stands for the name itself and "%%" for a percent sign.
 [[nodiscard]] int ReadCfg();
 
-// Traces the options of the last ReadCfg whose value counts as absent.
+// Traces the options whose values the last ReadCfg rejected. They count as absent.
 void TraceBadOptions();
 
-// The number of an option's value; none unless it is digits alone and at most `most`.
+// Returns the number of an option's value; nothing unless it consists of digits and is at most `most`.
 std::optional<int64_t> OptionValue(const std::string& value, int64_t most);
 
-// The reading alone: takes each piece that has a key, in the file's order, with the value as ReadCfg stores
-// it.
+// Only reads: calls take for each piece that has a key, in the order of the file, with the value as ReadCfg
+// stores it.
 using TakeSetting = std::function<void(const std::string& key, const std::string& value)>;
 void ReadSettings(FILE* file, const TakeSetting& take);
 
-// Makes path absolute against base, in place, within size bytes: "/..." stays; of "./..." the first two
-// characters give way to base; anything else becomes base itself. 1, or -1 in that last case.
+// Makes path absolute in place, within size bytes. "/..." stays. In "./..." base replaces the first two
+// characters. Anything else is replaced by base as a whole. Returns 1, or -1 in the last case.
 int FullPath(const char* base, char* path, int size);
 
-// Drops the first character of a text in place; an empty one stays.
+// Removes the first character of a text in place, if there is one.
 void RemoveFirst(char* text);
 
 #endif

@@ -22,7 +22,7 @@ namespace {
 
 constexpr size_t HOST_SIZE = 4096;
 
-// The address as text, empty for a family that is not looked at.
+// Returns the address as text, or an empty text when it is neither IPv4 nor IPv6.
 std::string AddressText(const sockaddr* address) {
   std::array<char, INET6_ADDRSTRLEN> text{};
   const void* bytes = nullptr;

@@ -9,13 +9,13 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little, "the engine's integers are copied as they come");
 
-// Reads integers one after the other and refuses to go beyond the end.
+// Reads one integer after the other, and none beyond the end.
 class Cursor {
  public:
   Cursor(const char* data, size_t length) : next_(data), left_(length) {}
 
   template <typename Integer>
-  bool Take(Integer* out) {
+  bool TakeInteger(Integer* out) {
     if (left_ < sizeof *out) return false;
     std::memcpy(out, next_, sizeof *out);
     next_ += sizeof *out;
@@ -33,7 +33,7 @@ int32_t LowHalf(int64_t value) {
   return static_cast<int32_t>(static_cast<uint64_t>(value) & UINT32_MAX);
 }
 
-// A new array of up to `claimed` pairs of Integers.
+// Reads up to `claimed` pairs of Integers into a new array.
 template <typename Integer>
 void TakeChannels(Cursor* cursor, int32_t claimed, LVCSR_DATA_CHANNEL* record) {
   const size_t count = std::min(static_cast<size_t>(claimed), cursor->Left() / (2 * sizeof(Integer)));
@@ -44,7 +44,7 @@ void TakeChannels(Cursor* cursor, int32_t claimed, LVCSR_DATA_CHANNEL* record) {
   if (record->pChannel == nullptr) return;
   Integer id = 0;
   Integer state = 0;
-  for (size_t i = 0; i < count && cursor->Take(&id) && cursor->Take(&state); ++i) {
+  for (size_t i = 0; i < count && cursor->TakeInteger(&id) && cursor->TakeInteger(&state); ++i) {
     record->pChannel[i] = {LowHalf(id), LowHalf(state)};
   }
   record->nEntries = static_cast<int32_t>(count);
@@ -57,7 +57,7 @@ void DecodeChannelReply(const char* payload, size_t length, LVCSR_DATA_CHANNEL* 
   Cursor cursor(payload, length);
   for (int32_t* count :
        {&record->nThreadCnt, &record->nChannelCnt, &record->nUsedCnt, &record->nWaitCnt, &record->nIdleCnt}) {
-    cursor.Take(count);
+    cursor.TakeInteger(count);
   }
   if (record->nThreadCnt > 0) TakeChannels<int32_t>(&cursor, record->nThreadCnt, record);
 }
@@ -65,10 +65,10 @@ void DecodeChannelReply(const char* payload, size_t length, LVCSR_DATA_CHANNEL* 
 void DecodeTextChannelReply(const char* data, size_t length, LVCSR_DATA_CHANNEL* record) {
   Cursor cursor(data, length);
   int64_t channels = 0;
-  if (!cursor.Take(&channels)) return;
+  if (!cursor.TakeInteger(&channels)) return;
   record->nChannelCnt = LowHalf(channels);
   int64_t used = 0;
-  if (cursor.Take(&used)) {
+  if (cursor.TakeInteger(&used)) {
     record->nUsedCnt = LowHalf(used);
     record->nWaitCnt = static_cast<int32_t>(used >> 32);
   }

@@ -10,8 +10,8 @@
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/trace.h"
-#include "base/shared_record.h"
 #include "base/owners.h"
+#include "base/shared_record.h"
 #include "tls/tls_socket.h"
 
 std::atomic<uint8_t> g_shm_open_flag{0};
@@ -23,7 +23,7 @@ constexpr int CONNECT_SECONDS = 10;
 constexpr int RECEIVE_SECONDS = 30;
 constexpr int32_t ASK_CHANNELS = 5;
 
-// A record that owns its array.
+// A record that owns its channel array.
 struct ChannelStatus {
   ChannelStatus() = default;
   explicit ChannelStatus(const LVCSR_DATA_CHANNEL& filled) : record(filled), channels(filled.pChannel) {}
@@ -51,13 +51,13 @@ void PrepareTls(LVCSR_SOCK_HEAD* head) {
   DunraSTT_SSL(m_sz_cert_file, m_sz_key_file, m_sz_ca_file, m_sz_ssl_password, head);
 }
 
-struct Exit {
+struct EngineExit {
   void operator()(LVCSR_SOCK_HEAD* head) const { DunraSTT_EXIT(head); }
 };
 
-// Ends the connection, also when there is no memory for the record.
+// Closes the connection in every case, also without memory for the record.
 void Query(LVCSR_SOCK_HEAD* head) {
-  const std::unique_ptr<LVCSR_SOCK_HEAD, Exit> connection(head);
+  const std::unique_ptr<LVCSR_SOCK_HEAD, EngineExit> connection(head);
   gSTAT.Set({});
   LVCSR_DATA_CHANNEL record{};
   if (DunraSTT_GET_CHANNEL(head, &record) == ENGINE_OK) {
@@ -69,15 +69,15 @@ void Query(LVCSR_SOCK_HEAD* head) {
   gSTAT.Set(ChannelStatus(record));
 }
 
-// The channels that the count speaks of and that really came.
-std::span<const LVCSR_CHANNEL> Channels(const LVCSR_DATA_CHANNEL& status) {
+// The channels that are both counted by the engine and present in the record.
+std::span<const LVCSR_CHANNEL> CountedChannels(const LVCSR_DATA_CHANNEL& status) {
   const int32_t count = std::clamp(status.nChannelCnt, 0, status.nEntries);
   return {status.pChannel, static_cast<size_t>(count)};
 }
 
 int64_t UsedPercent(const LVCSR_DATA_CHANNEL& status) {
   constexpr float LIMIT = 9223372036854775808.0F;  // 2^63
-  // Single precision, and 0 channels divide to infinity or to no number at all.
+  // In single precision. The division by 0 channels would give infinity or not-a-number.
   if (status.nChannelCnt == 0) return INT64_MIN;
   const float percent = static_cast<float>(status.nUsedCnt) / static_cast<float>(status.nChannelCnt) * 100.0F;
   return percent >= -LIMIT && percent < LIMIT ? static_cast<int64_t>(percent) : INT64_MIN;
@@ -133,7 +133,7 @@ int64_t get_recg_svr_wrk_ch_cnt() {
   const int64_t percent = UsedPercent(*status);
   TRACE(TRACE_INFO, "ch_status_check TotalCh cnt [ %ld ] MaxCh cnt [ %ld ] Percent [ %ld ]",
         long{status->nChannelCnt}, long{status->nUsedCnt}, long{percent});
-  for (const LVCSR_CHANNEL& channel : Channels(*status)) {
+  for (const LVCSR_CHANNEL& channel : CountedChannels(*status)) {
     TRACE(TRACE_INFO, "recog_channel_status CHID [%d], STAT[%d]", channel.id, channel.state);
   }
   return percent;
@@ -142,7 +142,7 @@ int64_t get_recg_svr_wrk_ch_cnt() {
 int64_t ch_status_check() {
   const auto status = CurrentChannelStatus();
   std::printf("ch_status_check TotalCh cnt [ %lld ] !!", static_cast<long long>(status->nChannelCnt));
-  for (const LVCSR_CHANNEL& channel : Channels(*status)) {
+  for (const LVCSR_CHANNEL& channel : CountedChannels(*status)) {
     std::printf("CHID [ %ld ], STATUS [ %ld ]", long{channel.id}, long{channel.state});
   }
   return status->nChannelCnt;

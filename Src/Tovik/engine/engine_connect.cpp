@@ -38,7 +38,7 @@ base::AddressList EngineAddresses(const char* host, int port) {
   return list;
 }
 
-// The first address of the list that yields a socket; null when none does.
+// Finds the first address for which a socket can be opened. Returns null when there is none.
 const addrinfo* FirstSocket(const addrinfo* list, base::UniqueFd* socket) {
   for (const addrinfo* address = list; address != nullptr; address = address->ai_next) {
     *socket = base::OpenSocket(address->ai_family, address->ai_protocol);
@@ -55,7 +55,7 @@ bool SetMode(int fd, bool blocking) {
   return false;
 }
 
-// The number in these messages is the resolver's, as operators know it.
+// These messages show the resolver's error number, as operators are used to.
 bool SetOptions(int fd) {
   const linger at_once{1, 0};
   if (::setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once) < 0) {
@@ -70,7 +70,7 @@ bool SetOptions(int fd) {
   return true;
 }
 
-// The seconds count once more as microseconds; the wait's own unit rounds that up.
+// The limit is the given number of seconds plus as many microseconds, rounded up to milliseconds.
 int64_t ConnectWaitMs(int seconds) {
   return int64_t{seconds} * 1000 + (int64_t{seconds} + 999) / 1000;
 }
@@ -123,7 +123,7 @@ bool StartTls(int fd, LVCSR_SOCK_HEAD* head) {
     return false;
   }
   if (head->bVerify == 1 && CertificateCheck(head) == -1) {
-    // The check has reset the last error, so neither message comes up.
+    // CertificateCheck has reset the last error, so neither message is ever traced.
     if (head->uLastError == -1) TRACE(TRACE_ERROR, "[INIT] CertificateCheck Error");
     if (head->uLastError == -2) TRACE(TRACE_ERROR, "[INIT] CertificateCheck Error : Not Found Certificate");
     return false;
@@ -132,7 +132,7 @@ bool StartTls(int fd, LVCSR_SOCK_HEAD* head) {
   return true;
 }
 
-// Hands the connected socket to the record.
+// Gives the connected socket to the record, after the TLS handshake if it uses TLS.
 bool Adopt(base::UniqueFd socket, LVCSR_SOCK_HEAD* head) {
   if (head->bUseSSL != 1) {
     head->bUseSSL = 0;
@@ -144,7 +144,7 @@ bool Adopt(base::UniqueFd socket, LVCSR_SOCK_HEAD* head) {
     socket.Release();
     return true;
   }
-  head->uSock = -1;  // closed on return: another thread may get the number from then on
+  head->uSock = -1;  // the socket is closed on return; its number may then be reused
   return false;
 }
 

@@ -18,21 +18,22 @@
 
 namespace {
 
-constexpr int RETRY_MS = 10;
+constexpr int RECEIVE_RETRY_MS = 10;
 
 using Clock = std::chrono::steady_clock;
 
-// For as long as errors are passing ones.
+// Repeats the receive while the error is a temporary one.
 ssize_t ReceivePlainHeaderPiece(int fd, char* buffer, size_t length, int flags) {
   while (true) {
     const ssize_t got = base::ReceiveSome(fd, buffer, length, base::FOREVER, flags);
     if (got >= 0 || (errno != ENOBUFS && errno != EAGAIN)) return got;
-    // A sleep that only the end of a stop's grace cuts.
-    if (base::WaitDescriptor(fd, 0, RETRY_MS) < 0) return -1;
+    // A sleep that only the end of a stop's grace can cut.
+    if (base::WaitDescriptor(fd, 0, RECEIVE_RETRY_MS) < 0) return -1;
   }
 }
 
-// Under TLS the wait for a reply goes on here: what made the socket readable may be no part of one.
+// Under TLS the wait for a reply happens here: the bytes that made the socket readable need not belong to
+// one.
 ssize_t ReceiveHeaderPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags,
                            Clock::time_point end) {
   if (head->bUseSSL != 1) return ReceivePlainHeaderPiece(head->uSock, buffer, length, flags);
@@ -93,7 +94,7 @@ int SendData(LVCSR_SOCK_HEAD* head, const LVCSR_NET_HEADER* header, const char* 
   const base::UniqueText packet = BuildPacket(*header, data, &size);
   if (packet == nullptr) return ENGINE_FAILED;
   if (head->bUseSSL == 1) return SendTls(head, packet.get(), size);
-  // A part that went out counts as sent.
+  // A packet that was sent in part counts as sent.
   size_t sent = 0;
   base::SendAll(head->uSock, packet.get(), size, base::FOREVER, flags, &sent);
   return sent > 0 ? ENGINE_OK : ENGINE_FAILED;

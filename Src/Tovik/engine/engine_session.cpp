@@ -28,11 +28,11 @@ namespace {
 constexpr int CONNECT_SECONDS = 5;
 constexpr int REPLY_SECONDS = 60;
 constexpr int ASK_CHANNELS = 4;
-constexpr size_t REQUEST_LENGTH = 24;  // the text's 23 characters and one zero byte
+constexpr size_t REQUEST_LENGTH = 24;  // 23 characters of text and one zero byte
 
-constexpr size_t HEADER_LENGTH = 20;
-constexpr size_t LENGTH_AT = 9;
-constexpr size_t LENGTH_WIDTH = 10;
+constexpr size_t REPLY_HEADER_LENGTH = 20;
+constexpr size_t BODY_LENGTH_AT = 9;
+constexpr size_t BODY_LENGTH_WIDTH = 10;
 
 constexpr size_t ACKNOWLEDGE_AT = 3;
 constexpr std::string_view ACKNOWLEDGE = "ASR_ACK";
@@ -55,11 +55,11 @@ bool SendRequest(int fd) {
   return base::SendSome(fd, request.data(), request.size()) > 0;
 }
 
-// The length of the body that follows; 0 when the header announces none.
+// Reads the header and the length of the body from it; 0 when it gives none.
 bool ReceiveTextHeader(int fd, int64_t* body_length) {
-  std::array<char, HEADER_LENGTH> header{};
+  std::array<char, REPLY_HEADER_LENGTH> header{};
   if (base::ReceiveExactly(fd, header.data(), header.size()) < 1) return false;
-  *body_length = base::LeadingNumber({header.data() + LENGTH_AT, LENGTH_WIDTH});
+  *body_length = base::LeadingNumber({header.data() + BODY_LENGTH_AT, BODY_LENGTH_WIDTH});
   return true;
 }
 

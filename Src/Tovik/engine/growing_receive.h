@@ -1,4 +1,4 @@
-// Receiving a payload whose length is only the peer's word for it.
+// Receives a payload whose announced length cannot be trusted.
 #ifndef TOVIK_ENGINE_GROWING_RECEIVE_H
 #define TOVIK_ENGINE_GROWING_RECEIVE_H
 
@@ -10,9 +10,9 @@
 
 #include "base/owners.h"
 
-// Receives exactly length bytes (1 or more) by calls of receive(char* to, size_t at most), which gives the
-// count received or a result below 1 that ends it. Null then, and when memory runs out. The buffer doubles as
-// bytes arrive, from 64 KiB on.
+// Receives exactly length bytes (1 or more) with calls of receive(char* to, size_t at_most), which returns
+// the number of bytes received, or a number below 1 to give up. Returns null when it gave up or memory ran
+// out. The buffer starts at 64 KiB and doubles as bytes arrive.
 template <typename Receive>
 base::UniqueText ReceiveGrowing(int64_t length, Receive receive) {
   constexpr int64_t FIRST = int64_t{64} * 1024;

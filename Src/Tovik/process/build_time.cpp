@@ -13,7 +13,7 @@ constexpr const char* BUILD_TIME = "12:26:47";
 constexpr std::array<std::string_view, 12> MONTHS = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// 1 to 12. A build with another text is broken and ends here.
+// Returns 1 to 12. Any other name means a broken build and ends the process.
 int MonthNumber(std::string_view name) {
   const auto* month = std::find(MONTHS.begin(), MONTHS.end(), name);
   if (month == MONTHS.end()) std::exit(-1);

@@ -3,7 +3,7 @@
 
 #include <ctime>
 
-// The moment of the build as the agent reports it: fixed, so that builds are reproducible.
+// The time of the build as the agent reports it. It is a constant, so that builds are reproducible.
 time_t time_when_compiled();
 
 #endif

@@ -1,17 +1,18 @@
-// Turning the process into a daemon.
+// Turns the process into a daemon.
 #ifndef TOVIK_PROCESS_DAEMON_H
 #define TOVIK_PROCESS_DAEMON_H
 
-// Installed between daemonize and the agent's own handlers: a stop signal of that time is lost.
+// The signal handler between daemonize and InstallSignalHandlers. A stop signal that arrives in this time is
+// lost.
 void signal_handler(int sig);
 
-// Detaches from the terminal: the parent ends with status 0 and a child goes on in a session of its own, with
-// rundir (may be null) as working directory, the null device as 0 to 2, no other descriptor, and lockfile
-// locked and holding its pid. The child ends with status 1 when the lock cannot be had. A process whose
-// parent is init already does nothing of this. To be called before any thread and descriptor of the agent.
+// Detaches from the terminal. The parent ends with status 0. The child goes on in its own session, with
+// rundir (may be null) as working directory, the null device as descriptors 0 to 2, no other descriptor, and
+// lockfile locked and containing its pid. The child ends with status 1 when it cannot get the lock. A process
+// whose parent is already init does none of this. Call it before the agent has any thread or descriptor.
 void daemonize(const char* rundir, const char* lockfile);
 
-// Says good-bye to syslog and gives the lock up.
+// Reports the end to syslog and releases the lock.
 void daemonShutdown();
 
 #endif

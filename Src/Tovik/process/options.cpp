@@ -23,7 +23,7 @@ constexpr option LONG_OPTIONS[] = {
     {nullptr, 0, nullptr, 0},
 };
 
-void Keep(std::string* text, bool* given) {
+void KeepArgument(std::string* text, bool* given) {
   *text = optarg;
   *given = true;
 }
@@ -35,13 +35,13 @@ int ParseOptions(int argc, char** argv, Options* options) {
   while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, LONG_OPTIONS, nullptr)) != -1) {
     switch (letter) {
       case 'f':
-        Keep(&options->configFile, &options->hasConfigFile);
+        KeepArgument(&options->configFile, &options->hasConfigFile);
         break;
       case 'l':
-        Keep(&options->logFile, &options->hasLogFile);
+        KeepArgument(&options->logFile, &options->hasLogFile);
         break;
       case 'p':
-        Keep(&options->pidFile, &options->hasPidFile);
+        KeepArgument(&options->pidFile, &options->hasPidFile);
         break;
       case 'd':
         options->daemon = true;

@@ -9,18 +9,18 @@ extern const char* app_name;  // the program's path
 struct Options {
   std::string configFile;  // -f
   std::string logFile;     // -l
-  std::string pidFile;     // -p: never written, removed at the stop
+  std::string pidFile;     // -p: not written, but removed at the stop
   bool hasLogFile = false;
   bool hasPidFile = false;
   bool hasConfigFile = false;
   bool daemon = false;  // -d
 };
 
-// What the command line gave; set once, before anything else runs.
+// The options of the command line. Set once, before anything else runs.
 extern Options given_options;
 
-// Reads the options (getopt_long(3)). -1 to go on, else the status to end with at once: help was printed (0),
-// an option is unknown or lacks its argument (1), or -t tested a file.
+// Reads the options (getopt_long(3)). Returns -1 to go on, or the status to end with at once: 0 after -h, 1
+// for an unknown option or a missing argument, and the result of test_conf_file for -t.
 int ParseOptions(int argc, char** argv, Options* options);
 
 void print_help();

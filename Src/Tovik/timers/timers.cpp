@@ -31,7 +31,7 @@ bool Always() {
   return true;
 }
 
-// One timer. ready must hold for an enabled one, else the agent does not start.
+// One timer. If an enabled timer is not ready, the agent does not start.
 struct Timer {
   uint32_t id;
   const char* name;
@@ -39,7 +39,7 @@ struct Timer {
   bool (*ready)();
   void (*cycle)();
 };
-// In the order in which the threads are created.
+// The threads are created in this order.
 constexpr Timer TIMERS[] = {
     {10, "PROCESS_STATUS_CHECK_TIMER", [] { return m_restart_check != 0; }, Always, ProcessCycle},
     {3000, "HANG_STATUS_CHECK_TIMER", [] { return m_hang_save_flag != 0; }, Always, HangCycle},
@@ -65,7 +65,7 @@ size_t IndexOf(uint32_t id) {
   return static_cast<size_t>(row - std::begin(TIMERS));
 }
 
-// A cycle that memory fails is lost, and no more than that.
+// Without memory one cycle is lost, and nothing else.
 void RunCycle(void (*cycle)()) {
   try {
     cycle();
@@ -87,7 +87,7 @@ bool StartTimer(const Timer& timer, base::Thread& thread) {
 
 bool StartTimerThreads() {
   for (size_t i = 0; i < threads.size(); ++i) {
-    // What a stop cuts must not begin anew on a thread.
+    // A thread must not start again what a stop has just cut.
     if (base::StopSignalPending()) break;
     if (threads[i].Started() || !TIMERS[i].enabled()) continue;
     if (!StartTimer(TIMERS[i], threads[i])) return false;

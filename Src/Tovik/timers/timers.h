@@ -1,23 +1,24 @@
-// The agent's timers: one thread per enabled check.
+// The agent's timers: one thread for each enabled check.
 //
-// Every timer thread runs send_timer, which repeats its check's cycle until the agent stops: the check, its
-// trace line, the pause. A check that fails is traced and stops nothing. All waits are cut by a stop, so a
-// thread ends as soon as the exchange that it is in.
+// Each timer thread runs send_timer, which repeats the check's cycle (check, trace line, pause) until the
+// agent stops. A check that fails is traced and stops nothing. A stop cuts all waits, so a thread ends as
+// soon as its present exchange does.
 #ifndef TOVIK_TIMERS_TIMERS_H
 #define TOVIK_TIMERS_TIMERS_H
 
-// Starts, in the table's order, each enabled timer that does not run yet, unless a stop signal is
-// pending. False once one cannot be created (or the result check has no time of day), which is traced.
+// Starts each enabled timer that is not running yet, in the order of the table, unless a stop signal is
+// pending. Returns false, after a trace line, as soon as one cannot be created or the result check has no
+// valid time of day.
 [[nodiscard]] bool StartTimerThreads();
-// Waits for the end of every timer that was started.
+// Waits until every started timer has ended.
 void JoinTimerThreads();
 
 // The name of a timer whose cycle takes longer than it may (timer_budgets.h); null when each of those that
 // run moves. Any thread.
 const char* StuckTimer();
 
-// A timer thread's body; the argument points to its id (uint32_t), which must outlive it. Ends, with 1, on
-// gSvcManageThrdExit.
+// The body of a timer thread. argument points to the timer's id (uint32_t), which must outlive the thread.
+// Ends on gSvcManageThrdExit and returns 1.
 void* send_timer(void* argument);
 
 #endif
