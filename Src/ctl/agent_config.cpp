@@ -59,9 +59,9 @@ std::string FileOf(const std::vector<RunningAgent>& agents, std::string* complai
 
 }  // namespace
 
-std::string ChooseConfigFile(const std::string& given, std::string* complaint) {
+std::string ChooseConfigFile(const std::string& given, pid_t self, std::string* complaint) {
   if (!given.empty()) return given;
-  const auto above = AgentAbove(::getppid());
+  const auto above = AgentAbove(self);
   if (above && !above->config.empty()) return above->config;
   return FileOf(FindAgents(), complaint);
 }
@@ -89,9 +89,13 @@ std::optional<AgentConfig> LoadAgentConfig(const std::string& file, std::string*
   return config;
 }
 
-std::optional<AgentConfig> FindAgentConfig(const std::string& given, std::string* complaint) {
-  const std::string file = ChooseConfigFile(given, complaint);
+std::optional<AgentConfig> FindAgentConfig(const std::string& given, pid_t self, std::string* complaint) {
+  const std::string file = ChooseConfigFile(given, self, complaint);
   return file.empty() ? std::nullopt : LoadAgentConfig(file, complaint);
+}
+
+std::optional<AgentConfig> FindAgentConfig(const std::string& given, std::string* complaint) {
+  return FindAgentConfig(given, ::getpid(), complaint);
 }
 
 }  // namespace ctl

@@ -3,8 +3,9 @@
 #ifndef CTL_AGENT_CONFIG_H
 #define CTL_AGENT_CONFIG_H
 
+#include <sys/types.h>
+
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -28,15 +29,17 @@ struct AgentConfig {
   std::string record_folder = DEFAULT_RECORD_FOLDER;  // HISTORY_PATH, a key of the tool alone
 };
 
-// The file to judge by: given, else the one of the agent above this process, else that of the running agent,
+// The file to judge by: given, else the one of the agent above that process, else that of the running agent,
 // else DEFAULT_CONFIG. Empty, with what is wrong, when several agents run on different files.
-std::string ChooseConfigFile(const std::string& given, std::string* complaint);
+std::string ChooseConfigFile(const std::string& given, pid_t self, std::string* complaint);
 
 // Reads it into the agent's variables and gives back what the commands need. Nothing, with what is wrong,
 // when it cannot be opened. Not for two threads at once. May block as long as the file system does.
 std::optional<AgentConfig> LoadAgentConfig(const std::string& file, std::string* complaint);
 
 // The two together.
+std::optional<AgentConfig> FindAgentConfig(const std::string& given, pid_t self, std::string* complaint);
+// For this process.
 std::optional<AgentConfig> FindAgentConfig(const std::string& given, std::string* complaint);
 
 }  // namespace ctl

@@ -1,14 +1,23 @@
 #include "ctl/commands.h"
 
 #include <algorithm>
-#include <array>
 
 namespace ctl {
 
+// One row a command: declared here, defined in its file.
+extern const Command START_COMMAND;
+extern const Command PAUSE_COMMAND;
+extern const Command RESUME_COMMAND;
+extern const Command HISTORY_COMMAND;
+
 namespace {
 
-// One row a command: declared above, defined in its file.
-constexpr std::array<const Command*, 0> COMMANDS{};
+constexpr const Command* COMMANDS[] = {
+    &START_COMMAND,
+    &PAUSE_COMMAND,
+    &RESUME_COMMAND,
+    &HISTORY_COMMAND,
+};
 
 constexpr Option COMMON_OPTIONS[] = {
     {"config", 'f', "FILE", "the agent's configuration; else the one that the running agent was given"},

@@ -8,14 +8,6 @@
 #include <cerrno>
 
 namespace ctl {
-namespace {
-
-base::UniqueFd OpenToRead(const std::string& path) {
-  return base::UniqueFd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-}
-
-}  // namespace
-
 std::optional<std::string> ReadDescriptor(int fd, size_t limit) {
   std::string text;
   char buffer[4096];
@@ -30,23 +22,22 @@ std::optional<std::string> ReadDescriptor(int fd, size_t limit) {
 }
 
 std::optional<std::string> ReadSmallFile(const std::string& path, size_t limit) {
-  const base::UniqueFd file = OpenToRead(path);
+  const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!file.Valid()) return std::nullopt;
   return ReadDescriptor(file.Get(), limit);
 }
 
-std::optional<std::string> ReadTail(const std::string& path, size_t limit) {
-  const base::UniqueFd file = OpenToRead(path);
+std::optional<std::string> ReadTail(int fd, size_t limit) {
   struct stat status {};
-  if (!file.Valid() || ::fstat(file.Get(), &status) != 0) return std::nullopt;
+  if (::fstat(fd, &status) != 0) return std::nullopt;
   if (!S_ISREG(status.st_mode)) {
     errno = EINVAL;
     return std::nullopt;
   }
   const auto size = static_cast<size_t>(status.st_size);
-  if (size <= limit) return ReadDescriptor(file.Get(), limit);
-  ::lseek(file.Get(), static_cast<off_t>(size - limit), SEEK_SET);
-  std::optional<std::string> text = ReadDescriptor(file.Get(), limit);
+  if (size <= limit) return ReadDescriptor(fd, limit);
+  ::lseek(fd, static_cast<off_t>(size - limit), SEEK_SET);
+  std::optional<std::string> text = ReadDescriptor(fd, limit);
   if (text) text->erase(0, text->find('\n') + 1);
   return text;
 }

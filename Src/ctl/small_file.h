@@ -17,7 +17,7 @@ std::optional<std::string> ReadDescriptor(int fd, size_t limit);
 // The first limit bytes; a FIFO in its place is not waited for. Nothing with errno.
 std::optional<std::string> ReadSmallFile(const std::string& path, size_t limit = 65536);
 // The last limit bytes of a regular file, from a whole line on when it is longer. Nothing with errno.
-std::optional<std::string> ReadTail(const std::string& path, size_t limit);
+std::optional<std::string> ReadTail(int fd, size_t limit);
 
 // Writes all of it: 0, or -1 with errno.
 int WriteAll(int fd, const char* data, size_t length);

@@ -1,11 +1,18 @@
 // The parts of the operator's tool that work on words and texts alone.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <regex>
+#include <set>
+
+#include "ctl/commands.h"
 #include "ctl/duration.h"
 #include "ctl/near_name.h"
 #include "ctl/process_table.h"
 #include "ctl/running_agent.h"
 #include "ctl/text.h"
+#include "ctl/tool.h"
+#include "support/support.h"
 
 namespace ctl {
 namespace {
@@ -97,6 +104,91 @@ TEST(RunningAgent, TellsItsConfigurationFile) {
                                                  {{"agent"}, ""},
                                                  {{}, ""}};
   for (const auto& [words, file] : cases) EXPECT_EQ(ConfigFileIn(words), file);
+}
+
+Parsed Parse(std::vector<std::string> words) {
+  static std::vector<std::string> kept;
+  static std::vector<char*> pointers;
+  kept = std::move(words);
+  kept.insert(kept.begin(), "dunrasttctl");
+  pointers.clear();
+  for (std::string& word : kept) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  return ParseCommandLine(static_cast<int>(kept.size()), pointers.data());
+}
+
+TEST(CommandLine, TakesCommonOptionsOnBothSides) {
+  for (const auto& words : {std::vector<std::string>{"-f", "a", "--json", "history", "--since", "2h"},
+                            {"history", "--since=2h", "--json", "-fa"},
+                            {"--config=a", "history", "--since", "2h", "--json"}}) {
+    const Parsed parsed = Parse(words);
+    EXPECT_EQ(parsed.complaint, "");
+    EXPECT_STREQ(parsed.command->name, "history");
+    EXPECT_EQ(parsed.call.config, "a");
+    EXPECT_TRUE(parsed.call.json);
+    EXPECT_EQ(*parsed.call.Value("since"), "2h");
+  }
+  const Parsed pause = Parse({"pause", "5m", "--reason", "a b"});
+  EXPECT_STREQ(pause.call.operands[0], "5m");
+}
+
+TEST(CommandLine, LeavesTheOptionsOfTheCommandToRun) {
+  const Parsed parsed = Parse({"start", "--now", "--", "run.sh", "--json", "-f", "x"});
+  EXPECT_EQ(parsed.complaint, "");
+  ASSERT_EQ(parsed.call.operands.size(), 4U);
+  EXPECT_STREQ(parsed.call.operands[3], "x");
+  EXPECT_EQ(parsed.call.operands.data()[4], nullptr);
+  EXPECT_FALSE(parsed.call.json);
+  EXPECT_EQ(Parse({"start", "run.sh", "--now"}).call.operands.size(), 2U);
+}
+
+TEST(CommandLine, NamesWhatMayHaveBeenMeant) {
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {{"histroy"}, "no command histroy, history?"},
+      {{"x\x1b"}, "no command x\\x1b"},
+      {{}, "no command"},
+      {{"history", "--sinec", "1h"}, "no option --sinec, --since?"},
+      {{"--jsno", "history"}, "no option --jsno, --json?"},
+      {{"history", "-x"}, "no option -x"},
+      {{"history", "--since"}, "option --since lacks its argument"},
+      {{"history", "--json=1"}, "option --json takes no argument"}};
+  for (const auto& [words, complaint] : cases) EXPECT_EQ(Parse(words).complaint, complaint);
+}
+
+std::set<std::string> All(const std::string& text, const char* pattern) {
+  const std::regex expression(pattern, std::regex::ECMAScript | std::regex::multiline);
+  std::set<std::string> found;
+  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match)
+    found.insert((*match)[1]);
+  return found;
+}
+
+// Manual, completion and tables say the same.
+TEST(Documents, HaveExactlyTheCommandsOptionsAndStatusesOfTheTool) {
+  const std::string manual = support::ReadFile(TREE "/man/dunrasttctl.8");
+  const std::string completion = support::ReadFile(TREE "/completions/dunrasttctl");
+  std::set<std::string> commands;
+  std::set<std::string> options;
+  std::set<std::string> offered;
+  for (const Option& option : CommonOptions()) options.insert(option.name);
+  for (const Command* command : Commands()) {
+    commands.insert(command->name);
+    std::string row = std::string("[") + command->name + "]=\"";
+    for (const Option& option : command->options) {
+      options.insert(option.name);
+      row += std::string(row.ends_with('"') ? "" : " ") + "--" + option.name;
+    }
+    EXPECT_NE(completion.find(row + "\""), std::string::npos) << row;
+  }
+  EXPECT_EQ(All(manual, R"(^\.Ss ([a-z-]+))"), commands);
+  EXPECT_EQ(All(manual, R"(^\.It Fl (?:[a-z] (?:Ar file )?, Fl )?-([a-z]+))"), options);
+  EXPECT_EQ(All(completion, R"(\[([a-z-]+)\]=")"), commands);
+  for (const ExitRow& row : EXIT_STATUSES) {
+    std::string meaning = row.meaning;
+    meaning[0] = static_cast<char>(std::toupper(meaning[0]));
+    EXPECT_NE(manual.find(".It " + std::to_string(row.status) + "\n" + meaning + ".\n"), std::string::npos)
+        << meaning;
+  }
 }
 
 }  // namespace

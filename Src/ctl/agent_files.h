@@ -1,0 +1,29 @@
+// Where the agent and the engine write, by the configuration and the day.
+#ifndef CTL_AGENT_FILES_H
+#define CTL_AGENT_FILES_H
+
+#include <ctime>
+#include <optional>
+#include <string>
+
+#include "ctl/agent_config.h"
+
+namespace ctl {
+
+// A log: the folder that the configuration names, and the path below it, "YYYYMMDD/FILE".
+struct DayFile {
+  std::string folder;
+  std::string below;
+  std::string Path() const { return folder + below; }
+};
+DayFile MainLog(const AgentConfig& config, time_t day);
+DayFile HangLog(const AgentConfig& config, time_t day);
+DayFile EngineErrorLog(const AgentConfig& config, time_t day);
+
+// Its last limit bytes, whole lines. Below the folder no link is followed, for whoever writes there may not
+// be the reader. Nothing with errno.
+std::optional<std::string> ReadDayFile(const DayFile& file, size_t limit);
+
+}  // namespace ctl
+
+#endif

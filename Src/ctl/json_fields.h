@@ -1,0 +1,47 @@
+// Fields of JSON that somebody else may have written: of the wrong type, they are missing.
+#ifndef CTL_JSON_FIELDS_H
+#define CTL_JSON_FIELDS_H
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ctl {
+
+using Json = nlohmann::ordered_json;
+
+// An object, or an empty one for whatever else the text is.
+inline Json ParseObject(std::string_view text) {
+  Json json = Json::parse(text, nullptr, false);
+  return json.is_object() ? json : Json::object();
+}
+
+inline std::optional<std::string> TextField(const Json& json, const char* key) {
+  const auto field = json.find(key);
+  if (field == json.end() || !field->is_string()) return std::nullopt;
+  return field->get<std::string>();
+}
+
+inline std::optional<int64_t> NumberField(const Json& json, const char* key) {
+  const auto field = json.find(key);
+  if (field == json.end() || !field->is_number_integer()) return std::nullopt;
+  return field->get<int64_t>();
+}
+
+inline std::optional<double> FigureField(const Json& json, const char* key) {
+  const auto field = json.find(key);
+  if (field == json.end() || !field->is_number()) return std::nullopt;
+  return field->get<double>();
+}
+
+// The value, or null for none.
+template <typename T>
+Json OrNull(const std::optional<T>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
+
+}  // namespace ctl
+
+#endif

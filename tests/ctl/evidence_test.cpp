@@ -1,0 +1,98 @@
+// Engines that die in known ways, and what the real tool says of them.
+#include <sys/resource.h>
+
+#include <fstream>
+
+#include "ctl/memory_group.h"
+#include "ctl/tool_test.h"
+
+namespace tooltest {
+namespace {
+
+class Deaths : public ToolTest {
+ protected:
+  Deaths() {
+    fs::remove(home_ / engine_);
+    fs::create_symlink("/usr/bin/python3", home_ / engine_);
+  }
+
+  // Brings up an engine that runs this, through the tool, and waits until the tool has seen it.
+  void StartEngine(const std::string& python, const std::string& before = ":") {
+    home_.Write("engine.py", python);
+    home_.Write("run.sh",
+                "#!/bin/sh\ncd \"$(dirname \"$0\")\"\n" + before + "\n./" + engine_ +
+                    " engine.py > /dev/null 2>&1 &\n",
+                0755);
+    ASSERT_EQ(Start(), 0) << Errors();
+    ASSERT_TRUE(WaitUntil([this] { return ReadFile(home_ / "ready") == "1"; }));
+    ASSERT_TRUE(WaitUntil([this] {
+      return !Engines().empty() &&
+             ReadFile(Records() + "state").find("\"engine\":{\"pid\":" + std::to_string(Engines()[0])) !=
+                 std::string::npos;
+    })) << ReadFile(Records() + "state");
+  }
+  std::string VerdictOfTheNextStart() {
+    WaitUntil([this] {
+      while (waitpid(-1, nullptr, WNOHANG) > 0) {
+      }
+      return Engines().empty();
+    });
+    home_.Write("run.sh", "#!/bin/sh\n", 0755);
+    EXPECT_EQ(Start(), 0) << Errors();
+    return History().back()["verdict"];
+  }
+};
+
+constexpr const char* READY = "open('ready', 'w').write('1')\n";
+
+TEST_F(Deaths, ByAPersonsKillAreNotKnown) {
+  StartEngine(std::string(READY) + "import time\ntime.sleep(600)\n");
+  KillEngine();
+  EXPECT_TRUE(VerdictOfTheNextStart().starts_with("not known"));
+}
+
+TEST_F(Deaths, ForWantOfMemoryAreTheGroupsKills) {
+  const std::string parent = ctl::MemoryGroupFolder(ctl::ReadGroupText(getpid()));
+  const std::string group = parent + "/" + engine_;
+  std::error_code refused;
+  if (parent.empty() || !fs::create_directory(group, refused)) GTEST_SKIP() << "no control group may be made";
+  for (const char* limit : {"/memory.limit_in_bytes", "/memory.max", "/memory.swap.max"}) {
+    if (fs::exists(group + limit))
+      std::ofstream(group + limit) << (strstr(limit, "swap") == nullptr ? 64 << 20 : 0);
+  }
+  StartEngine(std::string(READY) + "import time\nwhile open('ready').read() == '1': time.sleep(0.01)\n" +
+                  "kept = [bytearray(1 << 20) for i in range(1 << 12)]\n",
+              "echo $$ > " + group + "/cgroup.procs");
+  home_.Write("ready", "2");
+  const std::string verdict = VerdictOfTheNextStart();
+  EXPECT_TRUE(verdict.starts_with("killed for want of memory (kills in its control group: ")) << verdict;
+  fs::remove(group, refused);
+}
+
+TEST_F(Deaths, WithACoreTellTheSignal) {
+  const std::string pattern = ReadFile("/proc/sys/kernel/core_pattern");
+  if (pattern.empty() || pattern.find_first_of("|/") != pattern.npos) GTEST_SKIP() << "cores go elsewhere";
+  const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
+  if (setrlimit(RLIMIT_CORE, &unlimited) != 0) GTEST_SKIP() << "no cores";
+  StartEngine(std::string(READY) + "import time\ntime.sleep(600)\n");
+  KillEngine(SIGSEGV);
+  const std::string verdict = VerdictOfTheNextStart();
+  EXPECT_TRUE(verdict.starts_with("ended by SIGSEGV, core in " + (home_ / "core"))) << verdict;
+}
+
+TEST_F(Deaths, OfAHungEngineNameItsQueue) {
+  config_ += "ASR_PORT " + std::to_string(support::Listener(true).Port()) + "\n";
+  const std::string port = config_.substr(config_.rfind(' ') + 1);
+  StartEngine(
+      "import socket, time\none = socket.socket()\none.bind(('127.0.0.1', " + port +
+      "))\none.listen(1)\nclients = [socket.create_connection(one.getsockname()) for i in range(2)]\n" +
+      READY + "time.sleep(600)\n");
+  EXPECT_TRUE(WaitUntil([this] { return History()[0]["seconds_to_port"].is_number(); }));
+  // A start beside it sees the queue.
+  ASSERT_EQ(Start(), 0);
+  KillEngine();
+  EXPECT_EQ(VerdictOfTheNextStart(), "not known; it took no connections before: 2 waited, room for 1");
+}
+
+}  // namespace
+}  // namespace tooltest

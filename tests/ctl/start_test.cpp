@@ -1,0 +1,300 @@
+// The real tool in front of a start script: whatever fails, the script runs once for each start that is not
+// held.
+#include <sys/mount.h>
+
+#include <chrono>
+
+#include "ctl/claim.h"
+#include "ctl/clock.h"
+#include "ctl/process_table.h"
+#include "ctl/step_killer.h"
+#include "ctl/tool_test.h"
+
+namespace tooltest {
+namespace {
+
+TEST_F(ToolTest, RunsTheScriptAndRecordsWhatCameOfIt) {
+  config_ += "ASR_PORT 1\n";
+  const std::string exits = home_.Write("exits.sh", "#!/bin/sh\nexit 7\n", 0755);
+  EXPECT_EQ(Run(Tool({"start", "--", exits})).ExitStatus(), 7);
+  ASSERT_TRUE(WaitUntil([&] { return History()[0]["command_status"] == 7; }));
+  const Json one = History()[0];
+  EXPECT_TRUE(one["held"].is_null());
+  EXPECT_EQ(one["verdict"], "not known");
+  EXPECT_TRUE(EvidenceText().starts_with("not known\n"));
+  EXPECT_EQ(Run(Tool({"start", "--now", "--", home_ / "none"})).ExitStatus(), 127);
+  EXPECT_EQ(Run(Tool({"start", "--now", "--", home_.Path()})).ExitStatus(), 126);
+}
+
+TEST_F(ToolTest, HoldsAStartThatIsNotNeeded) {
+  EXPECT_EQ(Start({}, "up"), 0);
+  ASSERT_TRUE(WaitUntil([this] { return !Engines().empty(); }));
+  EXPECT_EQ(Start({}), 0);
+  KillEngine();
+  EXPECT_EQ(Start({}), 1);
+  EXPECT_NE(Errors().find("back-off: next try in "), std::string::npos) << Errors();
+  EXPECT_EQ(Start({"--now"}), 0);
+  EXPECT_EQ(Run(Tool({"pause", "2m", "--reason", "new\nmodel"})).ExitStatus(), 0);
+  EXPECT_EQ(Start({"--now"}), 1);
+  EXPECT_EQ(Run(Tool({"resume"})).ExitStatus(), 0);
+  EXPECT_EQ(Start({"--now"}), 0);
+  EXPECT_EQ(Runs(), 3U);
+  std::string held;
+  for (const Json& one : History())
+    held += one["held"].is_null() ? "- " : one["held"].get<std::string>() + " ";
+  EXPECT_EQ(held, "- engine-is-back back-off - pause - ");
+}
+
+TEST_F(ToolTest, RefusesAPauseThatHoldsNothing) {
+  EXPECT_EQ(Run(Tool({"pause", "59s", "--reason", "x"})).ExitStatus(), 3);
+  EXPECT_EQ(Run(Tool({"pause", "25h", "--reason", "x"})).ExitStatus(), 3);
+  EXPECT_EQ(Run(Tool({"pause", "5m"})).ExitStatus(), 3);
+  config_ += "SHELL_FILE " + script_ + "\n";
+  EXPECT_EQ(Run(Tool({"pause", "5m", "--reason", "x"})).ExitStatus(), 2);
+  EXPECT_FALSE(fs::exists(Records() + "pause"));
+}
+
+// What stands in the way of the record, and has to leave it alone.
+struct Obstacle {
+  const char* name;
+  std::function<void(const std::string& records, const support::TempFolder& home)> put;
+};
+const Obstacle OBSTACLES[] = {
+    {"a link in the record folder's place",
+     [](const std::string& records, const support::TempFolder& home) {
+       fs::remove_all(records);
+       fs::create_directory_symlink(home / "outside", records.substr(0, records.size() - 1));
+     }},
+    {"links in the places of the files",
+     [](const std::string& records, const support::TempFolder& home) {
+       for (const char* name : {"lock", "state", "pause", "state.new"}) {
+         fs::remove(records + name);
+         fs::create_symlink(home / "outside/victim", records + name);
+       }
+       for (const char* name : {"starts", "evidence"}) {
+         fs::remove_all(records + name);
+         fs::create_directory_symlink(home / "outside", records + name);
+       }
+     }},
+    {"folders and FIFOs in the places of the files",
+     [](const std::string& records, const support::TempFolder&) {
+       fs::remove(records + "lock");
+       fs::create_directories(records + "state.new/x");
+       mkfifo((records + "lock").c_str(), 0600);
+       mkfifo((records + "pause").c_str(), 0600);
+       fs::remove_all(records + "starts");
+       std::ofstream(records + "starts") << "a file";
+     }},
+    {"records cut in half",
+     [](const std::string& records, const support::TempFolder&) {
+       for (const auto& entry : fs::recursive_directory_iterator(records)) {
+         if (entry.is_regular_file()) fs::resize_file(entry.path(), entry.file_size() / 2);
+       }
+     }},
+    {"records of 1 GB",
+     [](const std::string& records, const support::TempFolder&) {
+       for (const auto& entry : fs::recursive_directory_iterator(records)) {
+         if (entry.is_regular_file()) fs::resize_file(entry.path(), 1 << 30);
+       }
+     }},
+    {"a record folder that anybody may write to",
+     [](const std::string& records, const support::TempFolder&) {
+       fs::permissions(records, fs::perms::others_write, fs::perm_options::add);
+     }},
+    {"a record folder that cannot be made",
+     [](const std::string& records, const support::TempFolder& home) {
+       fs::remove_all(fs::path(records).parent_path().parent_path());
+       home.Write("record", "a file");
+     }},
+};
+
+TEST_F(ToolTest, StartsTheEngineWhateverStandsInTheRecordsPlace) {
+  for (const Obstacle& obstacle : OBSTACLES) {
+    fs::remove_all(home_ / "record");
+    fs::remove(home_ / "runs");
+    fs::create_directories(home_ / "outside");
+    home_.Write("outside/victim", "mine\n");
+    ASSERT_EQ(Start(), 0);
+    obstacle.put(Records(), home_);
+    EXPECT_EQ(Start(), 0) << obstacle.name;
+    EXPECT_EQ(Runs(), 2U) << obstacle.name << "\n" << Errors();
+    EXPECT_EQ(ReadFile(home_ / "outside/victim"), "mine\n") << obstacle.name;
+    EXPECT_EQ(std::distance(fs::directory_iterator(home_ / "outside"), {}), 1) << obstacle.name;
+  }
+}
+
+TEST_F(ToolTest, StartsTheEngineOnAFullAndOnAReadOnlyFileSystem) {
+  fs::create_directory(home_ / "record");
+  if (::mount("none", (home_ / "record").c_str(), "tmpfs", 0, "size=64k,mode=700") != 0)
+    GTEST_SKIP() << "may not mount";
+  home_.Write("record/filler", std::string(65536, 'x'));
+  EXPECT_EQ(Start(), 0);
+  EXPECT_NE(Errors().find("not recorded: "), std::string::npos);
+  fs::remove(home_ / "record/filler");
+  EXPECT_EQ(Start(), 0);
+  EXPECT_EQ(History().size(), 1U);
+  home_.Write("record/filler", std::string(65536, 'x'));
+  EXPECT_EQ(Start(), 0);
+  ::mount("none", (home_ / "record").c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=64k,mode=700");
+  EXPECT_EQ(Start(), 0);
+  EXPECT_EQ(Runs(), 4U);
+  // The third found room on the page of the second.
+  EXPECT_EQ(History().size(), 2U);
+  ::umount2((home_ / "record").c_str(), MNT_DETACH);
+}
+
+TEST_F(ToolTest, PassesOverALockWhoseHolderIsDeadStoppedOrOld) {
+  ASSERT_EQ(Start(), 0);
+  Process holder({"sleep", "600"});
+  const auto start = ctl::ReadProcess(holder.Pid())->start;
+  const auto claimed = [&](int64_t age_ms) {
+    std::ofstream(Records() + "lock")
+        << ctl::ClaimText({holder.Pid(), start, ctl::BootMilliseconds() - age_ms, ctl::Now().boot_id});
+  };
+  claimed(0);
+  EXPECT_EQ(Start(), 1);
+  EXPECT_EQ(History().back()["held"], "another-start");
+  claimed(10'000);
+  EXPECT_EQ(Start(), 0);
+  claimed(0);
+  kill(holder.Pid(), SIGSTOP);
+  ASSERT_TRUE(WaitUntil([&] { return ctl::ReadProcess(holder.Pid())->state == 'T'; }));
+  EXPECT_EQ(Start(), 0);
+  // One that was stopped in the middle of writing it.
+  Process keeper({"flock", Records() + "lock", "sleep", "600"});
+  ASSERT_TRUE(WaitUntil([&] {
+    return Process({"flock", "-n", Records() + "lock", "true"}).ExitStatus() == 1;
+  }));
+  EXPECT_EQ(Start(), 0);
+  EXPECT_EQ(Runs(), 4U);
+  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(keeper.Pid()) + "/task")) {
+    pid_t child = 0;
+    if (std::ifstream(entry.path() / "children") >> child) kill(child, SIGKILL);
+  }
+}
+
+TEST_F(ToolTest, RunsTheScriptOnceWhenTwoStartAtOnce) {
+  home_.Write("run.sh", "#!/bin/sh\necho \"$*\" >> \"$(dirname \"$0\")/runs\"\nexec sleep 0.5\n", 0755);
+  const Words words = StartWords();
+  for (size_t round = 1; round <= 5; ++round) {
+    Process one = Run(words);
+    Process two = Run(words);
+    EXPECT_EQ(one.ExitStatus() + two.ExitStatus(), 1) << Errors();
+    EXPECT_EQ(Runs(), round);
+  }
+}
+
+TEST_F(ToolTest, RunsTheScriptOnceWhereverItsHelperIsKilled) {
+  int step = 1;
+  for (; RunKilledAt(StartWords(), Victim::HELPER, step); step += 13) {
+    ASSERT_TRUE(WaitUntil([this] { return Runs() > 0; })) << step;
+    ASSERT_EQ(Runs(), 1U) << step;
+    fs::remove(home_ / "runs");
+  }
+  EXPECT_GT(step, 200);
+}
+
+// Where even the last word before the script was said, it counts as started, and back-off holds the next.
+TEST_F(ToolTest, KilledBeforeTheScriptHindersNoLaterStart) {
+  int step = 1;
+  int held = 0;
+  for (; RunKilledAt(StartWords(), Victim::STARTER, step); step += 5) {
+    ASSERT_EQ(Runs(), 0U) << step;
+    // The watch takes the start back.
+    const auto started = [&] { return Start({"--backoff", "1h..1h"}) == 0; };
+    if (!WaitUntil(started, std::chrono::seconds(1))) {
+      ++held;
+      ASSERT_EQ(Start({"--now"}), 0);
+    }
+    ASSERT_EQ(Runs(), 1U) << step;
+    fs::remove(home_ / "runs");
+    fs::remove(Records() + "state");
+  }
+  EXPECT_GT(step, 50);
+  EXPECT_LE(held, 1);
+}
+
+#ifdef BLOCKING_SHIM
+TEST_F(ToolTest, DoesNotWaitLongForAFileSystemThatHangs) {
+  const std::pair<const char*, const char*> cases[] = {{"TXT_PATH", "evidence 2"},
+                                                       {"HISTORY_PATH", "no answer"}};
+  for (const auto& [key, told] : cases) {
+    config_ += std::string(key) + " " + (home_ / "hangs/\n");
+    const auto begin = std::chrono::steady_clock::now();
+    fs::remove(home_ / "runs");
+    EXPECT_EQ(Run(Joined({"env", "LD_PRELOAD=" BLOCKING_SHIM}, StartWords())).ExitStatus(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
+    EXPECT_EQ(Runs(), 1U) << key;
+    EXPECT_NE(Errors().find(told), std::string::npos) << Errors();
+    if (std::string(key) == "TXT_PATH") {
+      EXPECT_NE(EvidenceText().find("the rest took too long, beginning with: the engine's last errors"),
+                std::string::npos)
+          << EvidenceText();
+    }
+  }
+}
+
+TEST_F(ToolTest, StaysAsTheParentWhereTheKernelTellsNobodyElse) {
+  const std::string exits = home_.Write("exits.sh", "#!/bin/sh\nexit $1\n", 0755);
+  for (const char* status : {"7", "0"}) {
+    EXPECT_EQ(Run(Joined({"env", "LD_PRELOAD=" BLOCKING_SHIM}, Tool({"start", "--now", "--", exits, status})))
+                  .ExitStatus(),
+              atoi(status));
+    EXPECT_TRUE(WaitUntil([&] { return History().back()["command_status"] == atoi(status); }));
+  }
+}
+
+TEST_F(ToolTest, CountsByNoClockThatCanBeSet) {
+  ASSERT_EQ(Start({"--backoff", "1h..1h"}), 0);
+  for (const char* shift : {"-1y", "+10y"}) {
+    const Words clock = {"env", "FAKETIME_DONT_FAKE_MONOTONIC=1", "faketime", "-f", shift};
+    EXPECT_EQ(Run(Joined(clock, StartWords({"--backoff", "1h..1h"}))).ExitStatus(), 1) << shift;
+    EXPECT_EQ(Run(Joined(clock, StartWords())).ExitStatus(), 0) << shift;
+  }
+  EXPECT_EQ(Runs(), 3U);
+  EXPECT_EQ(History("99999h").size(), 5U);
+}
+#endif
+
+// Runs words in a group of their own, with unusual signals and descriptors; what they print.
+std::string Printed(const Words& words, const std::string& out) {
+  const pid_t child = fork();
+  if (child == 0) {
+    setpgid(0, 0);
+    signal(SIGUSR1, SIG_IGN);
+    signal(SIGCHLD, SIG_IGN);
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const int number : {SIGHUP, SIGALRM}) sigaddset(&blocked, number);
+    sigprocmask(SIG_SETMASK, &blocked, nullptr);
+    close(STDIN_FILENO);
+    dup2(STDERR_FILENO, 9);
+    if (freopen(out.c_str(), "w", stdout) == nullptr) _exit(1);
+    std::vector<char*> pointers;
+    for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+    pointers.push_back(nullptr);
+    execvp(pointers[0], pointers.data());
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  return ReadFile(out);
+}
+
+// Environment, descriptors, signals, parent, session, folder, limits: as without the tool.
+TEST_F(ToolTest, LeavesTheScriptWhatItInherits) {
+  const Words commands[] = {
+      {"sh", "-c", "pwd; umask; ls /proc/self/fd"},
+      {"cat", "/proc/self/environ", "/proc/self/limits", "/proc/self/oom_score_adj", "/proc/self/cgroup",
+       "/proc/thread-self/children"},
+      {"grep", "-E", "^(PPid|NSsid|Sig[^Q]|Shd|Cap|NoNew|Groups|Uid|Gid|Seccomp|Cpus|Mems)",
+       "/proc/self/status"}};
+  for (const Words& command : commands) {
+    const std::string plain = Printed(command, home_ / "printed");
+    EXPECT_EQ(Printed(Tool(Joined({"start", "--now", "--"}, command)), home_ / "printed"), plain);
+  }
+}
+
+}  // namespace
+}  // namespace tooltest

@@ -1,0 +1,55 @@
+// The real agent, told to start its engine through the real tool.
+#include <nlohmann/json.hpp>
+
+#include "system/harness.h"
+
+namespace harness {
+namespace {
+
+class Story : public AgentTest {
+ protected:
+  Story() {
+    config_ += "SHELL_FILE " TOOL "\nSHELL_METHOD start --backoff 0s..0s -- \"" +
+               (folder_ / "start engine.sh") + "\" start\nHISTORY_PATH ./record/\n";
+  }
+  int Tool(const Words& words) const {
+    return Process(Joined({TOOL, "-f", folder_ / "agent.conf"}, words), folder_ / "tool", folder_ / "tool")
+        .ExitStatus();
+  }
+  std::string Ends() const {
+    fs::remove(folder_ / "tool");
+    EXPECT_EQ(Tool({"history", "--json"}), 0);
+    std::string ends;
+    const auto history = nlohmann::json::parse(ReadFile(folder_ / "tool"), nullptr, false);
+    for (const auto& one : history["starts"])
+      ends += one["held"].is_null() ? "started " : one["held"].get<std::string>() + " ";
+    return ends;
+  }
+};
+
+// Without -f the tool takes the file of the agent that runs it, whatever other agents there are.
+TEST_F(Story, OfAnEngineThatDiesIsHeldAndStartedAgain) {
+  StartEngine();
+  Process agent = StartedAgent();
+  ASSERT_TRUE(WaitForOut("System CPU"));
+  KillEngine();
+  ASSERT_TRUE(WaitUntil([this] { return EngineAlive(); }));
+  EXPECT_EQ(ReadFile(folder_ / "runs"), "<start>");
+  EXPECT_EQ(Ends(), "started ");
+  std::string evidence;
+  for (const auto& entry : fs::directory_iterator(folder_ / ("record/restarts-" + engine_ + "/evidence")))
+    evidence += ReadFile(entry.path());
+  EXPECT_TRUE(evidence.starts_with("not known")) << evidence;
+  EXPECT_NE(evidence.find("System CPU ["), evidence.npos) << evidence;
+
+  EXPECT_EQ(Tool({"pause", "5m", "--reason", "a test"}), 0) << ReadFile(folder_ / "tool");
+  KillEngine();
+  EXPECT_TRUE(WaitUntil([this] { return Count(Ends(), "pause") >= 2; }));
+  EXPECT_FALSE(EngineAlive());
+  EXPECT_EQ(Tool({"resume"}), 0);
+  EXPECT_TRUE(WaitUntil([this] { return EngineAlive(); }));
+  ExpectStops(agent, seconds(15));
+}
+
+}  // namespace
+}  // namespace harness
