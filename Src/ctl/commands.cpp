@@ -5,6 +5,7 @@
 namespace ctl {
 
 // One row a command: declared here, defined in its file.
+extern const Command STATUS_COMMAND;
 extern const Command START_COMMAND;
 extern const Command PAUSE_COMMAND;
 extern const Command RESUME_COMMAND;
@@ -13,6 +14,7 @@ extern const Command HISTORY_COMMAND;
 namespace {
 
 constexpr const Command* COMMANDS[] = {
+    &STATUS_COMMAND,
     &START_COMMAND,
     &PAUSE_COMMAND,
     &RESUME_COMMAND,
