@@ -151,9 +151,7 @@ void AddLogs(const Picture& seen, Page* page) {
     for (const auto& [labels, value] : once) page->Add("dunrastt_delivery_failed", value, labels);
     page->Add("dunrastt_deliveries_failed", static_cast<double>(once.size()));
   }
-  if (seen.hang)
-    page->Add("dunrastt_hang_deaded_checks",
-              seen.hang->Deaded() ? static_cast<double>(seen.hang->in_a_row) : 0);
+  if (seen.hang) page->Add("dunrastt_hang_deaded_checks", static_cast<double>(DeadedChecks(seen)));
   if (seen.restarts) {
     page->Add("dunrastt_restarts_last_hour", static_cast<double>(seen.restarts->hour));
     page->Add("dunrastt_restarts_last_day", static_cast<double>(seen.restarts->day));

@@ -73,9 +73,7 @@ std::string Data(const Picture& seen) {
     AddFigure("cpu", seen.log->cpu, &data);
     AddFigure("channels", seen.log->channels, &data);
   }
-  if (seen.hang)
-    data.push_back(
-        {"deaded", static_cast<uint64_t>(seen.hang->Deaded() ? seen.hang->in_a_row : 0), "", "0", "", ""});
+  if (seen.hang) data.push_back({"deaded", static_cast<uint64_t>(DeadedChecks(seen)), "", "0", "", ""});
   if (seen.restarts)
     data.push_back({"restarts_hour", static_cast<uint64_t>(seen.restarts->hour), "", "0", "", ""});
   std::string text;

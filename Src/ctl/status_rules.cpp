@@ -125,13 +125,12 @@ Verdict QueueStays(const Picture& seen) {
 }
 
 Verdict HangDeaded(const Picture& seen) {
-  if (!seen.hang || !seen.hang->Deaded()) return {};
-  // What was said of an engine before this one.
-  if (Engine(seen) != nullptr && Engine(seen)->start > seen.hang->time) return {};
-  return Say(base::Format("the hang check said \"%s\" %lld times in a row since %s", seen.hang->last.c_str(),
-                          static_cast<long long>(seen.hang->in_a_row),
-                          ShortTime(seen.hang->since, seen.time).c_str()),
-             seen.hang->since);
+  if (DeadedChecks(seen) == 0) return {};
+  const std::string times =
+      seen.hang->in_a_row == 1 ? "once, at " : std::to_string(seen.hang->in_a_row) + " times in a row since ";
+  return Say(
+      "the hang check said \"" + seen.hang->last + "\" " + times + ShortTime(seen.hang->since, seen.time),
+      seen.hang->since);
 }
 
 Verdict ChannelsNotWatched(const Picture& seen) {
@@ -278,6 +277,11 @@ std::string VerdictText(const Picture& seen, const std::vector<StatusFinding>& f
   std::string text = EngineName(seen) + " takes connections (" + Port(seen) + ")";
   if (queue != nullptr && queue->waiting > 0) text += ", " + std::to_string(queue->waiting) + " wait";
   return text;
+}
+
+int64_t DeadedChecks(const Picture& seen) {
+  if (!seen.hang || !seen.hang->Deaded()) return 0;
+  return Engine(seen) != nullptr && Engine(seen)->start >= seen.hang->time ? 0 : seen.hang->in_a_row;
 }
 
 std::string EngineName(const Picture& seen) {

@@ -42,6 +42,9 @@ const char* VerdictName(ExitStatus status);
 // The first finding's text, or that all is well.
 std::string VerdictText(const Picture& seen, const std::vector<StatusFinding>& findings);
 
+// Hang checks in a row that found this engine dead: 0 for what was said of one before it.
+int64_t DeadedChecks(const Picture& seen);
+
 // PROC_NAME as it is shown.
 std::string EngineName(const Picture& seen);
 // "03:14:07" of the day, else "Nov 18 09:12".

@@ -120,7 +120,7 @@ std::string HangRow(const Picture& seen) {
   std::string text = hang.last + " since " + ShortTime(hang.since, seen.time) + ", " +
                      std::to_string(hang.in_a_row) + " in a row; nobody was told";
   const auto& engine = seen.engine.process;
-  if (engine && engine->start > hang.time) text += "; the engine was started after that";
+  if (engine && engine->start >= hang.time) text += "; the engine was started after that";
   return text;
 }
 
