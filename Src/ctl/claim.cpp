@@ -1,8 +1,6 @@
 #include "ctl/claim.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,23 +15,8 @@
 namespace ctl {
 namespace {
 
-constexpr const char* FILE_NAME = "lock";
 constexpr size_t TEXT_LIMIT = 128;
 constexpr int64_t OLDEST_MS = 10'000;
-// The file is locked for as long as it takes to read and write one line; a holder that is stopped in it is
-// passed over.
-constexpr int TRIES = 20;
-constexpr int TRY_MS = 10;
-
-bool Lock(int fd) {
-  for (int i = 0; i < TRIES; ++i) {
-    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return true;
-    if (errno != EWOULDBLOCK && errno != EINTR) return false;
-    ::poll(nullptr, 0, TRY_MS);
-  }
-  errno = EWOULDBLOCK;
-  return false;
-}
 
 bool WriteClaim(int fd, const Claim& claim) {
   const std::string text = ClaimText(claim);
@@ -67,13 +50,13 @@ bool ClaimHolds(const Claim& claim, const Moment& now, const std::optional<Proce
 }
 
 Claimed TakeClaim(const RecordFolder& folder, const Claim& ours, const Moment& now, std::string* complaint) {
-  const base::UniqueFd file = folder.OpenFile(FILE_NAME, O_RDWR | O_CREAT);
+  const base::UniqueFd file = folder.OpenFile(LOCK_FILE, O_RDWR | O_CREAT);
   const auto failed = [&] {
-    *complaint = folder.Path() + "/" + FILE_NAME + ": " + std::strerror(errno);
+    *complaint = folder.Path() + "/" + LOCK_FILE + ": " + std::strerror(errno);
     return Claimed::UNSURE;
   };
   if (!file.Valid()) return failed();
-  const bool locked = Lock(file.Get());
+  const bool locked = RecordFolder::LockFile(file.Get());
   const int error = errno;
   const auto there = ParseClaim(ReadDescriptor(file.Get(), TEXT_LIMIT).value_or(""));
   if (there && there->pid != ours.pid && ClaimHolds(*there, now, ReadProcess(there->pid)))

@@ -37,9 +37,9 @@ std::string LocalTime(time_t wall, const char* format) {
 #pragma GCC diagnostic pop
 
 std::string IsoTime(time_t wall) {
-  std::string text = LocalTime(wall, "%Y-%m-%dT%H:%M:%S%z");
-  if (text.size() > 2) text.insert(text.size() - 2, ":");
-  return text;
+  const std::string zone = LocalTime(wall, "%z");  // "+0900"
+  return LocalTime(wall, "%Y-%m-%dT%H:%M:%S") + zone.substr(0, 3) + ":" +
+         (zone.size() > 3 ? zone.substr(3) : "00");
 }
 
 std::string WallTime(time_t wall) {

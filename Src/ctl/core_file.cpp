@@ -17,7 +17,7 @@
 namespace ctl {
 namespace {
 
-constexpr size_t HEAD_LIMIT = 65536;
+constexpr size_t HEAD_LIMIT = 4 << 20;  // the notes stand behind a header for each of up to 65,535 mappings
 constexpr int MAX_ENTRIES = 4096;
 constexpr std::string_view COLLECTOR = "systemd-coredump";
 constexpr const char* COLLECTOR_FOLDER = "/var/lib/systemd/coredump";
@@ -90,7 +90,7 @@ std::string CoreFolder(std::string_view pattern, const std::string& working) {
   if (pattern.starts_with('|'))
     return pattern.find(COLLECTOR) == std::string_view::npos ? "" : COLLECTOR_FOLDER;
   const size_t slash = pattern.rfind('/');
-  const std::string folder(slash == std::string_view::npos ? "" : pattern.substr(0, slash + 1));
+  std::string folder(slash == std::string_view::npos ? "" : pattern.substr(0, slash + 1));
   if (folder.find('%') != std::string::npos || pattern.empty()) return "";
   if (folder.starts_with('/')) return folder;
   return working.empty() ? "" : working + "/" + folder;

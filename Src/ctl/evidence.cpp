@@ -26,7 +26,7 @@ namespace {
 
 constexpr size_t KEPT = 30;
 constexpr size_t MAX_TEXT = 65536;
-constexpr size_t ROOM = 60 * 1024;  // for the parts; the rest is for the first lines
+constexpr size_t ROOM = 61'440;  // for the parts; the rest is for the first lines
 constexpr size_t VERDICT_SIZE = 1024;
 constexpr int SLICE_MS = 5;
 constexpr const char* ENDING = ".txt";

@@ -23,7 +23,7 @@ namespace {
 
 constexpr size_t TAIL = 65536;
 constexpr size_t ERROR_LINES = 50;
-constexpr time_t DAY = 24 * 60 * 60;
+constexpr time_t DAY = 86'400;
 constexpr time_t UNRECORDED = 120;
 constexpr double GIGABYTE = 1e9;
 constexpr const char* MEMORY_FIGURES[] = {"MemTotal:", "MemAvailable:", "SwapTotal:", "SwapFree:"};
@@ -90,7 +90,9 @@ std::string Core(const AgentConfig& config, const RestartState& before, Facts* f
   if (folder.empty())
     return Line("where this host keeps them is not known: core_pattern is " + Shown(FirstLine(pattern)));
   // An engine of which nothing is recorded died since the agent's last look, a moment ago.
-  const time_t since = before.start_wall > 0 ? before.start_wall : std::time(nullptr) - UNRECORDED;
+  const time_t lately = std::time(nullptr) - UNRECORDED;
+  time_t since = before.start_wall > 0 ? before.start_wall : lately;
+  if (before.engine.pid != 0) since = std::min(since, lately);  // its pid tells it even if the clock was set
   facts->core = FindCore(folder, config.process, before.engine.pid, since);
   if (!facts->core) return Line("none of it in " + Shown(folder) + " since the last start");
   return Line(Shown(facts->core->path) + ", signal " + std::to_string(facts->core->notes.signal));
@@ -99,7 +101,7 @@ std::string Core(const AgentConfig& config, const RestartState& before, Facts* f
 std::string Figures(const AgentConfig& config, const RestartState& /*before*/, Facts* /*facts*/) {
   const time_t now = std::time(nullptr);
   for (const time_t day : {now, now - DAY}) {
-    const std::string figures = LastFigures(ReadDayFile(MainLog(config, day), TAIL).value_or(""));
+    std::string figures = LastFigures(ReadDayFile(MainLog(config, day), TAIL).value_or(""));
     if (!figures.empty()) return figures;
   }
   return Line("none in " + Shown(MainLog(config, now).Path()));

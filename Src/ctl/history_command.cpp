@@ -17,7 +17,7 @@
 namespace ctl {
 namespace {
 
-constexpr int64_t DEFAULT_SINCE = 24 * 60 * 60;
+constexpr int64_t DEFAULT_SINCE = 86'400;
 constexpr size_t OUTCOME_COLUMNS = 16;
 constexpr Option OPTIONS[] = {{"since", 0, "DURATION", "how far back; 24h without it"}};
 
@@ -71,6 +71,14 @@ bool PrintLines(const RecordFolder& folder, time_t since, int64_t duration) {
   return all;
 }
 
+// No start was ever recorded.
+int PrintNone(bool json, int64_t duration) {
+  Json empty = JsonObject();
+  empty["starts"] = Json::array();
+  Print(json ? JsonText(empty) + "\n" : "no start in " + DurationWords(duration) + "\n");
+  return ALL_WELL;
+}
+
 int RunHistory(const Call& call) {
   const std::string* text = call.Value("since");
   const auto since = text == nullptr ? std::optional(DEFAULT_SINCE) : ParseDuration(*text);
@@ -82,6 +90,7 @@ int RunHistory(const Call& call) {
   const auto config = FindAgentConfig(call.config, &complaint);
   const auto folder =
       config ? RecordFolder::Open(*config, RecordFolder::For::READING, &complaint) : std::nullopt;
+  if (!folder && config && errno == ENOENT) return PrintNone(call.json, *since);
   if (!folder) {
     Complain(complaint);
     return CANNOT_TELL;

@@ -2,9 +2,12 @@
 
 #include <iconv.h>
 #include <langinfo.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +19,7 @@ namespace ctl {
 namespace {
 
 constexpr int SCHEMA = 1;
+constexpr int COMPLAINT_WAIT_MS = 100;
 constexpr size_t LONGEST_CHARACTER = 8;  // in any character set
 
 bool OnTerminal() {
@@ -40,11 +44,12 @@ class Converter {
   }
   bool Valid() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
   // One character.
-  std::string Convert(std::string character) const {
+  std::string Convert(std::string_view character) const {
     char result[LONGEST_CHARACTER];
-    char* in = character.data();
+    std::string copy(character);
+    char* in = copy.data();
     char* out = result;
-    size_t inLeft = character.size();
+    size_t inLeft = copy.size();
     size_t outLeft = sizeof result;
     if (!Valid() || ::iconv(handle_, &in, &inLeft, &out, &outLeft) != 0) return "?";
     return {result, sizeof result - outLeft};
@@ -54,14 +59,41 @@ class Converter {
   iconv_t handle_;
 };
 
+// Nobody who reads standard error any more must be no reason to die. Nothing of it stays: what runs after us
+// inherits signals as they were.
+class BrokenPipeGuard {
+ public:
+  BrokenPipeGuard() {
+    sigemptyset(&broken_);
+    sigaddset(&broken_, SIGPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    pending_ = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &broken_, &before_);
+  }
+  BrokenPipeGuard(const BrokenPipeGuard&) = delete;
+  BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
+  ~BrokenPipeGuard() {
+    const timespec now{};
+    while (!pending_ && sigtimedwait(&broken_, nullptr, &now) < 0 && errno == EINTR) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+
+ private:
+  sigset_t broken_{};
+  sigset_t before_{};
+  bool pending_ = false;
+};
+
 std::string InCharset(std::string_view text, const char* charset) {
   const Converter converter(charset);
   std::string result;
   for (size_t at = 0; at < text.size();) {
     const size_t start = at;
     const bool plain = NextCharacter(text, &at) < 0x80;
-    const std::string character(text.substr(start, at - start));
-    result += plain ? character : converter.Convert(character);
+    const std::string_view character = text.substr(start, at - start);
+    result += plain ? std::string(character) : converter.Convert(character);
   }
   return result;
 }
@@ -77,6 +109,9 @@ void Print(std::string_view text) {
 void Complain(std::string_view text) {
   // One write, for others may write there too.
   const std::string line = "dunrasttctl: " + std::string(text) + "\n";
+  const BrokenPipeGuard guard;
+  pollfd room = {STDERR_FILENO, POLLOUT, 0};
+  if (::poll(&room, 1, COMPLAINT_WAIT_MS) != 1 || (room.revents & POLLOUT) == 0) return;
   [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
 }
 

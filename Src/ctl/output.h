@@ -11,7 +11,8 @@ namespace ctl {
 // Writes UTF-8 to standard output; on a terminal whose character set is another, in that one, with "?" for
 // what it lacks.
 void Print(std::string_view text);
-// "dunrasttctl: TEXT" on standard error, one line.
+// "dunrasttctl: TEXT" on standard error, one line. Lost when nobody reads there, or not for a tenth of a
+// second: the caller goes on.
 void Complain(std::string_view text);
 
 enum class Colour { RED, YELLOW, GREEN, GREY };

@@ -13,7 +13,7 @@
 namespace ctl {
 
 inline constexpr int64_t SHORTEST_PAUSE = 60;
-inline constexpr int64_t LONGEST_PAUSE = 24 * 60 * 60;
+inline constexpr int64_t LONGEST_PAUSE = 86'400;
 
 struct Pause {
   int64_t seconds_left = 0;

@@ -1,6 +1,8 @@
 #include "ctl/record_folder.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,12 +22,16 @@ constexpr mode_t FOLDER_MODE = 0750;
 constexpr mode_t FILE_MODE = 0640;
 constexpr int FOLDER_FLAGS = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr int FILE_FLAGS = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+constexpr int LOCK_TRIES = 20;
+constexpr int LOCK_TRY_MS = 10;
 constexpr const char* PREFIX = "restarts-";
 
 std::string Complaint(const std::string& path) {
   const int error = errno;
-  return Shown(path) + ": " +
-         (error == EPERM ? "not a folder or file of root's or ours alone" : std::strerror(error));
+  std::string text = Shown(path) + ": " +
+                     (error == EPERM ? "not a folder or file of root's or ours alone" : std::strerror(error));
+  errno = error;
+  return text;
 }
 
 // What root makes in a folder of the agent's user must be that user's, or it could not go on with it.
@@ -85,6 +91,22 @@ std::optional<RecordFolder> RecordFolder::Sub(const std::string& name, For purpo
   struct stat status {};
   if (made && fd.Valid() && ::fstat(fd.Get(), &status) == 0) GiveTo(fd.Get(), owner_, status);
   return Checked(std::move(fd), path_ + "/" + name, purpose);
+}
+
+bool RecordFolder::LockFile(int fd) {
+  for (int i = 0; i < LOCK_TRIES; ++i) {
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return true;
+    if (errno != EWOULDBLOCK && errno != EINTR) return false;
+    ::poll(nullptr, 0, LOCK_TRY_MS);
+  }
+  errno = EWOULDBLOCK;
+  return false;
+}
+
+base::UniqueFd RecordFolder::Lock() const {
+  base::UniqueFd file = OpenFile(LOCK_FILE, O_RDWR | O_CREAT);
+  if (file.Valid() && !LockFile(file.Get())) file.Reset();
+  return file;
 }
 
 base::UniqueFd RecordFolder::OpenFile(const std::string& name, int flags) const {

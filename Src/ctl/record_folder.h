@@ -16,13 +16,15 @@
 
 namespace ctl {
 
+inline constexpr const char* LOCK_FILE = "lock";
+
 class RecordFolder {
  public:
   enum class For { READING, WRITING };
 
   // The folder of one engine's records: "restarts-PROC_NAME" below the configuration's record folder. For
   // writing both are made when they are missing, and refused when they are not root's or ours, or anybody may
-  // write there. Nothing, with what is wrong.
+  // write there. Nothing, with errno and what is wrong.
   static std::optional<RecordFolder> Open(const AgentConfig& config, For purpose, std::string* complaint);
   // A folder by its path, not made.
   static std::optional<RecordFolder> OpenPath(const std::string& path, For purpose, std::string* complaint);
@@ -30,6 +32,12 @@ class RecordFolder {
   // A folder in it; for writing it is made. Nothing with errno.
   std::optional<RecordFolder> Sub(const std::string& name, For purpose) const;
   const std::string& Path() const { return path_; }
+
+  // Its lock, for as long as the descriptor lives; meant for a moment. Invalid with errno when it was not to
+  // be had within a fifth of a second: whoever is stopped while he holds it must hold up nobody.
+  base::UniqueFd Lock() const;
+  // The same on a file of ours.
+  static bool LockFile(int fd);
 
   // A file in it, by the flags of open(2); one that is made belongs to the folder's owner. Invalid with errno
   // (EPERM: it is not what it should be).

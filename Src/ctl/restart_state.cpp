@@ -90,7 +90,10 @@ RestartState ReadState(const RecordFolder& folder) {
   return text ? ParseState(*text) : RestartState{};
 }
 
-int WriteState(const RecordFolder& folder, const RestartState& state) {
+int ChangeState(const RecordFolder& folder, const std::function<void(RestartState* state)>& change) {
+  const base::UniqueFd lock = folder.Lock();
+  RestartState state = ReadState(folder);
+  change(&state);
   return folder.Replace(FILE_NAME, StateText(state));
 }
 

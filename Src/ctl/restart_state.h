@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <string>
 
 #include "ctl/accept_queue.h"
@@ -39,8 +40,9 @@ std::string StateText(const RestartState& state);
 RestartState ParseState(const std::string& text);
 // A new one when there is none, or none that can be read.
 RestartState ReadState(const RecordFolder& folder);
+// Reads it, changes it and writes it, without another process in between (unless that was stopped in it):
 // 0, or -1 with errno.
-int WriteState(const RecordFolder& folder, const RestartState& state);
+int ChangeState(const RecordFolder& folder, const std::function<void(RestartState* state)>& change);
 
 // Notes an engine that lives: what it is, what waits at its port; of one that was not noted yet also the
 // counters of its control group, in place of those of the start.

@@ -72,6 +72,7 @@ RunningAgent Describe(const ProcessRow& row, const std::string& proc) {
 
 std::string ConfigFileIn(std::vector<std::string> words) {
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
   std::string file;

@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -93,17 +94,19 @@ class Helper {
     const auto engine = FindLiving(config_->process);
     if (!engine) return std::nullopt;
     if (folder_) {
-      NoteEngine(*engine, config_->port, &state_);
-      SaveState();
+      Change([&](RestartState* state) { NoteEngine(*engine, config_->port, state); });
     }
     return Hold{Answer::BACK, "engine-is-back", "process " + std::to_string(engine->pid) + " runs"};
   }
 
   std::optional<Hold> BackOff() {
-    state_.row = SeenDead(state_.row, plan_.backoff, now_.boot_id, now_.boot_ms);
+    const auto seen = [this](RestartState* state) {
+      state->row = SeenDead(state->row, plan_.backoff, now_.boot_id, now_.boot_ms);
+    };
+    seen(&state_);
     const int64_t wait = plan_.now ? 0 : SecondsToWait(state_.row, plan_.backoff, now_.boot_ms);
     if (wait == 0) return std::nullopt;
-    SaveState();
+    Change(seen);
     return Hold{Answer::HELD, "back-off", WaitWords(state_.row, wait, now_.boot_ms)};
   }
 
@@ -120,13 +123,14 @@ class Helper {
     StartRecord record = NewRecord();
     if (folder_) AddEvidence(&record);
     if (WasKilled()) return;
-    const StartRow before = state_.row;
-    state_.row = Started(state_.row, now_.boot_id, now_.boot_ms);
-    state_.start_wall = now_.wall;
-    state_.engine = {};
-    SaveState();
+    Change([this](RestartState* state) {
+      state->row = Started(state_.row, now_.boot_id, now_.boot_ms);
+      state->start_wall = now_.wall;
+      state->counters = state_.counters;
+      state->engine = {};
+    });
     const auto line = Append(record);
-    if (line) LeaveWatch(*line, before);
+    if (line) LeaveWatch(*line, state_.row);
     Send(Answer::START);
   }
 
@@ -141,7 +145,8 @@ class Helper {
     } else {
       Complain(std::string("evidence not kept: ") + std::strerror(errno) + ALL_THE_SAME);
     }
-    Complain("the engine is started; it was: " + evidence->verdict + (id.empty() ? "" : "; evidence " + id));
+    Complain("the engine is started; why it had died: " + evidence->verdict +
+             (id.empty() ? "" : "; evidence " + id));
   }
 
   StartRecord NewRecord() const {
@@ -157,8 +162,8 @@ class Helper {
     return line;
   }
 
-  void SaveState() {
-    if (folder_ && WriteState(*folder_, state_) != 0)
+  void Change(const std::function<void(RestartState* state)>& change) {
+    if (folder_ && ChangeState(*folder_, change) != 0)
       Complain(std::string("state not kept: ") + std::strerror(errno) + ALL_THE_SAME);
   }
 

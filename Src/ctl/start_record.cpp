@@ -23,7 +23,7 @@ constexpr const char* FOLDER = "starts";
 constexpr const char* ENDING = ".jsonl";
 constexpr std::string_view HEAD = "{\"at\":";
 constexpr size_t CHUNK = 65536;
-constexpr time_t DAY = 24 * 60 * 60;  // a time zone's width: months are local ones
+constexpr time_t DAY = 86'400;  // a time zone's width: months are local ones
 
 std::string MonthFile(time_t wall) {
   return LocalTime(wall, "%Y-%m") + ENDING;

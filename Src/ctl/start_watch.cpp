@@ -86,11 +86,9 @@ class Watch {
 
   // Nothing was started, so the next start has nothing to wait for.
   void TakeBack() {
-    RestartState state = ReadState(folder_);
-    if (state.row.last_ms == plan_.started_ms) {
-      state.row = plan_.before;
-      WriteState(folder_, state);
-    }
+    ChangeState(folder_, [this](RestartState* state) {
+      if (state->row.last_ms == plan_.started_ms) state->row = plan_.before;
+    });
     ::_exit(0);
   }
 
@@ -108,13 +106,11 @@ class Watch {
 
   void LookAtEngine() {
     if (noted_) return;
-    RestartState state = ReadState(folder_);
-    over_ = state.row.last_ms != plan_.started_ms;
+    over_ = ReadState(folder_).row.last_ms != plan_.started_ms;
     const auto engine = over_ ? std::nullopt : FindLiving(plan_.config.process);
     if (!engine) return;
     noted_ = true;
-    NoteEngine(*engine, plan_.config.port, &state);
-    WriteState(folder_, state);
+    ChangeState(folder_, [&](RestartState* state) { NoteEngine(*engine, plan_.config.port, state); });
   }
 
   void Complete() {

@@ -32,13 +32,13 @@ constexpr Range WITHOUT_WIDTH[] = {{0x300, 0x36F}, {0x1160, 0x11FF}, {0x200B, 0x
 
 // Lengths of a character by its first byte, with the lowest code point that may be written so.
 struct Form {
-  unsigned char mask;
-  unsigned char lead;
   size_t length;
   char32_t lowest;
+  unsigned char mask;
+  unsigned char lead;
 };
 constexpr Form FORMS[] = {
-    {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
+    {1, 0, 0x80, 0x00}, {2, 0x80, 0xE0, 0xC0}, {3, 0x800, 0xF0, 0xE0}, {4, 0x10000, 0xF8, 0xF0}};
 
 unsigned char Byte(std::string_view text, size_t at) {
   return static_cast<unsigned char>(text[at]);

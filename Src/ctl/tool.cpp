@@ -15,7 +15,6 @@
 namespace ctl {
 namespace {
 
-constexpr const char* VERSION = "2.3.0";
 constexpr int FIRST_ROW = 1000;  // of the values that getopt_long gives for our rows
 constexpr size_t NAME_COLUMNS = 12;
 constexpr size_t OPTION_COLUMNS = 24;
@@ -120,11 +119,12 @@ int Run(int argc, char** argv) {
     Print(parsed.command == nullptr ? HelpText() : HelpText(*parsed.command));
     return ALL_WELL;
   }
-  const bool anyway =
-      parsed.command != nullptr && parsed.command->runs_operands && !parsed.call.operands.empty();
+  const Command* command = parsed.command;
+  if (command == nullptr) return Complaint(parsed);
+  const bool anyway = command->runs_operands && !parsed.call.operands.empty();
   if (!parsed.complaint.empty() && !anyway) return Complaint(parsed);
   if (!parsed.complaint.empty()) Complain(parsed.complaint);
-  return parsed.command->run(parsed.call);
+  return command->run(parsed.call);
 }
 
 }  // namespace

@@ -9,6 +9,9 @@
 
 namespace ctl {
 
+// The package's.
+inline constexpr const char* VERSION = "2.3.0";
+
 // The whole program; returns its exit status. Nothing is thrown.
 int RunTool(int argc, char** argv);
 

@@ -72,6 +72,7 @@ TEST_F(Deaths, ForWantOfMemoryAreTheGroupsKills) {
 TEST_F(Deaths, WithACoreTellTheSignal) {
   const std::string pattern = ReadFile("/proc/sys/kernel/core_pattern");
   if (pattern.empty() || pattern.find_first_of("|/") != pattern.npos) GTEST_SKIP() << "cores go elsewhere";
+  setenv("ASAN_OPTIONS", "disable_coredump=0", 1);
   const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
   if (setrlimit(RLIMIT_CORE, &unlimited) != 0) GTEST_SKIP() << "no cores";
   StartEngine(std::string(READY) + "import time\ntime.sleep(600)\n");

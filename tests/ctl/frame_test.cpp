@@ -180,6 +180,8 @@ TEST(Documents, HaveExactlyTheCommandsOptionsAndStatusesOfTheTool) {
     }
     EXPECT_NE(completion.find(row + "\""), std::string::npos) << row;
   }
+  EXPECT_EQ(*All(support::ReadFile(TREE "/debian/changelog").substr(0, 80), R"(\(([0-9.]+)\))").begin(),
+            VERSION);
   EXPECT_EQ(All(manual, R"(^\.Ss ([a-z-]+))"), commands);
   EXPECT_EQ(All(manual, R"(^\.It Fl (?:[a-z] (?:Ar file )?, Fl )?-([a-z]+))"), options);
   EXPECT_EQ(All(completion, R"(\[([a-z-]+)\]=")"), commands);

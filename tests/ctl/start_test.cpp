@@ -202,7 +202,7 @@ TEST_F(ToolTest, KilledBeforeTheScriptHindersNoLaterStart) {
     ASSERT_EQ(Runs(), 0U) << step;
     // The watch takes the start back.
     const auto started = [&] { return Start({"--backoff", "1h..1h"}) == 0; };
-    if (!WaitUntil(started, std::chrono::seconds(1))) {
+    if (!WaitUntil(started, std::chrono::seconds(5))) {
       ++held;
       ASSERT_EQ(Start({"--now"}), 0);
     }
@@ -216,7 +216,7 @@ TEST_F(ToolTest, KilledBeforeTheScriptHindersNoLaterStart) {
 
 #ifdef BLOCKING_SHIM
 TEST_F(ToolTest, DoesNotWaitLongForAFileSystemThatHangs) {
-  const std::pair<const char*, const char*> cases[] = {{"TXT_PATH", "evidence 2"},
+  const std::pair<const char*, const char*> cases[] = {{"TXT_PATH", "; evidence 2"},
                                                        {"HISTORY_PATH", "no answer"}};
   for (const auto& [key, told] : cases) {
     config_ += std::string(key) + " " + (home_ / "hangs/\n");
@@ -255,6 +255,23 @@ TEST_F(ToolTest, CountsByNoClockThatCanBeSet) {
   EXPECT_EQ(History("99999h").size(), 5U);
 }
 #endif
+
+TEST_F(ToolTest, StartsTheEngineWhoeverReadsItsErrors) {
+  int closed[2];
+  int full[2];
+  ASSERT_EQ(pipe(closed) | pipe2(full, O_NONBLOCK), 0);
+  close(closed[0]);
+  while (write(full[1], "x", 1) == 1) {
+  }
+  fcntl(full[1], F_SETFL, 0);
+  size_t runs = 0;
+  for (const int err : {closed[1], full[1]}) {
+    Process start(StartWords(), "/dev/null", "/proc/self/fd/" + std::to_string(err));
+    EXPECT_EQ(start.ExitStatus(), 0);
+    EXPECT_EQ(Runs(), ++runs);
+  }
+  for (const int fd : {closed[1], full[0], full[1]}) close(fd);
+}
 
 // Runs words in a group of their own, with unusual signals and descriptors; what they print.
 std::string Printed(const Words& words, const std::string& out) {
