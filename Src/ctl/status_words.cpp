@@ -89,20 +89,22 @@ std::string PortRow(const Picture& seen) {
   return text;
 }
 
-std::string FigureRow(const Figure& figure, time_t now) {
-  return base::Format("%lld %%  (alarm at %lld%s)   %s", static_cast<long long>(figure.value),
-                      static_cast<long long>(figure.limit), figure.limit > PERCENT ? ": never" : "",
-                      ShortTime(figure.time, now).c_str());
+std::string Alarm(const Figure& figure, bool never) {
+  return "alarm at " + std::to_string(figure.limit) + (never ? ": never" : "");
+}
+
+std::string FigureRow(const Figure& figure, bool never, time_t now) {
+  return std::to_string(figure.value) + " %  (" + Alarm(figure, never) + ")   " + ShortTime(figure.time, now);
 }
 
 // The engine's true share, for the agent's figure is megabytes over kilobytes.
 std::string MemoryRow(const Picture& seen, const Figure& figure) {
   const auto& engine = seen.engine.process;
-  if (!engine || !engine->rss || !seen.host_memory) return FigureRow(figure, seen.time);
+  if (!engine || !engine->rss || !seen.host_memory) return FigureRow(figure, NeverReached(figure), seen.time);
   const double share = PERCENT * static_cast<double>(*engine->rss) / static_cast<double>(*seen.host_memory);
-  return base::Format("%.1f %%  (the agent's figure is %lld, alarm at %lld%s)   %s", share,
-                      static_cast<long long>(figure.value), static_cast<long long>(figure.limit),
-                      NeverReached(figure) ? ": never" : "", ShortTime(figure.time, seen.time).c_str());
+  return base::Format("%.1f %%  (the agent's figure is %lld, %s)   %s", share,
+                      static_cast<long long>(figure.value), Alarm(figure, NeverReached(figure)).c_str(),
+                      ShortTime(figure.time, seen.time).c_str());
 }
 
 std::string ChannelsRow(const Picture& seen) {
@@ -111,7 +113,8 @@ std::string ChannelsRow(const Picture& seen) {
     const std::string when = agent ? " (" + ShortTime(agent->start, seen.time) + ")" : "";
     return "not watched: the engine did not answer when the agent started" + when;
   }
-  return seen.log->channels ? FigureRow(*seen.log->channels, seen.time) : "no figure in the log";
+  return seen.log->channels ? FigureRow(*seen.log->channels, seen.log->channels->limit > PERCENT, seen.time)
+                            : "no figure in the log";
 }
 
 std::string HangRow(const Picture& seen) {
@@ -167,7 +170,7 @@ void AddSeen(const Picture& seen, Rows* rows) {
   rows->Add("engine", EngineRow(seen));
   rows->Add("port", PortRow(seen));
   if (seen.log) {
-    if (seen.log->cpu) rows->Add("cpu", FigureRow(*seen.log->cpu, seen.time));
+    if (seen.log->cpu) rows->Add("cpu", FigureRow(*seen.log->cpu, seen.log->cpu->limit > PERCENT, seen.time));
     if (seen.log->memory) rows->Add("memory", MemoryRow(seen, *seen.log->memory));
     rows->Add("channels", ChannelsRow(seen));
   }
