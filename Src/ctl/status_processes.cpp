@@ -132,7 +132,7 @@ void SeeAgent(const Candidates& found, const Moment& now, Picture* picture) {
   std::vector<ProcessRow> rows = found.agents;
   std::erase_if(rows, [&](const ProcessRow& row) { return OfAnotherFile(row, picture->config->file); });
   const ProcessRow* chosen = Choose(rows, agent.file_pid);
-  agent.known = chosen != nullptr || !found.hidden;
+  agent.known = chosen != nullptr || (!found.hidden && !picture->config->checks.agent.empty());
   struct stat file {};
   if (chosen != nullptr) {
     agent.process = Describe(*chosen, now);
@@ -149,14 +149,19 @@ void SeeAgent(const Candidates& found, const Moment& now, Picture* picture) {
 }  // namespace
 
 void SeeProcesses(const Moment& now, Picture* picture) {
-  const Candidates found = Search(*picture->config);
+  const AgentConfig& config = *picture->config;
+  if (config.process.empty() || config.checks.agent.empty())
+    picture->not_known.push_back(
+        {config.process.empty() ? "the engine" : "the agent",
+         config.process.empty() ? "PROC_NAME is missing" : "WATCHDOG_NAME is missing"});
+  const Candidates found = Search(config);
   SeeAgent(found, now, picture);
   EnginePicture& engine = picture->engine;
-  engine.file_pid = PidFile(picture->config->checks.engine_pid_file);
+  engine.file_pid = PidFile(config.checks.engine_pid_file);
   const ProcessRow* chosen = Choose(found.engines, engine.file_pid);
-  engine.known = chosen != nullptr || !found.hidden;
+  engine.known = chosen != nullptr || (!found.hidden && !config.process.empty());
   if (chosen != nullptr) engine.process = Describe(*chosen, now);
-  if (!picture->agent.known || !engine.known)
+  if (found.hidden && (!picture->agent.known || !engine.known))
     picture->not_known.push_back({"the processes", "/proc hides those of other users (hidepid)"});
   const auto memory = NumberBehind(ReadSmallFile("/proc/meminfo", TEXT_LIMIT).value_or(""), "MemTotal:");
   if (memory) picture->host_memory = *memory * KB;

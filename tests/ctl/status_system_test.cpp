@@ -291,6 +291,9 @@ TEST_F(StatusTest, WhatCannotBeReadIsUnknownAndNamed) {
   unknown("the hang log's folder " + (home_ / "nohang/"));
   config_ += "HANG_PATH ./log/\nASR_PORT 0\n";
   unknown("ASR_PORT is 0");
+  config_ += "ASR_PORT " + std::to_string(port_->Number()) + "\n";
+  config_.replace(config_.find("PROC_NAME"), 9, "PROC_NONE");
+  unknown("PROC_NAME is missing");
   EXPECT_EQ(Run({TOOL, "-f", home_ / "missing.conf", "status", "--plugin"}).ExitStatus(), 3);
   EXPECT_NE(ReadFile(home_ / "out").find("missing.conf: No such file"), std::string::npos);
 }
@@ -351,6 +354,8 @@ TEST_F(StatusTest, MetricsAreReplacedAsAWhole) {
   for (const auto& entry : fs::directory_iterator(home_.Path()))
     EXPECT_FALSE(entry.path().filename().string().starts_with("m.prom."));
   EXPECT_EQ(Run(StatusWords({"--prom", home_ / "no/m.prom"})).ExitStatus(), 3);
+  const int judged = Run({"sh", "-c", "promtool check metrics < \"$0\"", file}).ExitStatus();
+  EXPECT_TRUE(judged == 0 || judged == 127) << Errors();  // 127: not installed
   std::atomic<bool> ended = false;
   std::atomic<int> halves = 0;
   std::thread reader([&] {
