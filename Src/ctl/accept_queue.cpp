@@ -28,6 +28,23 @@ struct Search {
   AcceptQueue* queue;
 };
 
+int TakeSixOnly(const nlattr* attribute, void* data) {
+  if (mnl_attr_get_type(attribute) == INET_DIAG_SKV6ONLY && mnl_attr_get_payload_len(attribute) >= 1)
+    *static_cast<bool*>(data) = mnl_attr_get_u8(attribute) != 0;
+  return MNL_CB_OK;
+}
+
+// Whether connections to 127.0.0.1 reach this listener: one of IPv6 takes them unless it is for IPv6 only.
+bool TakesLoopback(const nlmsghdr* header, const inet_diag_msg* row) {
+  const auto* words = row->id.idiag_src;
+  if (row->idiag_family == AF_INET) return words[0] == htonl(INADDR_ANY) || ntohl(words[0]) >> 24 == 127;
+  if ((words[0] | words[1] | words[2] | words[3]) != 0)
+    return (words[0] | words[1]) == 0 && words[2] == htonl(0xffff) && ntohl(words[3]) >> 24 == 127;
+  bool six_only = false;
+  mnl_attr_parse(header, sizeof *row, TakeSixOnly, &six_only);
+  return !six_only;
+}
+
 // For a listener, the "receive queue" is what waits and the "send queue" the backlog.
 int TakeRow(const nlmsghdr* header, void* data) {
   const auto* search = static_cast<const Search*>(data);
@@ -35,8 +52,10 @@ int TakeRow(const nlmsghdr* header, void* data) {
   if (header->nlmsg_len < mnl_nlmsg_size(sizeof *row)) return MNL_CB_OK;
   if (ntohs(row->id.idiag_sport) != search->port) return MNL_CB_OK;
   AcceptQueue& queue = *search->queue;
+  const bool loopback = TakesLoopback(header, row) || (queue.listening && queue.at_loopback);
   if (!queue.listening || row->idiag_rqueue >= queue.waiting)
-    queue = {true, row->idiag_rqueue, row->idiag_wqueue};
+    queue = {true, row->idiag_rqueue, row->idiag_wqueue, loopback};
+  queue.at_loopback = loopback;
   return MNL_CB_OK;
 }
 
@@ -84,7 +103,7 @@ std::optional<AcceptQueue> ReadAcceptQueue(uint16_t port) {
   if (ReadBySockDiag(port, &queue)) return queue;
   sysinfo::ListeningPort found;
   if (sysinfo::ReadListeningPort(port, &found) != 1) return std::nullopt;
-  return AcceptQueue{found.listening, found.waiting, std::nullopt};
+  return AcceptQueue{found.listening, found.waiting, std::nullopt, true};
 }
 
 std::string AcceptQueueWords(int64_t port, const std::optional<AcceptQueue>& queue) {

@@ -12,6 +12,7 @@ struct AcceptQueue {
   bool listening = false;
   uint32_t waiting = 0;          // of several listeners: the one with the most waiting
   std::optional<uint32_t> room;  // its backlog; nothing where only /proc/net/tcp could be read
+  bool at_loopback = true;       // a listener takes connections to 127.0.0.1; true when that is not known
   // More wait than there is room for (the kernel takes one more): nobody gets in.
   bool Full() const { return listening && room && waiting > *room; }
 };

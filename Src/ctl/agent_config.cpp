@@ -12,6 +12,7 @@
 #include "base/owners.h"
 #include "ctl/running_agent.h"
 #include "ctl/text.h"
+#include "utils/DunraSTTUtils.h"
 
 namespace ctl {
 namespace {
@@ -40,6 +41,25 @@ std::string RecordFolder(const std::string& file) {
   base::CopyText(path, sizeof path, value);
   FullPath(m_sz_base_path, path, sizeof path);
   return path;
+}
+
+AgentChecks Checks(const SEND_INFO& info) {
+  AgentChecks checks;
+  checks.agent = m_sz_watchdog_name;
+  checks.agent_pid_file = m_sz_adm_pid_file;
+  checks.engine_pid_file = m_sz_svc_pid_file;
+  checks.processes = m_restart_check != 0;
+  checks.period = m_restart_period;
+  checks.traces = m_txt_save != 0 && m_log_level >= TRACE_INFO;
+  checks.hang = m_hang_save_flag != 0;
+  checks.cpu_limit = info.cpu_over_value;
+  checks.memory_limit = info.mem_over_value;
+  checks.channel_limit = info.ch_over_value;
+  for (int64_t i = 0; i < info.server_count; ++i) {
+    const SVC_SERVER& server = info.servers[i];
+    checks.servers.push_back(std::string(server.address) + ":" + std::to_string(server.port));
+  }
+  return checks;
 }
 
 // The one file that all of them were given.
@@ -86,6 +106,7 @@ std::optional<AgentConfig> LoadAgentConfig(const std::string& file, std::string*
   config.port = m_PROC_PORT;
   config.host_in_names = m_log_hostname_inc_flag != 0;
   config.record_folder = RecordFolder(config.file);
+  config.checks = Checks(info);
   return config;
 }
 

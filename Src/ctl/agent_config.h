@@ -8,11 +8,27 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace ctl {
 
 inline constexpr const char* DEFAULT_CONFIG = "/etc/dunrastt/DunraSTT.conf";
 inline constexpr const char* DEFAULT_RECORD_FOLDER = "/var/lib/dunrastt";
+
+// What the agent is told to look at, and where it leaves what it found.
+struct AgentChecks {
+  std::string agent;            // WATCHDOG_NAME
+  std::string agent_pid_file;   // ADM_PID_FILE
+  std::string engine_pid_file;  // SVC_PID_FILE
+  bool processes = false;       // RESTART_CHECK
+  int64_t period = 0;           // RESTART_CHECK_SEC
+  bool traces = false;          // lines of level 3 reach files: WATCH_SAVE, LOG_LEVEL
+  bool hang = false;            // HANG_SAVE
+  int64_t cpu_limit = 0;
+  int64_t memory_limit = 0;
+  int64_t channel_limit = 0;
+  std::vector<std::string> servers;  // "ADDRESS:PORT", in the order of their logs
+};
 
 // What the agent works with: texts as in the file (code page 949), paths made absolute by the agent's rules.
 struct AgentConfig {
@@ -27,6 +43,7 @@ struct AgentConfig {
   int64_t port = 0;          // ASR_PORT
   bool host_in_names = false;
   std::string record_folder = DEFAULT_RECORD_FOLDER;  // HISTORY_PATH, a key of the tool alone
+  AgentChecks checks;
 };
 
 // The file to judge by: given, else the one of the agent above that process, else that of the running agent,

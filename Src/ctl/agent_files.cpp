@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 
-#include "base/format.h"
 #include "base/owners.h"
 #include "ctl/small_file.h"
 #include "utils/DunraSTTUtils.h"
@@ -21,29 +20,40 @@ std::string Host() {
   return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
 }
 
-DayFile TraceFile(const AgentConfig& config, char type, const std::string& prefix, time_t day) {
+trace::Second SecondAt(time_t time) {
   std::tm local{};
-  localtime_r(&day, &local);
-  return {prefix, trace::FileName(type, TRACE_MAIN_CHANNEL, trace::DatedFolder("", local), local,
-                                  config.host_in_names, config.host_in_names ? Host() : "")};
+  localtime_r(&time, &local);
+  return trace::SecondOf(local);
+}
+
+DayFile TraceFile(const AgentConfig& config, char type, long channel, const std::string& prefix, time_t day) {
+  const trace::Second second = SecondAt(day);
+  const std::string host = Host();
+  char path[trace::PATH_SIZE];
+  trace::Text text(path);
+  trace::AddDatedFolder(&text, "", second);
+  trace::AddFileName(&text, type, channel, second, config.host_in_names ? host.c_str() : nullptr);
+  return {prefix, std::string(text.View())};
 }
 
 }  // namespace
 
 DayFile MainLog(const AgentConfig& config, time_t day) {
-  return TraceFile(config, TRACE_ORDINARY, config.watch_path, day);
+  return TraceFile(config, TRACE_ORDINARY, TRACE_MAIN_CHANNEL, config.watch_path, day);
+}
+
+DayFile ServerLog(const AgentConfig& config, long server, time_t day) {
+  return TraceFile(config, TRACE_ORDINARY, server, config.watch_path, day);
 }
 
 DayFile HangLog(const AgentConfig& config, time_t day) {
-  return TraceFile(config, TRACE_HANG, config.hang_path, day);
+  return TraceFile(config, TRACE_HANG, TRACE_MAIN_CHANNEL, config.hang_path, day);
 }
 
 DayFile EngineErrorLog(const AgentConfig& config, time_t day) {
-  std::tm local{};
-  localtime_r(&day, &local);
+  const std::string date = SecondAt(day).day;
   const std::string host = config.host_in_names ? Host() + "." : "";
-  return {config.engine_path, base::Format("%s%s%02d%02d.ERR.LOG", trace::DatedFolder("", local).c_str(),
-                                           host.c_str(), local.tm_mon + 1, local.tm_mday)};
+  return {config.engine_path, date + "/" + host + date.substr(4) + ".ERR.LOG"};
 }
 
 std::optional<std::string> ReadDayFile(const DayFile& file, size_t limit) {

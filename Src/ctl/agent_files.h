@@ -17,6 +17,8 @@ struct DayFile {
   std::string Path() const { return folder + below; }
 };
 DayFile MainLog(const AgentConfig& config, time_t day);
+DayFile ServerLog(const AgentConfig& config, long server,
+                  time_t day);  // of a management server, by its index
 DayFile HangLog(const AgentConfig& config, time_t day);
 DayFile EngineErrorLog(const AgentConfig& config, time_t day);
 

@@ -8,6 +8,7 @@ namespace ctl {
 extern const Command CHECK_COMMAND;
 extern const Command RENDER_COMMAND;
 extern const Command TEST_ALARM_COMMAND;
+extern const Command STATUS_COMMAND;
 extern const Command START_COMMAND;
 extern const Command PAUSE_COMMAND;
 extern const Command RESUME_COMMAND;
@@ -19,6 +20,7 @@ constexpr const Command* COMMANDS[] = {
     &CHECK_COMMAND,
     &RENDER_COMMAND,
     &TEST_ALARM_COMMAND,
+    &STATUS_COMMAND,
     &START_COMMAND,
     &PAUSE_COMMAND,
     &RESUME_COMMAND,

@@ -51,5 +51,19 @@ TEST_F(Story, OfAnEngineThatDiesIsHeldAndStartedAgain) {
   ExpectStops(agent, seconds(15));
 }
 
+TEST_F(Story, StatusSeesTheRealAgentAndItsEngine) {
+  StartEngine();
+  Process agent = StartedAgent();
+  ASSERT_TRUE(WaitForOut("System CPU"));
+  Tool({"status", "--json"});
+  const auto status = nlohmann::json::parse(ReadFile(folder_ / "tool"), nullptr, false);
+  EXPECT_EQ(status["agent"]["pid"], agent.Pid()) << status;
+  EXPECT_EQ(status["agent"]["config_newer"], false);
+  EXPECT_EQ(status["engine"]["found"], true);
+  ExpectStops(agent, seconds(15));
+  Tool({"status", "--plugin"});
+  EXPECT_NE(ReadFile(folder_ / "tool").find("DUNRASTT CRITICAL - the agent does not run"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace harness

@@ -1,0 +1,377 @@
+// status walks the states of an engine and its agent: real processes, real sockets, the real tool.
+#include <fcntl.h>
+
+#include <atomic>
+#include <ctime>
+#include <memory>
+#include <sstream>
+
+#include "ctl/clock.h"
+#include "ctl/status_rules.h"
+#include "tool_test.h"
+
+namespace tooltest {
+namespace {
+
+using ctl::LocalTime;
+
+// A process of a name that does nothing, but holds what it was given.
+class StandIn {
+ public:
+  explicit StandIn(const std::string& name) {
+    const pid_t parent = getpid();
+    pid_ = fork();
+    if (pid_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      prctl(PR_SET_NAME, name.c_str());
+      close_range(3, ~0U, 0);  // the test's ports among them
+      while (getppid() == parent) pause();
+      _exit(0);
+    }
+    const std::string comm = "/proc/" + std::to_string(pid_) + "/comm";
+    WaitUntil([&] { return ReadFile(comm) == name + "\n"; });
+  }
+  StandIn(const StandIn&) = delete;
+  StandIn& operator=(const StandIn&) = delete;
+  ~StandIn() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  pid_t Pid() const { return pid_; }
+  void Stop() const {
+    kill(pid_, SIGSTOP);
+    waitpid(pid_, nullptr, WUNTRACED);
+  }
+  void BecomeZombie() const {
+    kill(pid_, SIGKILL);
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT);
+  }
+
+ private:
+  pid_t pid_;
+};
+
+constexpr int BACKLOG = 8;
+
+// A listener that takes nothing, and those who wait at it.
+class Port {
+ public:
+  explicit Port(bool six_only = false) {
+    const int family = six_only ? AF_INET6 : AF_INET;
+    listener_ = base::UniqueFd(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int one = 1;
+    if (six_only) setsockopt(listener_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
+    sockaddr_in6 address{};
+    address.sin6_family = static_cast<sa_family_t>(family);
+    socklen_t length = six_only ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+    bind(listener_.Get(), reinterpret_cast<sockaddr*>(&address), length);
+    listen(listener_.Get(), BACKLOG);
+    getsockname(listener_.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+    number_ = ntohs(address.sin6_port);
+  }
+  void Fill(int count) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(number_);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    for (int i = 0; i < count; ++i) {
+      clients_.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+      EXPECT_EQ(connect(clients_.back().Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+  }
+  void Close() { listener_ = base::UniqueFd(); }
+  uint16_t Number() const { return number_; }
+
+ private:
+  base::UniqueFd listener_;
+  std::vector<base::UniqueFd> clients_;
+  uint16_t number_ = 0;
+};
+
+class StatusTest : public ToolTest {
+ protected:
+  StatusTest() {
+    config_ +=
+        "WATCHDOG_NAME " + agent_ +
+        "\nADM_PID_FILE ./agent.pid\nSVC_PID_FILE ./engine.pid\nWATCH_SAVE 1\nLOG_LEVEL 3\nHANG_SAVE 1\n"
+        "RESTART_CHECK 1\nRESTART_CHECK_SEC 5\nCPU_OVER_VALUE 90\nMEM_OVER_VALUE 101\nCH_OVER_VALUE 50\n"
+        "ALARM_A 10.0.0.7:9500\n";
+    MainLog(60, "g_shm_open_flag = 1");
+    MainLog(60, "System CPU [ 12 ] Config CPU [ 90 ]");
+    HangLog(60, "alived");
+    UsePort(port_->Number());
+    agent_process_ = std::make_unique<StandIn>(agent_);
+    engine_process_ = std::make_unique<StandIn>(engine_);
+    // Written before the agent was started.
+    home_.Write("agent.conf", config_);
+    Age("agent.conf", 600);
+  }
+
+  void UsePort(uint16_t number) { config_ += "ASR_PORT " + std::to_string(number) + "\n"; }
+  void Age(const std::string& name, int seconds) const {
+    fs::last_write_time(home_ / name, fs::file_time_type::clock::now() - std::chrono::seconds(seconds));
+  }
+  void Log(const std::string& name, int ago, const char* head, const std::string& rest) const {
+    const time_t time = std::time(nullptr) - ago;
+    fs::create_directories(home_ / ("log/" + LocalTime(time, "%Y%m%d")));
+    std::ofstream(home_ / ("log/" + LocalTime(time, "%Y%m%d/") + LocalTime(time, name.c_str())),
+                  std::ios::app)
+        << head << LocalTime(time, "[%Y/%m/%d %H:%M:%S:123]") << rest << "\n";
+  }
+  void MainLog(int ago, const std::string& message) const {
+    Log("MAIN.LOG", ago, "", "[INFO][ MAIN][x.cpp/f:1] : [" + message + "]");
+  }
+  void ServerLog(int ago, const std::string& tag, const std::string& message) const {
+    Log("00000.%m%d.LOG", ago, "", "[" + tag + "][00000][x.cpp/f:1] : [" + message + "]");
+  }
+  void HangLog(int ago, const std::string& verdict) const {
+    Log("hang.%Y%m%d.log", ago, "[HANG]", " : [[ " + engine_ + " ] health check : " + verdict + "]");
+  }
+
+  // The tool's words with a configuration as old as it was.
+  Words StatusWords(const Words& more) const {
+    const Words words = Tool(Joined({"status"}, more));
+    if (config_age_ > 0) Age("agent.conf", config_age_);
+    return words;
+  }
+  int Status(const Words& more, std::string* text) const {
+    std::error_code absent;
+    fs::remove(home_ / "out", absent);
+    const int status = Run(StatusWords(more)).ExitStatus();
+    *text = ReadFile(home_ / "out");
+    return status;
+  }
+  Json StatusJson() const {
+    std::string text;
+    const int status = Status({"--json"}, &text);
+    Json json = Json::parse(text, nullptr, false);
+    EXPECT_TRUE(json.is_object()) << text << Errors();
+    EXPECT_EQ(json["code"], status);
+    return json;
+  }
+  // "CRITICAL queue-full queue-half".
+  std::string Found() const {
+    const Json json = StatusJson();
+    std::string found = json["verdict"];
+    for (const auto& one : json["findings"]) found += " " + one["id"].get<std::string>();
+    return found;
+  }
+
+  std::string agent_ = "adm" + std::to_string(getpid());
+  std::unique_ptr<Port> port_ = std::make_unique<Port>();
+  std::unique_ptr<StandIn> agent_process_;
+  std::unique_ptr<StandIn> engine_process_;
+  int config_age_ = 600;
+};
+
+class StatusWalk : public StatusTest {
+ protected:
+  void Walk(const char* name, const std::string& found) {
+    EXPECT_EQ(Found(), found) << name;
+    std::string line;
+    const int status = Status({"--plugin"}, &line);
+    const std::string verdict = found.substr(0, found.find(' '));
+    EXPECT_TRUE(line.starts_with("DUNRASTT " + verdict + " - ")) << line;
+    EXPECT_EQ(support::Count(line, "\n"), 1U) << line;
+    EXPECT_EQ(support::Count(line, "|"), 1U) << line;
+    std::string words;
+    EXPECT_EQ(Status({}, &words), status);
+    EXPECT_TRUE(words.starts_with(verdict + "  ")) << words;
+  }
+};
+
+TEST_F(StatusWalk, AgentStates) {
+  Walk("all is well", "OK");
+  const int gone = Process({"sleep", "600"}).Pid();
+  home_.Write("agent.pid", std::to_string(gone));
+  Walk("its PID file is of a process that is gone", "OK");
+  agent_process_->Stop();
+  Walk("stopped", "CRITICAL agent-stopped");
+  agent_process_.reset();
+  Walk("gone", "CRITICAL agent-gone");
+  home_.Write("agent.pid", std::to_string(engine_process_->Pid()));
+  Walk("gone, its PID is another's now", "CRITICAL agent-gone");
+  EXPECT_NE(StatusJson()["findings"][0]["text"].get<std::string>().find(engine_), std::string::npos);
+  agent_process_ = std::make_unique<StandIn>(agent_);
+  config_age_ = 0;
+  Age("agent.conf", -30);
+  config_ += "\n";
+  EXPECT_EQ(Process({"touch", "-d", "+30 seconds", home_.Write("agent.conf", config_)}).ExitStatus(), 0);
+  EXPECT_EQ(Run({TOOL, "-f", home_ / "agent.conf", "status", "--plugin"}).ExitStatus(), 1);
+  EXPECT_NE(ReadFile(home_ / "out").find("works with the old one"), std::string::npos);
+}
+
+TEST_F(StatusWalk, EngineStates) {
+  port_->Fill(1);
+  EXPECT_EQ(Found(), "OK");
+  port_->Fill(BACKLOG / 2 - 1);
+  EXPECT_EQ(Found(), "WARNING queue-half");
+  port_->Fill(BACKLOG / 2 + 1);
+  Walk("takes no connections", "CRITICAL queue-full");
+  engine_process_->Stop();
+  Walk("the same, stopped", "CRITICAL queue-full engine-stopped");
+  port_->Close();
+  EXPECT_EQ(Found(), "CRITICAL engine-stopped port-not-yet");
+  engine_process_->BecomeZombie();
+  Walk("a zombie", "CRITICAL engine-zombie");
+  engine_process_.reset();
+  Walk("gone", "CRITICAL engine-gone");
+}
+
+TEST_F(StatusWalk, AStoppedEngineIsBrokenHoweverManyWait) {
+  engine_process_->Stop();
+  for (const int more : {0, 1, BACKLOG / 2 - 1}) {
+    port_->Fill(more);
+    EXPECT_TRUE(Found().starts_with("CRITICAL engine-stopped")) << more;
+  }
+}
+
+TEST_F(StatusWalk, WhatTheLogsTell) {
+  HangLog(50, "deaded - disconnect");
+  HangLog(40, "deaded - process");
+  Walk("said of an engine before this one", "OK");
+  HangLog(-2, "deaded - disconnect");
+  Walk("hang check", "WARNING hang-deaded");
+  EXPECT_EQ(StatusJson()["hang"]["in_a_row"], 3);
+  HangLog(-3, "alived");
+  MainLog(1, "g_shm_open_flag = 0");
+  Walk("channels", "WARNING channels-not-watched");
+  MainLog(1, "g_shm_open_flag = 1");
+  MainLog(7000, engine_ + " process start.");
+  Walk("restarted two hours ago", "OK");
+  MainLog(900, engine_ + " process start.");
+  Walk("restarted", "WARNING restarted");
+}
+
+TEST_F(StatusWalk, DeliveriesThatFailed) {
+  MainLog(2, "Mail lost: [ 10.0.0.5 ] x Alarm Occured - Cpu Check, kind 4: Failed to connect | \x1b[2J");
+  MainLog(2, "Mail Send [ 10.0.0.5 ] x Alarm Occured - Cpu Check");
+  ServerLog(2, "INFO", "[ SOCK_SVC ] : SEND_ALARM start.");
+  ServerLog(1, "INFO", "[ SVC_OPEN ] : Channel Open Filed(000007:x:11)");
+  ServerLog(1, "ERROR", "[ SOCK_SVC ] : svc ch open fail.");
+  Walk("mail and a server", "WARNING not-delivered");
+  const Json json = StatusJson();
+  EXPECT_EQ(json["undelivered"][0]["destination"], "10.0.0.7:9500");
+  EXPECT_EQ(json["undelivered"][0]["reason"], "gave no reply");
+  EXPECT_EQ(json["undelivered"][1]["reason"], "Failed to connect | \\x1b[2J");
+  MainLog(0, "Mail Send [ 10.0.0.5 ] x Alarm Occured - Cpu Check");
+  ServerLog(0, "INFO", "send resource usage reqeust data = c:1,m:0");
+  EXPECT_EQ(Found(), "OK");
+}
+
+TEST_F(StatusWalk, PortsThatAreNotTheEngines) {
+  config_ += "RESTART_CHECK_SEC 0\n";
+  const Port other;
+  const uint16_t number = port_->Number();
+  port_.reset();
+  EXPECT_EQ(Found(), "WARNING port-not-yet");
+  port_ = std::make_unique<Port>(true);
+  UsePort(port_->Number());
+  Walk("IPv6 only", "CRITICAL port-elsewhere");
+  UsePort(number);
+}
+
+TEST_F(StatusTest, APauseIsShown) {
+  EXPECT_EQ(Run(Tool({"pause", "5m", "--reason", "new \"model\"|\n\xea\xb0\x80"})).ExitStatus(), 0)
+      << Errors();
+  EXPECT_EQ(Found(), "WARNING paused");
+  EXPECT_EQ(StatusJson()["pause"]["reason"], "new \"model\"|\\n\xea\xb0\x80");
+}
+
+TEST_F(StatusTest, WhatCannotBeReadIsUnknownAndNamed) {
+  const auto unknown = [&](const std::string& what) {
+    std::string line;
+    EXPECT_EQ(Status({"--plugin"}, &line), 3) << line;
+    EXPECT_NE(line.find(what), line.npos) << line;
+  };
+  config_ += "WATCH_PATH ./none/\n";
+  unknown("the log folder " + (home_ / "none/") + ": No such file");
+  config_ += "WATCH_PATH ./log/\nHANG_PATH ./nohang/\n";
+  unknown("the hang log's folder " + (home_ / "nohang/"));
+  config_ += "HANG_PATH ./log/\nASR_PORT 0\n";
+  unknown("ASR_PORT is 0");
+  config_ += "ASR_PORT " + std::to_string(port_->Number()) + "\n";
+  config_.replace(config_.find("PROC_NAME"), 9, "PROC_NONE");
+  unknown("PROC_NAME is missing");
+  EXPECT_EQ(Run({TOOL, "-f", home_ / "missing.conf", "status", "--plugin"}).ExitStatus(), 3);
+  EXPECT_NE(ReadFile(home_ / "out").find("missing.conf: No such file"), std::string::npos);
+}
+
+// A FIFO in the file's place is never read to its end.
+TEST_F(StatusTest, AnswersWithinItsTime) {
+  ASSERT_EQ(mkfifo((home_ / "fifo").c_str(), 0600), 0);
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_EQ(Run({TOOL, "-f", home_ / "fifo", "status", "--plugin", "-t", "1"}).ExitStatus(), 3);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(9));
+  EXPECT_NE(ReadFile(home_ / "out").find("the configuration: not read within 1 s"), std::string::npos);
+}
+
+TEST_F(StatusTest, ReadsTheTailOfALargeLog) {
+  MainLog(5, std::string(3'000'000, 'x'));
+  MainLog(1, "System CPU [ 95 ] Config CPU [ 90 ]");
+  EXPECT_EQ(Found(), "WARNING cpu-over");
+  const auto figures = StatusJson()["figures"];
+  EXPECT_EQ(figures["cpu"]["value"], 95);
+}
+
+TEST_F(StatusTest, HiddenProcessesAreSaidAndNotGuessed) {
+  if (getuid() != 0) GTEST_SKIP() << "needs root";
+  fs::permissions(home_.Path(), fs::perms(0755));
+  const std::string command =
+      "mount -t proc -o hidepid=2 proc /proc || exit 77; exec setpriv --reuid 65534 "
+      "--regid 65534 --clear-groups \"$@\"";
+  const int status =
+      Run(Joined({"unshare", "-m", "sh", "-c", command, "sh"}, StatusWords({"--plugin"}))).ExitStatus();
+  if (status == 77 || status == 1) GTEST_SKIP() << "no mount name space";
+  EXPECT_EQ(status, 3) << Errors();
+  EXPECT_NE(ReadFile(home_ / "out").find("/proc hides"), std::string::npos) << ReadFile(home_ / "out");
+}
+
+// What ss -lnt shows in the columns Recv-Q and Send-Q.
+TEST_F(StatusTest, QueueFiguresAreThoseOfSs) {
+  port_->Fill(5);
+  if (Run({"ss", "-lntH", "sport", "=", ":" + std::to_string(port_->Number())}).ExitStatus() != 0)
+    GTEST_SKIP() << "no ss here";
+  std::istringstream row(ReadFile(home_ / "out"));
+  std::string state;
+  int waiting = 0;
+  int backlog = 0;
+  row >> state >> waiting >> backlog;
+  const Json port = StatusJson()["port"];
+  EXPECT_EQ(port["waiting"], waiting);
+  EXPECT_EQ(port["backlog"], backlog);
+  EXPECT_EQ(waiting, 5);
+  EXPECT_EQ(backlog, BACKLOG);
+}
+
+TEST_F(StatusTest, MetricsAreReplacedAsAWhole) {
+  config_ += "PROC_NAME a\"b\\\xea\xb0\x80\n";
+  const std::string file = home_ / "m.prom";
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Run(StatusWords({"--prom", file})).ExitStatus(), 0) << Errors();
+  EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644));
+  EXPECT_NE(ReadFile(file).find("engine=\"a\\\"b\\\\\xea\xb0\x80\""), std::string::npos) << ReadFile(file);
+  for (const auto& entry : fs::directory_iterator(home_.Path()))
+    EXPECT_FALSE(entry.path().filename().string().starts_with("m.prom."));
+  EXPECT_EQ(Run(StatusWords({"--prom", home_ / "no/m.prom"})).ExitStatus(), 3);
+  const int judged = Run({"sh", "-c", "promtool check metrics < \"$0\"", file}).ExitStatus();
+  EXPECT_TRUE(judged == 0 || judged == 127) << Errors();  // 127: not installed
+  std::atomic<bool> ended = false;
+  std::atomic<int> halves = 0;
+  std::thread reader([&] {
+    while (!ended) halves += ReadFile(file).ends_with("\n") && ReadFile(file).size() > 2000 ? 0 : 1;
+  });
+  for (int i = 0; i < 20; ++i) Run(StatusWords({"--prom", file})).ExitStatus();
+  ended = true;
+  reader.join();
+  EXPECT_EQ(halves, 0);
+}
+
+TEST(StatusRules, StandInTheManual) {
+  const std::string manual = ReadFile(TREE "/man/dunrasttctl.8");
+  for (const ctl::StatusRule& rule : ctl::StatusRules())
+    EXPECT_NE(manual.find(std::string("\n.It ") + rule.id + "\n"), manual.npos) << rule.id;
+}
+
+}  // namespace
+}  // namespace tooltest
