@@ -41,13 +41,12 @@
 
 namespace {
 
-constexpr int STARTED = 1;
 constexpr int FAILED = -1;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 
 std::optional<base::StopOnPendingSignal> stoppable;  // while the steps that may wait are taken
 
-int PrintBanner() {
+bool PrintBanner() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   std::tm local{};
@@ -56,88 +55,88 @@ int PrintBanner() {
               local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
               static_cast<int>(now.tv_nsec / NANOSECONDS_PER_MILLISECOND));
   time_when_compiled();
-  return STARTED;
+  return true;
 }
 
-int AllocateServers() {
+bool AllocateServers() {
   gSendInfo = new (std::nothrow) SEND_INFO{};
-  return gSendInfo == nullptr ? FAILED : STARTED;
+  return gSendInfo != nullptr;
 }
 void FreeServers() {
   delete gSendInfo;
   gSendInfo = nullptr;
 }
 
-int FindAddress() {
+bool FindAddress() {
   GetMyIpAddr(gIpaddr);
-  return STARTED;
+  return true;
 }
 
-int ReadConfiguration() {
+bool ReadConfiguration() {
   base::CopyText(m_sz_configfile, sizeof m_sz_configfile, given_options.configFile);
-  if (ReadCfg() == 1) return STARTED;
+  if (ReadCfg() == 1) return true;
   TRACE(TRACE_ERROR, "Config Setting Read Failed.");
-  return FAILED;
+  return false;
 }
 
-int ReadRecipients() {
-  if (LoadRecipients() != 1) return FAILED;
+bool ReadRecipients() {
+  if (!LoadRecipients()) return false;
   KeepRecipientTimes();
-  return STARTED;
+  return true;
 }
 void ForgetRecipients() {
   EMailListFree(*gEmailLists.Get());
   gEmailLists.Set({});
 }
 
-int Detach() {
-  if (!given_options.daemon) return STARTED;
+bool Detach() {
+  if (!given_options.daemon) return true;
   daemonize(std::getenv("PWD"), m_sz_touch_file);
   base::MakeStandardStreamsLossy();
-  return STARTED;
+  return true;
 }
 
-int ChangeToProgramFolder() {
+bool ChangeToProgramFolder() {
   const std::string program = app_name;
   const size_t slash = program.rfind('/');
-  if (slash == std::string::npos) return STARTED;
+  if (slash == std::string::npos) return true;
   [[maybe_unused]] const int changed = ::chdir(program.substr(0, slash + 1).c_str());
-  return STARTED;
+  return true;
 }
 
-int OpenSyslog() {
+bool OpenSyslog() {
   ::openlog(app_name, LOG_PID | LOG_CONS, LOG_DAEMON);
   syslog(LOG_INFO, "Started %s", app_name);
-  return STARTED;
+  return true;
 }
 
 void Stop();
 
 // From here on a stop signal is kept for the main loop, and cuts what start-up waits for.
-int TakeSignals() {
-  if (base::StopPrepare() < 0) return FAILED;
+bool TakeSignals() {
+  if (base::StopPrepare() < 0) return false;
   InstallSignalHandlers(Stop);
   stoppable.emplace();
-  return STARTED;
+  return true;
 }
 
-int OpenLog() {
+bool OpenLog() {
   OpenLogStream();
-  return STARTED;
+  return true;
 }
 
-int ProveConfiguration() {
+bool ProveConfiguration() {
   read_conf_file(0);
-  return STARTED;
+  return true;
 }
 
-int ConfigureTrace() {
+bool ConfigureTrace() {
   DunraSTTUtils::SetPath(m_sz_txt_path);
   DunraSTTUtils::SetLogLevel(m_log_level);
   DunraSTTUtils::SetLogHostnameFlag(m_log_hostname_inc_flag);
   DunraSTTUtils::SetHangPath(m_hang_path);
   TraceBadOptions();
-  return STARTED;
+  return true;
 }
 
 // 1 when the process table does not hold exactly one process of the agent's name.
@@ -147,48 +146,48 @@ int IsRunning() {
   return CountProcesses(processes, m_sz_watchdog_name) == 1 ? 0 : 1;
 }
 
-int RefuseSecondInstance() {
-  if (IsRunning() == 0) return STARTED;
+bool RefuseSecondInstance() {
+  if (IsRunning() == 0) return true;
   TRACE(TRACE_ERROR, "DunraSTT_Admin Already Running");
-  return FAILED;
+  return false;
 }
 
-int WritePidFile() {
+bool WritePidFile() {
   const base::UniqueFile file(std::fopen(m_sz_adm_pid_file, "wte"));
-  if (!file) return STARTED;
+  if (!file) return true;
   const std::string pid = base::Format("%d", ::getpid());
   std::fputs(pid.c_str(), file.get());
   TRACE(TRACE_DEBUG, "DunraSTT_Admin GetPid [ %s ]", pid.c_str());
-  return STARTED;
+  return true;
 }
 
-int TellStart() {
+bool TellStart() {
   TRACE(TRACE_INFO, "Start DunraSTT_Admin Service");
-  return STARTED;
+  return true;
 }
 
 // The first tick measures against this sample.
-int PrimeCpuUsage() {
+bool PrimeCpuUsage() {
   CpuUsage();
-  return STARTED;
+  return true;
 }
 
 // Without webhooks the libraries are left unready, which saves their memory.
-int ReadyWebHooks() {
+bool ReadyWebHooks() {
   if (m_send_webhook_used != 0 && AlarmTransportInit() != 0) {
     TRACE(TRACE_ERROR, "WebHook: libcurl cannot be made ready");
   }
-  return STARTED;
+  return true;
 }
 
-int SendStartAlarm() {
+bool SendStartAlarm() {
   if (m_First_Alarm_Flag != 0) Raise({Finding::AGENT_STARTED});
-  return STARTED;
+  return true;
 }
 
-int FirstChannelQuery() {
+bool FirstChannelQuery() {
   AskForChannels();
-  return STARTED;
+  return true;
 }
 void ForgetChannels() {
   SHM_CLOS();
@@ -198,9 +197,10 @@ void RemovePidFile() {
   if (given_options.hasPidFile) ::unlink(given_options.pidFile.c_str());
 }
 
-// One step of the start, and what undoes it at the stop; either may be null.
+// One step of the start, and what undoes it at the stop; either may be null. The start ends at one that is
+// false.
 struct Step {
-  int (*start)();
+  bool (*start)();
   void (*stop)();
 };
 constexpr Step STEPS[] = {
@@ -274,7 +274,7 @@ int RunAgent(int argc, char** argv) {
   const int status = ParseOptions(argc, argv, &given_options);
   if (status >= 0) return status;
   for (const Step& step : STEPS) {
-    if (step.start != nullptr && step.start() != STARTED) EndAtOnce(FAILED);
+    if (step.start != nullptr && !step.start()) EndAtOnce(FAILED);
   }
   stoppable.reset();
   MainLoop();

@@ -12,11 +12,11 @@ namespace base {
 // output; environment entries ("NAME=value") are put in place of, or beside, the agent's own. The wait status
 // of waitpid(2); -1 with errno when it could not be started, or with ECANCELED when a stop was under way and
 // the grace ended before the child did (it lives on).
-int RunProgram(const std::vector<std::string>& words, int stdoutFd = -1,
-               const std::vector<std::string>& environment = {});
+[[nodiscard]] int RunProgram(const std::vector<std::string>& words, int stdoutFd = -1,
+                             const std::vector<std::string>& environment = {});
 
 // RunProgram of the system shell with "-c" and this command line.
-int RunShell(const std::string& command);
+[[nodiscard]] int RunShell(const std::string& command);
 
 }  // namespace base
 

@@ -3,20 +3,55 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
+#include <optional>
 
 namespace base {
+namespace {
+
+constexpr std::string_view WHITE = " \t\n\v\f\r";
+
+struct Digits {
+  bool negative;
+  bool fits;
+  uint64_t magnitude;
+};
+
+std::optional<Digits> TakeDigits(std::string_view* rest) {
+  rest->remove_prefix(std::min(rest->find_first_not_of(WHITE), rest->size()));
+  Digits digits{};
+  digits.negative = rest->starts_with('-');
+  if (digits.negative || rest->starts_with('+')) rest->remove_prefix(1);
+  const auto [end, error] = std::from_chars(rest->data(), rest->data() + rest->size(), digits.magnitude);
+  if (error == std::errc::invalid_argument) return std::nullopt;
+  digits.fits = error == std::errc();
+  rest->remove_prefix(static_cast<size_t>(end - rest->data()));
+  return digits;
+}
+
+}  // namespace
 
 int64_t LeadingNumber(std::string_view text) {
-  constexpr std::string_view WHITE = " \t\n\v\f\r";
-  text.remove_prefix(std::min(text.find_first_not_of(WHITE), text.size()));
-  const bool negative = text.starts_with('-');
-  if (text.starts_with('+')) text.remove_prefix(1);
-  // from_chars takes a minus, no plus, and neither twice.
-  if (text.starts_with('-') && !negative) return 0;
   int64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc::result_out_of_range) return number;
-  return negative ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+  TakeSigned(&text, &number);
+  return number;
+}
+
+bool TakeSigned(std::string_view* rest, int64_t* number) {
+  constexpr uint64_t TOP = std::numeric_limits<int64_t>::max();
+  const auto digits = TakeDigits(rest);
+  if (!digits) return false;
+  const uint64_t bound = digits->negative ? TOP + 1 : TOP;
+  const uint64_t magnitude = digits->fits ? std::min(digits->magnitude, bound) : bound;
+  *number = static_cast<int64_t>(digits->negative ? 0 - magnitude : magnitude);
+  return true;
+}
+
+bool TakeUnsigned(std::string_view* rest, uint64_t* number) {
+  const auto digits = TakeDigits(rest);
+  if (!digits) return false;
+  *number = digits->negative ? 0 - digits->magnitude : digits->magnitude;
+  if (!digits->fits) *number = std::numeric_limits<uint64_t>::max();
+  return true;
 }
 
 }  // namespace base

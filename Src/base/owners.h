@@ -56,6 +56,16 @@ using UniqueDir = std::unique_ptr<DIR, DirCloser>;
 // Heap text of a C interface (malloc, strdup): freed with free().
 using UniqueText = std::unique_ptr<char, MallocFree>;
 
+// As realloc(3): the text gets room for so many bytes (1 or more). False with errno when there is no memory;
+// the text is then as it was.
+[[nodiscard]] inline bool Resize(UniqueText& text, size_t size) {
+  auto* const moved = static_cast<char*>(std::realloc(text.get(), size));
+  if (moved == nullptr) return false;
+  static_cast<void>(text.release());
+  text.reset(moved);
+  return true;
+}
+
 }  // namespace base
 
 #endif

@@ -17,7 +17,7 @@ using AddressList = std::unique_ptr<addrinfo, AddrinfoFree>;
 // host is the loopback. Names are looked up for as long as the system's resolver takes; when a stop ends the
 // wait (base/stop.h) the look-up is abandoned to a thread of its own: EAI_SYSTEM with errno ECANCELED.
 // Addresses in figures with a port in figures are answered at once, without a thread.
-int Resolve(const char* host, const char* service, int family, int protocol, AddressList* out);
+[[nodiscard]] int Resolve(const char* host, const char* service, int family, int protocol, AddressList* out);
 
 }  // namespace base
 

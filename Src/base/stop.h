@@ -20,7 +20,7 @@ inline constexpr std::chrono::seconds STOP_GRACE{5};
 inline constexpr int FOREVER = -1;
 
 // Opens the descriptor that wakes the waits. Once, before the first thread. 0, or -1 with errno.
-int StopPrepare();
+[[nodiscard]] int StopPrepare();
 // Requests the stop; later calls change nothing. Callable from any thread, also in a signal handler.
 void StopRequest();
 // True once the grace of a requested stop has passed.
@@ -51,7 +51,7 @@ bool SleepSeconds(int64_t seconds);
 // Waits for events (of poll(2)) on a descriptor of any number, up to the time given or FOREVER.
 // 1 ready (an error or hang-up of the peer counts), 0 timed out, -1 failed with errno, ECANCELED when a
 // stop cut it. Interruptions by signals do not shorten or lengthen it.
-int WaitDescriptor(int fd, short events, int64_t milliseconds);
+[[nodiscard]] int WaitDescriptor(int fd, short events, int64_t milliseconds);
 
 }  // namespace base
 

@@ -13,16 +13,16 @@ namespace base {
 // Opens a regular file for reading, close-on-exec; *size (may be null) gets its size of this moment. Invalid
 // with errno when it cannot be opened: EINVAL for one of another kind. flags are further ones of open(2),
 // such as O_NOFOLLOW.
-UniqueFd OpenRegular(const char* path, size_t* size = nullptr, int flags = 0);
+[[nodiscard]] UniqueFd OpenRegular(const char* path, size_t* size = nullptr, int flags = 0);
 // The same as a stream; null as well without memory.
-UniqueFile OpenRegularStream(const char* path);
+[[nodiscard]] UniqueFile OpenRegularStream(const char* path);
 
 // Reads up to limit bytes into out; fewer only at the end of the file or where reading fails. The count.
-size_t ReadUpTo(int fd, char* out, size_t limit);
+[[nodiscard]] size_t ReadUpTo(int fd, char* out, size_t limit);
 
 // Newlines of a file up to its end or its first byte 0xFF; -1 when it cannot be opened. What is no regular
 // file has none.
-int64_t CountNewlines(const char* path);
+[[nodiscard]] int64_t CountNewlines(const char* path);
 
 }  // namespace base
 

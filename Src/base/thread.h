@@ -18,7 +18,7 @@ class Thread {
 
   // Runs body(argument) on a new thread, with the caller's signal mask. Returns 0, or -1 with errno set
   // (EAGAIN: no resources; EBUSY: already running one). The argument must outlive the thread.
-  int Start(void* (*body)(void*), void* argument);
+  [[nodiscard]] int Start(void* (*body)(void*), void* argument);
   // Whether one was started and not joined yet.
   bool Started() const { return handle_.has_value(); }
   // Waits for the end of the thread; nothing happens when none was started or it was joined before.

@@ -24,7 +24,7 @@ extern const uint16_t uni2ksc_code[11172];
 //   used to that, and a UTF-8 reader (is_UTF8, too) refuses it. -1: a code outside 0x8141..0xC8FE (lead byte
 //   0x80 or 0xC9..0xFF; trail byte below 0x41 after 0x81, or 0xFF after 0xC8), len above 0x3FFFFFFF, or no
 //   memory.
-int32_t encode_UTF8(const char* src, uint32_t len, char** out, uint32_t* out_len);
+[[nodiscard]] int32_t encode_UTF8(const char* src, uint32_t len, char** out, uint32_t* out_len);
 
 // Converts the len bytes of UTF-8 at src to code page 949 in dst, which has room for cap bytes, terminator
 // included. Returns the bytes written before the terminator, or -1; then dst holds what had been converted so
@@ -36,11 +36,11 @@ int32_t encode_UTF8(const char* src, uint32_t len, char** out, uint32_t* out_len
 //   from the lead on, are part of the character. src[len] must therefore be readable, and be no continuation
 //   byte unless the text goes on there; a NUL serves. -1: the text and its terminator do not fit, or a
 //   three-byte character is no Hangul syllable (a space is put in its place).
-int32_t decode_UTF8(const char* src, int32_t len, char* dst, int32_t cap);
+[[nodiscard]] int32_t decode_UTF8(const char* src, int32_t len, char* dst, int32_t cap);
 
 // Tells whether the NUL-terminated str is made of whole characters: 1 when it is, or is empty, else 0. Lead
 // bytes up to 0xFD are taken, so five and six bytes long forms too; overlong forms, surrogates and values
 // above U+10FFFF are not looked for.
-int is_UTF8(const char* str);
+[[nodiscard]] int is_UTF8(const char* str);
 
 #endif

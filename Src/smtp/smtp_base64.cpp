@@ -99,15 +99,12 @@ int smtp_base64_lines_writer::Grow(size_t more, bool ahead) {
   if (smtp_si_add_size_t(used_, more, &wanted) != 0) return -1;
   if (wanted <= allocated_) return 0;
   if (ahead && smtp_si_add_size_t(wanted, allocated_, &wanted) != 0) return -1;
-  auto* grown = static_cast<char*>(smtp_reallocarray(text_.get(), wanted, 1));
-  if (grown == nullptr) return -1;
-  [[maybe_unused]] const char* old = text_.release();
-  text_.reset(grown);
+  if (!base::Resize(text_, wanted)) return -1;
   allocated_ = wanted;
   if (wanted >= LARGE) {
     const auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
-    const size_t skipped = page - reinterpret_cast<uintptr_t>(grown) % page;
-    ::madvise(grown + skipped, wanted - skipped, MADV_HUGEPAGE);  // only advice: may fail
+    const size_t skipped = page - reinterpret_cast<uintptr_t>(text_.get()) % page;
+    ::madvise(text_.get() + skipped, wanted - skipped, MADV_HUGEPAGE);  // only advice: may fail
   }
   return 0;
 }

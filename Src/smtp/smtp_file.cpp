@@ -35,10 +35,7 @@ int Reserve(base::UniqueText& buffer, size_t held, size_t& allocated) {
   if (smtp_si_add_size_t(held, READ_SIZE + 1, &wanted) != 0) return -1;
   if (wanted <= allocated) return 0;
   if (smtp_si_add_size_t(wanted, allocated, &wanted) != 0) return -1;
-  auto* grown = static_cast<char*>(smtp_reallocarray(buffer.get(), wanted, 1));
-  if (grown == nullptr) return -1;
-  [[maybe_unused]] const char* old = buffer.release();
-  buffer.reset(grown);
+  if (!base::Resize(buffer, wanted)) return -1;
   allocated = wanted;
   return 0;
 }

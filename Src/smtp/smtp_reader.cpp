@@ -26,10 +26,7 @@ int ReserveRead(smtp_line_reader* reader) {
   if (room >= SMTP_READ_SIZE) return 0;
   size_t size = 0;
   if (smtp_si_add_size_t(reader->allocated, SMTP_READ_SIZE, &size) != 0) return -1;
-  auto* grown = static_cast<char*>(smtp_reallocarray(reader->buffer.get(), size, 1));
-  if (grown == nullptr) return -1;
-  [[maybe_unused]] const char* old = reader->buffer.release();
-  reader->buffer.reset(grown);
+  if (!base::Resize(reader->buffer, size)) return -1;
   reader->allocated = size;
   return 0;
 }

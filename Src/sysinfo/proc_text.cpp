@@ -23,11 +23,7 @@ ssize_t ReadSome(int fd, char* to, size_t count) {
 
 bool ProcText::Grow() {
   const size_t wanted = std::clamp(capacity_ * 4, FIRST_CAPACITY, LIMIT);
-  if (wanted == capacity_) return false;
-  auto* const larger = static_cast<char*>(std::realloc(buffer_.get(), wanted));
-  if (larger == nullptr) return false;
-  static_cast<void>(buffer_.release());
-  buffer_.reset(larger);
+  if (wanted == capacity_ || !base::Resize(buffer_, wanted)) return false;
   capacity_ = wanted;
   return true;
 }

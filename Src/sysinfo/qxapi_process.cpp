@@ -6,16 +6,16 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "sysinfo/owner_names.h"
 #include "sysinfo/proc_folder.h"
 #include "sysinfo/proc_text.h"
 #include "sysinfo/qxapi_internal.h"
+#include "sysinfo/user_names.h"
 
 namespace {
 
-using sysinfo::OwnerNames;
 using sysinfo::ProcFolder;
 using sysinfo::ProcText;
+using sysinfo::UserNames;
 
 // What the records of one snapshot are read with.
 struct Source {
@@ -23,7 +23,7 @@ struct Source {
 
   ProcFolder folder;
   ProcText file;
-  OwnerNames owners;
+  UserNames owners;
   uint64_t page_kb = static_cast<uint64_t>(::sysconf(_SC_PAGESIZE)) >> 10;
 };
 

@@ -1,12 +1,11 @@
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
+#include "base/number.h"
 #include "sysinfo/qxapi_internal.h"
 
 namespace {
@@ -35,43 +34,6 @@ size_t FindStop(const char* seps, std::string_view text) {
   return std::min(single ? text.find(seps[0]) : text.find_first_of(seps), text.size());
 }
 
-struct Digits {
-  bool negative;
-  bool fits;
-  uint64_t magnitude;
-};
-
-// White space, a sign and digits off the front of *rest; none when there is no digit.
-std::optional<Digits> TakeDigits(std::string_view* rest) {
-  SkipWhite(rest);
-  Digits digits{};
-  digits.negative = rest->starts_with('-');
-  if (digits.negative || rest->starts_with('+')) rest->remove_prefix(1);
-  const auto [end, error] = std::from_chars(rest->data(), rest->data() + rest->size(), digits.magnitude);
-  if (error == std::errc::invalid_argument) return std::nullopt;
-  digits.fits = error == std::errc();
-  rest->remove_prefix(static_cast<size_t>(end - rest->data()));
-  return digits;
-}
-
-bool TakeUnsigned(std::string_view* rest, uint64_t* number) {
-  const auto digits = TakeDigits(rest);
-  if (!digits) return false;
-  *number = digits->negative ? 0 - digits->magnitude : digits->magnitude;
-  if (!digits->fits) *number = std::numeric_limits<uint64_t>::max();
-  return true;
-}
-
-bool TakeSigned(std::string_view* rest, int64_t* number) {
-  constexpr uint64_t TOP = std::numeric_limits<int64_t>::max();
-  const auto digits = TakeDigits(rest);
-  if (!digits) return false;
-  const uint64_t bound = digits->negative ? TOP + 1 : TOP;
-  const uint64_t magnitude = digits->fits ? std::min(digits->magnitude, bound) : bound;
-  *number = static_cast<int64_t>(digits->negative ? 0 - magnitude : magnitude);
-  return true;
-}
-
 bool SkipFields(std::string_view* rest, int count) {
   for (; count > 0; --count) {
     SkipWhite(rest);
@@ -81,12 +43,7 @@ bool SkipFields(std::string_view* rest, int count) {
   return true;
 }
 
-int64_t LeadingNumber(std::string_view text) {
-  int64_t number = 0;
-  TakeSigned(&text, &number);
-  return number;
-}
-
+using base::LeadingNumber;
 using sysinfo::StatusFields;
 
 struct StatusKey {
@@ -240,9 +197,10 @@ std::optional<StatCounters> ParseStat(std::string_view text) {
   if (name_end == std::string_view::npos) return std::nullopt;
   text.remove_prefix(name_end + 1);
   StatCounters c{};
-  const bool whole = SkipFields(&text, 11) && TakeUnsigned(&text, &c.utime) &&
-                     TakeUnsigned(&text, &c.stime) && SkipFields(&text, 3) && TakeSigned(&text, &c.nice) &&
-                     SkipFields(&text, 4) && TakeUnsigned(&text, &c.pages);
+  const bool whole = SkipFields(&text, 11) && base::TakeUnsigned(&text, &c.utime) &&
+                     base::TakeUnsigned(&text, &c.stime) && SkipFields(&text, 3) &&
+                     base::TakeSigned(&text, &c.nice) && SkipFields(&text, 4) &&
+                     base::TakeUnsigned(&text, &c.pages);
   if (!whole) return std::nullopt;
   return c;
 }

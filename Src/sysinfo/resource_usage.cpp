@@ -11,7 +11,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
+#include "base/number.h"
 #include "base/owners.h"
 #include "base/stop.h"
 #include "sysinfo/resource_usage_internal.h"
@@ -54,9 +56,7 @@ double Figure(const char* text, const char* label) {
 
 uint32_t FigureInt(const char* text, const char* label) {
   const char* const at = std::strstr(text, label);
-  int value = 0;
-  if (at != nullptr) std::sscanf(at + std::strlen(label), "%d", &value);
-  return static_cast<uint32_t>(value);
+  return at == nullptr ? 0 : static_cast<uint32_t>(base::LeadingNumber(at + std::strlen(label)));
 }
 
 template <typename Value, typename From>
@@ -115,10 +115,10 @@ int MemoryPercentInt(const char* text, double* total, double* available) {
 }
 
 int ResidentMegabytes(const char* line) {
-  std::array<char, 1024> label{};
-  std::array<char, 1024> value{};
-  std::sscanf(line, "%1023s%1023s", label.data(), value.data());
-  return static_cast<int>(std::strtol(value.data(), nullptr, 10)) / 1024;
+  constexpr const char* WHITE = " \t\n\v\f\r";
+  line += std::strspn(line, WHITE);
+  line += std::strcspn(line, WHITE);
+  return static_cast<int>(base::LeadingNumber(line)) / 1024;
 }
 
 unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t available_blocks, uint64_t* total_mb,
@@ -134,15 +134,12 @@ unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t availabl
 uint64_t NetworkCounter(const char* text, int number) {
   std::array<char, 32> label;
   std::snprintf(label.data(), label.size(), "eth%d:", number);
-  const char* at = std::strstr(text, label.data());
+  const char* const at = std::strstr(text, label.data());
   if (at == nullptr) return 0;
-  at += std::strlen(label.data());
+  std::string_view rest(at + std::strlen(label.data()));
   const NetworkLayout layout = NETWORK_LAYOUTS[static_cast<size_t>(procnetdev_version(text)) - 1];
-  std::array<unsigned long, 16> counters{};
-  for (size_t i = 0; i < layout.columns; ++i) {
-    int used = 0;
-    if (std::sscanf(at, "%lu%n", &counters[i], &used) != 1) break;
-    at += used;
+  std::array<uint64_t, 16> counters{};
+  for (size_t i = 0; i < layout.columns && base::TakeUnsigned(&rest, &counters[i]); ++i) {
   }
   return counters[0] + counters[layout.sent];
 }

@@ -18,9 +18,11 @@ TEST(ChildTest, HandsDownNoSignalStateAndNoDescriptor) {
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   const base::UniqueFd out(::open((folder / "out").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-  base::RunProgram({"sed", "-nE", "s/^Sig(Blk|Ign):\t//p", "/proc/self/status"}, out.Get());
-  base::RunProgram({"sh", "-c", "for n in $(seq 3 99); do [ -e /proc/$$/fd/$n ] && echo $n; done"},
-                   out.Get());
+  EXPECT_EQ(base::RunProgram({"sed", "-nE", "s/^Sig(Blk|Ign):\t//p", "/proc/self/status"}, out.Get()), 0);
+  EXPECT_EQ(
+      base::RunProgram({"sh", "-c", "for n in $(seq 3 99); do [ -e /proc/$$/fd/$n ] && echo $n; done; true"},
+                       out.Get()),
+      0);
   EXPECT_EQ(WEXITSTATUS(base::RunShell("exit 7")), 7);
   EXPECT_EQ(base::RunProgram({"/nonexistent/program"}), -1);
   std::signal(SIGPIPE, SIG_DFL);

@@ -13,7 +13,7 @@
 #include "base/owners.h"
 #include "base/text_file.h"
 
-base::Handover<EMAIL_LIST> gEmailLists;
+base::SharedRecord<EMAIL_LIST> gEmailLists;
 
 namespace {
 
@@ -99,10 +99,10 @@ int EMailListFree(EMAIL_LIST list) {
   return 0;
 }
 
-int LoadRecipients() {
-  if (GetEMailList(m_receiver_email, m_reference_email, m_blind_email) == 1) return 1;
+bool LoadRecipients() {
+  if (GetEMailList(m_receiver_email, m_reference_email, m_blind_email) == 1) return true;
   TRACE(TRACE_ERROR, "DunraSTT_Aadmin Email Setting");
-  return -1;
+  return false;
 }
 
 void KeepRecipientTimes() {

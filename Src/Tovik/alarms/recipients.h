@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/handover.h"
+#include "base/shared_record.h"
 
 // A name or an address keeps at most this many bytes; the rest of a longer word is dropped.
 inline constexpr size_t EMAIL_WORD = 4095;
@@ -50,7 +50,7 @@ struct EMAIL_LIST {
 };
 
 // The lists in use. They are replaced as a whole: a mail in progress ends with those it began with.
-extern base::Handover<EMAIL_LIST> gEmailLists;
+extern base::SharedRecord<EMAIL_LIST> gEmailLists;
 
 // Reads the three files into gEmailLists; one that does not exist is made first, empty. 1; -1 without memory,
 // the lists then stay. Any thread.
@@ -66,8 +66,8 @@ std::shared_ptr<const EMAIL_ENTRIES> GetMailInfo(const char* path, int64_t count
 // GetEMailList. 0.
 int EMailListFree(EMAIL_LIST list);
 
-// GetEMailList of the configuration's files; a failure is traced. 1, or -1.
-[[nodiscard]] int LoadRecipients();
+// GetEMailList of the configuration's files; false when that failed, which is traced.
+[[nodiscard]] bool LoadRecipients();
 // Keeps the files' times, 0 for one without, as those that a change is measured against.
 void KeepRecipientTimes();
 // Reads the lists again when one of the files is newer than its kept time; traces what it found.

@@ -43,7 +43,7 @@ curl_socket_t OpenCloseOnExec(void*, curlsocktype, curl_sockaddr* address) {
   return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-CURLcode ResultOf(CURLM* multi) {
+CURLcode TransferResult(CURLM* multi) {
   int left = 0;
   const CURLMsg* message = curl_multi_info_read(multi, &left);
   return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_FAILED_INIT;
@@ -58,7 +58,7 @@ CURLcode Perform(CURL* handle) {
   while (true) {
     int running = 0;
     if (curl_multi_perform(multi.get(), &running) != CURLM_OK) return CURLE_FAILED_INIT;
-    if (running == 0) return ResultOf(multi.get());
+    if (running == 0) return TransferResult(multi.get());
     if (base::StopGraceOver()) return CURLE_ABORTED_BY_CALLBACK;
     if (curl_multi_poll(multi.get(), nullptr, 0, SLICE_MS, nullptr) != CURLM_OK) return CURLE_FAILED_INIT;
   }

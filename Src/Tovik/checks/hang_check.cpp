@@ -21,8 +21,7 @@ constexpr int64_t SHORTEST_PAUSE = 60;  // seconds
 // The pid that the engine says it has; 0, which no process has, when it says none.
 int64_t ExpectedPid() {
   int64_t pid = 0;
-  ReadPidFile(m_sz_svc_pid_file, &pid);
-  return std::max<int64_t>(pid, 0);
+  return ReadPidFile(m_sz_svc_pid_file, &pid) ? std::max<int64_t>(pid, 0) : 0;
 }
 
 void Probe() {

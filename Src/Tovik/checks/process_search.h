@@ -31,7 +31,7 @@ int CountProcesses(const sysinfo::ProcessNames& processes, const char* name);
 
 // The decimal pid at the start of a PID file's first 1,024 bytes; false when it cannot be opened or is no
 // regular file.
-bool ReadPidFile(const char* path, int64_t* pid);
+[[nodiscard]] bool ReadPidFile(const char* path, int64_t* pid);
 
 // Process id of the first process whose executable's path contains text, 0 when there is none; prints which.
 pid_t getProcessID(const char* text, const char* proc_root = "/proc");

@@ -73,7 +73,7 @@ inline constexpr const char* CONFIG_SERVER_PREFIX = "ALARM_";
 // A line holds a key, blanks or tabs, and the value; lines that begin with ";", ":" or "/" are comments and
 // unknown keys are ignored. Lines are read in pieces of at most 1,023 bytes, each piece a line of its own.
 // "%s" in the file's name stands for the name itself and "%%" for a percent sign.
-int ReadCfg();
+[[nodiscard]] int ReadCfg();
 
 // Traces the options of the last ReadCfg whose value counts as absent.
 void TraceBadOptions();

@@ -10,7 +10,7 @@
 #include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/trace.h"
-#include "base/handover.h"
+#include "base/shared_record.h"
 #include "base/owners.h"
 #include "tls/tls_socket.h"
 
@@ -32,9 +32,9 @@ struct ChannelStatus {
   std::unique_ptr<LVCSR_CHANNEL[], base::MallocFree> channels;
 };
 
-base::Handover<ChannelStatus> gSTAT;
+base::SharedRecord<ChannelStatus> gSTAT;
 
-int ResultOf(int32_t engine_status) {
+int ResultOfStatus(int32_t engine_status) {
   switch (engine_status) {
     case 2:
     case 3:
@@ -101,7 +101,7 @@ int DunraSTT_GET_CHANNEL(LVCSR_SOCK_HEAD* head, LVCSR_DATA_CHANNEL* record) {
   const base::UniqueText payload(RecvData(head, &reply, &result, 0));
   if (payload != nullptr) DecodeChannelReply(payload.get(), static_cast<size_t>(reply.nLength), record);
   if (result == ENGINE_OK) {
-    result = ResultOf(reply.nStatus);
+    result = ResultOfStatus(reply.nStatus);
     TRACE(TRACE_ERROR, "[CHANNEL] RecvData packets Check[%d] Stat[%d] Len[%d]", result, reply.nStatus,
           reply.nLength);
   }

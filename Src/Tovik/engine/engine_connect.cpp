@@ -31,7 +31,7 @@ bool HostGiven(const char* host) {
   return true;
 }
 
-base::AddressList Resolve(const char* host, int port) {
+base::AddressList EngineAddresses(const char* host, int port) {
   base::AddressList list;
   const int error = base::Resolve(host, std::to_string(port).c_str(), AF_UNSPEC, 0, &list);
   if (error != 0) TRACE(TRACE_ERROR, "[INIT] getaddrinfo error: %d", error);
@@ -49,7 +49,7 @@ const addrinfo* FirstSocket(const addrinfo* list, base::UniqueFd* socket) {
   return nullptr;
 }
 
-bool SetBlocking(int fd, bool blocking) {
+bool SetMode(int fd, bool blocking) {
   if (base::SetBlocking(fd, blocking) >= 0) return true;
   TRACE(TRACE_ERROR, "[INIT] %d: fcntl error: %s", h_errno, std::strerror(h_errno));
   return false;
@@ -86,7 +86,7 @@ int ConnectOutcome(int fd) {
   switch (error) {
     case 0:
       TRACE(TRACE_INFO, "[INIT] getsockopt2 Successed");
-      return SetBlocking(fd, true) ? ENGINE_OK : ENGINE_FAILED;
+      return SetMode(fd, true) ? ENGINE_OK : ENGINE_FAILED;
     case ECONNREFUSED:
       TRACE(TRACE_ERROR, "[INIT] %d: getsockopt3 refuse: %s", error, std::strerror(error));
       return ENGINE_FAILED;
@@ -99,13 +99,13 @@ int ConnectOutcome(int fd) {
   }
 }
 
-int Connect(int fd, const addrinfo& address, int seconds) {
+int ConnectEngine(int fd, const addrinfo& address, int seconds) {
   if (::connect(fd, address.ai_addr, address.ai_addrlen) == 0) {
-    return SetBlocking(fd, true) ? ENGINE_OK : ENGINE_FAILED;
+    return SetMode(fd, true) ? ENGINE_OK : ENGINE_FAILED;
   }
   int error = errno;
   if (error != EINPROGRESS && error != EALREADY && error != EAGAIN) {
-    SetBlocking(fd, false);
+    SetMode(fd, false);
     TRACE(TRACE_ERROR, "[INIT] %d: connect error: %s", error, std::strerror(error));
     return ENGINE_FAILED;
   }
@@ -165,13 +165,13 @@ int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, 
   connTimeout = std::max(connTimeout, 1);
   recvTimeout = std::max(recvTimeout, 1);
   TRACE(TRACE_ERROR, "[INIT] HOST Connent(%s:%d)", host, port);
-  const base::AddressList addresses = Resolve(host, port);
+  const base::AddressList addresses = EngineAddresses(host, port);
   if (addresses == nullptr) return ENGINE_FAILED;
   base::UniqueFd socket;
   const addrinfo* address = FirstSocket(addresses.get(), &socket);
   if (address == nullptr) return ENGINE_FAILED;
-  if (!SetBlocking(socket.Get(), false) || !SetOptions(socket.Get())) return ENGINE_FAILED;
-  const int connected = Connect(socket.Get(), *address, connTimeout);
+  if (!SetMode(socket.Get(), false) || !SetOptions(socket.Get())) return ENGINE_FAILED;
+  const int connected = ConnectEngine(socket.Get(), *address, connTimeout);
   if (connected != ENGINE_OK) return connected;
   TRACE(TRACE_INFO, "[INIT] Successed(%s:%d)(%d)", host, port, socket.Get());
   head->uConnTimeout = connTimeout;

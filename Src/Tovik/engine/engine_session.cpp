@@ -18,6 +18,7 @@
 #include "Tovik/engine/growing_receive.h"
 #include "base/format.h"
 #include "base/net.h"
+#include "base/number.h"
 #include "base/owners.h"
 #include "base/standard_descriptors.h"
 #include "base/stop.h"
@@ -55,11 +56,10 @@ bool SendRequest(int fd) {
 }
 
 // The length of the body that follows; 0 when the header announces none.
-bool ReceiveHeader(int fd, int64_t* body_length) {
+bool ReceiveTextHeader(int fd, int64_t* body_length) {
   std::array<char, HEADER_LENGTH> header{};
   if (base::ReceiveExactly(fd, header.data(), header.size()) < 1) return false;
-  const std::string length(header.data() + LENGTH_AT, LENGTH_WIDTH);
-  *body_length = std::strtoll(length.c_str(), nullptr, 10);
+  *body_length = base::LeadingNumber({header.data() + LENGTH_AT, LENGTH_WIDTH});
   return true;
 }
 
@@ -100,7 +100,7 @@ int ASR_SVC_CHANNEL(long sock, LVCSR_DATA_CHANNEL* record) {
   const int fd = ToDescriptor(sock);
   if (fd < 0 || record == nullptr || !SendRequest(fd)) return -1;
   int64_t length = 0;
-  if (ASR_CLIENT_WAIT(fd, REPLY_SECONDS) != 0 || !ReceiveHeader(fd, &length)) return -1;
+  if (ASR_CLIENT_WAIT(fd, REPLY_SECONDS) != 0 || !ReceiveTextHeader(fd, &length)) return -1;
   const base::UniqueText body =
       ReceiveGrowing(length, [fd](char* to, size_t size) { return base::ReceiveSome(fd, to, size); });
   if (body == nullptr) return -1;

@@ -21,10 +21,7 @@ base::UniqueText ReceiveGrowing(int64_t length, Receive receive) {
   for (int64_t have = 0; have < length;) {
     if (have == capacity) {
       capacity = std::min(length, std::max(FIRST, capacity * 2));
-      auto* grown = static_cast<char*>(std::realloc(buffer.get(), static_cast<size_t>(capacity)));
-      if (grown == nullptr) return nullptr;
-      [[maybe_unused]] const char* moved = buffer.release();
-      buffer.reset(grown);
+      if (!base::Resize(buffer, static_cast<size_t>(capacity))) return nullptr;
     }
     const ssize_t got = receive(buffer.get() + have, static_cast<size_t>(capacity - have));
     if (got < 1) return nullptr;

@@ -46,11 +46,11 @@ void Serve(int64_t messageId) {
 
 }  // namespace
 
-int StartManageThread() {
-  if (hManageThread.Start(send_svc_manage_thread, nullptr) == 0) return 1;
+bool StartManageThread() {
+  if (hManageThread.Start(send_svc_manage_thread, nullptr) == 0) return true;
   const int error = errno;
   TRACE(TRACE_ERROR, "Create send_svc_manage_thread fail..Errcode [ %d ]", error);
-  return -1;
+  return false;
 }
 
 void JoinManageThread() {

@@ -6,8 +6,8 @@
 #ifndef TOVIK_REPORTS_MANAGEMENT_THREAD_H
 #define TOVIK_REPORTS_MANAGEMENT_THREAD_H
 
-// Starts the thread, once: 1, or -1 when it cannot be created, which is traced. The other waits for its end.
-[[nodiscard]] int StartManageThread();
+// Starts the thread, once; false when it cannot be created, which is traced. The other waits for its end.
+[[nodiscard]] bool StartManageThread();
 void JoinManageThread();
 
 // The thread's body; ends, with 1, on gSvcManageThrdExit (after the pass in progress). gSendInfo must live

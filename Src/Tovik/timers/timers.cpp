@@ -65,24 +65,24 @@ void RunCycle(void (*cycle)()) {
   }
 }
 
-int StartTimer(const Timer& timer, base::Thread& thread) {
+bool StartTimer(const Timer& timer, base::Thread& thread) {
   auto* const id = const_cast<uint32_t*>(&timer.id);
-  if (timer.ready() && thread.Start(send_timer, id) == 0) return 1;
+  if (timer.ready() && thread.Start(send_timer, id) == 0) return true;
   const int error = errno;
   TRACE(TRACE_ERROR, "Create %s send_timer fail..Errcode [ %d ]", timer.name, error);
-  return -1;
+  return false;
 }
 
 }  // namespace
 
-int StartTimerThreads() {
+bool StartTimerThreads() {
   for (size_t i = 0; i < threads.size(); ++i) {
     // What a stop cuts must not begin anew on a thread.
     if (base::StopSignalPending()) break;
     if (threads[i].Started() || !TIMERS[i].enabled()) continue;
-    if (StartTimer(TIMERS[i], threads[i]) != 1) return -1;
+    if (!StartTimer(TIMERS[i], threads[i])) return false;
   }
-  return 1;
+  return true;
 }
 
 void JoinTimerThreads() {

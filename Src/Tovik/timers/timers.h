@@ -6,9 +6,9 @@
 #ifndef TOVIK_TIMERS_TIMERS_H
 #define TOVIK_TIMERS_TIMERS_H
 
-// Starts, in the table's order, each enabled timer that does not run yet, unless a stop signal is pending. 1,
-// or -1 once one cannot be created (or the result check has no time of day), which is traced.
-[[nodiscard]] int StartTimerThreads();
+// Starts, in the table's order, each enabled timer that does not run yet, unless a stop signal is
+// pending. False once one cannot be created (or the result check has no time of day), which is traced.
+[[nodiscard]] bool StartTimerThreads();
 // Waits for the end of every timer that was started.
 void JoinTimerThreads();
 

@@ -1,4 +1,4 @@
-#include "sysinfo/owner_names.h"
+#include "sysinfo/user_names.h"
 
 #include <pwd.h>
 
@@ -26,7 +26,7 @@ std::string LookUp(uid_t uid) {
 
 }  // namespace
 
-const char* OwnerNames::Find(uid_t uid) noexcept try {
+const char* UserNames::Find(uid_t uid) noexcept try {
   auto known = names_.find(uid);
   if (known == names_.end()) known = names_.emplace(uid, LookUp(uid)).first;
   return known->second.c_str();

@@ -1,6 +1,6 @@
 // User names of one process table, each looked up once.
-#ifndef SYSINFO_OWNER_NAMES_H
-#define SYSINFO_OWNER_NAMES_H
+#ifndef SYSINFO_USER_NAMES_H
+#define SYSINFO_USER_NAMES_H
 
 #include <sys/types.h>
 
@@ -9,7 +9,7 @@
 
 namespace sysinfo {
 
-class OwnerNames {
+class UserNames {
  public:
   // The password database's name of uid (getpwuid_r(3)), or "owner" when it has none or cannot be asked; it
   // lives as long as this object. Null when memory runs out. May block on a remote name service.

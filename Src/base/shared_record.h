@@ -1,7 +1,7 @@
 // A record that one thread replaces while others read: handed over as a whole. A reader keeps what it got for
 // as long as it likes; the last one to let go releases it.
-#ifndef BASE_HANDOVER_H
-#define BASE_HANDOVER_H
+#ifndef BASE_SHARED_RECORD_H
+#define BASE_SHARED_RECORD_H
 
 #include <memory>
 #include <mutex>
@@ -10,7 +10,7 @@
 namespace base {
 
 template <typename T>
-class Handover {
+class SharedRecord {
  public:
   // Never null.
   std::shared_ptr<const T> Get() const {
