@@ -3,7 +3,7 @@
 #include <map>
 
 #include "Tovik/config/config.h"
-#include "charset/cp949.h"
+#include "base/number.h"
 #include "ctl/check_rules.h"
 #include "ctl/near_name.h"
 #include "ctl/text.h"
@@ -123,18 +123,23 @@ void BlanksAtTheEnd(const Facts& facts, Hits* hits) {
   }
 }
 
+// A carriage return behind the figures does no harm to a number, but an option is figures alone.
+bool TakenAsWritten(const Setting& setting) {
+  const std::string_view value = setting.value;
+  if (setting.is_option)
+    return base::LeadingNumber(value) == setting.number &&
+           value.find_first_not_of("0123456789") == std::string_view::npos;
+  const std::string_view digits = value.substr(value.starts_with('-') || value.starts_with('+') ? 1 : 0);
+  const size_t end = digits.find_first_not_of("0123456789");
+  return !digits.empty() && end != 0 && (end == std::string_view::npos || digits.substr(end) == "\r");
+}
+
 void NumbersWithMore(const Facts& facts, Hits* hits) {
   for (const auto& [key, setting] : facts.settings) {
     const std::string_view value = setting.value;
-    if (!setting.is_number || setting.line == 0 || value.starts_with('=')) continue;
-    const std::string_view digits =
-        value.starts_with('-') || value.starts_with('+') ? value.substr(1) : value;
-    const size_t end = digits.find_first_not_of("0123456789");
-    const bool number = !digits.empty() && end == std::string_view::npos;
-    const bool line_end = value == LINE_END || value == "\r" || value == "0\r";
-    const bool only_return = end != 0 && end != std::string_view::npos && digits.substr(end) == "\r";
-    const bool bounded = setting.is_option && std::to_string(setting.number) != value;
-    if (line_end || only_return || (number && !bounded)) continue;
+    // Keys without a value, or with "=", have rules of their own.
+    const bool empty = value == LINE_END || value == "\r" || value.starts_with('=');
+    if (!setting.is_number || setting.line == 0 || empty || TakenAsWritten(setting)) continue;
     hits->Add(setting.line, key,
               {key, value,
                setting.is_option ? "no value for it, and it counts as absent"

@@ -66,10 +66,12 @@ void TakeSettings(Facts* facts) {
   }
 }
 
-std::time_t BootTime() {
-  const std::string text = ReadSmallFile("/proc/stat", FILE_LIMIT).value_or("");
-  const size_t at = text.find("\nbtime ");
-  return at == std::string::npos ? 0 : base::LeadingNumber(std::string_view(text).substr(at + 7));
+// When a process started, to the second: /proc counts from the boot.
+std::time_t StartTime(const ProcessRow& process) {
+  timespec since_boot{};
+  ::clock_gettime(CLOCK_BOOTTIME, &since_boot);
+  const auto started = static_cast<std::time_t>(process.start) / ::sysconf(_SC_CLK_TCK);
+  return std::time(nullptr) - (since_boot.tv_sec - started);
 }
 
 bool SameFile(const std::string& one, const std::string& other) {
@@ -85,8 +87,7 @@ void TakeProcesses(Facts* facts) {
     if (!SameFile(agent.config, facts->file)) continue;
     facts->agent.running = true;
     facts->agent.pid = agent.process.pid;
-    facts->agent.started =
-        BootTime() + static_cast<std::time_t>(agent.process.start) / ::sysconf(_SC_CLK_TCK);
+    facts->agent.started = StartTime(agent.process);
   }
   const auto is_agent = [&](const ProcessRow& row) {
     for (const RunningAgent& agent : agents) {

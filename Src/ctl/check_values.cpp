@@ -15,6 +15,7 @@ constexpr std::string_view AGENT_NAME = "DunraSTT_Admin";
 constexpr std::string_view TOOL_NAME = "dunrasttctl";
 constexpr int64_t NEVER = 101;
 constexpr int64_t FEW_DAYS = 30;
+constexpr std::time_t CLOCK_SLACK = 2;  // seconds by which the start of a process may be off
 constexpr int64_t LAST_PORT = 65535;
 
 bool Restarts(const Facts& facts) {
@@ -204,7 +205,7 @@ std::string Clock(std::time_t when) {
 }
 
 void ChangedSince(const Facts& facts, Hits* hits) {
-  if (!facts.agent.running || facts.changed <= facts.agent.started) return;
+  if (!facts.agent.running || facts.changed <= facts.agent.started + CLOCK_SLACK) return;
   hits->Add(0, "", {Clock(facts.changed), Clock(facts.agent.started)});
 }
 

@@ -97,6 +97,18 @@ const Case CASES[] = {
      "ASR_PORT 40000 is among the ports 32768 to 60999 of outgoing connections: a probe can reach itself, "
      "and the "
      "engine find its port taken"},
+    {"no-number",
+     [](Facts* facts) {
+       facts->settings["GOOD_OPTION"] = {"01", "1", 1, true, true, 3};
+       facts->settings["HANG_ALARM"] = {"5\r", "0", 0, true, true, 4};
+     },
+     "HANG_ALARM 5\\x0d: no value for it, and it counts as absent"},
+    {"file-newer",
+     [](Facts* facts) {
+       facts->agent = {true, 1, 1'700'000'000};
+       facts->changed = 1'700'000'002;
+     },
+     ""},
     {"hidden-processes", [](Facts* facts) { facts->host.hides_processes = true; },
      "/proc is mounted with hidepid: user stt sees no process of others, and takes an engine of theirs for "
      "dead"},
