@@ -1,5 +1,6 @@
 // dunrasttctl check: judges the configuration before the night does.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -154,7 +155,7 @@ int Check(const Call& call, Facts facts) {
 
 int Run(const Call& call) {
   std::string complaint;
-  const std::string file = ChooseConfigFile(call.config, &complaint);
+  const std::string file = ChooseConfigFile(call.config, ::getpid(), &complaint);
   std::optional<Facts> facts;
   if (!call.operands.empty()) {
     complaint = "check takes no word " + Shown(call.operands[0]) + "; the file is told with -f";

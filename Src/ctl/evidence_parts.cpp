@@ -113,8 +113,10 @@ std::string Unit(const AgentConfig& /*config*/, const RestartState& before, Fact
   if (before.engine.unit == UnitIn(ReadGroupText(::getpid()))) return Line("the engine is none of its own");
   if (::access("/run/systemd/system", F_OK) != 0) return Line("no service manager runs");
   const base::UniqueFd out(::memfd_create("unit", MFD_CLOEXEC));
-  base::RunProgram({"systemctl", "show", "--property=Result,ExecMainStatus", "--", before.engine.unit},
-                   out.Get(), {"LC_ALL=C"});
+  const int asked =
+      base::RunProgram({"systemctl", "show", "--property=Result,ExecMainStatus", "--", before.engine.unit},
+                       out.Get(), {"LC_ALL=C"});
+  if (asked < 0) return Line("the service manager could not be asked");
   ::lseek(out.Get(), 0, SEEK_SET);
   const std::string text = ReadDescriptor(out.Get(), 4096).value_or("");
   facts->unit = ParseUnitWord(before.engine.unit, text);

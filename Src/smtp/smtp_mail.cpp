@@ -81,7 +81,8 @@ int smtp_mail(smtp_session* session, const char* body) {
     if (session->print != nullptr) return PrintMail(session, body);
     if (SendEnvelope(session) != SMTP_SUCCESS) return session->status;
     smtp_set_read_timeout(session, DATA_TIMEOUT);
-    if (SendCommand(session, "DATA\r\n", DATA_TIMEOUT, CODE_START_INPUT) != SMTP_SUCCESS) return session->status;
+    if (SendCommand(session, "DATA\r\n", DATA_TIMEOUT, CODE_START_INPUT) != SMTP_SUCCESS)
+      return session->status;
     if (PrintMail(session, body) != SMTP_SUCCESS) return session->status;
     return SendCommand(session, ".\r\n", FINAL_TIMEOUT, CODE_DONE);
   });
