@@ -85,7 +85,7 @@ void PutCounters(Board* board, const KillCounters& counters) {
 }
 
 void Gather(const AgentConfig& config, const RestartState& before, Board* board) {
-  Facts facts{
+  DeathFacts facts{
       .before = before.counters, .now = {}, .unit = {}, .core = {}, .seen = before.engine, .queue = {}};
   const auto parts = EvidenceParts();
   for (uint32_t i = 0; i < parts.size(); ++i) {

@@ -51,7 +51,7 @@ std::string FirstLine(const std::string& text) {
   return text.substr(0, text.find('\n'));
 }
 
-std::string Kills(const AgentConfig& /*config*/, const RestartState& before, Facts* facts) {
+std::string Kills(const AgentConfig& /*config*/, const RestartState& before, DeathFacts* facts) {
   // Of the engine's group as it was seen; else of this process's, which the engine shares when the agent has
   // started it.
   KillCounters now = ReadKillCounters(before.counters.group);
@@ -64,7 +64,7 @@ std::string Kills(const AgentConfig& /*config*/, const RestartState& before, Fac
   return text;
 }
 
-std::string Queue(const AgentConfig& config, const RestartState& before, Facts* facts) {
+std::string Queue(const AgentConfig& config, const RestartState& before, DeathFacts* facts) {
   if (config.port <= 0 || config.port > UINT16_MAX) return Line("no port in the configuration");
   facts->queue = ReadAcceptQueue(static_cast<uint16_t>(config.port));
   std::string text = Line("now: " + AcceptQueueWords(config.port, facts->queue));
@@ -73,7 +73,7 @@ std::string Queue(const AgentConfig& config, const RestartState& before, Facts* 
   return text;
 }
 
-std::string Host(const AgentConfig& /*config*/, const RestartState& /*before*/, Facts* /*facts*/) {
+std::string Host(const AgentConfig& /*config*/, const RestartState& /*before*/, DeathFacts* /*facts*/) {
   std::string text;
   const std::string memory = ReadSmallFile("/proc/meminfo").value_or("");
   for (const std::string_view line : Lines(memory)) {
@@ -83,7 +83,7 @@ std::string Host(const AgentConfig& /*config*/, const RestartState& /*before*/, 
   return text;
 }
 
-std::string Core(const AgentConfig& config, const RestartState& before, Facts* facts) {
+std::string Core(const AgentConfig& config, const RestartState& before, DeathFacts* facts) {
   const std::string pattern = ReadSmallFile("/proc/sys/kernel/core_pattern").value_or("");
   std::string folder = CoreFolder(pattern, before.engine.folder.empty() ? config.base : before.engine.folder);
   while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
@@ -98,7 +98,7 @@ std::string Core(const AgentConfig& config, const RestartState& before, Facts* f
   return Line(Shown(facts->core->path) + ", signal " + std::to_string(facts->core->notes.signal));
 }
 
-std::string Figures(const AgentConfig& config, const RestartState& /*before*/, Facts* /*facts*/) {
+std::string Figures(const AgentConfig& config, const RestartState& /*before*/, DeathFacts* /*facts*/) {
   const time_t now = std::time(nullptr);
   for (const time_t day : {now, now - DAY}) {
     std::string figures = LastFigures(ReadDayFile(MainLog(config, day), TAIL).value_or(""));
@@ -107,7 +107,7 @@ std::string Figures(const AgentConfig& config, const RestartState& /*before*/, F
   return Line("none in " + Shown(MainLog(config, now).Path()));
 }
 
-std::string Unit(const AgentConfig& /*config*/, const RestartState& before, Facts* facts) {
+std::string Unit(const AgentConfig& /*config*/, const RestartState& before, DeathFacts* facts) {
   if (before.engine.unit.empty()) return Line("the engine was not seen in a unit");
   // The unit in which it lived may be the agent's own.
   if (before.engine.unit == UnitIn(ReadGroupText(::getpid()))) return Line("the engine is none of its own");
@@ -123,7 +123,7 @@ std::string Unit(const AgentConfig& /*config*/, const RestartState& before, Fact
   return Line(Shown(before.engine.unit) + ": " + Shown(text));
 }
 
-std::string Space(const AgentConfig& config, const RestartState& /*before*/, Facts* /*facts*/) {
+std::string Space(const AgentConfig& config, const RestartState& /*before*/, DeathFacts* /*facts*/) {
   std::string text;
   for (const std::string& folder : {config.watch_path, config.engine_path, config.record_folder}) {
     struct statvfs status {};
@@ -141,12 +141,12 @@ std::string Space(const AgentConfig& config, const RestartState& /*before*/, Fac
   return text;
 }
 
-std::string Hangs(const AgentConfig& config, const RestartState& /*before*/, Facts* /*facts*/) {
+std::string Hangs(const AgentConfig& config, const RestartState& /*before*/, DeathFacts* /*facts*/) {
   const auto text = ReadDayFile(HangLog(config, std::time(nullptr)), TAIL);
   return text ? LastLines(*text, 3) : Line("no hang log today");
 }
 
-std::string Errors(const AgentConfig& config, const RestartState& /*before*/, Facts* /*facts*/) {
+std::string Errors(const AgentConfig& config, const RestartState& /*before*/, DeathFacts* /*facts*/) {
   const DayFile file = EngineErrorLog(config, std::time(nullptr));
   const auto text = ReadDayFile(file, TAIL);
   if (!text) return Line(Shown(file.Path()) + ": " + std::strerror(errno));

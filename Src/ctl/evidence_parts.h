@@ -14,7 +14,7 @@ namespace ctl {
 struct EvidencePart {
   const char* title;
   // Adds to the facts what the verdict needs; returns lines of UTF-8, fit to be shown.
-  std::string (*gather)(const AgentConfig& config, const RestartState& before, Facts* facts);
+  std::string (*gather)(const AgentConfig& config, const RestartState& before, DeathFacts* facts);
 };
 std::span<const EvidencePart> EvidenceParts();
 

@@ -124,7 +124,7 @@ std::string Painted(Outcome outcome) {
   return Paint(colour, Padded(OutcomeName(outcome), 12));
 }
 
-std::string AnswerText(const Answer& answer) {
+std::string AnswerText(const PeerAnswer& answer) {
   return (answer.code == 0 ? "" : std::to_string(answer.code) + " ") + answer.text;
 }
 
@@ -132,10 +132,10 @@ void PrintTrial(const Trial& trial, const Verdict& verdict, bool dialogue) {
   std::string text =
       Padded(ChannelName(trial.channel), 8) + trial.destination + base::Format("  %.2f s\n", trial.seconds);
   size_t width = verdict.whole.address.size();
-  for (const Answer& answer : verdict.recipients) width = std::max(width, DisplayWidth(answer.address));
-  std::vector<Answer> answers = verdict.recipients;
+  for (const PeerAnswer& answer : verdict.recipients) width = std::max(width, DisplayWidth(answer.address));
+  std::vector<PeerAnswer> answers = verdict.recipients;
   answers.push_back(verdict.whole);
-  for (const Answer& answer : answers) {
+  for (const PeerAnswer& answer : answers) {
     text += "  " + Painted(answer.outcome);
     if (width > 0) text += Padded(answer.address, width + 3);
     text += AnswerText(answer) + "\n";
@@ -153,11 +153,11 @@ nlohmann::ordered_json OrNull(const std::string& text) {
 }
 
 nlohmann::ordered_json TrialJson(const Trial& trial, const Verdict& verdict) {
-  const auto code = [](const Answer& answer) {
+  const auto code = [](const PeerAnswer& answer) {
     return answer.code == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(answer.code);
   };
   nlohmann::ordered_json recipients = nlohmann::ordered_json::array();
-  for (const Answer& answer : verdict.recipients)
+  for (const PeerAnswer& answer : verdict.recipients)
     recipients.push_back({{"address", answer.address},
                           {"outcome", OutcomeWord(answer.outcome)},
                           {"code", code(answer)},

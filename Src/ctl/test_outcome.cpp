@@ -63,8 +63,8 @@ Session SessionOf(const std::vector<Heard>& heard) {
   return session;
 }
 
-Answer AnswerOf(const std::string& address, const Exchange& exchange, int good) {
-  Answer answer{address, Outcome::SILENT, 0, ""};
+PeerAnswer AnswerOf(const std::string& address, const Exchange& exchange, int good) {
+  PeerAnswer answer{address, Outcome::SILENT, 0, ""};
   if (!exchange.answered) return answer;
   answer.code = CodeOf(exchange.reply);
   answer.text = WordsOf(exchange.reply);
@@ -74,7 +74,7 @@ Answer AnswerOf(const std::string& address, const Exchange& exchange, int good) 
 }
 
 // How far a session without an answer to its message came.
-Answer Unfinished(const Session& session, bool ended) {
+PeerAnswer Unfinished(const Session& session, bool ended) {
   if (!session.failure.empty()) return {"the message", Outcome::NOT_SENT, 0, session.failure};
   if (!session.greeted && session.exchanges.empty() && ended)
     return {"the message", Outcome::UNREACHABLE, 0, "no connection, or no greeting"};
@@ -103,7 +103,7 @@ Verdict JudgeSession(const std::vector<Heard>& heard, bool ended) {
   if (verdict.whole.outcome == Outcome::OK)
     verdict.taken =
         static_cast<size_t>(std::count_if(verdict.recipients.begin(), verdict.recipients.end(),
-                                          [](const Answer& one) { return one.outcome == Outcome::OK; }));
+                                          [](const PeerAnswer& one) { return one.outcome == Outcome::OK; }));
   return verdict;
 }
 

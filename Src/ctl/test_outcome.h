@@ -28,7 +28,7 @@ struct Heard {
   std::string text;
 };
 
-struct Answer {
+struct PeerAnswer {
   std::string address;  // of a recipient; "the message", or empty
   Outcome outcome = Outcome::NOT_SENT;
   int code = 0;  // 0: none
@@ -36,8 +36,8 @@ struct Answer {
 };
 
 struct Verdict {
-  Answer whole;
-  std::vector<Answer> recipients;  // mail alone
+  PeerAnswer whole;
+  std::vector<PeerAnswer> recipients;  // mail alone
   std::vector<std::string> notes;
   size_t tried = 1;
   size_t taken = 0;

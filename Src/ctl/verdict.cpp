@@ -18,7 +18,7 @@ int64_t Rise(const std::optional<int64_t>& before, const std::optional<int64_t>&
   return before && now && *now > *before ? *now - *before : 0;
 }
 
-std::string ByMemory(const Facts& facts) {
+std::string ByMemory(const DeathFacts& facts) {
   if (facts.unit && facts.unit->result == "oom-kill")
     return "killed for want of memory, says the service manager of " + Shown(facts.unit->unit);
   const bool same = facts.before.group == facts.now.group && !facts.now.group.empty();
@@ -27,7 +27,7 @@ std::string ByMemory(const Facts& facts) {
          " before, " + std::to_string(*facts.now.kills) + " now)";
 }
 
-std::string BySignal(const Facts& facts) {
+std::string BySignal(const DeathFacts& facts) {
   if (facts.core)
     return "ended by " + SignalName(facts.core->notes.signal) + ", core in " + Shown(facts.core->path);
   if (facts.unit && facts.unit->result == "core-dump")
@@ -35,13 +35,13 @@ std::string BySignal(const Facts& facts) {
   return {};
 }
 
-std::string ByItself(const Facts& facts) {
+std::string ByItself(const DeathFacts& facts) {
   if (!facts.unit || (facts.unit->result != "exit-code" && facts.unit->result != "success")) return {};
   return "ended itself with status " + std::to_string(facts.unit->status) + ", says the service manager";
 }
 
 // What is worth knowing although it is no answer.
-std::string Hints(const Facts& facts) {
+std::string Hints(const DeathFacts& facts) {
   std::string hints;
   if (facts.unit && facts.unit->result == "signal")
     hints += "; the service manager names " + SignalName(facts.unit->status) + ", not who sent it";
@@ -68,7 +68,7 @@ std::optional<UnitWord> ParseUnitWord(const std::string& unit, const std::string
   return word.result.empty() ? std::nullopt : std::optional(word);
 }
 
-std::string Verdict(const Facts& facts) {
+std::string Verdict(const DeathFacts& facts) {
   for (const auto rule : {ByMemory, BySignal, ByItself}) {
     const std::string answer = rule(facts);
     if (!answer.empty()) return answer;

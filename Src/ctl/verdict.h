@@ -21,7 +21,7 @@ struct UnitWord {
 // From the output of "systemctl show" with the properties Result and ExecMainStatus; nothing without them.
 std::optional<UnitWord> ParseUnitWord(const std::string& unit, const std::string& text);
 
-struct Facts {
+struct DeathFacts {
   KillCounters before;  // of the last record
   KillCounters now;
   std::optional<UnitWord> unit;
@@ -33,7 +33,7 @@ struct Facts {
 // "killed for want of memory (...)", "ended by SIGSEGV, core in ...", "not known". Never a guess: a counter
 // that is not the engine's own group's, or a signal without a core, leave it not known, and are told behind
 // that.
-std::string Verdict(const Facts& facts);
+std::string Verdict(const DeathFacts& facts);
 
 }  // namespace ctl
 

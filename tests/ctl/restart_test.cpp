@@ -217,29 +217,29 @@ TEST(MemoryGroups, CountKillsAsRecordedOnHosts) {
 
 TEST(Verdicts, AreNeverAGuess) {
   const auto verdict = [](auto change) {
-    Facts facts{{1, "/g", 3, {}}, {1, "/g", 3, {}}, {}, {}, {}, {}};
+    DeathFacts facts{{1, "/g", 3, {}}, {1, "/g", 3, {}}, {}, {}, {}, {}};
     change(&facts);
     return Verdict(facts);
   };
-  EXPECT_EQ(verdict([](Facts*) {}), "not known");
-  EXPECT_EQ(verdict([](Facts* f) { f->now.kills = 4; }),
+  EXPECT_EQ(verdict([](DeathFacts*) {}), "not known");
+  EXPECT_EQ(verdict([](DeathFacts* f) { f->now.kills = 4; }),
             "killed for want of memory (kills in its control group: 3 before, 4 now)");
-  EXPECT_EQ(verdict([](Facts* f) { f->now.kills = 0; }),
+  EXPECT_EQ(verdict([](DeathFacts* f) { f->now.kills = 0; }),
             "not known");  // a group of that name that was made anew
-  EXPECT_EQ(verdict([](Facts* f) { f->before.kills.reset(), f->now.kills = 4; }), "not known");
-  EXPECT_EQ(verdict([](Facts* f) { f->now.group = "/other", f->now.kills = 4; }), "not known");
-  EXPECT_EQ(verdict([](Facts* f) { f->now.host = 2; }),
+  EXPECT_EQ(verdict([](DeathFacts* f) { f->before.kills.reset(), f->now.kills = 4; }), "not known");
+  EXPECT_EQ(verdict([](DeathFacts* f) { f->now.group = "/other", f->now.kills = 4; }), "not known");
+  EXPECT_EQ(verdict([](DeathFacts* f) { f->now.host = 2; }),
             "not known; 1 process of this host killed for want of memory since the last start");
-  EXPECT_EQ(verdict([](Facts* f) {
+  EXPECT_EQ(verdict([](DeathFacts* f) {
               f->core = CoreFound{"/c/core.1", {11, 1, "e"}};
             }),
             "ended by SIGSEGV, core in /c/core.1");
-  EXPECT_EQ(verdict([](Facts* f) {
+  EXPECT_EQ(verdict([](DeathFacts* f) {
               f->seen.queue_known = true, f->seen.queue = {true, 129, 128};
             }),
             "not known; it took no connections before: 129 waited, room for 128");
   const auto unit = [&](const char* text) {
-    return verdict([&](Facts* f) { f->unit = ParseUnitWord("stt.service", text); });
+    return verdict([&](DeathFacts* f) { f->unit = ParseUnitWord("stt.service", text); });
   };
   EXPECT_EQ(unit("Result=oom-kill\nExecMainStatus=9\n"),
             "killed for want of memory, says the service manager of stt.service");
