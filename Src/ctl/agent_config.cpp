@@ -52,6 +52,7 @@ AgentChecks Checks(const SEND_INFO& info) {
   checks.period = m_restart_period;
   checks.traces = m_txt_save != 0 && m_log_level >= TRACE_INFO;
   checks.hang = m_hang_save_flag != 0;
+  if (m_send_email_used != 0 || m_send_webhook_used != 0) checks.hang_alarm = m_hang_alarm;
   checks.cpu_limit = info.cpu_over_value;
   checks.memory_limit = info.mem_over_value;
   checks.channel_limit = info.ch_over_value;

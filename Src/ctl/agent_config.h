@@ -24,6 +24,7 @@ struct AgentChecks {
   int64_t period = 0;           // RESTART_CHECK_SEC
   bool traces = false;          // lines of level 3 reach files: WATCH_SAVE, LOG_LEVEL
   bool hang = false;            // HANG_SAVE
+  int64_t hang_alarm = 0;       // HANG_ALARM, where mail or chat is on
   int64_t cpu_limit = 0;
   int64_t memory_limit = 0;
   int64_t channel_limit = 0;

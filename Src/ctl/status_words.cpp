@@ -120,8 +120,11 @@ std::string ChannelsRow(const Picture& seen) {
 std::string HangRow(const Picture& seen) {
   const HangPicture& hang = *seen.hang;
   if (!hang.Deaded()) return hang.last + "   " + ShortTime(hang.time, seen.time);
+  const int64_t every = seen.config ? seen.config->checks.hang_alarm : 0;
+  const bool told = every > 0 && hang.in_a_row >= every;
   std::string text = hang.last + " since " + ShortTime(hang.since, seen.time) + ", " +
-                     std::to_string(hang.in_a_row) + " in a row; nobody was told";
+                     std::to_string(hang.in_a_row) + " in a row; " +
+                     (told ? "told after every " + std::to_string(every) : "nobody was told");
   const auto& engine = seen.engine.process;
   if (engine && engine->start >= hang.time) text += "; the engine was started after that";
   return text;

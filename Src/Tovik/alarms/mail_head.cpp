@@ -113,8 +113,13 @@ std::string DateHeader(time_t now) {
 }
 
 std::string MessageIdHeader(const std::string& sender) {
-  std::array<uint64_t, 2> bytes{static_cast<uint64_t>(std::time(nullptr))};
-  static_cast<void>(::getrandom(bytes.data(), sizeof bytes, 0));
+  std::array<uint64_t, 2> bytes{};
+  if (::getrandom(bytes.data(), sizeof bytes, GRND_NONBLOCK) != ssize_t{sizeof bytes}) {
+    // Where the kernel has no random numbers yet, the clock has to do.
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    bytes = {static_cast<uint64_t>(now.tv_sec), static_cast<uint64_t>(now.tv_nsec)};
+  }
   const size_t at = sender.find('@');
   const std::string domain = at == std::string::npos || at + 1 == sender.size() || !IsAscii(sender)
                                  ? "localhost"
