@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "Tovik/process/options.h"
 #include "ctl/small_file.h"
 
 namespace ctl {
@@ -14,15 +15,6 @@ constexpr std::string_view AGENT = "DunraSTT_Admin";
 constexpr size_t SHORT_NAME = 15;
 constexpr int MAX_ANCESTORS = 16;
 constexpr size_t ENVIRONMENT_LIMIT = 131072;
-constexpr option AGENT_OPTIONS[] = {
-    {"conf_file", required_argument, nullptr, 'f'},
-    {"test_conf", required_argument, nullptr, 't'},
-    {"log_file", required_argument, nullptr, 'l'},
-    {"pid_file", required_argument, nullptr, 'p'},
-    {"daemon", no_argument, nullptr, 'd'},
-    {"help", no_argument, nullptr, 'h'},
-    {nullptr, 0, nullptr, 0},
-};
 
 std::string Folder(pid_t pid, const std::string& proc) {
   return proc + "/" + std::to_string(pid) + "/";
@@ -79,8 +71,8 @@ std::string ConfigFileIn(std::vector<std::string> words) {
   optind = 0;
   opterr = 0;
   int letter = 0;
-  while ((letter = getopt_long(static_cast<int>(words.size()), pointers.data(), "f:l:t:p:dh", AGENT_OPTIONS,
-                               nullptr)) != -1) {
+  while ((letter = getopt_long(static_cast<int>(words.size()), pointers.data(), AGENT_SHORT_OPTIONS,
+                               AGENT_LONG_OPTIONS, nullptr)) != -1) {
     if (letter == 'f') file = optarg;
   }
   return file;

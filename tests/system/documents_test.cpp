@@ -64,7 +64,7 @@ TEST(Documents, ParserTakesTheSampleAsItReads) {
 
 TEST(Documents, ManualPageAndCompletionHaveExactlyTheOptionsOfTheProgram) {
   const Names options =
-      All(Read("Src/Tovik/process/options.cpp"), R"re(\{"([a-z_]+)", (?:required|no)_argument)re");
+      All(Read("Src/Tovik/process/options.h"), R"re(\{"([a-z_]+)", (?:required|no)_argument)re");
   EXPECT_EQ(options.size(), 6U);
   EXPECT_EQ(All(Read("man/DunraSTT_Admin.8"), R"(^\.It Fl [a-z](?: Ar file)? , Fl -([a-z_]+))"), options);
   const Names offered = All(Read("completions/DunraSTT_Admin"), R"(compgen -W '([^']*)')");

@@ -12,16 +12,6 @@ Options given_options;
 namespace {
 
 constexpr const char* VERSION = "2.3.x.x";
-constexpr const char* SHORT_OPTIONS = "f:l:t:p:dh";
-constexpr option LONG_OPTIONS[] = {
-    {"conf_file", required_argument, nullptr, 'f'},
-    {"test_conf", required_argument, nullptr, 't'},
-    {"log_file", required_argument, nullptr, 'l'},
-    {"help", no_argument, nullptr, 'h'},
-    {"daemon", no_argument, nullptr, 'd'},
-    {"pid_file", required_argument, nullptr, 'p'},
-    {nullptr, 0, nullptr, 0},
-};
 
 void KeepArgument(std::string* text, bool* given) {
   *text = optarg;
@@ -32,7 +22,7 @@ void KeepArgument(std::string* text, bool* given) {
 
 int ParseOptions(int argc, char** argv, Options* options) {
   int letter = 0;
-  while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, LONG_OPTIONS, nullptr)) != -1) {
+  while ((letter = getopt_long(argc, argv, AGENT_SHORT_OPTIONS, AGENT_LONG_OPTIONS, nullptr)) != -1) {
     switch (letter) {
       case 'f':
         KeepArgument(&options->configFile, &options->hasConfigFile);

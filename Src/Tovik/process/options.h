@@ -2,9 +2,23 @@
 #ifndef TOVIK_PROCESS_OPTIONS_H
 #define TOVIK_PROCESS_OPTIONS_H
 
+#include <getopt.h>
+
 #include <string>
 
 extern const char* app_name;  // the program's path
+
+// For getopt_long(3). Whoever reads the command line of an agent that runs already uses them too.
+inline constexpr const char* AGENT_SHORT_OPTIONS = "f:l:t:p:dh";
+inline constexpr option AGENT_LONG_OPTIONS[] = {
+    {"conf_file", required_argument, nullptr, 'f'},
+    {"test_conf", required_argument, nullptr, 't'},
+    {"log_file", required_argument, nullptr, 'l'},
+    {"help", no_argument, nullptr, 'h'},
+    {"daemon", no_argument, nullptr, 'd'},
+    {"pid_file", required_argument, nullptr, 'p'},
+    {nullptr, 0, nullptr, 0},
+};
 
 struct Options {
   std::string configFile;  // -f
