@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/config/config.h"
 #include "support/process.h"
@@ -49,7 +50,9 @@ class Reloading {
  private:
   void Load() {
     EMailListFree(*gEmailLists.Get());
-    GetEMailList(loads_++ % 2 == 0 ? two_.c_str() : three_.c_str(), none_.c_str(), none_.c_str());
+    const std::string& receivers = loads_++ % 2 == 0 ? two_ : three_;
+    // Without memory the lists stay, and the alarms are counted all the same.
+    [[maybe_unused]] const int read = GetEMailList(receivers.c_str(), none_.c_str(), none_.c_str());
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   std::string two_;
