@@ -178,6 +178,9 @@ def measure_cpu(options):
     """CPU of 100 ticks, and memory, of both programs side by side."""
     with Stage(options.build, period=5) as stage:
         stage.start_engine()
+        stage.run(options.build / "crowd", options.behind, "sleep", "infinity")
+        wait_for(lambda: len(pathlib.Path(f"/proc/{stage.processes[-1].pid}/task/{stage.processes[-1].pid}/children")
+                             .read_text().split()) > options.behind, "the processes behind the engine")
         agent, monit = stage.start_agent(), stage.start_monit(5)
         wait_for(lambda: len(stage.ticks()) >= 2, "the second tick")
         first = len(stage.ticks())
@@ -337,6 +340,7 @@ def main():
     parser.add_argument("what", choices=[name[8:] for name in globals() if name.startswith("measure_")])
     parser.add_argument("--build", type=pathlib.Path, default=TREE / "build/bench")
     parser.add_argument("--ticks", type=int, default=20)
+    parser.add_argument("--behind", type=int, default=0, help="processes that start after the engine")
     parser.add_argument("--kills", type=int, default=12)
     parser.add_argument("--rounds", type=int, default=5)
     options = parser.parse_args()

@@ -8,11 +8,30 @@
 #include <string>
 #include <vector>
 
+#include "sysinfo/proc_folder.h"
+
 namespace sysinfo {
 
 struct ProcessName {
   int32_t pid;
   const char* name;  // as in qxapi_process (qxapi_process.h); null when it cannot be read
+};
+
+// Walks over the processes as they are, with the order and the names of qxapi_open_process. proc_root is
+// where the process file system is mounted; if it cannot be opened, there are none. The kernel produces one
+// small file for each process that is asked for (about 3 microseconds each); a stop does not cut it.
+class ProcessWalk {
+ public:
+  explicit ProcessWalk(const char* proc_root = "/proc") : folder_(proc_root) {}
+  // The next process; false at the end. Its name stays valid until the next call.
+  bool Next(ProcessName* process) noexcept;
+
+ private:
+  // Kernel threads have names of up to 63 bytes; a newline follows.
+  static constexpr size_t COMM_SIZE = 64;
+
+  ProcFolder folder_;
+  char name_[2 * COMM_SIZE + 1];  // an escaped byte takes two
 };
 
 class ProcessNames {
@@ -37,10 +56,7 @@ class ProcessNames {
   std::string names_;  // all names, each with its terminator
 };
 
-// Takes a snapshot of the processes, with the order and the names of qxapi_open_process. proc_root is where
-// the process file system is mounted; if it cannot be opened, the snapshot is empty. Any number of threads
-// may call this at once. It blocks while the kernel produces one small file per process (about 3 microseconds
-// each); a stop does not cut it.
+// Takes a snapshot of all processes (ProcessWalk). Any number of threads may call this at once.
 ProcessNames ReadProcessNames(const char* proc_root = "/proc") noexcept;
 
 }  // namespace sysinfo

@@ -282,39 +282,54 @@ TEST_F(ResultTest, ReadsThroughEveryBufferBorder) {
 }
 
 // This process plays the engine.
+// Hands out processes one by one, and counts them.
+struct Table {
+  std::vector<sysinfo::ProcessName> processes;
+  size_t asked = 0;
+  SearchResult Find(int64_t pid = ANY_PID, bool (*isDead)(int32_t) = nullptr) {
+    asked = 0;
+    const auto next = [this](sysinfo::ProcessName* process) {
+      if (asked == processes.size()) return false;
+      *process = processes[asked++];
+      return true;
+    };
+    return FindProcess(next, "stt", pid, isDead);
+  }
+};
+
 TEST(ProcessSearchTest, EndsAtTheFirstMatchAndAtANamelessProcess) {
   constexpr const char* NAMELESS = nullptr;
   const struct {
     std::vector<sysinfo::ProcessName> processes;
     Search any, second;  // whatever its pid; of pid 2
     int32_t pid;         // of the first, where there is one
+    size_t asked;        // processes read for it
     int count;
-  } rows[] = {{{}, Search::ABSENT, Search::ABSENT, 0, 0},
-              {{{1, ""}, {2, "stt2"}, {3, "st"}}, Search::ABSENT, Search::ABSENT, 0, 0},
-              {{{1, "stt"}, {2, "stt"}}, Search::FOUND, Search::FOUND, 1, 2},
-              {{{3, "stt"}, {1, NAMELESS}, {2, "stt"}}, Search::FOUND, Search::NAMELESS, 3, 0},
-              {{{1, NAMELESS}, {2, "stt"}}, Search::NAMELESS, Search::NAMELESS, 0, 0}};
+  } rows[] = {{{}, Search::NO_TABLE, Search::NO_TABLE, 0, 0, 0},
+              {{{1, ""}, {2, "stt2"}, {3, "st"}}, Search::ABSENT, Search::ABSENT, 0, 3, 0},
+              {{{1, "stt"}, {2, "stt"}}, Search::FOUND, Search::FOUND, 1, 1, 2},
+              {{{3, "stt"}, {1, NAMELESS}, {2, "stt"}}, Search::FOUND, Search::NAMELESS, 3, 1, 0},
+              {{{1, NAMELESS}, {2, "stt"}}, Search::NAMELESS, Search::NAMELESS, 0, 1, 0}};
   for (const auto& row : rows) {
-    sysinfo::ProcessNames processes;
-    for (const auto& process : row.processes) processes.Add(process);
-    const SearchResult any = FindProcess(processes, "stt");
+    Table table{row.processes};
+    sysinfo::ProcessNames all;
+    for (const auto& process : row.processes) all.Add(process);
+    EXPECT_EQ(table.Find(2).verdict, row.second);
+    const SearchResult any = table.Find();
     EXPECT_EQ(any.verdict, row.any);
     EXPECT_EQ(any.pid, row.pid);
-    EXPECT_EQ(FindProcess(processes, "stt", 2).verdict, row.second);
-    EXPECT_EQ(CountProcesses(processes, "stt"), row.count);
+    EXPECT_EQ(table.asked, row.asked);
+    EXPECT_EQ(CountProcesses(all, "stt"), row.count);
   }
 }
 
 TEST(ProcessSearchTest, PassesOverTheDead) {
-  sysinfo::ProcessNames processes;
-  for (const int32_t pid : {1, 2, 3}) processes.Add({pid, "stt"});
-  const auto found = [&](bool (*isDead)(int32_t)) {
-    return FindProcess(processes, "stt", ANY_PID, isDead).pid;
-  };
+  Table table{{{1, "stt"}, {2, "stt"}, {3, "stt"}}};
+  const auto found = [&](bool (*isDead)(int32_t)) { return table.Find(ANY_PID, isDead).pid; };
   EXPECT_EQ(found(nullptr), 1);
   EXPECT_EQ(found([](int32_t pid) { return pid < 3; }), 3);  // a living engine behind its zombies
   EXPECT_EQ(found([](int32_t) { return true; }), 0);
-  EXPECT_EQ(FindProcess(processes, "stt", 2, [](int32_t pid) { return pid == 2; }).verdict, Search::ABSENT);
+  EXPECT_EQ(table.Find(2, [](int32_t pid) { return pid == 2; }).verdict, Search::ABSENT);
 }
 
 TEST(ThresholdTest, ShareIsInPercentWhereTheFigureIsNot) {

@@ -91,13 +91,9 @@ int64_t HangPause(int64_t hangTime) {
 
 int hangCheckProc(const char* name) {
   TRACE(TRACE_INFO, "try: hangCheckProc start [ %d ]", 0);
-  const int64_t pid = ExpectedPid();
-  bool running = false;
-  {
-    const sysinfo::ProcessNames processes = SpacedSnapshot();
-    if (processes.Size() == 0) return 0;
-    running = FindEngine(processes, name, pid).verdict == Search::FOUND;
-  }
+  const Search verdict = FindEngine(name, ExpectedPid()).verdict;
+  if (verdict == Search::NO_TABLE) return 0;
+  const bool running = verdict == Search::FOUND;
   Tell(name, running && m_hang_save_flag == FULL_CHECK ? Probe() : WithoutProcess());
   return 1;
 }

@@ -24,10 +24,10 @@ int32_t m_pid = 0;  // from the engine's PID file, for the trace only
 
 // 1 when the engine was found and measured, or the search ended early; 0 when it counts as not running.
 int proc_run_func(const char* name) {
-  const sysinfo::ProcessNames processes = SpacedSnapshot();
-  const SearchResult result = FindEngine(processes, name);
+  const SearchResult result = FindEngine(name);
   switch (result.verdict) {
     case Search::ABSENT:
+    case Search::NO_TABLE:
       return 0;
     case Search::NAMELESS:
       TRACE(TRACE_INFO, "mis match inputProcessName [ %s ]", name);

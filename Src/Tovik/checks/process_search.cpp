@@ -36,27 +36,36 @@ std::string ExecutableOf(const std::string& folder) {
   return length < 0 ? std::string() : std::string(target.data(), static_cast<size_t>(length));
 }
 
-}  // namespace
-
-sysinfo::ProcessNames SpacedSnapshot() {
+void WaitBetweenLooks() {
   if (qxapi_has_process() == 1) base::SleepSeconds(SPACING_SECONDS);
-  return sysinfo::ReadProcessNames();
 }
 
-SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* name, int64_t pid,
+}  // namespace
+
+SearchResult FindProcess(const ProcessSource& next, const char* name, int64_t pid,
                          bool (*isDead)(int32_t pid)) {
-  for (size_t i = 0; i < processes.Size(); ++i) {
-    const sysinfo::ProcessName process = processes[i];
+  Search verdict = Search::NO_TABLE;
+  sysinfo::ProcessName process{};
+  while (next(&process)) {
+    verdict = Search::ABSENT;
     if (process.name == nullptr) return {Search::NAMELESS, 0};
     if (std::strcmp(process.name, name) != 0) continue;
     if (pid != ANY_PID && pid != process.pid) continue;
     if (isDead == nullptr || !isDead(process.pid)) return {Search::FOUND, process.pid};
   }
-  return {Search::ABSENT, 0};
+  return {verdict, 0};
 }
 
-SearchResult FindEngine(const sysinfo::ProcessNames& processes, const char* name, int64_t pid) {
-  return FindProcess(processes, name, pid, m_zombie_dead != 0 ? sysinfo::IsZombie : nullptr);
+SearchResult FindEngine(const char* name, int64_t pid) {
+  WaitBetweenLooks();
+  sysinfo::ProcessWalk walk;
+  return FindProcess([&walk](sysinfo::ProcessName* process) { return walk.Next(process); }, name, pid,
+                     m_zombie_dead != 0 ? sysinfo::IsZombie : nullptr);
+}
+
+sysinfo::ProcessNames SpacedSnapshot() {
+  WaitBetweenLooks();
+  return sysinfo::ReadProcessNames();
 }
 
 int CountProcesses(const sysinfo::ProcessNames& processes, const char* name) {

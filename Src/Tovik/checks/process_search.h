@@ -5,16 +5,14 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 
 #include "sysinfo/process_names.h"
 
-// The second of two snapshots, taken one second after the first (at once when the first is empty). Empty when
-// there is none. Blocks for that second; a stop shortens it. Nothing but its being empty is asked of the
-// first, so it is not read beyond its first process: a second walk would double what the agent costs its
-// host.
-sysinfo::ProcessNames SpacedSnapshot();
+// The processes of a table, one at a time; false at its end. A name is valid until the next call.
+using ProcessSource = std::function<bool(sysinfo::ProcessName* process)>;
 
-enum class Search { FOUND, ABSENT, NAMELESS };
+enum class Search { FOUND, ABSENT, NAMELESS, NO_TABLE };
 struct SearchResult {
   Search verdict;
   int32_t pid;  // of a match, else 0
@@ -23,12 +21,20 @@ struct SearchResult {
 inline constexpr int64_t ANY_PID = -1;
 
 // The first process of exactly this short name (and of this pid). The search ends, as NAMELESS, at one
-// without a name: it is there, but may not be read. isDead (may be null) is asked about those that match; one
-// for which it is true is passed over.
-SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* name, int64_t pid = ANY_PID,
+// without a name: it is there, but may not be read. NO_TABLE: there is no process at all. isDead (may be
+// null) is asked about those that match; one for which it is true is passed over. Nothing is read beyond
+// what decides.
+SearchResult FindProcess(const ProcessSource& next, const char* name, int64_t pid = ANY_PID,
                          bool (*isDead)(int32_t pid) = nullptr);
-// The same for the engine: with ZOMBIE_DEAD one that has ended and waits for its parent is passed over.
-SearchResult FindEngine(const sysinfo::ProcessNames& processes, const char* name, int64_t pid = ANY_PID);
+
+// The process table is looked at twice, one second apart (not again when it is empty). Nothing but its being
+// empty is asked of the first look, so that ends at the first process. Both block for the second between
+// them, which a stop shortens.
+//
+// FindProcess for the engine: with ZOMBIE_DEAD one that has ended and waits for its parent is passed over.
+SearchResult FindEngine(const char* name, int64_t pid = ANY_PID);
+// All processes of the second look.
+sysinfo::ProcessNames SpacedSnapshot();
 
 // How many processes bear this short name; 0 when one without a name is among them.
 int CountProcesses(const sysinfo::ProcessNames& processes, const char* name);
