@@ -74,12 +74,17 @@ const StatusKey* FindStatusKey(std::string_view key) {
   return row == STATUS_KEYS.end() ? nullptr : row;
 }
 
-void ParseStatusLine(std::string_view line, StatusFields* fields) {
+constexpr unsigned ALL_STATUS_KEYS = (1U << STATUS_KEYS.size()) - 1;
+
+// Returns the bit of the key that was stored, or 0.
+unsigned ParseStatusLine(std::string_view line, StatusFields* fields) {
   const StatusKey* const row = FindStatusKey(sysinfo::CutWord(":", &line));
-  if (row == nullptr) return;
+  if (row == nullptr) return 0;
   line = line.substr(0, line.find('\0'));
   const std::string_view value = sysinfo::CutWord("\n", &line);
-  if (!value.empty() || row->blank) row->store(fields, value);
+  if (value.empty() && !row->blank) return 0;
+  row->store(fields, value);
+  return 1U << (row - STATUS_KEYS.data());
 }
 
 [[gnu::format(printf, 1, 0)]] char* FormatToHeap(const char* format, va_list arguments) {
@@ -169,10 +174,12 @@ std::string_view CutWord(const char* seps, std::string_view* rest) {
   return word;
 }
 
+// The kernel writes each key once, and half of its file behind the last one that is wanted.
 void ParseStatus(std::string_view text, StatusFields* fields) {
-  while (!text.empty()) {
+  unsigned found = 0;
+  while (!text.empty() && found != ALL_STATUS_KEYS) {
     const size_t line = std::min(text.find('\n'), text.size() - 1) + 1;
-    ParseStatusLine(text.substr(0, line), fields);
+    found |= ParseStatusLine(text.substr(0, line), fields);
     text.remove_prefix(line);
   }
 }
