@@ -148,10 +148,10 @@ bool ConfigureTrace() {
 
 // 1 when the process table does not hold exactly one process of the agent's name.
 int IsRunning() {
-  // A process may call itself "", but it is not the agent.
-  if (*m_sz_watchdog_name == '\0') return 1;
   const sysinfo::ProcessNames processes = SpacedSnapshot();
   if (processes.Size() == 0) return 0;
+  // A process may call itself "", but it is not the agent.
+  if (*m_sz_watchdog_name == '\0') return 1;
   return CountProcesses(processes, m_sz_watchdog_name) == 1 ? 0 : 1;
 }
 

@@ -59,8 +59,8 @@ struct StatusFields {
 };
 
 // Reads the fields of /proc/PID/status. A field keeps its value when its line is missing or, except for the
-// name, blank. The last of several lines counts. A number too large for its field loses its high bits; a
-// value without a number is 0. A NUL ends its line early.
+// name, blank. Nothing is read behind the line that completes them. A number too large for its field loses
+// its high bits; a value without a number is 0. A NUL ends its line early.
 void ParseStatus(std::string_view text, StatusFields* fields);
 
 // Turns the text of /proc/PID/comm into the name that /proc/PID/status shows. name must have room for twice
