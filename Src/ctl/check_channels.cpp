@@ -37,9 +37,8 @@ bool ThisHost(std::string_view name) {
   return name.empty() || name == "localhost" || name == "::1" || name == "[::1]" || name.starts_with("127.");
 }
 
-// Mail leaves another way when that key is set.
 bool PlainMail(const Facts& facts) {
-  return facts.Mails() && facts.Text("MAIL_URL").empty();
+  return facts.Mails() && !facts.ByUrl();
 }
 
 size_t LineOf(const Facts& facts, std::string_view key) {
@@ -96,13 +95,6 @@ void MailServerName(const Facts& facts, Hits* hits) {
     hits->Add(LineOf(facts, "SMTP_SERVER_URL"), "SMTP_SERVER_URL", {name.substr(0, name.find('@'))});
 }
 
-void PasswordInTheClear(const Facts& facts, Hits* hits) {
-  const int64_t method = facts.Number("SMTP_AUTH");
-  const std::string& host = facts.Text("SMTP_SERVER_URL");
-  if (PlainMail(facts) && method > 1 && method <= LAST_LOGIN && !ThisHost(host))
-    hits->Add(LineOf(facts, "SMTP_AUTH"), "SMTP_AUTH", {std::to_string(method), host});
-}
-
 void Dialogue(const Facts& facts, Hits* hits) {
   const int64_t flags = facts.Number("SMTP_FLAGS");
   if (PlainMail(facts) && flags % 2 != 0)
@@ -128,7 +120,7 @@ void SenderName(const Facts& facts, Hits* hits) {
     const auto byte = static_cast<unsigned char>(c);
     return byte < ' ' || byte == 127 || c == '"';
   });
-  if (facts.Mails() && bad) hits->Add(LineOf(facts, "SENDER_NAME"), "SENDER_NAME", {name});
+  if (PlainMail(facts) && bad) hits->Add(LineOf(facts, "SENDER_NAME"), "SENDER_NAME", {name});
 }
 
 bool Converts(const std::string& text) {
@@ -156,6 +148,28 @@ bool Same(std::string_view one, const char* other) {
   return one.size() == std::strlen(other) && ::strncasecmp(one.data(), other, one.size()) == 0;
 }
 
+std::string_view HostOf(std::string_view url) {
+  const std::string_view scheme = SchemeOf(url);
+  if (!scheme.empty()) url.remove_prefix(scheme.size() + 3);
+  url = url.substr(0, url.find_first_of("/?#"));
+  const size_t at = url.rfind('@');
+  if (at != std::string_view::npos) url.remove_prefix(at + 1);
+  return url.starts_with('[') ? url.substr(0, url.find(']') + 1) : url.substr(0, url.find(':'));
+}
+
+// With MAIL_TLS 1 the server, or whoever stands before it, decides.
+void PasswordInTheClear(const Facts& facts, Hits* hits) {
+  const int64_t method = facts.Number("SMTP_AUTH");
+  const std::string& url = facts.Text("MAIL_URL");
+  const std::string_view host = facts.ByUrl() ? HostOf(url) : std::string_view(facts.Text("SMTP_SERVER_URL"));
+  const bool safe = facts.ByUrl() && (Same(SchemeOf(url), "smtps") || facts.Number("MAIL_TLS") == 2);
+  if (!facts.Mails() || method <= 1 || method > LAST_LOGIN || safe || ThisHost(host)) return;
+  const bool offered = facts.ByUrl() && facts.Number("MAIL_TLS") == 1;
+  hits->Add(
+      LineOf(facts, "SMTP_AUTH"), "SMTP_AUTH",
+      {std::to_string(method), offered ? "may go" : "go", host, offered ? ": MAIL_TLS 2 prevents that" : ""});
+}
+
 void HookAddress(const Facts& facts, Hits* hits) {
   const std::string& url = facts.Text("WEBHOOK_SERVER_URL");
   const std::string_view scheme = SchemeOf(url);
@@ -168,15 +182,6 @@ void HookAddress(const Facts& facts, Hits* hits) {
   } else if (!scheme.empty() && !Same(scheme, "http") && !Same(scheme, "https")) {
     hits->Add(line, "WEBHOOK_SERVER_URL", {"begins with " + std::string(scheme) + "://"});
   }
-}
-
-std::string_view HostOf(std::string_view url) {
-  const std::string_view scheme = SchemeOf(url);
-  if (!scheme.empty()) url.remove_prefix(scheme.size() + 3);
-  url = url.substr(0, url.find_first_of("/?#"));
-  const size_t at = url.rfind('@');
-  if (at != std::string_view::npos) url.remove_prefix(at + 1);
-  return url.starts_with('[') ? url.substr(0, url.find(']') + 1) : url.substr(0, url.find(':'));
 }
 
 void HookInTheClear(const Facts& facts, Hits* hits) {
@@ -202,7 +207,7 @@ constexpr Rule RULES[] = {
     {"mail-port", Level::ERROR, "SMTP_SERVER_PORT is empty: no mail is sent", MailPort},
     {"mail-server", Level::ERROR,
      "SMTP_SERVER_URL {} is no name or address alone: it is not found, and no mail is sent", MailServerName},
-    {"mail-password-clear", Level::WARNING, "SMTP_AUTH {}: user and password go to {} in the clear",
+    {"mail-password-clear", Level::WARNING, "SMTP_AUTH {}: user and password {} to {} in the clear{}",
      PasswordInTheClear},
     {"mail-dialogue", Level::WARNING,
      "SMTP_FLAGS {}: each mail and its login go to standard error, which is the journal", Dialogue},

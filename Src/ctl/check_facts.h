@@ -101,6 +101,10 @@ struct Facts {
   const Look& LookAt(std::string_view key) const;
   bool Mails() const { return Number("SEND_EMAIL_CHECK") != 0; }
   bool Posts() const { return Number("SEND_WEBHOOK_CHECK") != 0; }
+  // Mail leaves by MAIL_URL.
+  bool ByUrl() const { return !Text("MAIL_URL").empty(); }
+  // Lists are read by the line, and what cannot be used of them or attached is left out.
+  bool SkipsBad() const { return Number("MAIL_SKIP_BAD") != 0; }
 };
 
 }  // namespace ctl

@@ -32,7 +32,7 @@ bool Keyed(const ConfigPiece& piece) {
 }
 
 bool MeantAsComment(std::string_view key) {
-  return key.starts_with('#') || key.starts_with(';') || key.starts_with("//");
+  return key.find_first_of("#;:/") == 0;
 }
 
 // A key that is joined to its value, or to a part of it: never shown, it may be a secret.

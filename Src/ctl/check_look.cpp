@@ -169,7 +169,7 @@ std::optional<int64_t> DaysLeft(const std::string& path) {
 
 void LookAtCertificate(Facts* facts) {
   const std::string& file = facts->Text("CERT_FILE");
-  if (facts->Number("SSL_CHECK") != 1 || file.empty()) return;
+  if (facts->Number("SSL_CHECK") == 0 || file.empty()) return;
   LVCSR_SOCK_HEAD head{};
   SSLInit(&head);
   if (CreateClientContext(&head) == nullptr) return;

@@ -10,11 +10,20 @@
 namespace ctl {
 namespace {
 
+constexpr const char* MAIL_LOST = "the mail about a restart would not be sent";
+constexpr const char* MAIL_WITHOUT = "the mail about a restart would go without it";
+
 bool Restarts(const Facts& facts) {
   return facts.Number("RESTART_CHECK") != 0;
 }
 bool MailsRestarts(const Facts& facts) {
   return Restarts(facts) && facts.Mails();
+}
+bool NeedsAttachment(const Facts& facts) {
+  return MailsRestarts(facts) && !facts.SkipsBad();
+}
+bool SparesAttachment(const Facts& facts) {
+  return MailsRestarts(facts) && facts.SkipsBad();
 }
 bool Mails(const Facts& facts) {
   return facts.Mails();
@@ -46,7 +55,8 @@ struct PathRow {
 };
 constexpr PathRow PATHS[] = {
     {"SHELL_FILE", "BASE_PATH", false, true, Restarts, "no engine is ever started"},
-    {"CFG_FILE", "BASE_PATH", false, true, MailsRestarts, "the mail about a restart would not be sent"},
+    {"CFG_FILE", "BASE_PATH", false, true, NeedsAttachment, MAIL_LOST},
+    {"CFG_FILE", "BASE_PATH", false, false, SparesAttachment, MAIL_WITHOUT},
     {"SVC_PID_FILE", "BASE_PATH", false, true, LooksForHangs, "the hang log calls every engine dead"},
     {"ADM_PID_FILE", "BASE_PATH", false, false, Always, "the agent's process id is written nowhere"},
     {"RECEIVER_FILE", "BASE_PATH", false, true, Mails, "nobody on that list gets a mail"},
@@ -154,18 +164,26 @@ void OpenStartScript(const Facts& facts, Hits* hits) {
     hits->Add(facts.Of("SHELL_FILE").line, "SHELL_FILE", {look.path, facts.user});
 }
 
-void Attachment(const Facts& facts, Hits* hits) {
-  if (!MailsRestarts(facts)) return;
+// Why the file cannot be attached, empty when it can.
+std::string AttachmentFault(const Facts& facts) {
   const Setting& path = facts.Of("CFG_FILE");
   const Look& look = facts.LookAt("CFG_FILE");
   const int error = look.error != 0 ? look.error : look.read;
+  if (error != 0) return Reason(error, facts);
+  return look.regular ? "" : path.text + " is no file";
+}
+
+void Attachment(const Facts& facts, Hits* hits) {
+  if (!MailsRestarts(facts)) return;
+  const Setting& path = facts.Of("CFG_FILE");
+  // The folder alone is how a mail goes without one.
+  if (facts.SkipsBad() && (path.line == 0 || path.text == facts.Text("BASE_PATH"))) return;
+  const std::string fault = AttachmentFault(facts);
   const std::string name = path.text.substr(path.text.rfind('/') + 1);
-  if (error != 0) {
-    hits->Add(path.line, "CFG_FILE", {Reason(error, facts)});
-  } else if (!look.regular) {
-    hits->Add(path.line, "CFG_FILE", {path.text + " is no file"});
-  } else if (name.find_first_of("'\"") != std::string::npos) {
-    hits->Add(path.line, "CFG_FILE", {"a quote in the file's name"});
+  if (!fault.empty()) {
+    hits->Add(path.line, "CFG_FILE", {fault, facts.SkipsBad() ? MAIL_WITHOUT : MAIL_LOST});
+  } else if (!facts.ByUrl() && name.find_first_of("'\"") != std::string::npos) {
+    hits->Add(path.line, "CFG_FILE", {"a quote in the file's name", MAIL_LOST});
   }
 }
 
@@ -191,7 +209,7 @@ constexpr Rule RULES[] = {
     {"start-script", Level::ERROR, "SHELL_FILE {}: {}; no engine is ever started", StartScript},
     {"start-script-open", Level::WARNING,
      "SHELL_FILE {} may be written by everybody, who can so run anything as user {}", OpenStartScript},
-    {"attachment", Level::WARNING, "CFG_FILE: {}; the mail about a restart would not be sent", Attachment},
+    {"attachment", Level::WARNING, "CFG_FILE: {}; {}", Attachment},
     {"folder-unwritable", Level::WARNING, "{} {}: {}; {}", Unwritable},
 };
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "Tovik/alarms/recipient_line.h"
 #include "ctl/check_rules.h"
 
 namespace ctl {
@@ -16,6 +17,7 @@ struct ListLine {
   size_t number;
   bool ended;  // with a line end
   std::vector<std::string_view> words;
+  alarms::RecipientLine alone;  // as MAIL_SKIP_BAD reads it
 };
 
 std::vector<std::string_view> WordsOf(std::string_view line) {
@@ -34,7 +36,8 @@ std::vector<ListLine> LinesOf(std::string_view text) {
   for (size_t number = 1; !text.empty(); ++number) {
     const size_t end = text.find('\n');
     const bool ended = end != std::string_view::npos;
-    lines.push_back({number, ended, WordsOf(text.substr(0, end))});
+    const std::string_view line = text.substr(0, end);
+    lines.push_back({number, ended, WordsOf(line), alarms::ParseRecipient(line)});
     text.remove_prefix(ended ? end + 1 : text.size());
   }
   return lines;
@@ -54,11 +57,6 @@ void EachLine(const Facts& facts, Visit visit) {
   });
 }
 
-// Lists are then read by the line.
-bool SkipsBad(const Facts& facts) {
-  return facts.Number("MAIL_SKIP_BAD") != 0;
-}
-
 bool Spoils(std::string_view text, std::string_view refused, unsigned char lowest) {
   return std::any_of(text.begin(), text.end(), [&](char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -66,7 +64,7 @@ bool Spoils(std::string_view text, std::string_view refused, unsigned char lowes
   });
 }
 
-bool LosesTheMail(const ListLine& line) {
+bool Refused(const ListLine& line) {
   return line.words.size() >= 2 && (Spoils(line.words[0], "\"", ' ') || Spoils(line.words.back(), "<>", '!'));
 }
 
@@ -85,55 +83,66 @@ void Unreadable(const Facts& facts, Hits* hits) {
 void Nobody(const Facts& facts, Hits* hits) {
   size_t recipients = 0;
   EachLine(facts, [&](const char*, const Look&, const ListLine& line) {
-    recipients += line.ended && !line.words.empty() ? 1 : 0;
+    const bool alone = !line.alone.blank && line.alone.fault == nullptr;
+    recipients += (facts.SkipsBad() ? alone : line.ended && !line.words.empty()) ? 1 : 0;
   });
   if (facts.Mails() && recipients == 0) hits->Add(facts.Of("RECEIVER_FILE").line, "RECEIVER_FILE", {});
 }
 
 void WithoutLineEnd(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!SkipsBad(facts) && !line.ended && !line.words.empty())
+    if (!facts.SkipsBad() && !line.ended && !line.words.empty())
       hits->AddIn(look.path, line.number, key, {line.words.back()});
   });
 }
 
 void BlankLines(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!SkipsBad(facts) && line.ended && line.words.empty()) hits->AddIn(look.path, line.number, key, {});
+    if (!facts.SkipsBad() && !facts.ByUrl() && line.ended && line.words.empty())
+      hits->AddIn(look.path, line.number, key, {});
   });
 }
 
 void NamesWithBlanks(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!SkipsBad(facts) && line.words.size() > 2) hits->AddIn(look.path, line.number, key, {});
+    if (!facts.SkipsBad() && line.words.size() > 2) hits->AddIn(look.path, line.number, key, {});
   });
 }
 
 void SingleWords(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!SkipsBad(facts) && line.words.size() == 1) hits->AddIn(look.path, line.number, key, {line.words[0]});
+    if (!facts.SkipsBad() && line.words.size() == 1)
+      hits->AddIn(look.path, line.number, key, {line.words[0]});
   });
 }
 
 void BadBytes(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (LosesTheMail(line))
+    if (!facts.SkipsBad() && Refused(line))
       hits->AddIn(look.path, line.number, key,
-                  {SkipsBad(facts) ? "this entry gets no mail" : "no mail is sent at all"});
+                  {facts.ByUrl() ? "this entry gets no mail" : "no mail is sent at all"});
   });
 }
 
 void WithoutAt(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (line.words.size() == 2 && line.words[1].find('@') == std::string_view::npos)
-      hits->AddIn(look.path, line.number, key, {line.words[1]});
+    const bool read = facts.SkipsBad() ? line.alone.fault == nullptr : line.words.size() == 2;
+    if (read && line.words.back().find('@') == std::string_view::npos)
+      hits->AddIn(look.path, line.number, key, {line.words.back()});
+  });
+}
+
+void LeftOut(const Facts& facts, Hits* hits) {
+  EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
+    if (facts.SkipsBad() && !line.alone.blank && line.alone.fault != nullptr)
+      hits->AddIn(look.path, line.number, key, {line.alone.fault});
   });
 }
 
 void EndByte(const Facts& facts, Hits* hits) {
   EachList(facts, [&](const char* key, const Look& look) {
     const size_t at = look.text.find(END_FOR_THE_AGENT);
-    if (SkipsBad(facts) || at == std::string::npos) return;
+    if (facts.SkipsBad() || at == std::string::npos) return;
     const auto begin = look.text.begin();
     const auto line = std::count(begin, begin + static_cast<ptrdiff_t>(at), '\n') + 1;
     hits->AddIn(look.path, static_cast<size_t>(line), key, {});
@@ -156,6 +165,7 @@ constexpr Rule RULES[] = {
     {"list-bytes", Level::ERROR, "a quote in a name, or \"<\", \">\" or a control character: {}", BadBytes},
     {"list-address", Level::WARNING, "{} is no address with \"@\"; the name comes first, then the address",
      WithoutAt},
+    {"list-left-out", Level::ERROR, "{}: the line is left out, and nobody on it gets a mail", LeftOut},
     {"list-end-byte", Level::ERROR,
      "a byte 0xFF ends the list for the agent: nobody from here on gets a mail", EndByte},
 };

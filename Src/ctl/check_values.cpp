@@ -96,7 +96,7 @@ void ThresholdsThatAlwaysFire(const Facts& facts, Hits* hits) {
 }
 
 void ThresholdsBeyondReach(const Facts& facts, Hits* hits) {
-  for (const char* key : {"CPU_OVER_VALUE", "CH_OVER_VALUE"}) {
+  for (const char* key : {"CPU_OVER_VALUE", "MEM_OVER_VALUE", "CH_OVER_VALUE"}) {
     const Setting& limit = facts.Of(key);
     if (Restarts(facts) && limit.number > NEVER)
       hits->Add(limit.line, key, {key, std::to_string(limit.number)});

@@ -10,7 +10,7 @@ using SSL_CTX = struct ssl_ctx_st;
 
 // The caller zero-fills the record before use. It belongs to one thread.
 struct LVCSR_SOCK_HEAD {
-  int32_t uSock;         // connected socket; -1 once the link has closed it
+  int32_t uSock;         // connected socket; below 0 once the link has closed it
   int32_t uChannel;      // channel id of the connection, -1 after connecting
   SSL* pSSL;             // null unless a TLS handshake has succeeded
   SSL_CTX* pCTX;         // context from which sessions are made

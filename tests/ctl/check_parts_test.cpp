@@ -128,6 +128,27 @@ const Case CASES[] = {
        Set(facts, "SMTP_SERVER_URL", 0, "mail.example.com");
      },
      "SMTP_AUTH 2: user and password go to mail.example.com in the clear"},
+    {"mail-password-clear",
+     [](Facts* facts) {
+       Set(facts, "SEND_EMAIL_CHECK", 1);
+       Set(facts, "SMTP_AUTH", 3);
+       Set(facts, "MAIL_URL", 0, "SMTP://mail.example.com:587");
+       Set(facts, "MAIL_TLS", 1);
+     },
+     "SMTP_AUTH 3: user and password may go to mail.example.com in the clear: MAIL_TLS 2 prevents that"},
+    {"attachment",
+     [](Facts* facts) {
+       for (const char* key : {"SEND_EMAIL_CHECK", "RESTART_CHECK", "MAIL_SKIP_BAD"}) Set(facts, key, 1);
+       Set(facts, "CFG_FILE", 0, "/a.conf");
+       facts->looks["CFG_FILE"].error = EACCES;
+     },
+     "CFG_FILE: permission denied for user stt; the mail about a restart would go without it"},
+    {"threshold-beyond",
+     [](Facts* facts) {
+       Set(facts, "RESTART_CHECK", 1);
+       Set(facts, "MEM_OVER_VALUE", 200);
+     },
+     "MEM_OVER_VALUE 200 is never reached; 101 is how never is written"},
     {"hook-clear",
      [](Facts* facts) {
        Set(facts, "SEND_WEBHOOK_CHECK", 1);

@@ -19,6 +19,8 @@
 
 namespace {
 
+constexpr int CLOSED_SOCKET = -2;
+
 bool HostGiven(const char* host) {
   if (host == nullptr) {
     TRACE(TRACE_ERROR, "[INIT] HOST Nothing");
@@ -144,7 +146,7 @@ bool Adopt(base::UniqueFd socket, LVCSR_SOCK_HEAD* head) {
     socket.Release();
     return true;
   }
-  head->uSock = -1;  // the socket is closed on return; its number may then be reused
+  head->uSock = CLOSED_SOCKET;  // on return; another thread may get its number from then on
   return false;
 }
 
@@ -184,6 +186,11 @@ int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, 
 int DunraSTT_EXIT(LVCSR_SOCK_HEAD* head) {
   const int socket = head->uSock;
   head->uSock = -1;
+  if (socket == CLOSED_SOCKET) {
+    SSLClose(head);
+    head->uSock = -1;
+    return -1;
+  }
   if (socket != -1 && base::CloseDescriptor(socket) < 0) return -1;
   if (head->bUseSSL == 1) {
     SSLClose(head);
