@@ -119,7 +119,8 @@ std::string Painted(Outcome outcome) {
 }
 
 std::string AnswerText(const PeerAnswer& answer) {
-  return (answer.code == 0 ? "" : std::to_string(answer.code) + " ") + answer.text;
+  const std::string code = answer.code == 0 ? "" : std::to_string(answer.code);
+  return code + (code.empty() || answer.text.empty() ? "" : " ") + answer.text;
 }
 
 void PrintTrial(const Trial& trial, const Verdict& verdict, bool dialogue) {

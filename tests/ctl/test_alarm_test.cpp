@@ -133,7 +133,7 @@ const Row ROWS[] = {
      "http:202 ",
      nullptr,
      0,
-     {"  ok          202 \n"},
+     {"  ok          202\n"},
      "WEBHOOK_CARD 1\n"},
     {"ChatAnswersALine", nullptr, "http:200 1\n", nullptr, 0, {"  ok          200 1\n"}},
     {"ChatSaysNothing", nullptr, "close", nullptr, 2, {"  REFUSED     Empty reply from server\n"}},
