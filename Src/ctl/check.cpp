@@ -1,11 +1,9 @@
 // dunrasttctl check: judges the configuration before the night does.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "base/format.h"
 #include "ctl/agent_config.h"
 #include "ctl/check_look.h"
 #include "ctl/check_reach.h"
@@ -130,15 +128,9 @@ void PrintAsJson(const Facts& facts, const std::vector<CheckFinding>& findings, 
   PrintJson(json);
 }
 
-// Whom the agent runs as: told, or as its process, or its unit, says; else the caller.
 std::optional<RunAs> UserOf(const Call& call, const Facts& facts) {
   if (const std::string* given = call.Value("user")) return FindUser(*given);
-  struct stat status {};
-  if (facts.agent.running && ::stat(base::Format("/proc/%d", facts.agent.pid).c_str(), &status) == 0)
-    return FindUser(std::to_string(status.st_uid));
-  const std::string unit = UserOfInstalledUnit(facts.file);
-  if (unit.empty()) return CurrentUser();
-  return FindUser(unit);
+  return UserOfAgent(facts.agent.running ? facts.agent.pid : 0, facts.file);
 }
 
 int Check(const Call& call, Facts facts) {

@@ -74,13 +74,6 @@ std::time_t StartTime(const ProcessRow& process) {
   return std::time(nullptr) - (since_boot.tv_sec - started);
 }
 
-bool SameFile(const std::string& one, const std::string& other) {
-  struct stat first {};
-  struct stat second {};
-  return ::stat(one.c_str(), &first) == 0 && ::stat(other.c_str(), &second) == 0 &&
-         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
 void TakeProcesses(Facts* facts) {
   const std::vector<RunningAgent> agents = FindAgents();
   for (const RunningAgent& agent : agents) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "ctl/process_table.h"
 #include "ctl/small_file.h"
 
 namespace ctl {
@@ -88,7 +89,7 @@ KillCounters ReadKillCounters(const std::string& group, const std::string& proc)
 }
 
 std::string ReadGroupText(pid_t pid, const std::string& proc) {
-  return ReadSmallFile(proc + "/" + std::to_string(pid) + "/cgroup", TEXT_LIMIT).value_or("");
+  return ReadSmallFile(ProcFile(pid, "cgroup", proc), TEXT_LIMIT).value_or("");
 }
 
 }  // namespace ctl

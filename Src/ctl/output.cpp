@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <clocale>
 #include <csignal>
@@ -43,7 +44,7 @@ class Converter {
     if (Valid()) ::iconv_close(handle_);
   }
   bool Valid() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
-  // One character.
+  // One character; as many marks as it has columns where the set lacks it.
   std::string Convert(std::string_view character) const {
     char result[LONGEST_CHARACTER];
     std::string copy(character);
@@ -51,7 +52,8 @@ class Converter {
     char* out = result;
     size_t inLeft = copy.size();
     size_t outLeft = sizeof result;
-    if (!Valid() || ::iconv(handle_, &in, &inLeft, &out, &outLeft) != 0) return "?";
+    if (!Valid() || ::iconv(handle_, &in, &inLeft, &out, &outLeft) != 0)
+      return std::string(std::max<size_t>(DisplayWidth(character), 1), '?');
     return {result, sizeof result - outLeft};
   }
 

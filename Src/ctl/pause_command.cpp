@@ -17,19 +17,13 @@
 #include "ctl/output.h"
 #include "ctl/pause.h"
 #include "ctl/running_agent.h"
+#include "ctl/small_file.h"
 #include "ctl/text.h"
 
 namespace ctl {
 namespace {
 
 constexpr Option PAUSE_OPTIONS[] = {{"reason", 0, "TEXT", "why: every status shows it"}};
-
-bool SameFile(const std::string& one, const char* other) {
-  struct stat first {};
-  struct stat second {};
-  return ::stat(one.c_str(), &first) == 0 && ::stat(other, &second) == 0 && first.st_dev == second.st_dev &&
-         first.st_ino == second.st_ino;
-}
 
 // Whether the agent starts the engine through `start` of this tool.
 bool StartsThroughTool(const AgentConfig& config) {
@@ -62,7 +56,7 @@ void MakeFolderForAgent(const AgentConfig& config) {
   const auto agents = FindAgents();
   struct stat process {};
   if (::geteuid() != 0 || agents.empty()) return;
-  if (::stat(("/proc/" + std::to_string(agents[0].process.pid)).c_str(), &process) != 0) return;
+  if (::stat(ProcFile(agents[0].process.pid).c_str(), &process) != 0) return;
   if (::mkdir(config.record_folder.c_str(), 0750) != 0) return;
   [[maybe_unused]] const int given = ::chown(config.record_folder.c_str(), process.st_uid, process.st_gid);
 }

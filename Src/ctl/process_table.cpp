@@ -12,9 +12,13 @@ namespace ctl {
 namespace {
 
 constexpr size_t STAT_LIMIT = 4096;
-constexpr size_t WORDS_LIMIT = 65536;
+constexpr size_t TEXTS_LIMIT = 131072;
 
 }  // namespace
+
+std::string ProcFile(pid_t pid, const char* name, const std::string& proc) {
+  return proc + "/" + std::to_string(pid) + "/" + name;
+}
 
 std::optional<ProcessRow> ParseProcessStat(std::string_view text) {
   const size_t open = text.find('(');
@@ -33,7 +37,7 @@ std::optional<ProcessRow> ParseProcessStat(std::string_view text) {
 }
 
 std::optional<ProcessRow> ReadProcess(pid_t pid, const std::string& proc) {
-  const auto text = ReadSmallFile(proc + "/" + std::to_string(pid) + "/stat", STAT_LIMIT);
+  const auto text = ReadSmallFile(ProcFile(pid, "stat", proc), STAT_LIMIT);
   return text ? ParseProcessStat(*text) : std::nullopt;
 }
 
@@ -61,14 +65,14 @@ std::optional<ProcessRow> FindLiving(std::string_view name, const std::string& p
   return found;
 }
 
-std::vector<std::string> ReadCommandLine(pid_t pid, const std::string& proc) {
-  const auto text = ReadSmallFile(proc + "/" + std::to_string(pid) + "/cmdline", WORDS_LIMIT);
-  std::vector<std::string> words;
-  for (size_t at = 0; text && at < text->size();) {
-    words.emplace_back(text->c_str() + at);
-    at += words.back().size() + 1;
+std::vector<std::string> ReadTexts(pid_t pid, const char* name, const std::string& proc) {
+  const auto all = ReadSmallFile(ProcFile(pid, name, proc), TEXTS_LIMIT);
+  std::vector<std::string> texts;
+  for (size_t at = 0; all && at < all->size();) {
+    texts.emplace_back(all->c_str() + at);
+    at += texts.back().size() + 1;
   }
-  return words;
+  return texts;
 }
 
 }  // namespace ctl

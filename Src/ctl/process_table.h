@@ -22,6 +22,9 @@ struct ProcessRow {
   bool Zombie() const { return state == 'Z' || state == 'X'; }
 };
 
+// "/proc/PID/NAME", "stat" say; without a name, what belongs to the process's user.
+std::string ProcFile(pid_t pid, const char* name = "", const std::string& proc = "/proc");
+
 // A text of /proc/PID/stat; nothing when it is cut.
 std::optional<ProcessRow> ParseProcessStat(std::string_view text);
 // Nothing when the process is gone.
@@ -33,8 +36,8 @@ bool VisitProcesses(const std::function<bool(const ProcessRow&)>& visit, const s
 // name.
 std::optional<ProcessRow> FindLiving(std::string_view name, const std::string& proc = "/proc");
 
-// The words of a process; empty when they cannot be read.
-std::vector<std::string> ReadCommandLine(pid_t pid, const std::string& proc = "/proc");
+// The words of a process ("cmdline"), or its variables ("environ"); empty when they cannot be read.
+std::vector<std::string> ReadTexts(pid_t pid, const char* name, const std::string& proc = "/proc");
 
 }  // namespace ctl
 

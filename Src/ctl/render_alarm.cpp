@@ -32,6 +32,7 @@ constexpr const char* ERROR_EXAMPLE =
     "[2026/01/31 14:05:04] ERROR channel 17: audio ends early\n";
 constexpr ResultAverages AVERAGES_EXAMPLE = {0.12, 4210.5, 505.3, 612.8};
 constexpr int64_t COUNT_EXAMPLE = 1234;
+constexpr const char* HANG_EXAMPLE = "deaded - disconnect";  // of the hang log's words
 
 struct RecordsRelease {
   void operator()(RESULT_LIST* records) const { FreeResultData(records); }
@@ -87,6 +88,10 @@ Content RestartContent(std::time_t /*now*/) {
 Content ErrorContent(std::time_t /*now*/) {
   return {ERROR_EXAMPLE, "", {{false, "the error lines are examples"}}};
 }
+Content HangContent(std::time_t /*now*/) {
+  const int64_t times = std::max<int64_t>(m_hang_alarm, 1);
+  return {HangMessage(m_sz_proc_name, HANG_EXAMPLE, times), "", {}};
+}
 
 // By the names of the table of findings.
 struct ContentRow {
@@ -94,8 +99,13 @@ struct ContentRow {
   Content (*content)(std::time_t now);
 };
 constexpr ContentRow CONTENTS[] = {
-    {"threshold-channel", ChannelContent}, {"threshold-memory", MemoryContent}, {"threshold-cpu", CpuContent},
-    {"restart", RestartContent},           {"result", ResultContent},           {"error-log", ErrorContent},
+    {"threshold-channel", ChannelContent},
+    {"threshold-memory", MemoryContent},
+    {"threshold-cpu", CpuContent},
+    {"restart", RestartContent},
+    {"result", ResultContent},
+    {"error-log", ErrorContent},
+    {"hang", HangContent},
 };
 
 Content ContentOf(const FindingRow& row, std::time_t now) {
@@ -108,14 +118,6 @@ Content ContentOf(const FindingRow& row, std::time_t now) {
 
 void Add(std::vector<Remark>* remarks, const std::vector<Remark>& more) {
   remarks->insert(remarks->end(), more.begin(), more.end());
-}
-
-// Mails that leave by another way than the session would really leave.
-bool LeavesByUrl() {
-  const auto keys = ConfigKeys();
-  return std::any_of(keys.begin(), keys.end(), [](const ConfigKey& key) {
-    return std::string_view(key.name) == "MAIL_URL" && key.text != nullptr && *key.text != '\0';
-  });
 }
 
 // MailAlarm itself, to nobody.
@@ -135,7 +137,7 @@ void RenderMail(const Alarm& alarm, std::time_t now, RenderedAlarm* rendered) {
     return;
   }
   rendered->html = body.get();
-  if (LeavesByUrl()) {
+  if (*m_mail_url != '\0') {
     rendered->remarks.push_back({false, "mail leaves by MAIL_URL: only its HTML is shown"});
     return;
   }
@@ -153,7 +155,7 @@ void RenderMail(const Alarm& alarm, std::time_t now, RenderedAlarm* rendered) {
 void RenderCard(const Alarm& alarm, std::time_t now, RenderedAlarm* rendered) {
   const char* reason = nullptr;
   const base::UniqueText body = alarms::WebHookBody(alarm, m_webhook_apps, now, &reason);
-  rendered->is_form = m_webhook_apps == APPS_FORM;
+  rendered->is_form = m_webhook_apps == APPS_FORM && m_webhook_card == 0;
   if (body == nullptr) {
     rendered->remarks.push_back({true, "no card is posted: " + Shown(reason)});
     return;

@@ -1,11 +1,8 @@
 #include "ctl/restart_state.h"
 
-#include <unistd.h>
-
-#include <array>
-
 #include "ctl/json_fields.h"
 #include "ctl/output.h"
+#include "ctl/small_file.h"
 #include "ctl/text.h"
 
 namespace ctl {
@@ -42,13 +39,6 @@ EngineSeen ParseEngine(const Json& json) {
   engine.queue.waiting = static_cast<uint32_t>(*waiting);
   if (const auto room = NumberField(json, "room")) engine.queue.room = static_cast<uint32_t>(*room);
   return engine;
-}
-
-std::string WorkingFolder(pid_t pid) {
-  std::array<char, 4096> target;
-  const std::string link = "/proc/" + std::to_string(pid) + "/cwd";
-  const ssize_t length = ::readlink(link.c_str(), target.data(), target.size());
-  return length < 0 ? std::string() : std::string(target.data(), static_cast<size_t>(length));
 }
 
 }  // namespace
@@ -106,7 +96,7 @@ void NoteEngine(const ProcessRow& engine, int64_t port, RestartState* state) {
   state->engine = {.pid = engine.pid,
                    .start = engine.start,
                    .unit = UnitIn(groups),
-                   .folder = WorkingFolder(engine.pid),
+                   .folder = LinkTarget(ProcFile(engine.pid, "cwd")),
                    .wall = std::time(nullptr),
                    .queue_known = queue.has_value(),
                    .queue = queue.value_or(AcceptQueue{})};

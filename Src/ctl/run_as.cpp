@@ -3,11 +3,14 @@
 #include <dirent.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -15,6 +18,7 @@
 #include "base/owners.h"
 #include "ctl/exit_status.h"
 #include "ctl/output.h"
+#include "ctl/process_table.h"
 #include "ctl/small_file.h"
 
 namespace ctl {
@@ -59,11 +63,14 @@ bool TakeOn(const RunAs& user) {
          ::setuid(user.user) == 0;
 }
 
-int InChild(const RunAs& user, const std::function<int()>& work) {
+int InChild(const RunAs& user, pid_t parent, const std::function<int()>& work) {
   if (!TakeOn(user)) {
     Complain("cannot take on user " + user.name);
     return CANNOT_TELL;
   }
+  // Behind the change of user, which forgets it.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) return CANNOT_TELL;
   try {
     return work();
   } catch (const std::exception& failure) {
@@ -122,17 +129,26 @@ std::string UserOfInstalledUnit(const std::string& config, const std::string& ro
   return UserOfUnit(text);
 }
 
+std::optional<RunAs> UserOfAgent(pid_t process, const std::string& config) {
+  struct stat status {};
+  if (process > 0 && ::stat(ProcFile(process).c_str(), &status) == 0)
+    return FindUser(std::to_string(status.st_uid));
+  const std::string unit = UserOfInstalledUnit(config);
+  return unit.empty() ? CurrentUser() : FindUser(unit);
+}
+
 int DoAs(const RunAs& user, bool* taken_on, const std::function<int()>& work) {
   *taken_on = user.user == ::geteuid() || ::geteuid() == 0;
   if (!*taken_on || user.user == ::geteuid()) return work();
   std::fflush(stdout);
+  const pid_t parent = ::getpid();
   const pid_t child = ::fork();
   if (child < 0) {
     Complain("cannot start a process to look as user " + user.name);
     return CANNOT_TELL;
   }
   if (child == 0) {
-    const int status = InChild(user, work);
+    const int status = InChild(user, parent, work);
     ::_exit(std::fflush(stdout) == 0 ? status : CANNOT_TELL);
   }
   int status = 0;

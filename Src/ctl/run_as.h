@@ -28,9 +28,13 @@ std::string UserOfUnit(std::string_view text);
 // The same of the agent's unit as it is installed, when that unit starts the agent with this file.
 std::string UserOfInstalledUnit(const std::string& config, const std::string& root = "/");
 
+// Whom the agent runs as that has this file: its process (0: none) tells, else its unit, else it is the
+// caller. Nothing when the unit's user stands in no file.
+std::optional<RunAs> UserOfAgent(pid_t process, const std::string& config);
+
 // Runs work as that user and gives back its exit status: in a child of its own when it is another one than
 // the caller's, which only root can take on; else *taken_on is false and work runs as the caller. Standard
-// output is flushed before and behind.
+// output is flushed before and behind. The child dies with the caller.
 int DoAs(const RunAs& user, bool* taken_on, const std::function<int()>& work);
 
 }  // namespace ctl

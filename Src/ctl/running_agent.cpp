@@ -1,9 +1,6 @@
 #include "ctl/running_agent.h"
 
 #include <getopt.h>
-#include <unistd.h>
-
-#include <array>
 
 #include "Tovik/process/options.h"
 #include "ctl/small_file.h"
@@ -14,17 +11,7 @@ namespace {
 constexpr std::string_view AGENT = "DunraSTT_Admin";
 constexpr size_t SHORT_NAME = 15;
 constexpr int MAX_ANCESTORS = 16;
-constexpr size_t ENVIRONMENT_LIMIT = 131072;
-
-std::string Folder(pid_t pid, const std::string& proc) {
-  return proc + "/" + std::to_string(pid) + "/";
-}
-
-std::string LinkTarget(const std::string& path) {
-  std::array<char, 4096> target;
-  const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
-  return length < 0 ? std::string() : std::string(target.data(), static_cast<size_t>(length));
-}
+constexpr std::string_view FOLDER = "PWD=";
 
 std::string_view LastPart(std::string_view path) {
   return path.substr(path.rfind('/') + 1);
@@ -32,27 +19,24 @@ std::string_view LastPart(std::string_view path) {
 
 bool IsAgent(const ProcessRow& row, const std::string& proc) {
   if (row.Zombie()) return false;
-  const std::string program = LinkTarget(Folder(row.pid, proc) + "exe");
+  const std::string program = LinkTarget(ProcFile(row.pid, "exe", proc));
   // After an update: "DunraSTT_Admin (deleted)".
   if (!program.empty()) return LastPart(program).starts_with(AGENT);
   if (row.name == AGENT.substr(0, SHORT_NAME)) return true;
-  const std::vector<std::string> words = ReadCommandLine(row.pid, proc);
+  const std::vector<std::string> words = ReadTexts(row.pid, "cmdline", proc);
   return !words.empty() && LastPart(words[0]) == AGENT;
 }
 
 // The folder in which an agent was started: it goes to its program's own later.
 std::string StartFolder(pid_t pid, const std::string& proc) {
-  const auto text = ReadSmallFile(Folder(pid, proc) + "environ", ENVIRONMENT_LIMIT);
-  for (size_t at = 0; text && at < text->size(); at = text->find('\0', at) + 1) {
-    const std::string_view entry(text->c_str() + at);
-    if (entry.starts_with("PWD=")) return std::string(entry.substr(4));
-    if (text->find('\0', at) == std::string::npos) break;
+  for (const std::string& variable : ReadTexts(pid, "environ", proc)) {
+    if (variable.starts_with(FOLDER)) return variable.substr(FOLDER.size());
   }
-  return LinkTarget(Folder(pid, proc) + "cwd");
+  return LinkTarget(ProcFile(pid, "cwd", proc));
 }
 
 RunningAgent Describe(const ProcessRow& row, const std::string& proc) {
-  std::string file = ConfigFileIn(ReadCommandLine(row.pid, proc));
+  std::string file = ConfigFileIn(ReadTexts(row.pid, "cmdline", proc));
   if (!file.empty() && file[0] != '/') {
     const std::string folder = StartFolder(row.pid, proc);
     if (!folder.empty()) file = folder + "/" + file;
@@ -87,6 +71,13 @@ std::vector<RunningAgent> FindAgents(const std::string& proc) {
       },
       proc);
   return agents;
+}
+
+std::optional<RunningAgent> AgentOn(const std::string& config, const std::string& proc) {
+  for (const RunningAgent& agent : FindAgents(proc)) {
+    if (SameFile(agent.config, config)) return agent;
+  }
+  return std::nullopt;
 }
 
 std::optional<RunningAgent> AgentAbove(pid_t pid, const std::string& proc) {

@@ -22,6 +22,8 @@ struct RunningAgent {
 // Every process whose program is the agent; of one whose program may not be seen, its name or first word
 // tells.
 std::vector<RunningAgent> FindAgents(const std::string& proc = "/proc");
+// One that runs on this configuration.
+std::optional<RunningAgent> AgentOn(const std::string& config, const std::string& proc = "/proc");
 // The one among a process's ancestors, when there is one.
 std::optional<RunningAgent> AgentAbove(pid_t pid, const std::string& proc = "/proc");
 

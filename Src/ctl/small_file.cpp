@@ -42,6 +42,19 @@ std::optional<std::string> ReadTail(int fd, size_t limit) {
   return text;
 }
 
+std::string LinkTarget(const std::string& path) {
+  char target[4096];
+  const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+  return {target, static_cast<size_t>(std::max<ssize_t>(length, 0))};
+}
+
+bool SameFile(const std::string& one, const std::string& other) {
+  struct stat first {};
+  struct stat second {};
+  return ::stat(one.c_str(), &first) == 0 && ::stat(other.c_str(), &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
 int WriteAll(int fd, const char* data, size_t length) {
   while (length > 0) {
     const ssize_t written = ::write(fd, data, length);

@@ -24,10 +24,6 @@ constexpr size_t MOST_DESCRIPTORS = 2'000'000;
 constexpr uint64_t KB = 1024;
 constexpr int64_t MS = 1000;
 
-std::string ProcFile(pid_t pid, const char* name) {
-  return "/proc/" + std::to_string(pid) + "/" + name;
-}
-
 // The number behind "NAME:" in a text of lines.
 std::optional<uint64_t> NumberBehind(std::string_view text, std::string_view name) {
   size_t at = text.find(name);
@@ -107,7 +103,7 @@ Candidates Search(const AgentConfig& config) {
 
 // Whether this agent is known to run on another file: that of a container, say.
 bool OfAnotherFile(const ProcessRow& row, const std::string& config) {
-  const std::string file = ConfigFileIn(ReadCommandLine(row.pid));
+  const std::string file = ConfigFileIn(ReadTexts(row.pid, "cmdline"));
   if (file.empty() || file[0] != '/') return false;
   std::error_code error;
   const bool same = std::filesystem::equivalent(file, config, error);

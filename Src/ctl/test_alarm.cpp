@@ -4,14 +4,17 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "Tovik/alarms/webhook_body.h"
 #include "Tovik/config/config.h"
 #include "base/format.h"
 #include "ctl/agent_config.h"
 #include "ctl/command.h"
 #include "ctl/near_name.h"
 #include "ctl/output.h"
+#include "ctl/process_table.h"
 #include "ctl/render_alarm.h"
 #include "ctl/run_as.h"
+#include "ctl/running_agent.h"
 #include "ctl/test_outcome.h"
 #include "ctl/test_sender.h"
 #include "ctl/text.h"
@@ -21,7 +24,6 @@ namespace {
 
 constexpr int64_t DEFAULT_TIMEOUT = 20;  // seconds
 constexpr int64_t LONGEST_TIMEOUT = 3600;
-constexpr int64_t APPS_FORM = 2;
 constexpr std::string_view WAYS[] = {"mail", "chat", "servers"};
 
 struct Wish {
@@ -81,14 +83,6 @@ std::optional<Wish> WishOf(const Call& call, std::string* complaint) {
   return complaint->empty() ? std::optional(wish) : std::nullopt;
 }
 
-// Mail by libcurl is not heard.
-bool MailsByUrl() {
-  const auto keys = ConfigKeys();
-  return std::any_of(keys.begin(), keys.end(), [](const ConfigKey& key) {
-    return std::string_view(key.name) == "MAIL_URL" && key.text != nullptr && *key.text != '\0';
-  });
-}
-
 Trial NewTrial(Channel channel, const std::string& destination) {
   Trial trial;
   trial.channel = channel;
@@ -98,8 +92,8 @@ Trial NewTrial(Channel channel, const std::string& destination) {
 
 std::vector<Trial> TrialsOf(const Wish& wish) {
   std::vector<Trial> trials;
-  if (wish.mail && MailsByUrl()) {
-    Complain("mail leaves by MAIL_URL, which test-alarm cannot try");
+  if (wish.mail && *m_mail_url != '\0') {
+    trials.push_back(NewTrial(Channel::MAIL, Shown(m_mail_url)));
   } else if (wish.mail && *m_smtp_server_port != '\0') {
     trials.push_back(
         NewTrial(Channel::MAIL, Shown(std::string(m_stmp_server_url) + ":" + m_smtp_server_port)));
@@ -125,7 +119,8 @@ std::string Painted(Outcome outcome) {
 }
 
 std::string AnswerText(const PeerAnswer& answer) {
-  return (answer.code == 0 ? "" : std::to_string(answer.code) + " ") + answer.text;
+  const std::string code = answer.code == 0 ? "" : std::to_string(answer.code);
+  return code + (code.empty() || answer.text.empty() ? "" : " ") + answer.text;
 }
 
 void PrintTrial(const Trial& trial, const Verdict& verdict, bool dialogue) {
@@ -194,20 +189,21 @@ int StatusOf(const std::vector<Trial>& trials, const std::vector<Verdict>& verdi
   return taken == tried ? ALL_WELL : TO_LOOK_AT;
 }
 
-int Test(const Call& call, const Wish& wish) {
+int Test(const Call& call, const Wish& wish, const std::vector<std::string>& environment) {
   PrepareRendering();
   std::vector<Trial> trials = TrialsOf(wish);
   if (trials.empty()) {
     Complain("no way to anybody is configured");
     return CANNOT_TELL;
   }
-  RunTrials(&trials, wish.timeout * 1000);
+  RunTrials(&trials, wish.timeout * 1000, environment);
+  const ChatAnswer chat{alarms::ChatOf(m_webhook_apps, m_webhook_card != 0).success, m_webhook_strict != 0};
   std::vector<Verdict> verdicts;
   size_t tried = 0;
   size_t taken = 0;
   nlohmann::ordered_json destinations = nlohmann::ordered_json::array();
   for (const Trial& trial : trials) {
-    verdicts.push_back(JudgeHeard(trial.channel, trial.heard, trial.ended, m_webhook_apps == APPS_FORM));
+    verdicts.push_back(JudgeHeard(trial.channel, trial.heard, trial.ended, chat));
     tried += verdicts.back().tried;
     taken += verdicts.back().taken;
     destinations.push_back(TrialJson(trial, verdicts.back()));
@@ -233,10 +229,19 @@ int Run(const Call& call) {
     Complain(complaint);
     return CANNOT_TELL;
   }
-  const std::string unit = UserOfInstalledUnit(config->file);
-  const std::optional<RunAs> user = unit.empty() ? CurrentUser() : FindUser(unit);
+  const std::optional<RunningAgent> agent = AgentOn(config->file);
+  const pid_t process = agent ? agent->process.pid : 0;
+  const std::optional<RunAs> user = UserOfAgent(process, config->file);
+  if (!user) {
+    Complain("the agent's user is in no file of this host");
+    return CANNOT_TELL;
+  }
+  const std::vector<std::string> environment = ReadTexts(process, "environ");
   bool taken_on = true;
-  return user ? DoAs(*user, &taken_on, [&] { return Test(call, *wish); }) : Test(call, *wish);
+  return DoAs(*user, &taken_on, [&] {
+    if (!taken_on) Complain("tried as the caller: only root can take on user " + user->name);
+    return Test(call, *wish, environment);
+  });
 }
 
 constexpr Option OPTIONS[] = {

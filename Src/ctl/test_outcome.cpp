@@ -1,12 +1,17 @@
 #include "ctl/test_outcome.h"
 
+#include <curl/curl.h>
+
 #include <algorithm>
 #include <cctype>
+#include <optional>
 #include <string_view>
 
+#include "Tovik/alarms/webhook_answer.h"
 #include "base/number.h"
 #include "ctl/render_alarm.h"
 #include "ctl/text.h"
+#include "smtp/smtp.h"
 
 namespace ctl {
 namespace {
@@ -14,8 +19,15 @@ namespace {
 constexpr std::string_view RECIPIENT = "RCPT TO:<";
 constexpr int ASKED_FOR = 354;  // the answer to DATA
 constexpr int MORE = 300;       // codes from here on are no success
+constexpr int REFUSED = 400;    // of a mail server, and above
+// Words of the agent's senders.
+constexpr std::string_view NO_RECIPIENTS = "no recipients";
+constexpr std::string_view WAITED = "; waiting at ";
+constexpr std::string_view CUT_OFF = "response reading failed";
 
-// One command of the mail session with the last line of its reply.
+constexpr const char* CLOSED = "closed without a reply";
+
+// One command of the mail session with its reply, lines joined. The first one is the connection: no command.
 struct Exchange {
   std::string command;
   std::string reply;
@@ -23,11 +35,20 @@ struct Exchange {
 };
 
 struct Session {
-  std::vector<Exchange> exchanges;
+  std::vector<Exchange> exchanges = {{}};
   std::string content;  // of the mail itself
   std::string failure;
-  bool greeted = false;
+  std::vector<PeerAnswer> left_out;
 };
+
+// Commands whose refusal ends a session, and what is refused.
+struct Step {
+  std::string_view command;
+  const char* refused;
+};
+constexpr Step STEPS[] = {{"", "the connection"}, {"HELO", "the connection"}, {"AUTH", "the login"},
+                          {"***", "the login"},   {"MAIL", "the sender"},     {"DATA", "the message"},
+                          {".", "the message"}};
 
 std::string WithoutEnd(std::string_view text) {
   return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
@@ -41,23 +62,47 @@ std::string WordsOf(std::string_view reply) {
   return reply.size() > 4 ? Shown(reply.substr(4)) : std::string();
 }
 
+void TakeReply(std::string_view line, Exchange* exchange) {
+  if (line.empty()) return;  // the end of the connection
+  const bool more = exchange->answered && line.size() > 4;
+  exchange->reply += more ? " " + WithoutEnd(line.substr(4)) : exchange->answered ? "" : WithoutEnd(line);
+  exchange->answered = true;
+}
+
+PeerAnswer LeftOut(const std::string& text) {
+  const size_t colon = text.rfind(": ");
+  return {Shown(text.substr(0, colon)), Outcome::NOT_SENT, 0,
+          colon == std::string::npos ? "" : Shown(text.substr(colon + 2))};
+}
+
+void TakeCommand(const std::string& text, Session* session) {
+  const Exchange& last = session->exchanges.back();
+  const bool content = last.command == "DATA" && CodeOf(last.reply) == ASKED_FOR;
+  if (content && text != ".\r\n") {
+    session->content += text;
+  } else {
+    session->exchanges.push_back({WithoutEnd(text), "", false});
+  }
+}
+
 Session SessionOf(const std::vector<Heard>& heard) {
   Session session;
-  bool content = false;
   for (const Heard& one : heard) {
-    if (one.who == Heard::Who::FAILURE) {
-      session.failure = one.text;
-    } else if (one.who == Heard::Who::PEER && session.exchanges.empty()) {
-      session.greeted = true;
-    } else if (one.who == Heard::Who::PEER) {
-      session.exchanges.back().reply = one.text;
-      session.exchanges.back().answered = true;
-      content = session.exchanges.back().command == "DATA" && CodeOf(one.text) == ASKED_FOR;
-    } else if (one.who == Heard::Who::CLIENT && content && one.text != ".\r\n") {
-      session.content += one.text;
-    } else if (one.who == Heard::Who::CLIENT) {
-      session.exchanges.push_back({WithoutEnd(one.text), "", false});
-      content = false;
+    switch (one.who) {
+      case Heard::Who::CLIENT:
+        TakeCommand(one.text, &session);
+        break;
+      case Heard::Who::PEER:
+        TakeReply(one.text, &session.exchanges.back());
+        break;
+      case Heard::Who::FAILURE:
+        session.failure = one.text;
+        break;
+      case Heard::Who::LEFT_OUT:
+        session.left_out.push_back(LeftOut(one.text));
+        break;
+      case Heard::Who::CONNECTED:
+        break;
     }
   }
   return session;
@@ -73,29 +118,63 @@ PeerAnswer AnswerOf(const std::string& address, const Exchange& exchange, int go
   return answer;
 }
 
+bool Refuses(const Exchange& exchange) {
+  return exchange.answered && CodeOf(exchange.reply) >= REFUSED;
+}
+
+// What the server would not have, when it said so; recipients aside.
+std::optional<PeerAnswer> Refusal(const Session& session) {
+  for (const Exchange& exchange : session.exchanges) {
+    const std::string verb = exchange.command.substr(0, exchange.command.find(' '));
+    for (const Step& step : STEPS) {
+      if (verb == step.command && Refuses(exchange)) return AnswerOf(step.refused, exchange, 0);
+    }
+  }
+  return std::nullopt;
+}
+
+bool Begun(const Session& session, std::string_view command) {
+  return std::any_of(session.exchanges.begin(), session.exchanges.end(),
+                     [command](const Exchange& exchange) { return exchange.command.starts_with(command); });
+}
+
+// By the sender's own words: the peer may have said nothing.
+Outcome FailureOf(const Session& session) {
+  static constexpr int OWN[] = {SMTP_NO_MEMORY, SMTP_INVALID, SMTP_FILE_FAILED, SMTP_DATE_FAILED};
+  const std::string_view why = session.failure;
+  const bool own = why == NO_RECIPIENTS || why == NO_CONVERSION ||
+                   std::any_of(std::begin(OWN), std::end(OWN),
+                               [why](int status) { return why == smtp_status_code_errstr(status); });
+  if (own) return Outcome::NOT_SENT;
+  if (why.find(WAITED) != why.npos && !why.starts_with("Connection") && !why.starts_with("Resolving"))
+    return Outcome::SILENT;
+  return Begun(session, "MAIL") || why.starts_with(CUT_OFF) ? Outcome::REFUSED : Outcome::UNREACHABLE;
+}
+
+// A recipient without an answer: the session may have ended before it.
+PeerAnswer RecipientAnswer(const Exchange& exchange, bool cut) {
+  const std::string address = exchange.command.substr(RECIPIENT.size());
+  const std::string shown = Shown(address.substr(0, address.find('>')));
+  if (cut && !exchange.answered) return {shown, Outcome::REFUSED, 0, CLOSED};
+  return AnswerOf(shown, exchange, 0);
+}
+
 // How far a session without an answer to its message came.
 PeerAnswer Unfinished(const Session& session, bool ended) {
-  if (!session.failure.empty()) return {"the message", Outcome::NOT_SENT, 0, session.failure};
-  if (!session.greeted && session.exchanges.empty() && ended)
-    return {"the message", Outcome::UNREACHABLE, 0, "no connection, or no greeting"};
+  if (const auto refusal = Refusal(session)) return *refusal;
   if (!ended) return {"the message", Outcome::SILENT, 0, ""};
-  for (const Exchange& exchange : session.exchanges) {
-    const bool login = exchange.command.starts_with("AUTH") || exchange.command == "***";
-    if (exchange.answered && CodeOf(exchange.reply) >= 400 && (login || exchange.command == "DATA"))
-      return AnswerOf(login ? "the login" : "the message", exchange, 0);
-  }
-  return {"the message", Outcome::NOT_SENT, 0, "a recipient, the sender or the login cannot be used"};
+  if (!session.failure.empty()) return {"the message", FailureOf(session), 0, Shown(session.failure)};
+  return {"the message", Outcome::NOT_SENT, 0, "no word why"};
 }
 
 Verdict JudgeSession(const std::vector<Heard>& heard, bool ended) {
   const Session session = SessionOf(heard);
   Verdict verdict;
   verdict.whole = Unfinished(session, ended);
+  verdict.recipients = session.left_out;
+  const bool cut = ended && verdict.whole.outcome != Outcome::SILENT;
   for (const Exchange& exchange : session.exchanges) {
-    if (exchange.command.starts_with(RECIPIENT)) {
-      const std::string address = exchange.command.substr(RECIPIENT.size());
-      verdict.recipients.push_back(AnswerOf(Shown(address.substr(0, address.find('>'))), exchange, 0));
-    }
+    if (exchange.command.starts_with(RECIPIENT)) verdict.recipients.push_back(RecipientAnswer(exchange, cut));
     if (exchange.command == "." && exchange.answered) verdict.whole = AnswerOf("the message", exchange, 250);
   }
   for (const Remark& remark : JudgeMail(session.content)) verdict.notes.push_back(remark.text);
@@ -120,21 +199,34 @@ Verdict Single(Outcome outcome, int code, const std::string& text) {
   return verdict;
 }
 
-Verdict JudgePost(const std::vector<Heard>& heard, bool ended, bool form) {
-  if (const Heard* failure = Last(heard, Heard::Who::FAILURE); failure != nullptr)
-    return Single(Outcome::UNREACHABLE, 0, Shown(failure->text));
+// A post that came to no answer.
+Verdict JudgeFailedPost(const std::string& failure, bool connected) {
+  const int64_t code = base::LeadingNumber(failure);
+  const Outcome outcome = connected ? code == CURLE_OPERATION_TIMEDOUT ? Outcome::SILENT : Outcome::REFUSED
+                          : code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_URL_MALFORMAT
+                              ? Outcome::NOT_SENT
+                              : Outcome::UNREACHABLE;
+  return Single(outcome, 0, Shown(failure.substr(failure.find(' ') + 1)));
+}
+
+Verdict JudgePost(const std::vector<Heard>& heard, bool ended, const ChatAnswer& chat) {
+  const Heard* failure = Last(heard, Heard::Who::FAILURE);
   const Heard* answer = Last(heard, Heard::Who::PEER);
+  if (failure != nullptr)
+    return JudgeFailedPost(failure->text, Last(heard, Heard::Who::CONNECTED) != nullptr);
   if (!ended) return Single(Outcome::SILENT, 0, "");
-  if (answer == nullptr) return Single(Outcome::NOT_SENT, 0, "the text does not convert");
+  if (answer == nullptr) return Single(Outcome::NOT_SENT, 0, NO_CONVERSION);
   const int code = CodeOf(answer->text);
-  const std::string body = WordsOf(answer->text);
-  if (code < 200 || code >= MORE) {
-    Verdict verdict = Single(Outcome::REFUSED, code, body);
-    verdict.notes.emplace_back("the agent counts this as delivered");
-    return verdict;
-  }
-  if (body == (form ? "ok" : "1")) return Single(Outcome::OK, code, body);
-  return Single(Outcome::DOUBTFUL, code, body);
+  const std::string body = answer->text.substr(std::min<size_t>(answer->text.size(), 4));
+  // As the agent judges it when it does.
+  const bool taken = alarms::Denial(code, body, chat.success).empty();
+  const bool success = code >= 200 && code < MORE;
+  Verdict verdict = Single(taken     ? Outcome::OK
+                           : success ? Outcome::DOUBTFUL
+                                     : Outcome::REFUSED,
+                           code, WordsOf(WithoutEnd(answer->text)));
+  if (!taken && !chat.minded) verdict.notes.emplace_back("the agent counts this as delivered");
+  return verdict;
 }
 
 Verdict JudgeServer(const std::vector<Heard>& heard, bool ended) {
@@ -149,7 +241,7 @@ Verdict JudgeServer(const std::vector<Heard>& heard, bool ended) {
     verdict.notes.emplace_back("holds every report to the servers behind it for 60 s");
     return verdict;
   }
-  if (answer == nullptr) return Single(Outcome::REFUSED, 0, "closed without a reply");
+  if (answer == nullptr) return Single(Outcome::REFUSED, 0, CLOSED);
   const bool good = answer->text.starts_with("OPEN_OK") || answer->text.starts_with("DATA_RECEIVE_OK");
   return Single(good ? Outcome::OK : Outcome::REFUSED, 0, Shown(answer->text));
 }
@@ -192,12 +284,12 @@ const char* ChannelName(Channel channel) {
   return "";
 }
 
-Verdict JudgeHeard(Channel channel, const std::vector<Heard>& heard, bool ended, bool form) {
+Verdict JudgeHeard(Channel channel, const std::vector<Heard>& heard, bool ended, const ChatAnswer& chat) {
   switch (channel) {
     case Channel::MAIL:
       return JudgeSession(heard, ended);
     case Channel::CHAT:
-      return JudgePost(heard, ended, form);
+      return JudgePost(heard, ended, chat);
     case Channel::SERVER:
       return JudgeServer(heard, ended);
   }

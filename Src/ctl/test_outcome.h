@@ -3,6 +3,7 @@
 #define CTL_TEST_OUTCOME_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ctl {
@@ -13,15 +14,19 @@ const char* OutcomeName(Outcome outcome);
 // As programs do: lower case, "-" for a blank.
 std::string OutcomeWord(Outcome outcome);
 
+// Why nothing left, in words of this tool.
+inline constexpr const char* NO_CONVERSION = "a text does not convert to UTF-8";
+
 enum class Channel { MAIL, CHAT, SERVER };
 const char* ChannelName(Channel channel);
 
 // One thing that was heard. Secrets are out already.
 struct Heard {
   enum class Who : char {
-    CLIENT = 'C',   // what we sent
-    PEER = 'S',     // a line or a body from the other side; of the chat behind its status: "200 ok"
-    FAILURE = 'E',  // of our own or of the way there, in words
+    CLIENT = 'C',    // what we sent
+    PEER = 'S',      // a line or a body from the other side; of the chat behind its status: "200 ok"
+    FAILURE = 'E',   // the sender's last words; of a post behind libcurl's code: "28 Timeout was reached"
+    LEFT_OUT = 'L',  // a recipient whom the sender gives to no server: "ADDRESS: why"
     CONNECTED = 'K'
   };
   Who who;
@@ -43,8 +48,14 @@ struct Verdict {
   size_t taken = 0;
 };
 
-// ended: the sender came to its end within the time given. form: the chat gets a form.
-Verdict JudgeHeard(Channel channel, const std::vector<Heard>& heard, bool ended, bool form);
+// What a chat of this kind answers when it takes a post (empty: anything), and whether the agent minds.
+struct ChatAnswer {
+  std::string_view success;
+  bool minded = false;
+};
+
+// ended: the sender came to its end within the time given.
+Verdict JudgeHeard(Channel channel, const std::vector<Heard>& heard, bool ended, const ChatAnswer& chat);
 
 }  // namespace ctl
 

@@ -3,6 +3,8 @@
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <strings.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 #include "DIOSVC/CDIOSVC.h"
@@ -71,15 +74,32 @@ size_t TakeBody(char* data, size_t size, size_t count, void* /*unused*/) {
   return size * count;
 }
 
+char postFailure[CURL_ERROR_SIZE];  // libcurl's own words
+
 void BeforePost(CURL* handle) {
   curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, TakeBody);
+  curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, postFailure);
+}
+
+// Connected, with TLS where that is asked for.
+bool Connected(CURL* handle) {
+  const char* scheme = nullptr;
+  curl_off_t connected = 0;
+  curl_off_t secured = 0;
+  curl_easy_getinfo(handle, CURLINFO_SCHEME, &scheme);
+  curl_easy_getinfo(handle, CURLINFO_CONNECT_TIME_T, &connected);
+  curl_easy_getinfo(handle, CURLINFO_APPCONNECT_TIME_T, &secured);
+  const bool tls = scheme != nullptr && ::strcasecmp(scheme, "https") == 0;
+  return (tls ? secured : connected) > 0;
 }
 
 void BehindPost(CURL* handle, CURLcode code) {
-  if (code != CURLE_OK) return Tell(Heard::Who::FAILURE, curl_easy_strerror(code));
+  if (Connected(handle)) Tell(Heard::Who::CONNECTED, "");
   long status = 0;
   curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-  Tell(Heard::Who::PEER, base::Format("%03ld ", status) + chatBody);
+  if (code == CURLE_OK) return Tell(Heard::Who::PEER, base::Format("%03ld ", status) + chatBody);
+  const char* const words = *postFailure != '\0' ? postFailure : curl_easy_strerror(code);
+  Tell(Heard::Who::FAILURE, base::Format("%d %s", static_cast<int>(code), words));
 }
 
 void HearServer(std::string_view body) {
@@ -95,18 +115,52 @@ Alarm TestAlarm() {
           nullptr};
 }
 
+// The last words of the agent's sender, as it says them on standard error.
+void TellFailures(std::string_view errors, bool sent) {
+  constexpr std::string_view FAILED = "smtp failed: ";
+  constexpr std::string_view LEFT_OUT = "smtp refused: \"";  // with a name, it was no server that refused
+  bool told = sent;
+  while (!errors.empty()) {
+    const std::string_view line = errors.substr(0, errors.find('\n'));
+    errors.remove_prefix(std::min(line.size() + 1, errors.size()));
+    if (line.starts_with(LEFT_OUT)) Tell(Heard::Who::LEFT_OUT, std::string(line.substr(LEFT_OUT.size() - 1)));
+    if (!line.starts_with(FAILED)) continue;
+    Tell(Heard::Who::FAILURE, std::string(line.substr(FAILED.size())));
+    told = true;
+  }
+  if (!told) Tell(Heard::Who::FAILURE, NO_CONVERSION);
+}
+
 void SendMail() {
+  const base::UniqueFd errors(::memfd_create("errors", MFD_CLOEXEC));
+  ::dup2(errors.Get(), STDERR_FILENO);
   smtp_overhear = HearMail;
-  MailAlarm(TestAlarm());
+  const bool sent = MailAlarm(TestAlarm()) == 1;
+  ::lseek(errors.Get(), 0, SEEK_SET);
+  TellFailures(ReadDescriptor(errors.Get(), TOLD_LIMIT).value_or(""), sent);
+}
+
+// What of the address is not to be told: all behind the host, each long part of it (a chat may repeat only
+// its key), and a user before the host.
+void KeepSecret(const std::string& url) {
+  constexpr size_t LONG = 8;
+  const size_t scheme = url.find("://");
+  const size_t host = scheme == std::string::npos ? 0 : scheme + 3;
+  const size_t path = std::min(url.find_first_of("/?#", host), url.size());
+  const size_t at = url.substr(0, path).rfind('@');
+  if (at != std::string::npos && at > host) secrets.push_back(url.substr(host, at - host));
+  if (path + 1 < url.size()) secrets.push_back(url.substr(path + 1));
+  for (size_t begin = path + 1; begin < url.size();) {
+    const size_t end = std::min(url.find_first_of("/?#&=", begin), url.size());
+    if (end - begin >= LONG) secrets.push_back(url.substr(begin, end - begin));
+    begin = end + 1;
+  }
 }
 
 void SendPost() {
-  const std::string url = m_webhook_server_url;
-  const size_t host = url.find("://");
-  const size_t path = url.find('/', host == std::string::npos ? 0 : host + 3);
-  if (path != std::string::npos && path + 1 < url.size()) secrets.push_back(url.substr(path + 1));
+  KeepSecret(m_webhook_server_url);
   alarms::postWatch = {BeforePost, BehindPost};
-  if (AlarmTransportInit() == 0) PostAlarm(TestAlarm());
+  PostAlarm(TestAlarm());
 }
 
 void SendFrame(const Trial& trial) {
@@ -125,13 +179,25 @@ void SendFrame(const Trial& trial) {
   }
 }
 
-[[noreturn]] void RunChild(const Trial& trial, int fd, pid_t parent) {
+void TakeOnEnvironment(const std::vector<std::string>& environment) {
+  if (environment.empty()) return;
+  ::clearenv();
+  for (const std::string& variable : environment) {
+    const size_t sign = variable.find('=');
+    if (sign != std::string::npos) ::setenv(variable.substr(0, sign).c_str(), variable.c_str() + sign + 1, 1);
+  }
+}
+
+[[noreturn]] void RunChild(const Trial& trial, const std::vector<std::string>& environment, int fd,
+                           pid_t parent) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) ::_exit(1);
   tellFd = fd;
+  TakeOnEnvironment(environment);
   // The agent's own words on both streams are of no use here.
   const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null, stream);
+  if (AlarmTransportInit() != 0) ::_exit(1);
   if (*m_stmp_auth_password != '\0') secrets.emplace_back(m_stmp_auth_password);
   switch (trial.channel) {
     case Channel::MAIL:
@@ -167,7 +233,7 @@ std::vector<Heard> Parsed(std::string_view told) {
   return heard;
 }
 
-Running StartTrial(Trial* trial) {
+Running StartTrial(Trial* trial, const std::vector<std::string>& environment) {
   Running running{trial, -1, {}, {}};
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) return running;
@@ -175,7 +241,7 @@ Running StartTrial(Trial* trial) {
   const base::UniqueFd write(ends[1]);
   const pid_t parent = ::getpid();
   running.child = ::fork();
-  if (running.child == 0) RunChild(*trial, write.Get(), parent);
+  if (running.child == 0) RunChild(*trial, environment, write.Get(), parent);
   return running;
 }
 
@@ -203,11 +269,12 @@ void Finish(Running* running, bool ended, steady_clock::time_point start) {
 
 }  // namespace
 
-void RunTrials(std::vector<Trial>* trials, int64_t milliseconds) {
+void RunTrials(std::vector<Trial>* trials, int64_t milliseconds,
+               const std::vector<std::string>& environment) {
   const auto start = steady_clock::now();
   const auto end = start + std::chrono::milliseconds(milliseconds);
   std::vector<Running> running;
-  for (Trial& trial : *trials) running.push_back(StartTrial(&trial));
+  for (Trial& trial : *trials) running.push_back(StartTrial(&trial, environment));
   const auto open = [&] {
     std::vector<pollfd> fds;
     for (const Running& one : running) fds.push_back({one.pipe.Get(), POLLIN, 0});

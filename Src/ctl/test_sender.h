@@ -24,10 +24,10 @@ struct Trial {
   double seconds = 0;
 };
 
-// Runs them side by side, each for at most so many milliseconds; what is under way then is killed. The
-// children die with the caller. The configuration, the host's address and the lists of recipients must be
-// there (PrepareRendering).
-void RunTrials(std::vector<Trial>* trials, int64_t milliseconds);
+// Runs them side by side, each for at most so many milliseconds and in this environment ("NAME=VALUE"; empty:
+// the caller's); what is under way then is killed. The children die with the caller. The configuration, the
+// host's address and the lists of recipients must be there (PrepareRendering).
+void RunTrials(std::vector<Trial>* trials, int64_t milliseconds, const std::vector<std::string>& environment);
 
 }  // namespace ctl
 

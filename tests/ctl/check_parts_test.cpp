@@ -112,22 +112,6 @@ const Case CASES[] = {
     {"hidden-processes", [](Facts* facts) { facts->host.hides_processes = true; },
      "/proc is mounted with hidepid: user stt sees no process of others, and takes an engine of theirs for "
      "dead"},
-    {"certificate-days", [](Facts* facts) { facts->certificate.days_left = 12; },
-     "CERT_FILE expires in 12 days: an engine that asks for it then refuses the agent"},
-    {"authority", [](Facts* facts) { facts->certificate.no_authority = true; },
-     "CA_FILE  holds no authority: no certificate of the engine passes, and its channels are not watched"},
-    {"server-beyond",
-     [](Facts* facts) {
-       facts->servers.assign(101, {1, "ALARM_x", "10.0.0.5:1", "10.0.0.5", 1});
-     },
-     "ALARM_x is beyond the first 100 management servers and gets no report"},
-    {"mail-password-clear",
-     [](Facts* facts) {
-       Set(facts, "SEND_EMAIL_CHECK", 1);
-       Set(facts, "SMTP_AUTH", 2);
-       Set(facts, "SMTP_SERVER_URL", 0, "mail.example.com");
-     },
-     "SMTP_AUTH 2: user and password go to mail.example.com in the clear"},
     {"mail-password-clear",
      [](Facts* facts) {
        Set(facts, "SEND_EMAIL_CHECK", 1);
@@ -149,25 +133,6 @@ const Case CASES[] = {
        Set(facts, "MEM_OVER_VALUE", 200);
      },
      "MEM_OVER_VALUE 200 is never reached; 101 is how never is written"},
-    {"hook-clear",
-     [](Facts* facts) {
-       Set(facts, "SEND_WEBHOOK_CHECK", 1);
-       Set(facts, "WEBHOOK_SERVER_URL", 0, "http://u:p@chat.example.com:80/secret");
-     },
-     "WEBHOOK_SERVER_URL: posts, and the secret address, go to chat.example.com in the clear"},
-    {"start-script-open",
-     [](Facts* facts) {
-       Set(facts, "RESTART_CHECK", 1);
-       Look& look = facts->looks["SHELL_FILE"];
-       look.path = "/s.sh";
-       look.regular = true;
-       look.mode = 0777;
-     },
-     "SHELL_FILE /s.sh may be written by everybody, who can so run anything as user stt"},
-    {"tool-name", [](Facts* facts) { Set(facts, "PROC_NAME", 0, "dunrasttctl"); },
-     "PROC_NAME dunrasttctl is the name of this tool, whose own process would count"},
-    {"saved-as-utf8", [](Facts* facts) { facts->pieces = SplitConfig("; 한글\n"); },
-     "the file is saved as UTF-8; the agent takes it for code page 949, which matters to names in alarms"},
     {"not-as-user", [](Facts* facts) { facts->as_user = false; },
      "files were looked at as the caller: only root can take on user stt"},
 };

@@ -1,13 +1,20 @@
 // "check" never lies: for each broken file the line that it prints, and the real agent on the same file.
+#include <pwd.h>
+
+#include <optional>
+
 #include "system/harness.h"
+#include "tls/certificates.h"
 
 namespace harness {
 namespace {
 
-enum class Beside { NOTHING, ENGINE, LONG_NAMED_ENGINE, NAMESAKE };
+enum class Beside { NOTHING, ENGINE, LONG_NAMED_ENGINE, NAMESAKE, TOOLS_NAMESAKE, TLS_ENGINE };
 
 // In texts: {F} the folder with its slash, {f} without, {engine} and {agent} the names, {pid} the engine's,
-// {line} the number of the line, {before} that of the one before, {server} a management server's address.
+// {line} the number of the line, {before} that of the one before, {server} a management server's address,
+// {posts} the port of the chat, {user} who runs this, {open} a start script that everybody may write,
+// {hundred} a hundred servers, {tls} the folder of certificates.
 struct Row {
   const char* name;
   const char* lines;      // put behind the configuration; a key before "!" is taken out of it first
@@ -54,6 +61,13 @@ const Row ROWS[] = {
      "warning RESTART_CHECK yes: not a number, and it counts as 0", "Debug: 3", "send_timer Process"},
     {"NumberWithTail", "RESTART_CHECK_SEC 2s\n", "RESTART_CHECK_SEC 2s",
      "warning RESTART_CHECK_SEC 2s: not a number, and it counts as 2", "send_timer Process Time [ 2 ]"},
+    {"NoOption", "HANG_ALARM 5x\n", "HANG_ALARM 5x",
+     "warning HANG_ALARM 5x: no value for it, and it counts as absent",
+     "HANG_ALARM: \"5x\" is no value for it and counts as absent"},
+    {"SavedAsUtf8", "PROC_NAME 감시\n", "PROC_NAME 감시",
+     "note the file is saved as UTF-8; the agent takes it for code page 949, which matters to names in "
+     "alarms",
+     "WebHook lost: "},
     // Paths.
     {"PathReplaced", "SHELL_FILE start engine.sh\n", "SHELL_FILE start",
      "error SHELL_FILE start engine.sh: without \"./\" it became the folder {F}; no engine is ever started",
@@ -79,6 +93,9 @@ const Row ROWS[] = {
     {"ScriptNotExecutable", "SHELL_FILE ./to.txt\n", "SHELL_FILE ./to",
      "error SHELL_FILE {F}to.txt: it is not executable; no engine is ever started", "Permission denied",
      "<start>"},
+    {"ScriptOpen", "SHELL_FILE {open}\n", "SHELL_FILE {open}",
+     "warning SHELL_FILE {open} may be written by everybody, who can so run anything as user {user}",
+     "<anything>"},
     {"Attachment", "CFG_FILE ./nowhere.conf\n", "CFG_FILE ./nowhere",
      "warning CFG_FILE: no such file or directory; the mail about a restart would not be sent",
      "smtp failed: Failed to read or open a local file", "\"attached\""},
@@ -107,6 +124,9 @@ const Row ROWS[] = {
      "error 1 process bears the agent's name {agent} already; an agent started now ends with \"Already "
      "Running\"",
      ENDS, nullptr, Beside::NAMESAKE},
+    {"ToolName", "PROC_NAME dunrasttctl\n", "PROC_NAME dun",
+     "error PROC_NAME dunrasttctl is the name of this tool, whose own process would count",
+     "match inputProcessName [ dunrasttctl ]", "process exec", Beside::TOOLS_NAMESAKE},
     {"NotWatched", "RESTART_CHECK 0\n", "RESTART_CHECK 0",
      "warning RESTART_CHECK 0: a dead engine is not started again, and no threshold is looked at", "Debug: 3",
      "send_timer Process"},
@@ -145,6 +165,24 @@ const Row ROWS[] = {
     {"EnginePid", "SVC_PID_FILE ./to.txt\n", "SVC_PID_FILE ./to",
      "warning SVC_PID_FILE {F}to.txt says 0, but {engine} is process {pid}: the hang log calls it dead",
      "deaded - process", nullptr, Beside::ENGINE},
+    {"Certificate", "KEY_FILE {tls}server.key\n", "CERT_FILE",
+     "warning CERT_FILE {tls}client.pem and KEY_FILE {tls}server.key are no certificate with its key: the "
+     "agent shows none to the engine",
+     "TotalCh cnt [ 0 ] MaxCh cnt [ 0 ]", "Percent [ 25 ]", Beside::TLS_ENGINE},
+    {"CertificateUnreadable", "CERT_FILE {tls}none.pem\n", "CERT_FILE",
+     "warning CERT_FILE {tls}none.pem and KEY_FILE {tls}client.key are no certificate with its key: the "
+     "agent shows none to the engine",
+     "TotalCh cnt [ 0 ] MaxCh cnt [ 0 ]", "Percent [ 25 ]", Beside::TLS_ENGINE},
+    {"CertificateExpired", "CERT_FILE {tls}expired.pem\nKEY_FILE {tls}expired.key\n", "CERT_FILE",
+     "warning CERT_FILE has expired: an engine that asks for it then refuses the agent",
+     "TotalCh cnt [ 0 ] MaxCh cnt [ 0 ]", "Percent [ 25 ]", Beside::TLS_ENGINE},
+    {"CertificateDays", "", "CERT_FILE",
+     "warning CERT_FILE expires in 29 days: an engine that asks for it then refuses the agent",
+     "Percent [ 25 ]", nullptr, Beside::TLS_ENGINE},
+    {"Authority", "CA_FILE {tls}client.key\n", "CA_FILE",
+     "error CA_FILE {tls}client.key holds no authority: no certificate of the engine passes, and its "
+     "channels are not watched",
+     "g_shm_open_flag = 0", "g_shm_open_flag = 1", Beside::TLS_ENGINE},
     // Channels.
     {"NobodyTold", "ALARM_1!SEND_EMAIL_CHECK 0\nSEND_WEBHOOK_CHECK 0\n", "",
      "error neither mail nor chat nor a management server is set: no alarm leaves this host", "process exec",
@@ -158,6 +196,9 @@ const Row ROWS[] = {
     {"ServerTwice", "ALARM_1!ALARM_1 {server}\nALARM_2 {server}\n", "ALARM_2",
      "warning ALARM_2 {server} stands in line {before} too: that server gets each report twice",
      "[INFO][00001]"},
+    {"ServerBeyond", "ALARM_1!{hundred}ALARM_x {server}\n", "ALARM_x",
+     "error ALARM_x is beyond the first 100 management servers and gets no report",
+     "CONNECT SOCK FAIL(127.0.0.1:1)", "server/frames"},
     {"MailLogin", "SMTP_AUTH 4\n", "SMTP_AUTH 4",
      "error SMTP_AUTH 4 is none of 1 (no login), 2, 3: no mail is sent", REFUSED, "\"defects\""},
     {"MailPort", "SMTP_SERVER_PORT!", "", "error SMTP_SERVER_PORT is empty: no mail is sent",
@@ -166,6 +207,10 @@ const Row ROWS[] = {
      "error SMTP_SERVER_URL smtp://127.0.0.1 is no name or address alone: it is not found, and no mail is "
      "sent",
      "smtp failed: Failed to connect", "\"defects\""},
+    {"MailPassword",
+     "SMTP_FLAGS 1\nSMTP_SERVER_URL 0.0.0.0\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\nSMTP_AUTH 2\n",
+     "SMTP_AUTH 2", "warning SMTP_AUTH 2: user and password go to 0.0.0.0 in the clear",
+     "[smtp Client]: AUTH PLAIN AHN0dABodXNo"},
     {"MailDialogue", "SMTP_FLAGS 1\n", "SMTP_FLAGS 1",
      "warning SMTP_FLAGS 1: each mail and its login go to standard error, which is the journal",
      "[smtp Client]: EHLO smtp"},
@@ -183,6 +228,10 @@ const Row ROWS[] = {
     {"HookAddress", "WEBHOOK_SERVER_URL htps://chat.example.com/secret\n", "WEBHOOK_SERVER_URL htps",
      "error WEBHOOK_SERVER_URL begins with htps://: no post is sent",
      "curl_easy_perform() failed: Unsupported"},
+    {"HookInTheClear", "WEBHOOK_SERVER_URL http://u:p@0.0.0.0:{posts}/secret\n",
+     "WEBHOOK_SERVER_URL http://u",
+     "warning WEBHOOK_SERVER_URL: posts, and the secret address, go to 0.0.0.0 in the clear",
+     "\"path\": \"/secret\""},
     // Recipients.
     {"ListIsAFolder", "RECEIVER_FILE ./mails\n", "RECEIVER_FILE ./mails",
      "error RECEIVER_FILE {F}mails: it is no file; nobody on that list gets a mail",
@@ -227,14 +276,40 @@ class Check : public AllChannels {
   std::string Filled(const std::string& text) const {
     std::string result = text;
     const std::string folder = folder_.Path();
-    const std::pair<const char*, std::string> words[] = {{"{F}", folder},
-                                                         {"{f}", folder.substr(0, folder.size() - 1)},
-                                                         {"{engine}", engine_},
-                                                         {"{agent}", agent_},
-                                                         {"{server}", server_.Address()},
-                                                         {"{pid}", std::to_string(FirstEngine())}};
+    const std::pair<const char*, std::string> words[] = {
+        {"{F}", folder},
+        {"{f}", folder.substr(0, folder.size() - 1)},
+        {"{engine}", engine_},
+        {"{agent}", agent_},
+        {"{server}", server_.Address()},
+        {"{posts}", posts_.Port()},
+        {"{open}", folder_ / "open.sh"},
+        {"{user}", User()},
+        {"{hundred}", Hundred()},
+        {"{tls}", certificates_ ? certificates_->Path("") : ""},
+        {"{pid}", std::to_string(FirstEngine())}};
     for (const auto& [word, value] : words) result = Replaced(result, word, value);
     return result;
+  }
+  static std::string User() {
+    const passwd* entry = getpwuid(geteuid());
+    return entry == nullptr ? std::to_string(geteuid()) : entry->pw_name;
+  }
+  static std::string Hundred() {
+    std::string lines;
+    for (int i = 0; i < 100; ++i) lines += "ALARM_" + std::to_string(i) + " 127.0.0.1:1\n";
+    return lines;
+  }
+  // An engine that asks for a certificate.
+  Peer StartTlsEngine() {
+    certificates_.emplace();
+    const auto path = [&](const char* name) { return certificates_->Path(name); };
+    Peer engine(folder_, "engine", "engine_peer.py",
+                {"--cert", path("server.pem"), "--key", path("server.key"), "--client-ca", path("ca.pem")});
+    config_ += "ASR_PORT " + engine.Port() + "\nSSL_CHECK 1\nCERT_FILE " + path("client.pem") +
+               "\nKEY_FILE " + path("client.key") + "\nFILE_PASSWORD secret\nCA_FILE " + path("ca.pem") +
+               "\n";
+    return engine;
   }
   pid_t FirstEngine() const {
     const auto engines = Named(engine_);
@@ -303,6 +378,8 @@ class Check : public AllChannels {
     }
     return text;
   }
+
+  std::optional<test::CertificateFolder> certificates_;
 };
 
 class Broken : public Check, public testing::WithParamInterface<Row> {};
@@ -319,12 +396,16 @@ TEST_P(Broken, FileIsTold) {
     fs::create_symlink("/bin/sleep", folder_ / "a_long_engine_name");
     beside.push_back(Process({folder_ / "a_long_engine_name", "600"}));
   }
-  if (row.beside == Beside::NAMESAKE) {
+  if (row.beside == Beside::NAMESAKE || row.beside == Beside::TOOLS_NAMESAKE) {
+    const std::string name = row.beside == Beside::TOOLS_NAMESAKE ? "dunrasttctl" : agent_;
     fs::create_directory(folder_ / "other");
-    fs::create_symlink("/bin/sleep", folder_ / "other/" + agent_);
-    beside.push_back(Process({folder_ / "other/" + agent_, "600"}));
-    ASSERT_TRUE(WaitUntil([&] { return !Named(agent_).empty(); }));
+    fs::create_symlink("/bin/sleep", folder_ / "other/" + name);
+    beside.push_back(Process({folder_ / "other/" + name, "600"}));
+    ASSERT_TRUE(WaitUntil([&] { return !Named(name).empty(); }));
   }
+  std::optional<Peer> engine;
+  if (row.beside == Beside::TLS_ENGINE) engine.emplace(StartTlsEngine());
+  folder_.Write("open.sh", "#!/bin/sh\nprintf '<anything>' >> '" + folder_ / "runs'\n", 0777);
   Break(row.lines == LONG_LINE ? ";" + std::string(1022, 'x') + "CPU_OVER_VALUE 0\n" : row.lines);
   if (row.to != nullptr) folder_.Write("to.txt", row.to);
   folder_.Write("agent.conf", config_);
@@ -425,6 +506,28 @@ TEST_F(Check, ShowsValuesAndNoSecret) {
   EXPECT_TRUE(json.starts_with(R"({"schema":1,"config":")" + folder_ / "agent.conf" + R"(","user":")"))
       << json;
   EXPECT_NE(json.find(R"("findings":[{"id":")"), std::string::npos) << json;
+}
+
+TEST_F(Check, SuitsTheTerminal) {
+  folder_.Write("agent.conf", config_ + "PROC_NAME \xc7\xd1\xb1\xdb\n");
+  const struct {
+    const char *variables, *name;
+    bool colour;
+  } rows[] = {{"LC_ALL=C.UTF-8", " 한글\r\n", true},
+              {"LC_ALL=C", " ????\r\n", true},
+              {"LC_ALL=C.UTF-8 NO_COLOR=1", " 한글\r\n", false}};
+  for (const auto& row : rows) {
+    folder_.Write("terminal", "");
+    Process({"script", "-qec",
+             std::string("env ") + row.variables + " " TOOL " check --print -f '" + folder_ / "agent.conf'",
+             "/dev/null"},
+            folder_ / "terminal")
+        .Wait();
+    const std::string seen = ReadFile(folder_ / "terminal");
+    EXPECT_EQ(Count(seen, row.name), 1U) << seen;
+    EXPECT_EQ(seen.find("\033[31merror ") != std::string::npos, row.colour) << seen;
+    EXPECT_EQ(seen.find('\033') != std::string::npos, row.colour) << seen;
+  }
 }
 
 TEST_F(Check, ReachesEveryDestinationAndSendsNothing) {

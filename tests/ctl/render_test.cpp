@@ -11,22 +11,43 @@ struct Row {
   const char* name;  // the kind
   const char* lines;
   bool engine;
-  const char* frame;  // how its body begins; null: the one-place mailbox seldom lets it through
+  const char* frame = nullptr;    // how its body begins; null: the one-place mailbox seldom lets it through
+  const char* message = nullptr;  // what the engine itself says
 };
 
 const Row ROWS[] = {
     {"restart", "", false, "ALARM+DunraSTT Check"},
     {"threshold-cpu", "CPU_OVER_VALUE 0\n", true, "ALARM+Cpu Check"},
-    {"threshold-memory", "MEM_OVER_VALUE 0\n", true, nullptr},
-    {"threshold-channel", "CH_OVER_VALUE 66\n", true, nullptr},
+    {"threshold-memory", "MEM_OVER_VALUE 0\n", true},
+    {"threshold-channel", "CH_OVER_VALUE 66\n", true},
+    {"hang", "HANG_ALARM 1\n", true},
+#ifdef FAKETIME
+    {"result", "RESULT_CHECK 1\nRESULT_TIME 00:00\nTXT_PATH ./engine/\n", true},
+    {"error-log", "LOG_CHECK_MIN 1\nTXT_PATH ./engine/\n", true, nullptr, "E 23:58:07 wanted\n"},
+#endif
 };
+
+// A moment of 1 January: yesterday's results are due, and the error lines of two minutes before.
+#ifdef FAKETIME
+const Words CLOCK = {"env",
+                     "LD_PRELOAD=" FAKETIME,
+                     "TZ=UTC0",
+                     "FAKETIME_DONT_FAKE_MONOTONIC=1",
+                     "NO_FAKE_STAT=1",
+                     "FAKETIME_FMT=%s",
+                     "FAKETIME=@1735689605"};
+#else
+const Words CLOCK = {"env"};
+#endif
 
 class Render : public AllChannels {
  protected:
   int Tool(const Words& words) const {
     folder_.Write("render.out", "");
-    return Process(Joined({TOOL, "-f", folder_ / "agent.conf", "render", "--out", folder_ / "out"}, words),
-                   folder_ / "render.out", folder_ / "render.err")
+    return Process(
+               Joined(CLOCK, Joined({TOOL, "-f", folder_ / "agent.conf", "render", "--out", folder_ / "out"},
+                                    words)),
+               folder_ / "render.out", folder_ / "render.err")
         .ExitStatus();
   }
   std::string Rendered(const std::string& name) const { return ReadFile(folder_ / "out/" + name); }
@@ -73,12 +94,17 @@ TEST_P(Wire, HasTheSameBytes) {
   // An engine that answers: the report on its channels would take the restart's place in the mailbox.
   if (name == "threshold-channel") config_ += "ASR_PORT " + engine.Port() + "\n";
   if (row.engine) StartEngine();
-  const Process agent = StartedAgent();
+  fs::create_directories(folder_ / "engine/20241231");
+  folder_.Write("engine/20241231/Result.csv", ",,,,,,,,,,,,100,,,5000,,,0.5,,,40,,\n");
+  folder_.Write("engine/20241231/1231.ERR.LOG", row.message == nullptr ? "" : row.message);
+  const Process agent = Start({}, CLOCK);
   const std::string mail = mails_.Kept("1.eml");
   const std::string post = posts_.Kept("1.body");
   EXPECT_TRUE(row.frame == nullptr || WaitUntil([&] { return !FrameSeen(row.frame).empty(); }));
 
-  EXPECT_EQ(Tool({"--kind", name}), 0) << ReadFile(folder_ / "render.out");
+  Words words = {"--kind", name};
+  if (row.message != nullptr) words = Joined(words, {"--message", folder_.Write("text", row.message)});
+  EXPECT_EQ(Tool(words), 0) << ReadFile(folder_ / "render.out");
   EXPECT_EQ(Plain(Rendered(name + ".eml")), Plain(mail));
   EXPECT_EQ(Plain(Rendered(name + ".html") + "\r\n"), Plain(mails_.Kept("1.html")));
   EXPECT_EQ(Plain(Rendered(name + ".card.json")), Plain(post));
@@ -96,7 +122,7 @@ TEST_F(Render, WritesEveryKindAndOnePage) {
   folder_.Write("agent.conf", config_);
   ASSERT_EQ(Tool({}), 0) << ReadFile(folder_ / "render.out");
   for (const char* kind :
-       {"restart", "threshold-cpu", "threshold-memory", "threshold-channel", "result", "error-log"}) {
+       {"restart", "threshold-cpu", "threshold-memory", "threshold-channel", "result", "error-log", "hang"}) {
     for (const char* ending : {".eml", ".html", ".card.json"})
       EXPECT_NE(Rendered(kind + std::string(ending)), "") << kind;
     EXPECT_EQ(Count(Rendered("index.html"), "<section class=\"" + std::string(kind) + "\">"), 1U);

@@ -1,18 +1,26 @@
 // "test-alarm" tells the peer's own words: against peers that take, refuse, keep silent, close and garble.
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <sstream>
+
 #include "system/harness.h"
+#include "tls/certificates.h"
 
 namespace harness {
 namespace {
 
 struct Row {
   const char* name;
-  const char* mail;  // scripts of the three peers; null: that way is off
+  const char* mail;  // scripts of the three peers; null: that way is off; "sink ...": options of mail_sink.py
   const char* chat;
   const char* server;
   int status;
   std::vector<const char*> lines;  // that are told, each on a line of its own
-  const char* config = "";
+  const char* config = "";         // {mail}: the mail server's port
 };
+
+constexpr const char* LOGIN = "SMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n";
 
 const Row ROWS[] = {
     {"AllTakeIt",
@@ -20,7 +28,7 @@ const Row ROWS[] = {
      "http:200 1",
      "none",
      0,
-     {"  ok          kim@example.com   250 2.1.5 Ok\n",
+     {"  ok          kim@example.com   250 more 2.1.5 Ok\n",
       "  ok          the message       250 2.0.0 queued as 4F1C2\n",
       "  note        the mail's longest line has ", "  ok          200 1\n", "  ok          OPEN_OK\n",
       "4 of 4 took it.\n"}},
@@ -29,7 +37,7 @@ const Row ROWS[] = {
      nullptr,
      nullptr,
      1,
-     {"  ok          kim@example.com   250 2.1.5 Ok\n",
+     {"  ok          kim@example.com   250 more 2.1.5 Ok\n",
       "  REFUSED     lee@example.com   550 5.1.1 Not here\n", "1 of 2 took it.\n"}},
     {"LoginIsRefused",
      "smtp:AUTH",
@@ -37,14 +45,8 @@ const Row ROWS[] = {
      nullptr,
      2,
      {"  REFUSED     the login   550 5.1.1 Not here\n", "0 of 1 took it.\n"},
-     "SMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
-    {"LoginIsTaken",
-     "smtp",
-     nullptr,
-     nullptr,
-     0,
-     {"2 of 2 took it.\n"},
-     "SMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+     LOGIN},
+    {"LoginIsTaken", "smtp", nullptr, nullptr, 0, {"2 of 2 took it.\n"}, LOGIN},
     {"MailIsRefused",
      "smtp:DATA",
      nullptr,
@@ -52,8 +54,67 @@ const Row ROWS[] = {
      2,
      {"  REFUSED     the message       550 5.1.1 Not here\n", "0 of 2 took it.\n"}},
     {"MailServerIsSilent", "silent", nullptr, nullptr, 2, {"  SILENT      the message   \n"}},
-    {"MailServerIsAway", "away", nullptr, nullptr, 2, {"  UNREACHABLE the message   no connection"}},
-    {"MailCannotBeSent", "smtp", nullptr, nullptr, 2, {"  NOT SENT    the message   "}, "SENDER_EMAIL a b\n"},
+    {"MailServerIsAway",
+     "away",
+     nullptr,
+     nullptr,
+     2,
+     {"  UNREACHABLE the message   Failed to connect to the mail server\n"}},
+    {"MailCannotBeSent",
+     "smtp",
+     nullptr,
+     nullptr,
+     2,
+     {"  NOT SENT    the message   Invalid parameter\n"},
+     "SENDER_EMAIL a b\n"},
+    {"TextDoesNotConvert",
+     "smtp",
+     "http:200 1",
+     nullptr,
+     2,
+     {"  NOT SENT    the message   a text does not convert to UTF-8\n",
+      "  NOT SENT    a text does not convert to UTF-8\n"},
+     "PROC_NAME \xf9\xd4x\n"},
+    {"UrlsServerIsToldPerRecipient",
+     "sink --certificate {localhost} --user stt --password hush --refuse lee@example.com",
+     nullptr,
+     nullptr,
+     1,
+     {"mail    smtp://localhost:", "  NOT SENT    \"Han\" <<han>      a bracket or a blank in the address\n",
+      "  ok          kim@example.com   250 OK\n",
+      "  REFUSED     lee@example.com   550 5.1.1 Nobody 5.1.1 of that name\\x07\n",
+      "  ok          the message       250 OK\n", "1 of 3 took it.\n"},
+     "MAIL_URL smtp://localhost:{mail}\nMAIL_TLS 2\nSMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+    {"UrlsServerRefusesTheLogin",
+     "sink --certificate {localhost} --smtps --user stt --password other",
+     nullptr,
+     nullptr,
+     2,
+     {"mail    smtps://localhost:",
+      "  REFUSED     the login      535 5.7.8 Authentication credentials invalid\n", "0 of 1 took it.\n"},
+     "MAIL_URL smtps://localhost:{mail}\nSMTP_AUTH 3\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+    {"UrlsServerIsAnother",
+     "sink --certificate {server}",
+     nullptr,
+     nullptr,
+     2,
+     {"  UNREACHABLE the message    SSL: certificate subject name 'server' does not match target host name "
+      "'localhost'\n"},
+     "MAIL_URL smtp://localhost:{mail}\nMAIL_TLS 2\n"},
+    {"UrlsServerIsSilent",
+     "silent",
+     nullptr,
+     nullptr,
+     2,
+     {"  SILENT      the message    Operation timed out after "},
+     "MAIL_URL smtp://localhost:{mail}\nMAIL_TIMEOUT 1\n"},
+    {"UrlsServerIsAway",
+     "away",
+     nullptr,
+     nullptr,
+     2,
+     {"  UNREACHABLE the message    Failed to connect to localhost port "},
+     "MAIL_URL smtp://localhost:{mail}\n"},
     {"ChatRefuses",
      nullptr,
      "http:400 Bad payload",
@@ -65,16 +126,41 @@ const Row ROWS[] = {
      "http:200 Webhook message delivery failed",
      nullptr,
      2,
-     {"  DOUBTFUL    200 Webhook message delivery failed\n"}},
+     {"  DOUBTFUL    200 Webhook message delivery failed\n",
+      "  note        the agent counts this as delivered\n"}},
+    {"ChatTakesTheAdaptiveCard",
+     nullptr,
+     "http:202 ",
+     nullptr,
+     0,
+     {"  ok          202\n"},
+     "WEBHOOK_CARD 1\n"},
+    {"ChatAnswersALine", nullptr, "http:200 1\n", nullptr, 0, {"  ok          200 1\n"}},
+    {"ChatSaysNothing", nullptr, "close", nullptr, 2, {"  REFUSED     Empty reply from server\n"}},
+    {"ChatGarbles", nullptr, "garble", nullptr, 2, {"  REFUSED     Received HTTP/0.9 when not allowed\n"}},
+    {"ChatOutlastsTheAgent",
+     nullptr,
+     "silent",
+     nullptr,
+     2,
+     {"  SILENT      Operation timed out after "},
+     "WEBHOOK_TIMEOUT 1\n"},
+    {"ChatHasNoAddress",
+     nullptr,
+     "http:200 1",
+     nullptr,
+     2,
+     {"  NOT SENT    "},
+     "WEBHOOK_SERVER_URL htps://chat.example.com/hidden\n"},
     {"ChatTakesTheForm", nullptr, "http:200 ok", nullptr, 0, {"  ok          200 ok\n"}, "WEBHOOK_APPS 2\n"},
     {"ChatRepeatsItsAddress",
      nullptr,
-     "http:404 no hook hidden/hook here",
+     "http:404 no hook hidden/a-long-key and a-long-key",
      nullptr,
      2,
-     {"  REFUSED     404 no hook *** here\n"}},
+     {"  REFUSED     404 no hook *** and ***\n"}},
     {"ChatIsSilent", nullptr, "silent", nullptr, 2, {"  SILENT      \n"}},
-    {"ChatIsAway", nullptr, "away", nullptr, 2, {"  UNREACHABLE Couldn't connect to server\n"}},
+    {"ChatIsAway", nullptr, "away", nullptr, 2, {"  UNREACHABLE Failed to connect to 127.0.0.1 port "}},
     {"ServerIsSilent",
      nullptr,
      nullptr,
@@ -95,23 +181,46 @@ class TestAlarm : public AllChannels, public testing::WithParamInterface<Row> {
   std::string PortOf(const char* name, const char* script) {
     if (std::string(script) == "away") return std::to_string(away_.Port());
     if (std::string(script) == "none") return server_.Port();
-    peers_.push_back(std::make_unique<Peer>(folder_, name, "answers.py", Words{"--script", script}));
+    std::istringstream text(script);
+    const Words words(std::istream_iterator<std::string>(text), {});
+    peers_.push_back(words[0] == "sink"
+                         ? std::make_unique<Peer>(folder_, name, "mail_sink.py", Secured(words))
+                         : std::make_unique<Peer>(folder_, name, "answers.py", Words{"--script", script}));
     return peers_.back()->Port();
   }
+  // "{NAME}" becomes a file with that certificate and its key.
+  Words Secured(const Words& words) {
+    Words filled(words.begin() + 1, words.end());
+    for (std::string& word : filled) {
+      if (word[0] != '{') continue;
+      if (!certificates_) certificates_.emplace();
+      const std::string name = certificates_->Path(word.substr(1, word.size() - 2));
+      word = folder_.Write("peer.pem", ReadFile(name + ".key") + ReadFile(name + ".pem"));
+    }
+    return filled;
+  }
   void Configure(const Row& row) {
+    const std::string port = row.mail == nullptr ? "" : PortOf("m", row.mail);
+    std::string config = row.config;
+    const size_t at = config.find("{mail}");
+    if (at != std::string::npos) {
+      config.replace(at, 6, port);
+      folder_.Write("bcc.txt", "Han <han\n");
+    }
     config_.erase(config_.find("ALARM_1"),
                   config_.find("\n", config_.find("ALARM_1")) + 1 - config_.find("ALARM_1"));
-    config_ +=
-        row.mail == nullptr ? "SEND_EMAIL_CHECK 0\n" : "SMTP_SERVER_PORT " + PortOf("m", row.mail) + "\n";
+    config_ += row.mail == nullptr ? "SEND_EMAIL_CHECK 0\n" : "SMTP_SERVER_PORT " + port + "\n";
     config_ += row.chat == nullptr
                    ? "SEND_WEBHOOK_CHECK 0\n"
-                   : "WEBHOOK_SERVER_URL http://127.0.0.1:" + PortOf("c", row.chat) + "/hidden/hook\n";
+                   : "WEBHOOK_SERVER_URL http://127.0.0.1:" + PortOf("c", row.chat) + "/hidden/a-long-key\n";
     if (row.server != nullptr) config_ += "ALARM_1 127.0.0.1:" + PortOf("s", row.server) + "\n";
-    folder_.Write("agent.conf", config_ + row.config);
+    folder_.Write("agent.conf", config_ + config);
   }
   std::string Told(const Words& words, int status) const {
     folder_.Write("test.out", "");
-    Process tool(Joined({TOOL, "test-alarm", "-f", folder_ / "agent.conf", "--timeout", "2"}, words),
+    Process tool(Joined({"env", "SSL_CERT_FILE=" + (certificates_ ? certificates_->Path("ca.pem") : ""), TOOL,
+                         "test-alarm", "-f", folder_ / "agent.conf", "--timeout", "2"},
+                        words),
                  folder_ / "test.out", folder_ / "test.out");
     EXPECT_EQ(tool.ExitStatus(), status);
     return ReadFile(folder_ / "test.out");
@@ -119,6 +228,7 @@ class TestAlarm : public AllChannels, public testing::WithParamInterface<Row> {
 
   Listener away_{true};
   std::vector<std::unique_ptr<Peer>> peers_;
+  std::optional<test::CertificateFolder> certificates_;
 };
 
 void PrintTo(const Row& row, std::ostream* out) {
@@ -132,8 +242,8 @@ TEST_P(TestAlarm, TellsThePeersWords) {
   for (const char* line : row.lines)
     EXPECT_NE(told.find(line), std::string::npos) << line << "--- not in\n" << told;
   const std::string all = told + Told({"--dialogue"}, row.status) + Told({"--json"}, row.status);
-  // The password, its base64 as it is sent, and the hook's path.
-  for (const char* secret : {"hush", "AHN0dABodXNo", "hidden"})
+  // The password, its base64 as it is sent, and the hook's path, whole and in part.
+  for (const char* secret : {"hush", "AHN0dABodXNo", "aHVzaA", "hidden", "a-long-key"})
     EXPECT_EQ(all.find(secret), std::string::npos) << all;
   EXPECT_EQ(server_.Seen("ALARM+"), 0U);
 }

@@ -9,8 +9,8 @@
 
 namespace test {
 
-// "ca" and "foreign" are authorities; "server", "client" (its key has the pass phrase "secret") and "expired"
-// are signed by "ca". Each has a NAME.pem and a NAME.key.
+// "ca" and "foreign" are authorities; "server", "localhost", "client" (its key has the pass phrase "secret") and
+// "expired" are signed by "ca". Each has a NAME.pem and a NAME.key.
 class CertificateFolder {
  public:
   CertificateFolder() {
@@ -18,6 +18,7 @@ class CertificateFolder {
     Make("foreign", "-nodes", "-signkey foreign.key");
     const std::string by_authority = "-CA ca.pem -CAkey ca.key -CAcreateserial";
     Make("server", "-nodes", by_authority);
+    Make("localhost", "-nodes", by_authority);
     Make("client", "-passout pass:secret", by_authority);
     Make("expired", "-nodes", by_authority + " -days -1");
   }

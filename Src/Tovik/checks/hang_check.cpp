@@ -11,8 +11,8 @@
 #include "Tovik/config/config.h"
 #include "Tovik/engine/engine_session.h"
 #include "Tovik/findings/findings.h"
+#include "Tovik/findings/messages.h"
 #include "Tovik/trace.h"
-#include "base/format.h"
 #include "base/stop.h"
 #include "sysinfo/listening_port.h"
 
@@ -72,8 +72,7 @@ void Tell(const char* name, Verdict verdict) {
   const bool due = HangAlarmDue(verdict == Verdict::ALIVE, m_hang_alarm, &remembered);
   standing::hangsInARow = remembered.deadInARow;
   if (!due) return;
-  const std::string message = base::Format("%s health check : %s, %lld in a row", name, WordsOf(verdict),
-                                           static_cast<long long>(remembered.deadInARow));
+  const std::string message = HangMessage(name, WordsOf(verdict), remembered.deadInARow);
   Raise({Finding::ENGINE_HANGS, name, message.c_str()});
 }
 
