@@ -32,11 +32,11 @@ bool IsPort(int64_t port) {
   return port > 0 && port <= LAST_PORT;
 }
 
-// A port of which /proc says nothing counts as one that listens: nothing is known against it.
-bool Listens(int64_t port, bool otherwise) {
+// unknown: what counts where /proc says nothing.
+bool Listens(int64_t port, bool unknown) {
   sysinfo::ListeningPort found;
   if (!IsPort(port)) return false;
-  return sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &found) == 1 ? found.listening : otherwise;
+  return sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &found) == 1 ? found.listening : unknown;
 }
 
 void TellScriptLasts() {
