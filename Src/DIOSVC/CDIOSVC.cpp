@@ -58,6 +58,11 @@ struct CDIOSVC::Reply {
   int error;           // of a failed allocation
 };
 
+void CDIOSVC::KeepFailure(const char* what, int error, std::string_view reply) {
+  failure_ = {what, error, {}};
+  base::CopyText(failure_.reply.data(), failure_.reply.size(), reply);
+}
+
 long CDIOSVC::initialize_svc(long index, const char* address, long port, long save, const char* path,
                              long level) {
   index_ = index;
@@ -77,6 +82,7 @@ long CDIOSVC::SOCK_SVC_CREATE(const char* address, long port) {
     const int error = errno;
     SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : CREATE SOCK FAIL(%s:%d) : %d", address, static_cast<int>(port),
               error);
+    KeepFailure("no socket", error);
     return -1;
   }
   const linger reset{1, 0};
@@ -89,6 +95,7 @@ long CDIOSVC::SOCK_SVC_CREATE(const char* address, long port) {
     const int error = errno;
     SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : CONNECT SOCK FAIL(%s:%d) : %d", address, static_cast<int>(port),
               error);
+    KeepFailure("no connection", error);
     return -1;
   }
   return sock.Release();
@@ -100,21 +107,33 @@ long CDIOSVC::DIO_SVC_WAIT(long seconds) {
 
 void (*svc_overhear)(std::string_view body) = nullptr;
 
+bool CDIOSVC::ReceiveAll(char* out, size_t size) {
+  const ssize_t got = base::ReceiveExactly(m_sock.Get(), out, size);
+  const int error = errno;
+  if (got == 0) KeepFailure("the server closed the connection", 0);
+  if (got < 0) KeepFailure("the reply broke off", error);
+  return got > 0;
+}
+
 CDIOSVC::Reply CDIOSVC::ReadReply(const char* expected) {
   using End = Reply::End;
   header_.fill('\0');
   Reply reply{End::NO_HEADER, 0, frames::LengthField(header_.data()), 0};
-  if (base::ReceiveExactly(m_sock.Get(), header_.data(), frames::HEADER_SIZE) <= 0) return reply;
+  if (!ReceiveAll(header_.data(), frames::HEADER_SIZE)) return reply;
   reply.length = frames::BodyLength(header_.data());
   const auto size = static_cast<size_t>(reply.length);
   const std::unique_ptr<char[]> body = Allocate(size + 1);
   reply.error = errno;
   reply.end = End::NO_MEMORY;
-  if (!body) return reply;
+  if (!body) {
+    KeepFailure("no memory for the reply", reply.error);
+    return reply;
+  }
   reply.end = End::NO_BODY;
-  if (base::ReceiveExactly(m_sock.Get(), body.get(), size) <= 0) return reply;
+  if (!ReceiveAll(body.get(), size)) return reply;
   if (svc_overhear != nullptr) svc_overhear({body.get(), size});
   reply.end = std::string_view(body.get(), size).starts_with(expected) ? End::EXPECTED : End::OTHER;
+  if (reply.end == End::OTHER) KeepFailure("another reply than expected", 0, {body.get(), size});
   return reply;
 }
 
@@ -185,10 +204,13 @@ long CDIOSVC::SOCK_SVC_OPEN() {
   if (base::SendSome(m_sock.Get(), frame.data(), frame.size()) < 1) {
     const int error = errno;
     SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : %s(%06d:%s:%d)", OPEN_FAILED, length, frame.c_str(), error);
+    KeepFailure("OPEN could not be sent", error);
     return -1;
   }
-  if (DIO_SVC_WAIT(REPLY_WAIT_SECONDS) != 1) {
+  const long ready = DIO_SVC_WAIT(REPLY_WAIT_SECONDS);
+  if (ready != 1) {
     const int error = errno;
+    KeepFailure("no reply to OPEN", ready == 0 ? ETIMEDOUT : error);
     SVC_TRACE(TRACE_INFO, "[ SVC_OPEN ] : Channel Open Filed(%06d:%s:%d)", length, frame.c_str(), error);
     return -1;
   }
@@ -209,14 +231,20 @@ long CDIOSVC::SOCK_SVC_DATA_SEND(const char* data, long length, long type) {
   if (!BuildDataFrame(m_sock.Get(), type, data, length, &frame)) {
     const auto size = static_cast<int>(static_cast<unsigned long>(length) + 31);
     SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : malloc fail Request Size[%d], Error[%d]", size, ENOMEM);
+    KeepFailure("no memory for the report", ENOMEM);
     return -1;
   }
   if (base::SendAll(m_sock.Get(), frame.data(), frame.size()) < 0) {
+    KeepFailure("the report could not be sent", errno);
     SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : CHANNEL_DATA Send Failed.");
     return -1;
   }
   frame = std::string();  // frees the memory before the wait for the server
-  if (DIO_SVC_WAIT(REPLY_WAIT_SECONDS) != 1) return -1;
+  const long ready = DIO_SVC_WAIT(REPLY_WAIT_SECONDS);
+  if (ready != 1) {
+    KeepFailure("no reply to the report", ready == 0 ? ETIMEDOUT : errno);
+    return -1;
+  }
   return JudgeData(ReadReply("DATA_RECEIVE_OK"));
 }
 

@@ -20,6 +20,13 @@
 // Hears the body of each reply that came whole. Null unless somebody sets it.
 extern void (*svc_overhear)(std::string_view body);
 
+// Why a report was not delivered, for whoever wants to say more than the trace does.
+struct SvcFailure {
+  const char* what = "";          // in words; empty: nothing failed
+  int error = 0;                  // errno of it, 0 when there is none
+  std::array<char, 301> reply{};  // the beginning of a reply that was another than expected, as it came
+};
+
 class CDIOSVC {
  public:
   CDIOSVC() = default;
@@ -43,6 +50,8 @@ class CDIOSVC {
   // type sends nothing after the open. The socket is closed on every way out. No close frame is sent: the
   // connection ends after the acknowledgement.
   long DIO_SVC_PROC(int type, const void* data);
+  // The last failure of connecting, opening or sending; what SOCK_SVC_CLOS sends is not looked at.
+  const SvcFailure& LastFailure() const { return failure_; }
   // Date and hour, in a static buffer of 20 bytes that all objects share without a lock. Mode 0:
   // "YYYYMM\DD\HH\", mode 1: "YYYYMM/DD/HH". Any other mode returns the old text.
   static char* timeToString(const std::tm* when, int mode);
@@ -51,15 +60,19 @@ class CDIOSVC {
   struct Reply;
 
   Reply ReadReply(const char* expected);
+  bool ReceiveAll(char* out, size_t size);
   // Return 1 for the expected reply, else -1 after a trace line.
   long JudgeOpen(const Reply& reply);
   long JudgeClose(const Reply& reply);
   long JudgeData(const Reply& reply);
+  // Keeps a failure. reply is empty, or what the server said.
+  void KeepFailure(const char* what, int error, std::string_view reply = {});
   long SendReport(int type, const void* data);
   void TraceStart(int type, const void* data) const;
   void TraceBody(int type, const std::string& body) const;
 
   base::UniqueFd m_sock;
+  SvcFailure failure_;
   int64_t save_ = 0;
   int64_t index_ = 0;
   std::array<char, frames::HEADER_SIZE + 1> header_{};  // the last reply's header

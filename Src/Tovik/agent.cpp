@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <optional>
 #include <string>
 
+#include "Tovik/alarms/delivery_notices.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/checks/channel_check.h"
@@ -22,12 +24,14 @@
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/exit_flag.h"
 #include "Tovik/findings/findings.h"
+#include "Tovik/notices/notices.h"
 #include "Tovik/process/build_time.h"
 #include "Tovik/process/conf_file.h"
 #include "Tovik/process/daemon.h"
 #include "Tovik/process/heartbeat.h"
 #include "Tovik/process/log_stream.h"
 #include "Tovik/process/options.h"
+#include "Tovik/process/refusals.h"
 #include "Tovik/process/service_manager.h"
 #include "Tovik/process/signals.h"
 #include "Tovik/reports/management_thread.h"
@@ -62,6 +66,7 @@ bool PrintBanner() {
 
 bool AllocateServers() {
   gSendInfo = new (std::nothrow) SEND_INFO{};
+  if (gSendInfo == nullptr) TellNoStart("the management servers", ENOMEM);
   return gSendInfo != nullptr;
 }
 void FreeServers() {
@@ -77,12 +82,16 @@ bool FindAddress() {
 bool ReadConfiguration() {
   base::CopyText(m_sz_configfile, sizeof m_sz_configfile, given_options.configFile);
   if (ReadCfg() == 1) return true;
+  TellNoConfiguration(errno);
   TRACE(TRACE_ERROR, "Config Setting Read Failed.");
   return false;
 }
 
 bool ReadRecipients() {
-  if (!LoadRecipients()) return false;
+  if (!LoadRecipients()) {
+    TellNoStart("the recipients", ENOMEM);
+    return false;
+  }
   KeepRecipientTimes();
   return true;
 }
@@ -95,6 +104,12 @@ bool Detach() {
   if (!given_options.daemon) return true;
   daemonize(std::getenv("PWD"), m_sz_touch_file);
   base::MakeStandardStreamsLossy();
+  notices::LookForJournal();
+  return true;
+}
+
+bool HearPeers() {
+  alarms::HearMailServers();
   return true;
 }
 
@@ -121,7 +136,10 @@ void Stop();
 
 // From here on a stop signal is kept for the main loop, and cuts what start-up waits for.
 bool TakeSignals() {
-  if (base::StopPrepare() < 0) return false;
+  if (base::StopPrepare() < 0) {
+    TellNoStart("the stop cannot be prepared", errno);
+    return false;
+  }
   InstallSignalHandlers(Stop);
   stoppable.emplace();
   return true;
@@ -151,8 +169,10 @@ int IsRunning() {
   const sysinfo::ProcessNames processes = SpacedSnapshot();
   if (processes.Size() == 0) return 0;
   // A process may call itself "", but it is not the agent.
-  if (*m_sz_watchdog_name == '\0') return 1;
-  return CountProcesses(processes, m_sz_watchdog_name) == 1 ? 0 : 1;
+  const bool named = *m_sz_watchdog_name != '\0';
+  if (named && CountProcesses(processes, m_sz_watchdog_name) == 1) return 0;
+  TellNotAlone(processes, m_sz_watchdog_name, ::getpid());
+  return 1;
 }
 
 bool RefuseSecondInstance() {
@@ -220,6 +240,7 @@ constexpr Step STEPS[] = {
     {ReadConfiguration, nullptr},
     {ReadRecipients, ForgetRecipients},
     {Detach, nullptr},
+    {HearPeers, nullptr},
     {FindServiceManager, nullptr},
     {ChangeToProgramFolder, nullptr},
     {OpenSyslog, nullptr},
@@ -283,6 +304,7 @@ int RunAgent(int argc, char** argv) {
   base::GuardStandardDescriptors();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   base::MakeStandardStreamsLossy();
+  notices::LookForJournal();
   const int status = ParseOptions(argc, argv, &given_options);
   if (status >= 0) return status;
   for (const Step& step : STEPS) {

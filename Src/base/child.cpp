@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <string_view>
@@ -73,19 +74,27 @@ std::vector<std::string> ChildEnvironment(const std::vector<std::string>& change
 }
 
 // Returns 1 when the child has ended, or -1 with errno when the wait failed or was cut.
-int AwaitEnd(pid_t pid, int* status) {
+int AwaitEnd(pid_t pid, int* status, const Overdue* overdue) {
   const UniqueFd process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+  int64_t left = overdue == nullptr ? FOREVER : overdue->milliseconds;  // until the child is overdue
   while (true) {
+    if (left == 0) {
+      overdue->tell();
+      left = FOREVER;
+    }
     const pid_t ended = ::waitpid(pid, status, WNOHANG);
     if (ended == pid) return 1;
     if (ended < 0 && errno != EINTR) return -1;
     if (process.Valid()) {
-      if (WaitDescriptor(process.Get(), POLLIN, FOREVER) < 0) return -1;
+      const int ready = WaitDescriptor(process.Get(), POLLIN, left);
+      if (ready < 0) return -1;
+      if (ready == 0) left = 0;
     } else if (StopGraceOver()) {
       errno = ECANCELED;
       return -1;
     } else {
       ::poll(nullptr, 0, CHILD_POLL_MS);
+      if (left != FOREVER) left = std::max<int64_t>(left - CHILD_POLL_MS, 0);
     }
   }
 }
@@ -93,7 +102,7 @@ int AwaitEnd(pid_t pid, int* status) {
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& words, int stdoutFd,
-               const std::vector<std::string>& environment) {
+               const std::vector<std::string>& environment, const Overdue* overdue) {
   std::vector<std::string> wordCopy = words;
   std::vector<std::string> environmentCopy = ChildEnvironment(environment);
   SpawnPlan plan(stdoutFd);
@@ -105,11 +114,11 @@ int RunProgram(const std::vector<std::string>& words, int stdoutFd,
     return -1;
   }
   int status = 0;
-  return AwaitEnd(pid, &status) == 1 ? status : -1;
+  return AwaitEnd(pid, &status, overdue) == 1 ? status : -1;
 }
 
-int RunShell(const std::string& command) {
-  return RunProgram({"/bin/sh", "-c", command});
+int RunShell(const std::string& command, const Overdue* overdue) {
+  return RunProgram({"/bin/sh", "-c", command}, -1, {}, overdue);
 }
 
 }  // namespace base

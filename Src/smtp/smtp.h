@@ -67,6 +67,10 @@ inline constexpr size_t SMTP_TEXT_LENGTH = SIZE_MAX;
 int smtp_open(const char* server, const char* port, int connection_security, unsigned flags,
               const char* cafile, smtp_session** session);
 
+// Why smtp_open ended with status 2, in words: of the name, else of the last address tried. Valid until the
+// next call of strerror(3) on this thread.
+const char* smtp_connect_errstr(const smtp_session* session);
+
 // To look at mails beforehand: while smtp_print_instead points to one, sessions connect to nobody, smtp_mail
 // appends to text what it would send between the reply to DATA and the final dot, and the close leaves its
 // status. Null unless somebody sets it, which is for a process that mails nothing at the same time.
@@ -102,8 +106,8 @@ void smtp_address_clear_all(smtp_session* session);
 // Attach a file, the rest of an open stream (left at its end, still the caller's), or length bytes of memory
 // (SMTP_TEXT_LENGTH: a text). name is shown in the mail; it may not contain a byte below 32, 127, '\'' or
 // '"'. The data is read and encoded in the call; the session holds only the encoded text (1.4 times the
-// size). Status 10 when the file cannot be opened or read, or is a folder; 9 for a bad name (checked after
-// reading) or null data; 1 without memory.
+// size). Status 10, with errno, when the file cannot be opened or read, or is a folder; 9 for a bad name
+// (checked after reading) or null data; 1 without memory.
 int smtp_attachment_add_path(smtp_session* session, const char* name, const char* path);
 int smtp_attachment_add_fp(smtp_session* session, const char* name, FILE* stream);
 int smtp_attachment_add_mem(smtp_session* session, const char* name, const void* data, size_t length);

@@ -57,7 +57,8 @@ struct smtp_session {
   std::vector<smtp_attachment> attachments;
   int64_t readTimeout = 0;  // seconds
   int status = SMTP_SUCCESS;
-  int tls_on = 0;  // when not 0, reads return end of input and writes send nothing
+  int connectError = 0;  // errno, or negative a result of getaddrinfo(3)
+  int tls_on = 0;        // when not 0, reads return end of input and writes send nothing
   std::string cafile;
   smtp_printed* print = nullptr;  // takes the mail in place of a server
 };

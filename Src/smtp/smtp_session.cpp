@@ -1,9 +1,12 @@
 // The life of a session: open, handshake, AUTH, close.
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -52,10 +55,15 @@ smtp_printed* smtp_print_instead = nullptr;
 
 int smtp_connect(smtp_session* session, const char* server, const char* port) {
   base::AddressList addresses;
-  if (base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &addresses) == 0) {
+  session->connectError = base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &addresses);
+  if (session->connectError == EAI_SYSTEM) session->connectError = errno;
+  if (session->connectError == 0) {
     for (const addrinfo* at = addresses.get(); at != nullptr; at = at->ai_next) {
       base::UniqueFd sock = base::OpenSocket(at->ai_family, at->ai_protocol);
-      if (!sock.Valid() || base::Connect(sock.Get(), at->ai_addr, at->ai_addrlen) != 0) continue;
+      if (!sock.Valid() || base::Connect(sock.Get(), at->ai_addr, at->ai_addrlen) != 0) {
+        session->connectError = errno;
+        continue;
+      }
       // A mail ends with several small writes. They must not wait for each other's acknowledgement.
       const int on = 1;
       ::setsockopt(sock.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -64,6 +72,11 @@ int smtp_connect(smtp_session* session, const char* server, const char* port) {
     }
   }
   return smtp_status_code_set(session, SMTP_CONNECT_FAILED);
+}
+
+const char* smtp_connect_errstr(const smtp_session* session) {
+  const int error = session->connectError;
+  return error < 0 ? ::gai_strerror(error) : std::strerror(error);
 }
 
 int smtp_ehlo(smtp_session* session) {

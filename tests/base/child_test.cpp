@@ -51,6 +51,13 @@ TEST(ChildTest, AddsEntriesToTheEnvironment) {
 TEST(ChildTest, ReturnsTheStatusOrMinusOne) {
   EXPECT_EQ(WEXITSTATUS(base::RunShell("exit 7")), 7);
   EXPECT_EQ(base::RunProgram({"/nonexistent/program"}), -1);
+  // Whether or not it is overdue.
+  static int told = 0;
+  for (const int64_t limit : {1, 60'000}) {
+    const base::Overdue overdue{limit, [] { ++told; }};
+    EXPECT_EQ(WEXITSTATUS(base::RunShell("sleep 0.2; exit 7", &overdue)), 7);
+  }
+  EXPECT_EQ(told, 1);
 }
 
 }  // namespace

@@ -3,7 +3,10 @@
 #include <sstream>
 
 #include "Tovik/alarms/recipient_line.h"
+#include "Tovik/alarms/recipient_notices.h"
 #include "Tovik/alarms/recipients.h"
+#include "Tovik/notices/notice_text.h"
+#include "charset/repair.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_internal.h"
 
@@ -26,6 +29,9 @@ FUZZ_TARGET(text) {
     HOLDS(entries->At(i).address == next());
   }
   HOLDS(*entries->At(count).name == '\0' && *entries->At(-1).address == '\0');
+  const std::string shown = notices::Shown(alarms::BadLineWords(text, count % 2 == 0) + text);
+  HOLDS(shown.size() <= 300 && charset::Repaired(shown) == shown);
+  HOLDS(std::none_of(shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }));
   std::istringstream lines(text);
   smtp_session session;
   for (std::string line; std::getline(lines, line);) {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Tovik/config/config.h"
+#include "Tovik/notices/notices.h"
 #include "charset/cp949.h"
 #include "support/support.h"
 
@@ -60,6 +61,14 @@ TEST(Documents, ParserTakesTheSampleAsItReads) {
   EXPECT_STREQ(m_sz_cert_file, "");
   EXPECT_STREQ(m_webhook_server_url, "https://chat.example.com/hook");
   gSendInfo = nullptr;
+}
+
+TEST(Documents, EveryNoticeIsExplained) {
+  const std::string operating = Read("docs/operating.md");
+  for (const notices::Row& row : notices::ROWS) {
+    const std::string sentence = row.sentence;
+    EXPECT_NE(operating.find(sentence.substr(0, sentence.find('{'))), std::string::npos) << sentence;
+  }
 }
 
 TEST(Documents, ManualPageAndCompletionHaveExactlyTheOptionsOfTheProgram) {

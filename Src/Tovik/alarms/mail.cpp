@@ -1,6 +1,7 @@
 #include "Tovik/alarms/mail.h"
 
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -9,11 +10,13 @@
 #include <optional>
 #include <utility>
 
+#include "Tovik/alarms/delivery_notices.h"
 #include "Tovik/alarms/enclosure.h"
 #include "Tovik/alarms/mail_body.h"
 #include "Tovik/alarms/mail_by_url.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/config/config.h"
+#include "Tovik/notices/notices.h"
 #include "Tovik/trace.h"
 #include "smtp/smtp.h"
 
@@ -33,18 +36,20 @@ void AddAddresses(smtp_session* session, const EMAIL_LIST& lists) {
   AddRecipients(session, SMTP_ADDRESS_BCC, lists.blind_count, lists.blinds.get());
 }
 
-void Attach(smtp_session* session, const char* path) {
+// Returns errno of a file that could not be read, else 0.
+int Attach(smtp_session* session, const char* path) {
   const char* const slash = std::strrchr(path, '/');
-  smtp_attachment_add_path(session, slash == nullptr ? path : slash + 1, path);
+  const int before = smtp_status_code_get(session);
+  const int status = smtp_attachment_add_path(session, slash == nullptr ? path : slash + 1, path);
+  const int error = errno;
+  return status == SMTP_FILE_FAILED && before == SMTP_SUCCESS ? error : 0;
 }
 
-// What a mail carries: a file that was read already, or one that the session is to read.
-void AddFile(smtp_session* session, const char* path, const alarms::Enclosure* enclosure) {
-  if (enclosure != nullptr) {
-    smtp_attachment_add_mem(session, enclosure->name.c_str(), enclosure->content.get(), enclosure->size);
-  } else if (path != nullptr) {
-    Attach(session, path);
-  }
+// What a mail carries: a file that was read already, or one that the session is to read. As Attach.
+int AddFile(smtp_session* session, const char* path, const alarms::Enclosure* enclosure) {
+  if (enclosure == nullptr) return path == nullptr ? 0 : Attach(session, path);
+  smtp_attachment_add_mem(session, enclosure->name.c_str(), enclosure->content.get(), enclosure->size);
+  return 0;
 }
 
 // The title as it is; where no text may lose the mail, without what a header cannot hold.
@@ -54,18 +59,30 @@ std::string Subject(std::string title) {
   return title;
 }
 
+// Why a session lost the mail, in words; empty when it did not.
+std::string SessionFailure(const Alarm& alarm, int status, const std::string& unreached, int fileError) {
+  if (status == SMTP_SUCCESS) return {};
+  if (fileError != 0) return alarms::FileWords(alarm.attachment, fileError);
+  const std::string words = smtp_status_code_errstr(status);
+  return status == SMTP_CONNECT_FAILED ? words + ": " + unreached : words;
+}
+
 // No result is looked at on the way: the session's status is sticky, and the close returns it.
 int Send(const Alarm& alarm, const char* body, const alarms::Enclosure* enclosure) {
   const std::shared_ptr<const EMAIL_LIST> lists = gEmailLists.Get();
+  const alarms::MailHearing hearing;
   smtp_session* session = nullptr;
   smtp_open(m_stmp_server_url, m_smtp_server_port, static_cast<int>(m_stmp_connection_security),
             static_cast<unsigned>(m_stmp_flags), nullptr, &session);
+  const std::string unreached = notices::On() ? smtp_connect_errstr(session) : "";
   smtp_auth(session, static_cast<int>(m_stmp_auth), m_stmp_auth_id, m_stmp_auth_password);
   AddAddresses(session, *lists);
   smtp_header_add(session, "Subject", Subject(alarm.title).c_str());
-  AddFile(session, alarm.attachment, enclosure);
+  const int fileError = AddFile(session, alarm.attachment, enclosure);
   smtp_mail(session, body);
   const int status = smtp_close(session);
+  if (notices::On())
+    alarms::TellMail(alarm, SessionFailure(alarm, status, unreached, fileError), hearing.Dialogue());
   if (status == 0) return 1;
   std::fprintf(stderr, "smtp failed: %s\n", smtp_status_code_errstr(status));
   return -1;
@@ -94,10 +111,12 @@ bool Enclose(Alarm* alarm, std::optional<alarms::Enclosure>* enclosure) {
     *enclosure = std::move(read);
   } else if (m_mail_skip_bad != 0) {
     TRACE(TRACE_WARN, "Mail without %s: %s", path, std::strerror(read.error));
+    alarms::TellMailWithoutFile(path, read.error);
     alarm->message += "\n" + alarms::LeftOutSentence(read, m_text_repair == 0);
     alarm->attachment = nullptr;
   } else {
     std::fprintf(stderr, "smtp failed: %s\n", smtp_status_code_errstr(SMTP_FILE_FAILED));
+    alarms::TellMailLost(*alarm, alarms::FileWords(path, read.error));
   }
   return read.error == 0 || m_mail_skip_bad != 0;
 }
@@ -109,6 +128,7 @@ int ComposeAndSend(Alarm alarm) {
   const base::UniqueText body = alarms::MailBody(alarm, std::time(nullptr), &reason);
   if (body == nullptr) {
     TRACE(TRACE_ERROR, "Mail lost: %s, kind %u: %s", alarm.title.c_str(), alarm.kind, reason);
+    alarms::TellMailLost(alarm, reason);
     return -1;
   }
   const alarms::Enclosure* const enclosure = file ? &*file : nullptr;

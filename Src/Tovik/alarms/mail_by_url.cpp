@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "Tovik/alarms/delivery_notices.h"
 #include "Tovik/alarms/mail_dialogue.h"
 #include "Tovik/alarms/mail_head.h"
 #include "Tovik/alarms/recipient_line.h"
@@ -209,24 +210,28 @@ void SetCallbacks(CURL* handle, Delivery* delivery) {
 
 // --- What came of it
 
-int Fail(const std::string& what) {
+int Fail(const Alarm& alarm, const std::string& what) {
   std::fprintf(stderr, "smtp failed: %s\n", what.c_str());
+  TellMailLost(alarm, WithoutSecrets(what));
   return -1;
 }
 
-int Conclude(CURLcode code, const char* details, const MailDialogue& dialogue) {
+int Conclude(const Alarm& alarm, CURLcode code, const char* details, const MailDialogue& dialogue) {
   for (const std::string& refused : dialogue.RefusedRecipients())
     std::fprintf(stderr, "smtp refused: %s\n", refused.c_str());
-  if (code == CURLE_OK || dialogue.Accepted()) return 1;
+  if (code == CURLE_OK || dialogue.Accepted()) {
+    TellMail(alarm, "", dialogue);
+    return 1;
+  }
   std::string what = charset::OneLine(*details != '\0' ? details : curl_easy_strerror(code), WORDS);
   if (!dialogue.Refusal().empty()) what += "; " + dialogue.Refusal();
   if (code == CURLE_OPERATION_TIMEDOUT) what += "; waiting at " + dialogue.Step();
-  return Fail(what);
+  return Fail(alarm, what);
 }
 
 int Deliver(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
   const Recipients recipients = TakeAll(*gEmailLists.Get());
-  if (recipients.all.Get() == nullptr) return Fail("no recipients");
+  if (recipients.all.Get() == nullptr) return Fail(alarm, "no recipients");
   const TextList headers = Headers(alarm, recipients);
   TextList disposition;
   Delivery delivery;
@@ -234,10 +239,10 @@ int Deliver(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
   std::array<char, CURL_ERROR_SIZE> details{};
   UniqueMime mime;  // outlives the handle
   const UniqueCurl handle(curl_easy_init());
-  if (handle == nullptr) return Fail(smtp_status_code_errstr(SMTP_NO_MEMORY));
+  if (handle == nullptr) return Fail(alarm, smtp_status_code_errstr(SMTP_NO_MEMORY));
   mime.reset(curl_mime_init(handle.get()));
   const CURLcode composed = AddParts(mime.get(), body, enclosure, &disposition);
-  if (composed != CURLE_OK) return Fail(curl_easy_strerror(composed));
+  if (composed != CURLE_OK) return Fail(alarm, curl_easy_strerror(composed));
   SetServer(handle.get());
   SetCallbacks(handle.get(), &delivery);
   curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, details.data());
@@ -246,7 +251,7 @@ int Deliver(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
   curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.Get());
   curl_easy_setopt(handle.get(), CURLOPT_MIMEPOST, mime.get());
   const CURLcode code = Transfer(handle.get());
-  return Conclude(code, details.data(), delivery.dialogue);
+  return Conclude(alarm, code, details.data(), delivery.dialogue);
 }
 
 }  // namespace
@@ -254,7 +259,7 @@ int Deliver(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
 int MailByUrl(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
   const bool sender_fits = *m_send_email == '\0' || RecipientFault("", m_send_email) == nullptr;
   const bool method_fits = m_stmp_auth >= SMTP_METHOD_NONE && m_stmp_auth <= SMTP_METHOD_LOGIN;
-  if (!sender_fits || !method_fits) return Fail(smtp_status_code_errstr(SMTP_INVALID));
+  if (!sender_fits || !method_fits) return Fail(alarm, smtp_status_code_errstr(SMTP_INVALID));
   return Deliver(alarm, body, enclosure);
 }
 

@@ -41,6 +41,10 @@ std::string MailDialogue::Received(std::string_view line) {
   return charset::OneLine(line, SHOWN);
 }
 
+bool MailDialogue::InContent() const {
+  return step_ == MESSAGE;
+}
+
 void MailDialogue::Conclude(int code) {
   const std::string words = charset::OneLine(words_, SHOWN);
   words_.clear();

@@ -22,6 +22,8 @@ class MailDialogue {
   const std::string& Refusal() const { return refusal_; }
   // What is under way: "the greeting", "EHLO", "RCPT <lee@example.com>", "the message".
   const std::string& Step() const { return step_; }
+  // Whether that is the message, whose lines are no commands.
+  bool InContent() const;
 
  private:
   void Conclude(int code);

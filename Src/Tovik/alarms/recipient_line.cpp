@@ -39,6 +39,16 @@ const char* RecipientFault(std::string_view name, std::string_view address) {
   return nullptr;
 }
 
+const char* WordLineFault(std::string_view line, bool ended) {
+  const std::vector<std::string_view> words = WordsOf(line);
+  if (words.empty()) return ended ? "it is blank: each mail gets a recipient without an address" : nullptr;
+  if (!ended) return "it has no line end and is not read";
+  if (words.size() != 2) return "it is not one name and one address: it and all behind it are misread";
+  const char* const fault = RecipientFault(words[0], words[1]);
+  return fault == nullptr ? nullptr
+                          : "a quote, a bracket, a control character or too long: no mail is sent at all";
+}
+
 RecipientLine ParseRecipient(std::string_view line) {
   std::vector<std::string_view> words = WordsOf(line);
   RecipientLine parsed;

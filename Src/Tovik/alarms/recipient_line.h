@@ -26,6 +26,10 @@ struct RecipientLine {
 // blanks. A single word is an address when it holds a "@".
 RecipientLine ParseRecipient(std::string_view line);
 
+// Why a list that is read by the word, by turns name and address, cannot use a line of its file, or what
+// follows from it; null when it can. ended: a line end follows.
+const char* WordLineFault(std::string_view line, bool ended);
+
 }  // namespace alarms
 
 #endif

@@ -10,6 +10,7 @@
 #include <new>
 
 #include "Tovik/alarms/recipient_line.h"
+#include "Tovik/alarms/recipient_notices.h"
 #include "Tovik/config/config.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
@@ -131,6 +132,7 @@ int GetEMailList(const char* receiver_path, const char* reference_path, const ch
   try {
     const EMAIL_LIST list = ReadLists(receiver_path, reference_path, blind_path);
     TellLeftOut(list, *gEmailLists.Get());
+    for (const char* path : {receiver_path, reference_path, blind_path}) alarms::TellBadRecipients(path);
     gEmailLists.Set(list);
     TRACE(TRACE_INFO, "Receiver Cnt [ %" PRId64 " ] Reference Cnt [ %" PRId64 " ] Blind Cnt [ %" PRId64 " ]",
           list.receiver_count, list.reference_count, list.blind_count);

@@ -1,6 +1,7 @@
 #include "Tovik/alarms/webhook_post.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <new>
 
 namespace alarms {
@@ -19,9 +20,12 @@ size_t Take(const char* data, size_t, size_t size, void* user) try {
   taker->taken += size;
   std::string& body = taker->answer->body;
   body.append(data, std::min(size, KEPT - body.size()));
+  if (taker->answer->printed) return std::fwrite(data, 1, size, stdout);
   return taker->taken <= TAKEN ? size : 0;
 } catch (const std::bad_alloc&) {
-  return 0;
+  // Without memory for its words an answer is printed all the same.
+  const bool printed = static_cast<Taker*>(user)->answer->printed;
+  return printed ? std::fwrite(data, 1, size, stdout) : 0;
 }
 
 }  // namespace

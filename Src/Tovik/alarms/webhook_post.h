@@ -11,7 +11,8 @@ namespace alarms {
 // What the service said to a post.
 struct Answer {
   long status = 0;
-  std::string body;  // its beginning
+  std::string body;      // its beginning
+  bool printed = false;  // asked for: all of it goes to standard output, too
 };
 
 // Called before and behind each transfer, by whoever wants to hear the service. Null unless somebody sets
@@ -23,8 +24,8 @@ struct PostWatch {
 extern PostWatch postWatch;
 
 // POSTs body, announced as application/json, to url with a fresh handle, and gives up after so many seconds
-// (0: as libcurl does). The answer's body goes to *answer where there is one, else to standard output.
-// CURLE_ABORTED_BY_CALLBACK when a stop cut it.
+// (0: as libcurl does). The answer's body goes to *answer where there is one; without, or when *answer asks
+// for it, to standard output. CURLE_ABORTED_BY_CALLBACK when a stop cut it.
 CURLcode PostJson(CURL* handle, const char* url, const char* body, long seconds, Answer* answer);
 
 }  // namespace alarms

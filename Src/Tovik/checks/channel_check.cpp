@@ -1,23 +1,36 @@
 #include "Tovik/checks/channel_check.h"
 
+#include <algorithm>
 #include <new>
+#include <string>
 
 #include "DIOSVC/report_types.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
+#include "Tovik/notices/notices.h"
 #include "Tovik/reports/report_mailbox.h"
 #include "base/stop.h"
 
 namespace {
 
 constexpr int64_t RETRY_SECONDS = 2;
+constexpr int FAILURES_TOLD = 30;  // in a row: an engine takes its time to come up
 
 bool asked = false;  // the main thread's first query is over
+
+void TellUnwatched(const char* when) {
+  if (!notices::On() || base::StopSignalPending()) return;
+  notices::Tell<notices::Notice::CHANNELS_UNWATCHED>(std::to_string(m_PROC_PORT), when);
+}
 
 }  // namespace
 
 void ChannelCycle() {
-  if (SHM_OPEN() != 1) {
+  static int failures = 0;
+  const bool answered = SHM_OPEN() == 1;
+  failures = answered ? 0 : std::min(failures + 1, FAILURES_TOLD);
+  if (!answered) {
+    if (failures == FAILURES_TOLD) TellUnwatched("30 times in a row");
     base::SleepSeconds(RETRY_SECONDS);
     return;
   }
@@ -33,6 +46,8 @@ void AskForChannels() {
     // Without memory for its record an engine has not answered.
   }
   asked = true;
+  if (!ChannelsAreWatched())
+    TellUnwatched("when the agent started; restart it beside a living engine, or set CHANNEL_RETRY 1");
 }
 
 bool ChannelsAreWatched() {

@@ -6,6 +6,7 @@
 #include <new>
 #include <string>
 
+#include "Tovik/checks/engine_notices.h"
 #include "Tovik/checks/process_search.h"
 #include "Tovik/checks/standing.h"
 #include "Tovik/checks/thresholds.h"
@@ -38,6 +39,7 @@ int proc_run_func(const char* name) {
   TRACE(TRACE_INFO, "match inputProcessName [ %s ] systemProcessName [ %s ] systemProcessID [ %d ]", name,
         name, result.pid);
   TRACE(TRACE_INFO, "g_shm_open_flag = %d", g_shm_open_flag.load());
+  TellEngineFound(name, result.pid);
   CheckThresholds(name, result.pid);
   return 1;
 }
@@ -45,8 +47,11 @@ int proc_run_func(const char* name) {
 void StartEngine() {
   const std::string command = base::Format("\"%s\" %s", m_sz_shell_file, m_sz_shell_method);
   TRACE(TRACE_INFO, "process exec [ %s ]", command.c_str());
-  if (base::RunShell(command) >= 0) return;
+  const ScriptRun run;
+  const int status = base::RunShell(command, run.Limit());
   const int error = errno;
+  run.TellEnd(status, error);
+  if (status >= 0) return;
   // A script that the stop no longer waits for was started all the same.
   if (error == ECANCELED) return;
   TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", error, std::strerror(error));
@@ -60,6 +65,7 @@ int Tick(const char* name) {
   if (running == 1) return 0;
   TRACE(TRACE_INFO, "proc_run_func [ %d ] ProcessID [ %d ]", running, m_pid);
   TRACE(TRACE_INFO, "%s process start.", name);
+  TellEngineMissing(name);
   const std::string message = RestartMessage(name);
   Raise({Finding::ENGINE_DEAD, name, message.c_str(), m_sz_cfg_file});
   StartEngine();

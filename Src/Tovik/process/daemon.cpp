@@ -5,11 +5,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "Tovik/process/refusals.h"
 #include "base/format.h"
 #include "base/owners.h"
 #include "base/standard_descriptors.h"
@@ -38,7 +40,10 @@ void InstallEarlyHandler() {
 
 void Detach() {
   const pid_t child = fork();
-  if (child < 0) std::_Exit(1);
+  if (child < 0) {
+    TellNoStart("the daemon's process", errno);
+    std::_Exit(1);
+  }
   if (child > 0) {
     std::fflush(nullptr);
     std::_Exit(0);

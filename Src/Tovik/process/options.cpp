@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "Tovik/notices/notices.h"
 #include "Tovik/process/conf_file.h"
 
 const char* app_name = "";
@@ -42,6 +43,8 @@ int ParseOptions(int argc, char** argv, Options* options) {
         print_help();
         return 0;
       default:
+        // Which one has just been told on standard error.
+        notices::Tell<notices::Notice::NO_START>("an option is unknown or lacks its argument");
         print_help();
         return 1;
     }

@@ -8,6 +8,7 @@
 #include "DIOSVC/report_types.h"
 #include "Tovik/config/config.h"
 #include "Tovik/exit_flag.h"
+#include "Tovik/process/refusals.h"
 #include "Tovik/reports/report_mailbox.h"
 #include "Tovik/reports/report_senders.h"
 #include "Tovik/trace.h"
@@ -51,6 +52,7 @@ void Serve(int64_t messageId) {
 bool StartManageThread() {
   if (hManageThread.Start(send_svc_manage_thread, nullptr) == 0) return true;
   const int error = errno;
+  TellNoStart("a thread", error);
   TRACE(TRACE_ERROR, "Create send_svc_manage_thread fail..Errcode [ %d ]", error);
   return false;
 }

@@ -1,15 +1,22 @@
 #include "Tovik/reports/report_senders.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "DIOSVC/CDIOSVC.h"
 #include "DIOSVC/report_types.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
+#include "Tovik/notices/notices.h"
 #include "Tovik/reports/report_mailbox.h"
 #include "Tovik/trace.h"
+#include "base/format.h"
 
 std::atomic<int32_t> gCpuUsage{0};
 std::atomic<int32_t> gMemUsage{0};
@@ -22,6 +29,21 @@ constexpr std::array<ReportSender, 3> SENDERS = {{
     {REPORT_RESOURCE_USAGE, send_resouce_info_thread, "SEND_RESOURCE_USAGE", "RESOURCE_INFO_SEND_START"},
 }};
 
+std::string FailureWords(const SvcFailure& failure, const char* address) {
+  std::string words = failure.what;
+  if (::inet_addr(address) == INADDR_NONE) words += "; the address is no dotted IPv4 address";
+  if (failure.error != 0) words += std::string(": ") + std::strerror(failure.error);
+  if (failure.reply[0] != '\0') words += std::string(": \"") + failure.reply.data() + '"';
+  return words;
+}
+
+// A stop that cuts a report is no failure of the server's.
+void TellLost(const SVC_SERVER& entry, const SvcFailure& failure) {
+  if (!notices::On() || failure.error == ECANCELED) return;
+  const std::string server = base::Format("%s:%lld", entry.address, static_cast<long long>(entry.port));
+  notices::Tell<notices::Notice::REPORT_LOST>(server, FailureWords(failure, entry.address));
+}
+
 // Connects to the server and lets deliver hand over the report.
 template <typename Deliver>
 void* Send(void* argument, Deliver deliver) {
@@ -32,6 +54,7 @@ void* Send(void* argument, Deliver deliver) {
     const long connected = service.initialize_svc(entry.index, entry.address, entry.port, m_txt_save,
                                                   m_sz_txt_path, m_log_level);
     if (connected == 1) result = deliver(service);
+    if (result != 1) TellLost(entry, service.LastFailure());
   } catch (const std::bad_alloc&) {
     TRACE(TRACE_ERROR, "no memory for the report to %s", entry.address);
   }

@@ -8,6 +8,7 @@
 
 #include "Tovik/checks/standing.h"
 #include "Tovik/engine/channel_status.h"
+#include "Tovik/process/refusals.h"
 #include "Tovik/process/service_manager.h"
 #include "Tovik/timers/timers.h"
 #include "Tovik/trace.h"
@@ -77,6 +78,7 @@ bool StartLifeline() {
   TellServiceManager("READY=1");
   if (thread.Start(KeepTelling, nullptr) == 0) return true;
   const int error = errno;
+  TellNoStart("a thread", error);
   TRACE(TRACE_ERROR, "Create lifeline thread fail..Errcode [ %d ]", error);
   return false;
 }

@@ -17,6 +17,7 @@
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/exit_flag.h"
+#include "Tovik/process/refusals.h"
 #include "Tovik/process/service_manager.h"
 #include "Tovik/timers/timer_budgets.h"
 #include "Tovik/trace.h"
@@ -77,8 +78,14 @@ void RunCycle(void (*cycle)()) {
 
 bool StartTimer(const Timer& timer, base::Thread& thread) {
   auto* const id = const_cast<uint32_t*>(&timer.id);
-  if (timer.ready() && thread.Start(send_timer, id) == 0) return true;
+  const bool ready = timer.ready();
+  if (ready && thread.Start(send_timer, id) == 0) return true;
   const int error = errno;
+  if (ready) {
+    TellNoStart("a thread", error);
+  } else {
+    TellNoTimeOfDay();  // the only thing that a timer may lack
+  }
   TRACE(TRACE_ERROR, "Create %s send_timer fail..Errcode [ %d ]", timer.name, error);
   return false;
 }

@@ -1,0 +1,122 @@
+#include "Tovik/alarms/delivery_notices.h"
+
+#include <cstring>
+#include <new>
+
+#include "Tovik/config/config.h"
+#include "Tovik/notices/notices.h"
+#include "base/owners.h"
+#include "base/stop.h"
+#include "smtp/smtp.h"
+#include "smtp/smtp_base64.h"
+
+namespace alarms {
+namespace {
+
+using notices::Notice;
+
+thread_local MailDialogue* heard = nullptr;
+
+// The content of a mail is no command: it ends with the reply behind it.
+void Hear(const char* who, std::string_view text) try {
+  if (heard == nullptr) return;
+  if (*who == 'S') {
+    heard->Received(text);
+  } else if (!heard->InContent()) {
+    heard->Sent(text);
+  }
+} catch (const std::bad_alloc&) {
+  // A word less to tell.
+}
+
+// An exchange that a stop has cut is nobody's failure.
+bool Silent() {
+  return !notices::On() || base::StopGraceOver();
+}
+
+std::string MailServer() {
+  if (*m_mail_url != '\0') return m_mail_url;
+  return std::string(m_stmp_server_url) + ":" + m_smtp_server_port;
+}
+
+std::string RefusedWords(const MailDialogue& dialogue) {
+  std::string words;
+  for (const std::string& refused : dialogue.RefusedRecipients())
+    words += (words.empty() ? "" : "; ") + refused;
+  return words;
+}
+
+void Hide(const std::string& secret, std::string* text) {
+  for (size_t at = 0; !secret.empty() && (at = text->find(secret, at)) != std::string::npos; at += 3)
+    text->replace(at, secret.size(), "***");
+}
+
+std::string Encoded(const std::string& secret) {
+  const base::UniqueText encoded(smtp_base64_encode(secret.data(), secret.size()));
+  return encoded == nullptr ? "" : encoded.get();
+}
+
+}  // namespace
+
+void HearMailServers() {
+  if (notices::On()) smtp_overhear = Hear;
+}
+
+MailHearing::MailHearing() {
+  if (notices::On()) heard = &dialogue_;
+}
+
+MailHearing::~MailHearing() {
+  heard = nullptr;
+}
+
+void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue& dialogue) {
+  if (Silent()) return;
+  const std::string refused = RefusedWords(dialogue);
+  if (failure.empty()) {
+    if (!refused.empty()) notices::Tell<Notice::MAIL_REFUSED>(MailServer(), WithoutSecrets(refused));
+    return;
+  }
+  std::string words = failure;
+  for (const std::string& more : {dialogue.Refusal(), refused})
+    if (!more.empty()) words += "; " + more;
+  TellMailLost(alarm, WithoutSecrets(words));
+}
+
+void TellMailLost(const Alarm& alarm, const std::string& why) {
+  if (!Silent()) notices::Tell<Notice::MAIL_LOST>(alarm.title, MailServer(), why);
+}
+
+void TellMailWithoutFile(const char* path, int error) {
+  if (!Silent()) notices::Tell<Notice::MAIL_WITHOUT_FILE>(FileWords(path, error));
+}
+
+void TellPostLost(const Alarm& alarm, const std::string& why) {
+  if (!Silent()) notices::Tell<Notice::POST_LOST>(alarm.title, WithoutPath(m_webhook_server_url), why);
+}
+
+std::string FileWords(const char* path, int error) {
+  const char* const key = std::strcmp(path, m_sz_cfg_file) == 0 ? " (CFG_FILE)" : "";
+  return std::string("the file ") + path + key + " cannot be read: " + std::strerror(error);
+}
+
+std::string WithoutPath(std::string_view url) {
+  const size_t scheme = url.find("://");
+  const size_t host = scheme == std::string_view::npos ? 0 : scheme + 3;
+  const std::string_view authority = url.substr(host, url.find_first_of("/?#\\", host) - host);
+  const size_t at = authority.rfind('@');
+  const std::string_view named = at == std::string_view::npos ? authority : authority.substr(at + 1);
+  return std::string(url.substr(0, host)).append(named);
+}
+
+std::string WithoutSecrets(std::string text) {
+  const std::string password = m_stmp_auth_password;
+  if (password.empty()) return text;
+  const std::string user = m_stmp_auth_id;
+  Hide(Encoded(std::string(1, '\0') + user + '\0' + password), &text);
+  Hide(Encoded(password), &text);
+  Hide(password, &text);
+  return text;
+}
+
+}  // namespace alarms

@@ -1,0 +1,48 @@
+// What mail and webhook tell the administrator (notices/notices.h) of alarms that did not get to everybody.
+// Without a journal nothing here does anything.
+#ifndef TOVIK_ALARMS_DELIVERY_NOTICES_H
+#define TOVIK_ALARMS_DELIVERY_NOTICES_H
+
+#include <string>
+#include <string_view>
+
+#include "Tovik/alarms/alarm.h"
+#include "Tovik/alarms/mail_dialogue.h"
+
+namespace alarms {
+
+// Lets the dialogues of the own mail client be heard. Once, before the first thread.
+void HearMailServers();
+
+// While it lives, what the own mail client exchanges on this thread is followed.
+class MailHearing {
+ public:
+  MailHearing();
+  ~MailHearing();
+  MailHearing(const MailHearing&) = delete;
+  MailHearing& operator=(const MailHearing&) = delete;
+  const MailDialogue& Dialogue() const { return dialogue_; }
+
+ private:
+  MailDialogue dialogue_;
+};
+
+// A mail is over. failure: why it was lost, without the server's words; empty when the server took it.
+void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue& dialogue);
+// A mail was lost before a server was asked.
+void TellMailLost(const Alarm& alarm, const std::string& why);
+// A mail went out without its file.
+void TellMailWithoutFile(const char* path, int error);
+// A post was lost. The path of the address is not shown.
+void TellPostLost(const Alarm& alarm, const std::string& why);
+
+// "the file /x (CFG_FILE) cannot be read: Permission denied".
+std::string FileWords(const char* path, int error);
+// Scheme, host and port of an address: what may be shown of a webhook's.
+std::string WithoutPath(std::string_view url);
+// A text without the password of the mail server and what AUTH sends, as "***".
+std::string WithoutSecrets(std::string text);
+
+}  // namespace alarms
+
+#endif
