@@ -16,6 +16,7 @@
 #include <optional>
 #include <utility>
 
+#include "ctl/accept_queue.h"
 #include "ctl/agent_config.h"
 #include "ctl/claim.h"
 #include "ctl/clock.h"
@@ -26,7 +27,6 @@
 #include "ctl/restart_state.h"
 #include "ctl/start_record.h"
 #include "ctl/start_watch.h"
-#include "sysinfo/listening_port.h"
 
 namespace ctl {
 namespace {
@@ -170,14 +170,14 @@ class Helper {
   // The starter's end of the channel is closed before it would have given up waiting: nothing is started.
   bool WasKilled() const {
     pollfd end = {channel_, 0, 0};
-    return ::poll(&end, 1, 0) == 1 && BootMilliseconds() - now_.boot_ms < HELPER_LIMIT_MS - SLACK_MS;
+    return ::poll(&end, 1, 0) == 1 && BootMilliseconds() - begin_ms_ < HELPER_LIMIT_MS - SLACK_MS;
   }
 
   void LeaveWatch(const AppendedLine& line, const StartRow& before) {
-    sysinfo::ListeningPort port;
     const bool named = config_->port > 0 && config_->port <= UINT16_MAX;
-    if (named) sysinfo::ReadListeningPort(static_cast<uint16_t>(config_->port), &port);
-    WatchPlan watch{*config_, line, std::move(starter_), named && !port.listening, now_.boot_ms, before};
+    const auto port = named ? ReadAcceptQueue(static_cast<uint16_t>(config_->port)) : std::nullopt;
+    const bool listens = port && port->listening;
+    WatchPlan watch{*config_, line, std::move(starter_), named && !listens, now_.boot_ms, before};
     if (::fork() == 0) RunStartWatch(*folder_, std::move(watch), channel_);
   }
 
@@ -189,6 +189,7 @@ class Helper {
   const StartPlan& plan_;
   int channel_;
   base::UniqueFd starter_;
+  const int64_t begin_ms_ = BootMilliseconds();
   Moment now_ = Now();
   std::string complaint_;
   std::optional<AgentConfig> config_;
