@@ -56,7 +56,6 @@ class Helper {
     }
     folder_ = RecordFolder::Open(*config_, RecordFolder::For::WRITING, &complaint_);
     if (!folder_) Complain("no record: " + complaint_ + ALL_THE_SAME);
-    if (folder_) state_ = ReadState(*folder_);
     if (const auto hold = WhyHeld()) return Held(*hold);
     Start();
   }
@@ -64,6 +63,9 @@ class Helper {
  private:
   std::optional<Hold> WhyHeld() {
     if (auto hold = AnotherStart()) return hold;
+    // From here on no other start is under way: what the last one left is complete, and not younger than now.
+    now_ = Now();
+    if (folder_) state_ = ReadState(*folder_);
     if (auto hold = Paused()) return hold;
     if (auto hold = EngineIsBack()) return hold;
     return BackOff();
@@ -73,7 +75,7 @@ class Helper {
     const auto starter = ReadProcess(plan_.starter);
     if (!folder_ || !starter) return std::nullopt;
     const Claim ours = {starter->pid, starter->start, now_.boot_ms, now_.boot_id};
-    switch (TakeClaim(*folder_, ours, now_, &complaint_)) {
+    switch (TakeClaim(*folder_, ours, &complaint_)) {
       case Claimed::OURS:
         break;
       case Claimed::ANOTHERS:
