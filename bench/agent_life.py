@@ -210,6 +210,34 @@ def measure_memory(options):
         return figures
 
 
+def one_run(options, keys):
+    """CPU and memory of so many ticks of an agent that has these keys too, and every check and channel."""
+    with Stage(options.build, period=1) as stage:
+        receivers = Receivers(stage)
+        stage.configure({**receivers.keys, "ASR_PORT": receivers.port("engine_peer.py"), "HANG_SAVE": 1, "HANG_TIME": 60,
+                         "RESULT_CHECK": 1, "RESULT_TIME": "00:00"})
+        stage.configure({key: value.format(mail=stage.keys["SMTP_SERVER_PORT"]) for key, value in keys.items()})
+        stage.start_engine()
+        agent = stage.start_agent(LD_PRELOAD=str(options.build / "libfast_clock.so"))
+        wait_for(lambda: len(stage.ticks()) >= 5, "the ticks")
+        before, first = cpu_seconds(agent.pid), len(stage.ticks())
+        wait_for(lambda: time.sleep(0.2) or len(stage.ticks()) >= first + options.ticks, "the ticks", 3600)
+        used = (cpu_seconds(agent.pid) - before) / (len(stage.ticks()) - first)
+        samples = [time.sleep(0.007) or memory(agent.pid)["private"] for _ in range(40)]
+        return {"cpu": used * 100, "private": min(samples), "frames": receivers.frames.read_text().count("\n")}
+
+
+def measure_keys(options):
+    """The same agent without and with all keys that answer its own faults, in turns (see fast_clock.cpp)."""
+    keys = dict(word.split("=") for word in (
+        "CHANNEL_RETRY=1 HANG_ALARM=3 HANG_QUEUE=16 REPORT_QUEUE=32 TEXT_REPAIR=1 MAIL_SKIP_BAD=1 MAIL_TLS=1 MAIL_TIMEOUT=60"
+        " MAIL_URL=smtp://127.0.0.1:{mail} WEBHOOK_TIMEOUT=30 WEBHOOK_STRICT=1 WEBHOOK_CARD=1 MEM_OVER_PERCENT=90"
+        " ZOMBIE_DEAD=1 RESULT_CATCH_UP=1").split())
+    runs = [(one_run(options, {}), one_run(options, keys)) for _ in range(options.rounds)]
+    return {side: {figure: statistics.median(run[at][figure] for run in runs) for figure in runs[0][0]}
+            for at, side in enumerate(("off", "on"))}
+
+
 def measure_walk(options):
     """Microseconds of CPU for each process of the table: the bare walk, the agent's, and those of others."""
     report = subprocess.run([options.build / "sysinfo_bench", "--benchmark_filter=SnapshotOverWalk/0/",

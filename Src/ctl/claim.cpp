@@ -49,7 +49,7 @@ bool ClaimHolds(const Claim& claim, const Moment& now, const std::optional<Proce
   return !process->Zombie() && process->state != 'T' && process->state != 't';
 }
 
-Claimed TakeClaim(const RecordFolder& folder, const Claim& ours, const Moment& now, std::string* complaint) {
+Claimed TakeClaim(const RecordFolder& folder, const Claim& ours, std::string* complaint) {
   const base::UniqueFd file = folder.OpenFile(LOCK_FILE, O_RDWR | O_CREAT);
   const auto failed = [&] {
     *complaint = folder.Path() + "/" + LOCK_FILE + ": " + std::strerror(errno);
@@ -59,7 +59,8 @@ Claimed TakeClaim(const RecordFolder& folder, const Claim& ours, const Moment& n
   const bool locked = RecordFolder::LockFile(file.Get());
   const int error = errno;
   const auto there = ParseClaim(ReadDescriptor(file.Get(), TEXT_LIMIT).value_or(""));
-  if (there && there->pid != ours.pid && ClaimHolds(*there, now, ReadProcess(there->pid)))
+  // The moment is that of the look: whoever was faster to the lock may have begun later.
+  if (there && there->pid != ours.pid && ClaimHolds(*there, Now(), ReadProcess(there->pid)))
     return Claimed::ANOTHERS;
   if (!locked) {
     errno = error;

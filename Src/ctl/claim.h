@@ -31,7 +31,7 @@ bool ClaimHolds(const Claim& claim, const Moment& now, const std::optional<Proce
 enum class Claimed { OURS, ANOTHERS, UNSURE };
 // Takes the claim for a process, unless another's holds. UNSURE, with what is wrong, when that could not be
 // settled within a fifth of a second or the claim could not be written: nothing keeps two starts apart then.
-Claimed TakeClaim(const RecordFolder& folder, const Claim& ours, const Moment& now, std::string* complaint);
+Claimed TakeClaim(const RecordFolder& folder, const Claim& ours, std::string* complaint);
 
 }  // namespace ctl
 

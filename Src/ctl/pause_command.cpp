@@ -16,8 +16,6 @@
 #include "ctl/json_fields.h"
 #include "ctl/output.h"
 #include "ctl/pause.h"
-#include "ctl/running_agent.h"
-#include "ctl/small_file.h"
 #include "ctl/text.h"
 
 namespace ctl {
@@ -51,16 +49,6 @@ int CannotWrite(const RecordFolder& folder) {
                 CANNOT_TELL);
 }
 
-// A folder that root makes for it must be the agent's, or the agent's starts would not see the pause.
-void MakeFolderForAgent(const AgentConfig& config) {
-  const auto agents = FindAgents();
-  struct stat process {};
-  if (::geteuid() != 0 || agents.empty()) return;
-  if (::stat(ProcFile(agents[0].process.pid).c_str(), &process) != 0) return;
-  if (::mkdir(config.record_folder.c_str(), 0750) != 0) return;
-  [[maybe_unused]] const int given = ::chown(config.record_folder.c_str(), process.st_uid, process.st_gid);
-}
-
 int RunPause(const Call& call) {
   const std::string* reason = call.Value("reason");
   const auto seconds = call.operands.size() == 1 ? ParseDuration(call.operands[0]) : std::nullopt;
@@ -75,7 +63,6 @@ int RunPause(const Call& call) {
     return Refuse("nothing would be held: SHELL_FILE in " + Shown(config->file) +
                       " does not run dunrasttctl start, but " + Shown(config->shell_file),
                   BROKEN);
-  MakeFolderForAgent(*config);
   const auto folder = RecordFolder::Open(*config, RecordFolder::For::WRITING, &complaint);
   if (!folder) return Refuse(complaint, CANNOT_TELL);
   const Moment now = Now();

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "base/format.h"
+#include "ctl/running_agent.h"
 #include "ctl/small_file.h"
 #include "ctl/text.h"
 
@@ -35,9 +36,30 @@ std::string Complaint(const std::string& path) {
 }
 
 // What root makes in a folder of the agent's user must be that user's, or it could not go on with it.
-void GiveTo(int fd, uid_t owner, const struct stat& status) {
-  if (::geteuid() != 0 || status.st_uid == owner) return;
-  [[maybe_unused]] const int given = ::fchown(fd, owner, static_cast<gid_t>(-1));
+void GiveTo(int fd, uid_t owner, gid_t group = static_cast<gid_t>(-1)) {
+  struct stat status {};
+  if (::geteuid() != 0 || ::fstat(fd, &status) != 0 || status.st_uid == owner) return;
+  [[maybe_unused]] const int given = ::fchown(fd, owner, group);
+}
+
+// A folder that root makes must be the agent's user's, who could not go on with it otherwise. Between the two
+// calls that user may have put a link in its place.
+void GiveToAgent(const std::string& path, const AgentConfig& config) {
+  const auto agents = FindAgents();
+  for (const RunningAgent& agent : agents) {
+    struct stat process {};
+    if (agents.size() > 1 && agent.config != config.file) continue;
+    if (::stat(("/proc/" + std::to_string(agent.process.pid)).c_str(), &process) != 0) continue;
+    const base::UniqueFd folder(::open(path.c_str(), FOLDER_FLAGS));
+    if (folder.Valid()) GiveTo(folder.Get(), process.st_uid, process.st_gid);
+    return;
+  }
+}
+
+// A closing "/" would let a link be followed.
+std::string WithoutSlash(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
 }
 
 }  // namespace
@@ -66,9 +88,7 @@ std::optional<RecordFolder> RecordFolder::Checked(base::UniqueFd fd, std::string
 
 std::optional<RecordFolder> RecordFolder::OpenPath(const std::string& path, For purpose,
                                                    std::string* complaint) {
-  // A closing "/" would let a link be followed.
-  std::string name = path;
-  while (name.size() > 1 && name.back() == '/') name.pop_back();
+  const std::string name = WithoutSlash(path);
   auto folder = Checked(base::UniqueFd(::open(name.c_str(), FOLDER_FLAGS)), name, purpose);
   if (!folder) *complaint = Complaint(name);
   return folder;
@@ -76,8 +96,10 @@ std::optional<RecordFolder> RecordFolder::OpenPath(const std::string& path, For 
 
 std::optional<RecordFolder> RecordFolder::Open(const AgentConfig& config, For purpose,
                                                std::string* complaint) {
-  if (purpose == For::WRITING) ::mkdir(config.record_folder.c_str(), FOLDER_MODE);
-  const auto top = OpenPath(config.record_folder, purpose, complaint);
+  const std::string place = WithoutSlash(config.record_folder);
+  if (purpose == For::WRITING && ::mkdir(place.c_str(), FOLDER_MODE) == 0 && ::geteuid() == 0)
+    GiveToAgent(place, config);
+  const auto top = OpenPath(place, purpose, complaint);
   if (!top) return std::nullopt;
   const std::string name = PREFIX + SafeName(config.process);
   auto folder = top->Sub(name, purpose);
@@ -88,8 +110,7 @@ std::optional<RecordFolder> RecordFolder::Open(const AgentConfig& config, For pu
 std::optional<RecordFolder> RecordFolder::Sub(const std::string& name, For purpose) const {
   const bool made = purpose == For::WRITING && ::mkdirat(fd_.Get(), name.c_str(), FOLDER_MODE) == 0;
   base::UniqueFd fd(::openat(fd_.Get(), name.c_str(), FOLDER_FLAGS));
-  struct stat status {};
-  if (made && fd.Valid() && ::fstat(fd.Get(), &status) == 0) GiveTo(fd.Get(), owner_, status);
+  if (made && fd.Valid()) GiveTo(fd.Get(), owner_);
   return Checked(std::move(fd), path_ + "/" + name, purpose);
 }
 
@@ -120,7 +141,7 @@ base::UniqueFd RecordFolder::OpenFile(const std::string& name, int flags) const 
     errno = EPERM;
     return file;
   }
-  if ((flags & O_CREAT) != 0) GiveTo(file.Get(), owner_, status);
+  if ((flags & O_CREAT) != 0) GiveTo(file.Get(), owner_);
   return file;
 }
 

@@ -23,8 +23,8 @@ class RecordFolder {
   enum class For { READING, WRITING };
 
   // The folder of one engine's records: "restarts-PROC_NAME" below the configuration's record folder. For
-  // writing both are made when they are missing, and refused when they are not root's or ours, or anybody may
-  // write there. Nothing, with errno and what is wrong.
+  // writing both are made when they are missing (by root for the user of the running agent), and refused when
+  // they are not root's or ours, or anybody may write there. Nothing, with errno and what is wrong.
   static std::optional<RecordFolder> Open(const AgentConfig& config, For purpose, std::string* complaint);
   // A folder by its path, not made.
   static std::optional<RecordFolder> OpenPath(const std::string& path, For purpose, std::string* complaint);

@@ -16,6 +16,7 @@
 #include <optional>
 #include <utility>
 
+#include "ctl/accept_queue.h"
 #include "ctl/agent_config.h"
 #include "ctl/claim.h"
 #include "ctl/clock.h"
@@ -26,7 +27,6 @@
 #include "ctl/restart_state.h"
 #include "ctl/start_record.h"
 #include "ctl/start_watch.h"
-#include "sysinfo/listening_port.h"
 
 namespace ctl {
 namespace {
@@ -56,7 +56,6 @@ class Helper {
     }
     folder_ = RecordFolder::Open(*config_, RecordFolder::For::WRITING, &complaint_);
     if (!folder_) Complain("no record: " + complaint_ + ALL_THE_SAME);
-    if (folder_) state_ = ReadState(*folder_);
     if (const auto hold = WhyHeld()) return Held(*hold);
     Start();
   }
@@ -64,6 +63,9 @@ class Helper {
  private:
   std::optional<Hold> WhyHeld() {
     if (auto hold = AnotherStart()) return hold;
+    // From here on no other start is under way: what the last one left is complete, and not younger than now.
+    now_ = Now();
+    if (folder_) state_ = ReadState(*folder_);
     if (auto hold = Paused()) return hold;
     if (auto hold = EngineIsBack()) return hold;
     return BackOff();
@@ -73,7 +75,7 @@ class Helper {
     const auto starter = ReadProcess(plan_.starter);
     if (!folder_ || !starter) return std::nullopt;
     const Claim ours = {starter->pid, starter->start, now_.boot_ms, now_.boot_id};
-    switch (TakeClaim(*folder_, ours, now_, &complaint_)) {
+    switch (TakeClaim(*folder_, ours, &complaint_)) {
       case Claimed::OURS:
         break;
       case Claimed::ANOTHERS:
@@ -170,14 +172,14 @@ class Helper {
   // The starter's end of the channel is closed before it would have given up waiting: nothing is started.
   bool WasKilled() const {
     pollfd end = {channel_, 0, 0};
-    return ::poll(&end, 1, 0) == 1 && BootMilliseconds() - now_.boot_ms < HELPER_LIMIT_MS - SLACK_MS;
+    return ::poll(&end, 1, 0) == 1 && BootMilliseconds() - begin_ms_ < HELPER_LIMIT_MS - SLACK_MS;
   }
 
   void LeaveWatch(const AppendedLine& line, const StartRow& before) {
-    sysinfo::ListeningPort port;
     const bool named = config_->port > 0 && config_->port <= UINT16_MAX;
-    if (named) sysinfo::ReadListeningPort(static_cast<uint16_t>(config_->port), &port);
-    WatchPlan watch{*config_, line, std::move(starter_), named && !port.listening, now_.boot_ms, before};
+    const auto port = named ? ReadAcceptQueue(static_cast<uint16_t>(config_->port)) : std::nullopt;
+    const bool listens = port && port->listening;
+    WatchPlan watch{*config_, line, std::move(starter_), named && !listens, now_.boot_ms, before};
     if (::fork() == 0) RunStartWatch(*folder_, std::move(watch), channel_);
   }
 
@@ -189,6 +191,7 @@ class Helper {
   const StartPlan& plan_;
   int channel_;
   base::UniqueFd starter_;
+  const int64_t begin_ms_ = BootMilliseconds();
   Moment now_ = Now();
   std::string complaint_;
   std::optional<AgentConfig> config_;

@@ -12,11 +12,11 @@
 #include <optional>
 #include <utility>
 
+#include "ctl/accept_queue.h"
 #include "ctl/clock.h"
 #include "ctl/process_table.h"
 #include "ctl/restart_state.h"
 #include "ctl/start_helper.h"
-#include "sysinfo/listening_port.h"
 
 namespace ctl {
 namespace {
@@ -99,9 +99,9 @@ class Watch {
 
   void LookAtPort() {
     if (!plan_.watch_port || record_.seconds_to_port) return;
-    sysinfo::ListeningPort found;
-    sysinfo::ReadListeningPort(static_cast<uint16_t>(plan_.config.port), &found);
-    if (found.listening) record_.seconds_to_port = static_cast<double>(BootMilliseconds() - begin_) / MS;
+    const auto found = ReadAcceptQueue(static_cast<uint16_t>(plan_.config.port));
+    if (found && found->listening)
+      record_.seconds_to_port = static_cast<double>(BootMilliseconds() - begin_) / MS;
   }
 
   void LookAtEngine() {

@@ -136,7 +136,8 @@ TEST(RecipientLineTest, TakesTheLastWordAsTheAddress) {
 TEST_F(KeysTest, BadLinesOfTheListsAreLeftOutAndTracedOnce) {
   const Peer sink(folder_, "sink", "mail_sink.py");
   Aim(sink.Port());
-  const std::string to = "\"kim\" kim@example.com\n\nlee\nPark Ji park@example.com\nlast last@example.com";
+  const std::string to = "\"kim\" kim@example.com\n\nlee\nPark Ji park@example.com\n" +
+                         std::string(1000, 'n') + " long@example.com\nlast last@example.com";
   Lists(to, "", "");
   EXPECT_EQ(Mail("m"), "smtp failed: Invalid parameter\n");
   m_mail_skip_bad = 1;
@@ -145,6 +146,7 @@ TEST_F(KeysTest, BadLinesOfTheListsAreLeftOutAndTracedOnce) {
   };
   const test::Lines left_out = {"WARN " + folder_ / "to" + " line 1 left out: a quote in the name",
                                 "WARN " + folder_ / "to" + " line 3 left out: no address",
+                                "WARN " + folder_ / "to" + " line 5 left out: the name is too long",
                                 "INFO Receiver Cnt [ 2 ] Reference Cnt [ 0 ] Blind Cnt [ 0 ]"};
   EXPECT_EQ(traced(to), left_out);
   EXPECT_EQ(traced(to), test::Lines{left_out.back()});
@@ -219,6 +221,9 @@ TEST_F(KeysTest, MailByUrlIsSecuredAsItIsAsked) {
   const Peer other(folder_, "other", "mail_sink.py", {"--certificate", Certificate("other")});
   const Peer smtps(folder_, "smtps", "mail_sink.py", {"--certificate", ours, "--smtps"});
   const Peer plain(folder_, "plain", "mail_sink.py");
+  const Peer strange(folder_, "strange", "mail_sink.py", {"--certificate", folder_ / "other.pem", "--smtps"});
+  constexpr const char* MISMATCH =
+      "smtp failed: SSL: no alternative certificate subject name matches target host name 'localhost'\n";
   const struct {
     const Peer& peer;
     const char* scheme;
@@ -233,9 +238,8 @@ TEST_F(KeysTest, MailByUrlIsSecuredAsItIsAsked) {
       {smtps, "smtps", 0, ours, "sent", "true"},
       {plain, "smtp", 2, ours, "smtp failed: STARTTLS not supported.\n", ""},
       {offers, "smtp", 2, "", "smtp failed: SSL certificate problem: self-signed certificate\n", ""},
-      {other, "smtp", 2, folder_ / "other.pem",
-       "smtp failed: SSL: no alternative certificate subject name matches target host name 'localhost'\n",
-       ""},
+      {other, "smtp", 2, folder_ / "other.pem", MISMATCH, ""},
+      {strange, "smtps", 0, folder_ / "other.pem", MISMATCH, ""},
       {smtps, "smtps", 0, "", "smtp failed: SSL certificate problem: self-signed certificate\n", ""},
   };
   std::map<const Peer*, int> mails;

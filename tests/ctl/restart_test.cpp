@@ -88,6 +88,18 @@ TEST(Claim, HoldsForALivingProcessOfThisBootAndNotForLong) {
     EXPECT_FALSE(ParseClaim(text)) << text;
 }
 
+TEST(Claim, OfAStartThatBeganLaterHolds) {
+  const support::TempFolder home;
+  const RecordFolder folder = Folder(home);
+  const Moment now = Now();
+  const auto claim = [&](pid_t pid, int64_t age_ms) {
+    return Claim{pid, ReadProcess(pid)->start, now.boot_ms - age_ms, now.boot_id};
+  };
+  std::string complaint;
+  EXPECT_EQ(TakeClaim(folder, claim(getppid(), 0), &complaint), Claimed::OURS);
+  EXPECT_EQ(TakeClaim(folder, claim(getpid(), 1000), &complaint), Claimed::ANOTHERS);
+}
+
 TEST(Pause, EndsByTheBootsClock) {
   const support::TempFolder home;
   const RecordFolder folder = Folder(home);

@@ -160,17 +160,73 @@ TEST_F(ToolTest, PassesOverALockWhoseHolderIsDeadStoppedOrOld) {
   kill(holder.Pid(), SIGSTOP);
   ASSERT_TRUE(WaitUntil([&] { return ctl::ReadProcess(holder.Pid())->state == 'T'; }));
   EXPECT_EQ(Start(), 0);
+  claimed(0);
+  kill(holder.Pid(), SIGKILL);
+  holder.Wait();
+  EXPECT_EQ(Start(), 0);
   // One that was stopped in the middle of writing it.
   Process keeper({"flock", Records() + "lock", "sleep", "600"});
   ASSERT_TRUE(WaitUntil([&] {
     return Process({"flock", "-n", Records() + "lock", "true"}).ExitStatus() == 1;
   }));
   EXPECT_EQ(Start(), 0);
-  EXPECT_EQ(Runs(), 4U);
+  EXPECT_EQ(Runs(), 5U);
   for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(keeper.Pid()) + "/task")) {
     pid_t child = 0;
     if (std::ifstream(entry.path() / "children") >> child) kill(child, SIGKILL);
   }
+}
+
+// Root may be the first to work on it.
+TEST_F(ToolTest, KeepsTheRecordForTheAgentsUserAndRoot) {
+  constexpr uid_t AGENT = 64001, OTHER = 64002;
+  const auto as = [this](uid_t user, const Words& words) {
+    const std::string id = std::to_string(user);
+    return Run(Joined({"setpriv", "--reuid", id, "--regid", id, "--clear-groups", "--"}, words)).ExitStatus();
+  };
+  if (getuid() != 0 || as(AGENT, {"test", "-x", TOOL}) != 0)
+    GTEST_SKIP() << "needs root, and a tool that every user can reach";
+  fs::permissions(home_.Path(), fs::perms(0755));
+  ASSERT_EQ(chown(home_.Path().c_str(), AGENT, AGENT), 0);
+  const Words start = StartWords();
+  // An agent as far as the tool can see.
+  fs::copy_file("/bin/sh", home_ / "DunraSTT_Admin");
+  const std::string id = std::to_string(AGENT);
+  const Process agent({"setpriv", "--reuid", id, "--regid", id, "--clear-groups", "--",
+                       home_ / "DunraSTT_Admin", "-c", "kill -STOP $$", "-f", home_ / "agent.conf"});
+  ASSERT_TRUE(WaitUntil([&] { return ctl::ReadProcess(agent.Pid())->state == 'T'; }));
+  const Words pause = Tool({"pause", "5m", "--reason", "x"});
+  const Words resume = Tool({"resume"});
+  const Words history = Tool({"history"});
+  const std::tuple<uid_t, const Words&, int> story[] = {
+      {0, pause, 0},     {AGENT, start, 1}, {AGENT, resume, 0}, {AGENT, start, 0},
+      {OTHER, pause, 3}, {AGENT, pause, 0}, {OTHER, resume, 3}, {0, start, 1},
+      {0, resume, 0},    {0, start, 0},     {AGENT, start, 0},  {OTHER, history, 3}};
+  for (const auto& [user, words, status] : story)
+    EXPECT_EQ(as(user, words), status) << user << " " << words[3] << "\n" << Errors();
+  EXPECT_EQ(Runs(), 3U);
+  EXPECT_EQ(History().size(), 5U);
+  const auto expect_owner = [&] {
+    const Words others = {"find", home_ / "record", "!", "-user", id};
+    EXPECT_EQ(Process(others, home_ / "others").ExitStatus(), 0);
+    EXPECT_EQ(ReadFile(home_ / "others"), "");
+  };
+  expect_owner();
+  // Root follows no link of that user's.
+  fs::create_directory(home_ / "outside");
+  home_.Write("outside/victim", "mine\n");
+  ASSERT_EQ(as(AGENT, {"sh", "-c",
+                       "cd \"$0\" && rm -r starts evidence state lock && ln -s ../../outside starts && "
+                       "ln -s ../../outside evidence && ln -s ../../outside/victim state && "
+                       "ln -s ../../outside/victim lock && ln -s ../../outside/victim pause",
+                       Records()}),
+            0);
+  EXPECT_EQ(as(0, start), 0);
+  EXPECT_EQ(as(0, pause), 0);
+  EXPECT_EQ(Runs(), 4U);
+  EXPECT_EQ(ReadFile(home_ / "outside/victim"), "mine\n");
+  EXPECT_EQ(std::distance(fs::directory_iterator(home_ / "outside"), {}), 1);
+  expect_owner();
 }
 
 TEST_F(ToolTest, RunsTheScriptOnceWhenTwoStartAtOnce) {

@@ -83,6 +83,22 @@ INSTANTIATE_TEST_SUITE_P(
         Moment{"beyond2038", UTC, "2214172795", "23:59", "20400228", "23:58", "20400229", "20400301"}),
     [](const auto& row) { return std::string(row.param.name); });
 
+// It is noon, and the minute was at three.
+TEST_F(OtherTime, AReportWhoseMinuteWasMissedIsMadeUpForOnce) {
+  WriteEngineFile("20250102", "Result.csv", ",,,,,,,,,,,,100,,,5000,,,0.5,,,40,,\n");
+  config_ += "RESULT_CHECK 1\nRESULT_TIME 03:00\n";
+  const std::pair<const char*, int> starts[] = {{"", 0}, {"RESULT_CATCH_UP 1\n", 1}, {"", 1}};
+  int number = 0;
+  for (const auto& [key, mails] : starts) {
+    config_ += key;
+    folder_.Write("out.txt", "");
+    Process agent = StartAt(UTC, {"FAKETIME_FMT=%s", "FAKETIME=@1735905600"});
+    EXPECT_TRUE(WaitForOut(++number == 2 ? "is made up for" : "Result check Hour Over"));
+    EXPECT_TRUE(WaitUntil([&, told = mails] { return Now().mails == told && Now().posts == told; }));
+    ExpectStops(agent, seconds(7));
+  }
+}
+
 // The clock is set a day ahead, then a day back, under the running agent.
 TEST_F(OtherTime, JumpsChangeFoldersAndNoInterval) {
   const std::string clock = folder_.Write("clock", "+0d\n");
