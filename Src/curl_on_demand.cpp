@@ -13,9 +13,11 @@
 namespace {
 
 void* Must(void* found) {
-  if (found != nullptr) return found;
-  std::fprintf(stderr, "dunrasttctl: %s\n", ::dlerror());
-  ::_exit(ctl::CANNOT_TELL);
+  if (found == nullptr) {
+    std::fprintf(stderr, "dunrasttctl: %s\n", ::dlerror());
+    ::_exit(ctl::CANNOT_TELL);
+  }
+  return found;
 }
 
 void* Find(const char* name) {
