@@ -1,6 +1,7 @@
 #!/usr/bin/python3
-"""What one look of `dunrasttctl status --plugin` costs in CPU time, beside check_procs and check_tcp of Debian's
-monitoring-plugins, among the processes that are there. Prints JSON: milliseconds, and kB of memory."""
+"""What one look of `dunrasttctl status --plugin` costs in CPU time, beside a bare walk of what it reads
+(status_floor.cpp), and check_procs and check_tcp of Debian's monitoring-plugins, among the processes that are there.
+They take turns. Prints JSON: milliseconds, and kB of memory."""
 import argparse
 import json
 import os
@@ -14,15 +15,12 @@ import tempfile
 PLUGINS = "/usr/lib/nagios/plugins/"
 
 
-def cost(words, rounds):
-    """The median of CPU time in ms."""
-    times = []
-    for _ in range(rounds):
-        child = subprocess.Popen([str(word) for word in words], stdout=subprocess.DEVNULL)
-        _, status, used = os.wait4(child.pid, 0)
-        child.returncode = os.waitstatus_to_exitcode(status)
-        times.append((used.ru_utime + used.ru_stime) * 1000)
-    return statistics.median(times)
+def cost(words):
+    """CPU time in ms."""
+    child = subprocess.Popen([str(word) for word in words], stdout=subprocess.DEVNULL)
+    _, status, used = os.wait4(child.pid, 0)
+    child.returncode = os.waitstatus_to_exitcode(status)
+    return (used.ru_utime + used.ru_stime) * 1000
 
 
 def peak(words):
@@ -43,12 +41,18 @@ def main():
         config = pathlib.Path(name) / "agent.conf"
         config.write_text(f"PROC_NAME {pathlib.Path(sys.executable).name[:15]}\nWATCHDOG_NAME none\nBASE_PATH {name}/\n"
                           f"DEBUG_PATH {name}/\nASR_PORT {number}\n")
-        tool = options.build / "dunrasttctl"
-        look = tool, "-f", config, "status", "--plugin"
-        status, memory = cost(look, options.rounds), peak(look)
-        procs = cost([options.plugins + "check_procs", "-C", "python3", "-c", "1:"], options.rounds)
-        tcp = cost([options.plugins + "check_tcp", "-H", "127.0.0.1", "-p", number], options.rounds)
-    print(json.dumps({"status": status, "memory": memory, "check_procs": procs, "check_tcp": tcp}))
+        look = options.build / "dunrasttctl", "-f", config, "status", "--plugin"
+        reads = [config, "/etc/passwd", "/proc/meminfo", "/proc/net/netstat",
+                 *(f"/proc/{os.getpid()}/{name}" for name in ("stat", "status", "limits", "fd/"))]
+        works = {"status": look, "floor": (options.build / "status_floor", *reads),
+                 "check_procs": (options.plugins + "check_procs", "-C", "python3", "-c", "1:"),
+                 "check_tcp": (options.plugins + "check_tcp", "-H", "127.0.0.1", "-p", number)}
+        times = {name: [] for name in works}
+        for _ in range(options.rounds):
+            for name, words in works.items():
+                times[name].append(cost(words))
+        found = {name: statistics.median(taken) for name, taken in times.items()}
+        print(json.dumps({**found, "memory": peak(look)}))
 
 
 if __name__ == "__main__":

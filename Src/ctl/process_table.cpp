@@ -41,16 +41,23 @@ std::optional<ProcessRow> ReadProcess(pid_t pid, const std::string& proc) {
   return text ? ParseProcessStat(*text) : std::nullopt;
 }
 
-bool VisitProcesses(const std::function<bool(const ProcessRow&)>& visit, const std::string& proc) {
+bool VisitProcessIds(const std::function<bool(pid_t)>& visit, const std::string& proc) {
   const base::UniqueDir folder(::opendir(proc.c_str()));
   if (!folder) return false;
   while (const dirent* entry = ::readdir(folder.get())) {
     const int pid = std::atoi(entry->d_name);
-    if (pid <= 0) continue;
-    const auto row = ReadProcess(pid, proc);
-    if (row && !visit(*row)) break;
+    if (pid > 0 && !visit(pid)) break;
   }
   return true;
+}
+
+bool VisitProcesses(const std::function<bool(const ProcessRow&)>& visit, const std::string& proc) {
+  return VisitProcessIds(
+      [&](pid_t pid) {
+        const auto row = ReadProcess(pid, proc);
+        return !row || visit(*row);
+      },
+      proc);
 }
 
 std::optional<ProcessRow> FindLiving(std::string_view name, const std::string& proc) {

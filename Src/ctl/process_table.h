@@ -29,8 +29,9 @@ std::string ProcFile(pid_t pid, const char* name = "", const std::string& proc =
 std::optional<ProcessRow> ParseProcessStat(std::string_view text);
 // Nothing when the process is gone.
 std::optional<ProcessRow> ReadProcess(pid_t pid, const std::string& proc = "/proc");
-// Each process in the order of the directory, until the visitor returns false. False when the directory
-// cannot be read.
+// Each process in the order of the directory, until the visitor returns false; the first one reads nothing of
+// them. False when the directory cannot be read.
+bool VisitProcessIds(const std::function<bool(pid_t)>& visit, const std::string& proc = "/proc");
 bool VisitProcesses(const std::function<bool(const ProcessRow&)>& visit, const std::string& proc = "/proc");
 // A living process of this short name, the one that was started first, zombies aside; nothing for an empty
 // name.

@@ -49,7 +49,7 @@ void GiveToAgent(const std::string& path, const AgentConfig& config) {
   for (const RunningAgent& agent : agents) {
     struct stat process {};
     if (agents.size() > 1 && agent.config != config.file) continue;
-    if (::stat(("/proc/" + std::to_string(agent.process.pid)).c_str(), &process) != 0) continue;
+    if (::stat(ProcFile(agent.process.pid).c_str(), &process) != 0) continue;
     const base::UniqueFd folder(::open(path.c_str(), FOLDER_FLAGS));
     if (folder.Valid()) GiveTo(folder.Get(), process.st_uid, process.st_gid);
     return;

@@ -17,12 +17,19 @@ std::string_view LastPart(std::string_view path) {
   return path.substr(path.rfind('/') + 1);
 }
 
-bool IsAgent(const ProcessRow& row, const std::string& proc) {
-  if (row.Zombie()) return false;
-  const std::string program = LinkTarget(ProcFile(row.pid, "exe", proc));
-  // After an update: "DunraSTT_Admin (deleted)".
-  if (!program.empty()) return LastPart(program).starts_with(AGENT);
-  if (row.name == AGENT.substr(0, SHORT_NAME)) return true;
+std::string ProgramOf(pid_t pid, const std::string& proc) {
+  return LinkTarget(ProcFile(pid, "exe", proc));
+}
+
+// After an update: "DunraSTT_Admin (deleted)".
+bool IsOther(const std::string& program) {
+  return !program.empty() && !LastPart(program).starts_with(AGENT);
+}
+
+// By its program; by its names where that is another user's business.
+bool IsAgent(const ProcessRow& row, const std::string& program, const std::string& proc) {
+  if (row.Zombie() || IsOther(program)) return false;
+  if (!program.empty() || row.name == AGENT.substr(0, SHORT_NAME)) return true;
   const std::vector<std::string> words = ReadTexts(row.pid, "cmdline", proc);
   return !words.empty() && LastPart(words[0]) == AGENT;
 }
@@ -64,9 +71,12 @@ std::string ConfigFileIn(std::vector<std::string> words) {
 
 std::vector<RunningAgent> FindAgents(const std::string& proc) {
   std::vector<RunningAgent> agents;
-  VisitProcesses(
-      [&](const ProcessRow& row) {
-        if (IsAgent(row, proc)) agents.push_back(Describe(row, proc));
+  VisitProcessIds(
+      [&](pid_t pid) {
+        const std::string program = ProgramOf(pid, proc);
+        if (IsOther(program)) return true;  // nearly all: no more is read of them
+        const auto row = ReadProcess(pid, proc);
+        if (row && IsAgent(*row, program, proc)) agents.push_back(Describe(*row, proc));
         return true;
       },
       proc);
@@ -84,7 +94,7 @@ std::optional<RunningAgent> AgentAbove(pid_t pid, const std::string& proc) {
   for (int i = 0; i < MAX_ANCESTORS && pid > 1; ++i) {
     const auto row = ReadProcess(pid, proc);
     if (!row) return std::nullopt;
-    if (IsAgent(*row, proc)) return Describe(*row, proc);
+    if (IsAgent(*row, ProgramOf(pid, proc), proc)) return Describe(*row, proc);
     pid = row->parent;
   }
   return std::nullopt;

@@ -89,9 +89,10 @@ Candidates Search(const AgentConfig& config) {
   // Processes of others may be hidden as a whole, or their files.
   found.hidden = ::access("/proc/1/stat", R_OK) != 0;
   const sysinfo::ProcessNames names = sysinfo::ReadProcessNames();
+  const pid_t self = ::getpid();
   for (size_t i = 0; i < names.Size(); ++i) {
     const sysinfo::ProcessName process = names[i];
-    if (process.name == nullptr || process.pid == ::getpid()) continue;
+    if (process.name == nullptr || process.pid == self) continue;
     const bool agent = config.checks.agent == process.name;
     const bool engine = config.process == process.name;
     const auto row = agent || engine ? ReadProcess(process.pid) : std::nullopt;

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "ctl/clock.h"
+#include "ctl/process_table.h"
 #include "ctl/status_rules.h"
 #include "tool_test.h"
 
@@ -262,14 +263,18 @@ TEST_F(StatusWalk, DeliveriesThatFailed) {
 
 TEST_F(StatusWalk, PortsThatAreNotTheEngines) {
   config_ += "RESTART_CHECK_SEC 0\n";
-  const Port other;
-  const uint16_t number = port_->Number();
-  port_.reset();
+  port_->Close();
   EXPECT_EQ(Found(), "WARNING port-not-yet");
-  port_ = std::make_unique<Port>(true);
-  UsePort(port_->Number());
+  const Port six(true);
+  UsePort(six.Number());
   Walk("IPv6 only", "CRITICAL port-elsewhere");
-  UsePort(number);
+  UsePort(port_->Number());
+  // An engine that has had its minute: the oldest process.
+  config_ += "PROC_NAME " + ReadFile("/proc/1/comm");
+  home_.Write("engine.pid", "1");
+  const auto age = ctl::BootMilliseconds() / 1000 -
+                   static_cast<int64_t>(ctl::ReadProcess(1)->start) / sysconf(_SC_CLK_TCK);
+  if (age > 61) Walk("another port", "CRITICAL port-closed");
 }
 
 TEST_F(StatusTest, APauseIsShown) {
@@ -315,34 +320,71 @@ TEST_F(StatusTest, ReadsTheTailOfALargeLog) {
   EXPECT_EQ(figures["cpu"]["value"], 95);
 }
 
-TEST_F(StatusTest, HiddenProcessesAreSaidAndNotGuessed) {
+// As nobody, in a /proc that does or does not hide the others.
+TEST_F(StatusTest, WhatAnotherUserMayNotSeeIsSaidAndNotGuessed) {
   if (getuid() != 0) GTEST_SKIP() << "needs root";
   fs::permissions(home_.Path(), fs::perms(0755));
   const std::string command =
-      "mount -t proc -o hidepid=2 proc /proc || exit 77; exec setpriv --reuid 65534 "
-      "--regid 65534 --clear-groups \"$@\"";
-  const int status =
-      Run(Joined({"unshare", "-m", "sh", "-c", command, "sh"}, StatusWords({"--plugin"}))).ExitStatus();
-  if (status == 77 || status == 1) GTEST_SKIP() << "no mount name space";
-  EXPECT_EQ(status, 3) << Errors();
-  EXPECT_NE(ReadFile(home_ / "out").find("/proc hides"), std::string::npos) << ReadFile(home_ / "out");
+      "mount -t proc -o hidepid=\"$0\" proc /proc || exit 77; exec setpriv --reuid 65534 --regid 65534 "
+      "--clear-groups \"$@\"";
+  const auto seen = [&](const char* hidepid, const char* closed) {
+    const Words words = StatusWords({"--plugin"});
+    if (closed != nullptr) fs::permissions(home_ / closed, fs::perms(0));
+    std::error_code absent;
+    fs::remove(home_ / "out", absent);
+    const int status = Run(Joined({"unshare", "-m", "sh", "-c", command, hidepid}, words)).ExitStatus();
+    if (closed != nullptr) fs::permissions(home_ / closed, fs::perms(0755));
+    return std::to_string(status) + " " + ReadFile(home_ / "out");
+  };
+  const std::string open = seen("0", nullptr);
+  if (open.starts_with("77 ") || open.starts_with("1 ")) GTEST_SKIP() << "no mount name space";
+  EXPECT_TRUE(open.starts_with("0 DUNRASTT OK - ")) << open;
+  EXPECT_EQ(open.find("descriptors="), open.npos) << open;
+  for (const auto& [hidepid, closed, what] :
+       {std::tuple("2", static_cast<const char*>(nullptr), "the processes: /proc hides"),
+        std::tuple("0", "agent.conf", "the configuration: "),
+        std::tuple("0", "log", "the main log below ")}) {
+    const std::string text = seen(hidepid, closed);
+    EXPECT_TRUE(text.starts_with("3 DUNRASTT UNKNOWN - cannot tell: ")) << text;
+    EXPECT_NE(text.find(what), text.npos) << text;
+  }
+}
+
+TEST_F(StatusTest, ConnectsNowhereAndWritesNothing) {
+  if (!fs::exists("/usr/bin/strace")) GTEST_SKIP() << "without strace";
+  port_->Fill(1);
+  const std::string trace = home_ / "trace";
+  const Words strace = {"strace", "-f", "-o",
+                        trace,    "-e", "trace=open,openat,creat,connect,mkdir,unlink,rename,flock"};
+  for (const Words& form : {Words{}, Words{"--json"}, Words{"--plugin"}}) {
+    EXPECT_LT(Run(Joined(strace, StatusWords(form))).ExitStatus(), 2) << Errors();
+    const std::string calls = ReadFile(trace);
+    EXPECT_NE(calls.find("agent.conf"), calls.npos);
+    for (const char* call :
+         {"O_WRONLY", "O_RDWR", "O_CREAT", "creat(", "connect(", "mkdir(", "unlink(", "rename(", "flock("})
+      EXPECT_EQ(calls.find(call), calls.npos) << call << " in\n" << calls;
+  }
 }
 
 // What ss -lnt shows in the columns Recv-Q and Send-Q.
 TEST_F(StatusTest, QueueFiguresAreThoseOfSs) {
-  port_->Fill(5);
-  if (Run({"ss", "-lntH", "sport", "=", ":" + std::to_string(port_->Number())}).ExitStatus() != 0)
-    GTEST_SKIP() << "no ss here";
-  std::istringstream row(ReadFile(home_ / "out"));
-  std::string state;
-  int waiting = 0;
-  int backlog = 0;
-  row >> state >> waiting >> backlog;
-  const Json port = StatusJson()["port"];
-  EXPECT_EQ(port["waiting"], waiting);
-  EXPECT_EQ(port["backlog"], backlog);
-  EXPECT_EQ(waiting, 5);
-  EXPECT_EQ(backlog, BACKLOG);
+  for (const int more : {0, 5, BACKLOG + 1 - 5}) {
+    port_->Fill(more);
+    std::error_code absent;
+    fs::remove(home_ / "out", absent);
+    if (Run({"ss", "-lntH", "sport", "=", ":" + std::to_string(port_->Number())}).ExitStatus() != 0)
+      GTEST_SKIP() << "no ss here";
+    std::istringstream row(ReadFile(home_ / "out"));
+    std::string state;
+    int waiting = 0;
+    int backlog = 0;
+    row >> state >> waiting >> backlog;
+    const Json port = StatusJson()["port"];
+    EXPECT_EQ(port["waiting"], waiting);
+    EXPECT_EQ(port["backlog"], backlog);
+    EXPECT_EQ(backlog, BACKLOG);
+    EXPECT_TRUE(waiting == 0 || more > 0) << waiting;
+  }
 }
 
 TEST_F(StatusTest, MetricsAreReplacedAsAWhole) {
@@ -359,7 +401,7 @@ TEST_F(StatusTest, MetricsAreReplacedAsAWhole) {
   std::atomic<bool> ended = false;
   std::atomic<int> halves = 0;
   std::thread reader([&] {
-    while (!ended) halves += ReadFile(file).ends_with("\n") && ReadFile(file).size() > 2000 ? 0 : 1;
+    while (!ended) halves += ReadFile(file).ends_with("\ndunrastt_pause_remaining_seconds 0\n") ? 0 : 1;
   });
   for (int i = 0; i < 20; ++i) Run(StatusWords({"--prom", file})).ExitStatus();
   ended = true;
