@@ -22,7 +22,8 @@ namespace {
 
 int32_t m_pid = 0;  // from the engine's PID file, for the trace only
 
-// 1 when the engine was found and measured, or the search ended early; 0 when it counts as not running.
+// Returns 1 when the engine was found and measured, or when the search met a process without a name; 0 when
+// the engine is not running.
 int proc_run_func(const char* name) {
   const sysinfo::ProcessNames processes = SpacedSnapshot();
   const SearchResult result = FindEngine(processes, name);
@@ -47,7 +48,7 @@ void StartEngine() {
   TRACE(TRACE_INFO, "process exec [ %s ]", command.c_str());
   if (base::RunShell(command) >= 0) return;
   const int error = errno;
-  // A script that the stop no longer waits for was started all the same.
+  // The stop ended the wait. The script was started all the same, so this is no failure.
   if (error == ECANCELED) return;
   TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", error, std::strerror(error));
 }

@@ -8,10 +8,10 @@
 
 #include "sysinfo/process_names.h"
 
-// The second of two snapshots, taken one second after the first (at once when the first is empty). Empty when
-// there is none. Blocks for that second; a stop shortens it. Nothing but its being empty is asked of the
-// first, so it is not read beyond its first process: a second walk would double what the agent costs its
-// host.
+// Takes two snapshots of the process names, one second apart (at once when the first is empty), and returns
+// the second. It is empty when the process table cannot be read. Blocks for that second; a stop shortens it.
+// The first snapshot only tells whether there is any process, so it ends at the first one: a second full walk
+// would double what the agent costs its host.
 sysinfo::ProcessNames SpacedSnapshot();
 
 enum class Search { FOUND, ABSENT, NAMELESS };
@@ -22,22 +22,23 @@ struct SearchResult {
 
 inline constexpr int64_t ANY_PID = -1;
 
-// The first process of exactly this short name (and of this pid). The search ends, as NAMELESS, at one
-// without a name: it is there, but may not be read. isDead (may be null) is asked about those that match; one
-// for which it is true is passed over.
+// Finds the first process of exactly this short name and, unless it is ANY_PID, this pid. A process without a
+// name, which exists but may not be read, ends the search as NAMELESS. A match for which isDead (may be null)
+// returns true is skipped.
 SearchResult FindProcess(const sysinfo::ProcessNames& processes, const char* name, int64_t pid = ANY_PID,
                          bool (*isDead)(int32_t pid) = nullptr);
-// The same for the engine: with ZOMBIE_DEAD one that has ended and waits for its parent is passed over.
+// The same for the engine: with ZOMBIE_DEAD a zombie is skipped.
 SearchResult FindEngine(const sysinfo::ProcessNames& processes, const char* name, int64_t pid = ANY_PID);
 
-// How many processes bear this short name; 0 when one without a name is among them.
+// The number of processes of this short name; 0 when the table holds a process without a name.
 int CountProcesses(const sysinfo::ProcessNames& processes, const char* name);
 
-// The decimal pid at the start of a PID file's first 1,024 bytes; false when it cannot be opened or is no
-// regular file.
+// Reads the number that a PID file begins with (0 when it begins with none). Looks at its first 1,024 bytes.
+// Returns false when the file cannot be opened or is no regular file.
 [[nodiscard]] bool ReadPidFile(const char* path, int64_t* pid);
 
-// Process id of the first process whose executable's path contains text, 0 when there is none; prints which.
+// The pid of the first process whose executable's path contains text; 0 when there is none. Prints the result
+// on standard output.
 pid_t getProcessID(const char* text, const char* proc_root = "/proc");
 
 #endif
