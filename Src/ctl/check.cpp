@@ -1,4 +1,4 @@
-// dunrasttctl check: judges the configuration before the night does.
+// dunrasttctl check: what is wrong with the configuration.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -130,7 +130,8 @@ void PrintAsJson(const Facts& facts, const std::vector<CheckFinding>& findings, 
   PrintJson(json);
 }
 
-// Whom the agent runs as: told, or as its process, or its unit, says; else the caller.
+// The user that the agent runs as: the one given, else that of its process, else that of its unit, else the
+// caller.
 std::optional<RunAs> UserOf(const Call& call, const Facts& facts) {
   if (const std::string* given = call.Value("user")) return FindUser(*given);
   struct stat status {};

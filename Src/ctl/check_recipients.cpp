@@ -10,7 +10,7 @@ namespace ctl {
 namespace {
 
 constexpr const char* LISTS[] = {"RECEIVER_FILE", "REFERENCE_FILE", "BLIND_FILE"};
-constexpr char END_FOR_THE_AGENT = '\xFF';  // its count of lines stops there
+constexpr char END_FOR_THE_AGENT = '\xFF';  // the agent counts lines up to this byte
 
 struct ListLine {
   size_t number;
@@ -40,7 +40,7 @@ std::vector<ListLine> LinesOf(std::string_view text) {
   return lines;
 }
 
-// Visits the lists that mails go to.
+// Visits the recipient files that are in use.
 template <typename Visit>
 void EachList(const Facts& facts, Visit visit) {
   if (!facts.Mails()) return;
@@ -54,7 +54,7 @@ void EachLine(const Facts& facts, Visit visit) {
   });
 }
 
-// Lists are then read by the line.
+// True when the agent reads each line by itself and skips bad ones.
 bool SkipsBad(const Facts& facts) {
   return facts.Number("MAIL_SKIP_BAD") != 0;
 }

@@ -31,7 +31,7 @@ bool SameFile(const std::string& one, const char* other) {
          first.st_ino == second.st_ino;
 }
 
-// Whether the agent starts the engine through `start` of this tool.
+// True when the agent starts the engine through this tool's `start`.
 bool StartsThroughTool(const AgentConfig& config) {
   std::istringstream words(config.shell_method);
   bool start = false;
@@ -39,7 +39,7 @@ bool StartsThroughTool(const AgentConfig& config) {
   return start && SameFile(config.shell_file, "/proc/self/exe");
 }
 
-// Who runs this: behind sudo, who called it.
+// The user who runs this; with sudo, the user who called sudo.
 std::string Caller() {
   const char* sudo = std::getenv("SUDO_USER");
   if (::getuid() == 0 && sudo != nullptr && *sudo != '\0') return Shown(sudo);
@@ -57,7 +57,8 @@ int CannotWrite(const RecordFolder& folder) {
                 CANNOT_TELL);
 }
 
-// A folder that root makes for it must be the agent's, or the agent's starts would not see the pause.
+// When root runs this, creates a missing record folder for the running agent's user. In a folder of root's,
+// the agent's starts would not see the pause.
 void MakeFolderForAgent(const AgentConfig& config) {
   const auto agents = FindAgents();
   struct stat process {};

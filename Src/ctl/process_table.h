@@ -1,4 +1,4 @@
-// Processes as the tool looks for them: without the password database, which may hang.
+// The tool's view of the process table. It does not ask the password database, which may hang.
 #ifndef CTL_PROCESS_TABLE_H
 #define CTL_PROCESS_TABLE_H
 
@@ -15,25 +15,25 @@ namespace ctl {
 
 struct ProcessRow {
   pid_t pid = 0;
-  std::string name;  // raw bytes, 15 of a program's name at most
+  std::string name;  // the short name: raw bytes, at most 15
   char state = ' ';  // the kernel's letter
   pid_t parent = 0;
-  uint64_t start = 0;  // clock ticks since the boot: with the pid, it names one process for ever
+  uint64_t start = 0;  // clock ticks since the boot; pid and start together never name another process
   bool Zombie() const { return state == 'Z' || state == 'X'; }
 };
 
-// A text of /proc/PID/stat; nothing when it is cut.
+// Parses the text of /proc/PID/stat. Returns nothing when it is cut short.
 std::optional<ProcessRow> ParseProcessStat(std::string_view text);
-// Nothing when the process is gone.
+// Reads one process. Returns nothing when it is gone.
 std::optional<ProcessRow> ReadProcess(pid_t pid, const std::string& proc = "/proc");
-// Each process in the order of the directory, until the visitor returns false. False when the directory
-// cannot be read.
+// Calls visit for each process, in the order of the directory, until it returns false. Returns false when the
+// directory cannot be read.
 bool VisitProcesses(const std::function<bool(const ProcessRow&)>& visit, const std::string& proc = "/proc");
-// A living process of this short name, the one that was started first, zombies aside; nothing for an empty
-// name.
+// The process of this short name that was started first. Zombies do not count. Returns nothing when there is
+// none or the name is empty.
 std::optional<ProcessRow> FindLiving(std::string_view name, const std::string& proc = "/proc");
 
-// The words of a process; empty when they cannot be read.
+// The command line of a process, a word each; empty when it cannot be read.
 std::vector<std::string> ReadCommandLine(pid_t pid, const std::string& proc = "/proc");
 
 }  // namespace ctl

@@ -34,7 +34,7 @@ std::string Complaint(const std::string& path) {
   return text;
 }
 
-// What root makes in a folder of the agent's user must be that user's, or it could not go on with it.
+// Gives what root creates in a folder of the agent's user to that user, who must be able to write it later.
 void GiveTo(int fd, uid_t owner, const struct stat& status) {
   if (::geteuid() != 0 || status.st_uid == owner) return;
   [[maybe_unused]] const int given = ::fchown(fd, owner, static_cast<gid_t>(-1));
@@ -66,7 +66,7 @@ std::optional<RecordFolder> RecordFolder::Checked(base::UniqueFd fd, std::string
 
 std::optional<RecordFolder> RecordFolder::OpenPath(const std::string& path, For purpose,
                                                    std::string* complaint) {
-  // A closing "/" would let a link be followed.
+  // With a "/" at its end, open would follow a link.
   std::string name = path;
   while (name.size() > 1 && name.back() == '/') name.pop_back();
   auto folder = Checked(base::UniqueFd(::open(name.c_str(), FOLDER_FLAGS)), name, purpose);

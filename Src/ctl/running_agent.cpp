@@ -33,14 +33,14 @@ std::string_view LastPart(std::string_view path) {
 bool IsAgent(const ProcessRow& row, const std::string& proc) {
   if (row.Zombie()) return false;
   const std::string program = LinkTarget(Folder(row.pid, proc) + "exe");
-  // After an update: "DunraSTT_Admin (deleted)".
+  // After an update it reads "DunraSTT_Admin (deleted)".
   if (!program.empty()) return LastPart(program).starts_with(AGENT);
   if (row.name == AGENT.substr(0, SHORT_NAME)) return true;
   const std::vector<std::string> words = ReadCommandLine(row.pid, proc);
   return !words.empty() && LastPart(words[0]) == AGENT;
 }
 
-// The folder in which an agent was started: it goes to its program's own later.
+// The folder in which an agent was started, from its environment: it changes to its program's folder later.
 std::string StartFolder(pid_t pid, const std::string& proc) {
   const auto text = ReadSmallFile(Folder(pid, proc) + "environ", ENVIRONMENT_LIMIT);
   for (size_t at = 0; text && at < text->size(); at = text->find('\0', at) + 1) {

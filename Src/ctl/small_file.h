@@ -12,14 +12,16 @@
 
 namespace ctl {
 
-// At most limit bytes from where the descriptor stands; nothing when the first read fails (errno).
+// Reads at most limit bytes from the descriptor's position. Returns nothing, with errno, when the first read
+// fails.
 std::optional<std::string> ReadDescriptor(int fd, size_t limit);
-// The first limit bytes; a FIFO in its place is not waited for. Nothing with errno.
+// Reads the first limit bytes of a file. Does not wait on a FIFO. Returns nothing, with errno, on failure.
 std::optional<std::string> ReadSmallFile(const std::string& path, size_t limit = 65536);
-// The last limit bytes of a regular file, from a whole line on when it is longer. Nothing with errno.
+// Reads the last limit bytes of a regular file; of a longer file, from the beginning of a line on. Returns
+// nothing, with errno, on failure.
 std::optional<std::string> ReadTail(int fd, size_t limit);
 
-// Writes all of it: 0, or -1 with errno.
+// Writes all bytes. Returns 0, or -1 with errno.
 int WriteAll(int fd, const char* data, size_t length);
 
 }  // namespace ctl

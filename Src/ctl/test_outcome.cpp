@@ -13,9 +13,9 @@ namespace {
 
 constexpr std::string_view RECIPIENT = "RCPT TO:<";
 constexpr int ASKED_FOR = 354;  // the answer to DATA
-constexpr int MORE = 300;       // codes from here on are no success
+constexpr int MORE = 300;       // codes from here on are not a success
 
-// One command of the mail session with the last line of its reply.
+// One command of the mail session, with the last line of the reply to it.
 struct Exchange {
   std::string command;
   std::string reply;
@@ -24,7 +24,7 @@ struct Exchange {
 
 struct Session {
   std::vector<Exchange> exchanges;
-  std::string content;  // of the mail itself
+  std::string content;  // the mail itself
   std::string failure;
   bool greeted = false;
 };
@@ -73,7 +73,7 @@ PeerAnswer AnswerOf(const std::string& address, const Exchange& exchange, int go
   return answer;
 }
 
-// How far a session without an answer to its message came.
+// The outcome of a session that got no answer to its message.
 PeerAnswer Unfinished(const Session& session, bool ended) {
   if (!session.failure.empty()) return {"the message", Outcome::NOT_SENT, 0, session.failure};
   if (!session.greeted && session.exchanges.empty() && ended)

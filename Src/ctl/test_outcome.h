@@ -1,4 +1,4 @@
-// What became of one test alarm, from what was heard of it. Pure.
+// Judges one test alarm by what was heard of it. Pure.
 #ifndef CTL_TEST_OUTCOME_H
 #define CTL_TEST_OUTCOME_H
 
@@ -8,20 +8,20 @@
 namespace ctl {
 
 enum class Outcome { OK, REFUSED, UNREACHABLE, SILENT, DOUBTFUL, NOT_SENT };
-// As people read it: "ok", "REFUSED", "NOT SENT".
+// The outcome for people: "ok", "REFUSED", "NOT SENT".
 const char* OutcomeName(Outcome outcome);
-// As programs do: lower case, "-" for a blank.
+// The same for programs: lower case, "-" for a blank.
 std::string OutcomeWord(Outcome outcome);
 
 enum class Channel { MAIL, CHAT, SERVER };
 const char* ChannelName(Channel channel);
 
-// One thing that was heard. Secrets are out already.
+// One thing that was heard, without secrets.
 struct Heard {
   enum class Who : char {
     CLIENT = 'C',   // what we sent
-    PEER = 'S',     // a line or a body from the other side; of the chat behind its status: "200 ok"
-    FAILURE = 'E',  // of our own or of the way there, in words
+    PEER = 'S',     // a line or a body from the peer; a chat's body follows its status: "200 ok"
+    FAILURE = 'E',  // our own failure or the network's, in words
     CONNECTED = 'K'
   };
   Who who;
@@ -29,7 +29,7 @@ struct Heard {
 };
 
 struct PeerAnswer {
-  std::string address;  // of a recipient; "the message", or empty
+  std::string address;  // a recipient's address, "the message", or empty
   Outcome outcome = Outcome::NOT_SENT;
   int code = 0;  // 0: none
   std::string text;
@@ -37,13 +37,13 @@ struct PeerAnswer {
 
 struct Verdict {
   PeerAnswer whole;
-  std::vector<PeerAnswer> recipients;  // mail alone
+  std::vector<PeerAnswer> recipients;  // only of a mail
   std::vector<std::string> notes;
   size_t tried = 1;
   size_t taken = 0;
 };
 
-// ended: the sender came to its end within the time given. form: the chat gets a form.
+// ended: the sender finished within its time. form: the post is a form, not a card.
 Verdict JudgeHeard(Channel channel, const std::vector<Heard>& heard, bool ended, bool form);
 
 }  // namespace ctl
