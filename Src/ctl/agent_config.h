@@ -1,5 +1,4 @@
-// The agent's configuration as the tool's commands see it, read by the agent's own parser. Only this file
-// knows the agent's variables.
+// The agent's configuration as most of the tool's commands see it, read by the agent's own parser.
 #ifndef CTL_AGENT_CONFIG_H
 #define CTL_AGENT_CONFIG_H
 
