@@ -1,4 +1,5 @@
-// The accept queue of a port, with the room it has, as the kernel's socket diagnostics tell it.
+// The accept queue of a port: how many connections wait and how many may, from the kernel's socket
+// diagnostics.
 #ifndef CTL_ACCEPT_QUEUE_H
 #define CTL_ACCEPT_QUEUE_H
 
@@ -10,15 +11,16 @@ namespace ctl {
 
 struct AcceptQueue {
   bool listening = false;
-  uint32_t waiting = 0;          // of several listeners: the one with the most waiting
+  uint32_t waiting = 0;          // with several listeners, that of the fullest
   std::optional<uint32_t> room;  // its backlog; nothing where only /proc/net/tcp could be read
-  bool at_loopback = true;       // a listener takes connections to 127.0.0.1; true when that is not known
-  // More wait than there is room for (the kernel takes one more): nobody gets in.
+  bool at_loopback = true;       // some listener takes connections to 127.0.0.1; true when not known
+  // More wait than the backlog (the kernel takes one more): no further connection gets in.
   bool Full() const { return listening && room && waiting > *room; }
 };
 
-// Of every listener of this port in the network of this process. Nothing connects; it waits for the kernel
-// for 200 ms at most. Nothing when neither way is open.
+// Reads the queues of all listeners of this port in this process's network namespace, by socket diagnostics
+// or, where those are refused, from /proc/net/tcp. Makes no connection. Blocks for 200 ms at most. Returns
+// nothing when neither can be read.
 std::optional<AcceptQueue> ReadAcceptQueue(uint16_t port);
 
 // "port 9100 listening, 129 of 128 waiting".

@@ -1,5 +1,4 @@
-// The agent's configuration as the tool's commands see it: read by the agent's own parser. The one place
-// where the tool knows how the agent keeps it.
+// The agent's configuration as most of the tool's commands see it, read by the agent's own parser.
 #ifndef CTL_AGENT_CONFIG_H
 #define CTL_AGENT_CONFIG_H
 
@@ -15,7 +14,7 @@ namespace ctl {
 inline constexpr const char* DEFAULT_CONFIG = "/etc/dunrastt/DunraSTT.conf";
 inline constexpr const char* DEFAULT_RECORD_FOLDER = "/var/lib/dunrastt";
 
-// What the agent is told to look at, and where it leaves what it found.
+// What the agent is configured to check, and where it writes what it found.
 struct AgentChecks {
   std::string agent;            // WATCHDOG_NAME
   std::string agent_pid_file;   // ADM_PID_FILE
@@ -31,7 +30,8 @@ struct AgentChecks {
   std::vector<std::string> servers;  // "ADDRESS:PORT", in the order of their logs
 };
 
-// What the agent works with: texts as in the file (code page 949), paths made absolute by the agent's rules.
+// The values that the agent works with: texts as in the file (code page 949), paths made absolute by the
+// agent's rules.
 struct AgentConfig {
   std::string file;
   std::string process;       // PROC_NAME
@@ -47,17 +47,19 @@ struct AgentConfig {
   AgentChecks checks;
 };
 
-// The file to judge by: given, else the one of the agent above that process, else that of the running agent,
-// else DEFAULT_CONFIG. Empty, with what is wrong, when several agents run on different files.
+// The configuration file to use: given; else the file of the agent that is an ancestor of process self; else
+// that of the running agent; else DEFAULT_CONFIG. Returns an empty text, with the reason in *complaint, when
+// agents run on different files.
 std::string ChooseConfigFile(const std::string& given, pid_t self, std::string* complaint);
 
-// Reads it into the agent's variables and gives back what the commands need. Nothing, with what is wrong,
-// when it cannot be opened. Not for two threads at once. May block as long as the file system does.
+// Reads the file into the agent's variables and returns what the commands need. Returns nothing, with the
+// reason in *complaint, when it cannot be opened. Only one thread may call it at a time. May block as long as
+// the file system does.
 std::optional<AgentConfig> LoadAgentConfig(const std::string& file, std::string* complaint);
 
 // The two together.
 std::optional<AgentConfig> FindAgentConfig(const std::string& given, pid_t self, std::string* complaint);
-// For this process.
+// The two together, with this process as self.
 std::optional<AgentConfig> FindAgentConfig(const std::string& given, std::string* complaint);
 
 }  // namespace ctl

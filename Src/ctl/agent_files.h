@@ -22,8 +22,8 @@ DayFile ServerLog(const AgentConfig& config, long server,
 DayFile HangLog(const AgentConfig& config, time_t day);
 DayFile EngineErrorLog(const AgentConfig& config, time_t day);
 
-// Its last limit bytes, whole lines. Below the folder no link is followed, for whoever writes there may not
-// be the reader. Nothing with errno.
+// Reads the last limit bytes of a log, from a whole line on. Follows no link below the folder, as others than
+// the reader may write there. Returns nothing, with errno, on failure.
 std::optional<std::string> ReadDayFile(const DayFile& file, size_t limit);
 
 }  // namespace ctl

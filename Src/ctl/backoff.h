@@ -1,5 +1,5 @@
-// When an engine that keeps dying is started again. Counted by the boot's clock, so that a clock that is set
-// holds nothing; a reboot forgets everything.
+// How long to wait before an engine that keeps dying is started again. Times count from the boot, so setting
+// the clock changes nothing, and a reboot starts afresh.
 #ifndef CTL_BACKOFF_H
 #define CTL_BACKOFF_H
 
@@ -10,14 +10,14 @@
 
 namespace ctl {
 
-// All in seconds. After the first start of a row, the next one has to wait for `first`; then twice as long
-// after each, up to `last`. An engine that lived for `healthy` ends the row.
+// All in seconds. The second start of a row waits until `first` after the first one; each later start waits
+// twice as long as the one before, up to `last`. An engine that lived for `healthy` ends the row.
 struct BackoffRule {
   int64_t first = 10;
   int64_t last = 300;
   int64_t healthy = 600;
 };
-// "10s..5m"; nothing when it is no such text or its first figure is above the second.
+// Parses "10s..5m". Returns nothing for any other text, and when the first figure is above the second.
 std::optional<BackoffRule> ParseBackoff(std::string_view text);
 
 // What is remembered from one start to the next.
@@ -29,14 +29,14 @@ struct StartRow {
   int64_t starts = 0;     // starts in the row
 };
 
-// The row as it is seen when the engine is found dead: empty after a reboot, a healthy time or a clock that
-// makes no sense.
+// The row when the engine is found dead. It is empty when the engine lived for the healthy time, after a
+// reboot, and when its times make no sense.
 StartRow SeenDead(StartRow row, const BackoffRule& rule, const std::string& boot_id, int64_t now_ms);
-// Seconds that a start still has to wait, rounded up, of a row that SeenDead gave; 0: none.
+// Seconds that the next start still has to wait, rounded up; 0: none. row is a result of SeenDead.
 int64_t SecondsToWait(const StartRow& row, const BackoffRule& rule, int64_t now_ms);
 // "next try in 80 s: 4 starts in 6 min".
 std::string WaitWords(const StartRow& row, int64_t seconds, int64_t now_ms);
-// The row with a start now.
+// The row after one more start, made now.
 StartRow Started(StartRow row, const std::string& boot_id, int64_t now_ms);
 
 }  // namespace ctl

@@ -1,4 +1,4 @@
-// Rules on the roads of an alarm: management servers, mail, chat.
+// Rules on the channels of an alarm: management servers, mail, chat.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
@@ -22,13 +22,13 @@ std::span<const ServerLine> Served(const Facts& facts) {
   return std::span(facts.servers).first(std::min<size_t>(facts.servers.size(), MAX_SERVERS));
 }
 
-// As the agent reads it: names are not looked up.
+// True for a dotted IPv4 address, which is all that the agent takes: it looks up no names here.
 bool Dotted(const std::string& address) {
   in_addr figures{};
   return ::inet_aton(address.c_str(), &figures) != 0;
 }
 
-// A text that is missing, or only a line end.
+// True for a text that is missing or only a line end.
 bool Empty(const std::string& text) {
   return text.find_first_not_of(LINE_BYTES) == std::string::npos;
 }
@@ -131,14 +131,14 @@ bool Converts(const std::string& text) {
   return true;
 }
 
-// The engine's name stands in every alarm's text.
+// The engine's name stands in the text of every alarm, so it must convert to UTF-8.
 void NameThatDoesNotConvert(const Facts& facts, Hits* hits) {
   const std::string& name = facts.Text("PROC_NAME");
   if (facts.Number("TEXT_REPAIR") == 0 && (facts.Mails() || facts.Posts()) && !Converts(name))
     hits->Add(LineOf(facts, "PROC_NAME"), "PROC_NAME", {name});
 }
 
-// Nothing of the address behind its scheme is shown: its path is a secret.
+// Only the scheme of the URL is shown: the rest is a secret.
 std::string_view SchemeOf(std::string_view url) {
   const size_t end = url.find("://");
   return end == std::string_view::npos ? std::string_view() : url.substr(0, end);

@@ -1,5 +1,5 @@
-// What "check" judges by: the file, the values that the agent takes from it, the files that it names, the
-// host. Rules look at nothing else.
+// What "check" judges: the configuration file, the values that the agent takes from it, the files that it
+// names, the host. The rules look at nothing else.
 #ifndef CTL_CHECK_FACTS_H
 #define CTL_CHECK_FACTS_H
 
@@ -20,14 +20,14 @@ namespace ctl {
 // One key as the agent works with it.
 struct Setting {
   std::string value;   // as the line has it
-  std::string text;    // what became of it: paths made absolute; in figures for a number
-  int64_t number = 0;  // of a text: its leading number
+  std::string text;    // the value in use: a path made absolute, a number in digits
+  int64_t number = 0;  // the value in use; of a text, the number that it begins with
   bool is_number = false;
-  bool is_option = false;  // a number that counts as absent beyond its bounds
+  bool is_option = false;  // a number out of its bounds counts as absent
   size_t line = 0;         // the line that counts; 0: the key is missing
 };
 
-// One management server, in the agent's table or beyond its end.
+// The line of one management server, also of one too many for the agent's table.
 struct ServerLine {
   size_t line = 0;
   std::string key;
@@ -36,25 +36,25 @@ struct ServerLine {
   int64_t port = 0;
 };
 
-// What the file system says of a path to the user who looks.
+// What the user who runs the check sees at a path.
 struct Look {
   std::string path;
-  int error = 0;  // errno when it cannot be looked at; the rest then counts for nothing
+  int error = 0;  // errno when it cannot be examined; only path and fill are valid then
   bool regular = false;
   bool folder = false;
   mode_t mode = 0;
-  // errno of each access, 0: allowed.
+  // errno of each kind of access; 0: allowed.
   int read = 0;
   int write = 0;
   int execute = 0;
-  // Whether files can be made in it (a folder that is missing: in the nearest one above): errno.
+  // errno of creating a file in it, or of creating the path itself when it is missing; 0: allowed.
   int fill = 0;
   std::string text;  // of a recipient file
 };
 
 struct CertificateFacts {
-  bool unusable = false;      // certificate and key together
-  bool no_authority = false;  // the authorities' certificates
+  bool unusable = false;      // certificate and key cannot be used together
+  bool no_authority = false;  // the authorities' certificates cannot be loaded
   std::optional<int64_t> days_left;
 };
 
@@ -65,11 +65,11 @@ struct NamedProcess {
 };
 
 struct HostFacts {
-  int first_port = 0;  // of those that outgoing connections take
+  int first_port = 0;  // the range of ports for outgoing connections
   int last_port = -1;
   bool hides_processes = false;
   std::vector<NamedProcess> named;  // processes with the engine's or the agent's name
-  int64_t engine_pid_file = 0;      // the figure in SVC_PID_FILE
+  int64_t engine_pid_file = 0;      // the number in SVC_PID_FILE
 };
 
 // The agent that runs with this file.
@@ -84,7 +84,7 @@ struct Facts {
   mode_t mode = 0;
   std::time_t changed = 0;
   std::string user;
-  bool as_user = true;  // false: nobody could look as that user
+  bool as_user = true;  // false: the check could not run as that user
   bool root = false;    // the user is root
   std::vector<ConfigPiece> pieces;
   std::map<std::string, Setting, std::less<>> settings;  // every key of the agent
@@ -94,7 +94,7 @@ struct Facts {
   HostFacts host;
   AgentFacts agent;
 
-  // Of a key that this agent does not know: missing, 0.
+  // For a key that this agent does not know: an empty setting, number 0.
   const Setting& Of(std::string_view key) const;
   int64_t Number(std::string_view key) const { return Of(key).number; }
   const std::string& Text(std::string_view key) const { return Of(key).text; }

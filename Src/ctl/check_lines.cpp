@@ -11,7 +11,7 @@
 namespace ctl {
 namespace {
 
-// Keys in the agent's file that are the tool's alone.
+// Keys in the agent's file that only the tool reads.
 constexpr std::string_view TOOL_KEYS[] = {"HISTORY_PATH"};
 constexpr const char* LINE_END = "\n";
 
@@ -26,7 +26,7 @@ bool Known(std::string_view key) {
   return key.starts_with(CONFIG_SERVER_PREFIX) || std::find(names.begin(), names.end(), key) != names.end();
 }
 
-// The start of a line with a key of its own.
+// True for the beginning of a line that has a key.
 bool Keyed(const ConfigPiece& piece) {
   return !piece.rest && !piece.key.empty();
 }
@@ -35,7 +35,7 @@ bool MeantAsComment(std::string_view key) {
   return key.find_first_of("#;:/") == 0;
 }
 
-// A key that is joined to its value, or to a part of it: never shown, it may be a secret.
+// The key of "KEY=VALUE". The value is never shown, as it may be a secret.
 std::string_view BeforeEquals(std::string_view key) {
   return key.substr(0, key.find('='));
 }
@@ -113,7 +113,7 @@ void LongLines(const Facts& facts, Hits* hits) {
   }
 }
 
-// A text keeps blanks at its end when there are more of them than other characters.
+// The agent keeps the blanks at the end of a text when they outnumber its other characters.
 void BlanksAtTheEnd(const Facts& facts, Hits* hits) {
   for (const ConfigPiece& piece : facts.pieces) {
     const bool blank = piece.value.size() > 1 && (piece.value.back() == ' ' || piece.value.back() == '\t' ||
@@ -123,7 +123,7 @@ void BlanksAtTheEnd(const Facts& facts, Hits* hits) {
   }
 }
 
-// A carriage return behind the figures does no harm to a number, but an option is figures alone.
+// A carriage return after the digits does no harm to a number; an option must be digits only.
 bool TakenAsWritten(const Setting& setting) {
   const std::string_view value = setting.value;
   if (setting.is_option)

@@ -66,7 +66,7 @@ void TakeSettings(Facts* facts) {
   }
 }
 
-// When a process started, to the second: /proc counts from the boot.
+// When a process started, to the second. /proc counts clock ticks since the boot.
 std::time_t StartTime(const ProcessRow& process) {
   timespec since_boot{};
   ::clock_gettime(CLOCK_BOOTTIME, &since_boot);
@@ -99,7 +99,7 @@ int Access(const std::string& path, int mode) {
   return ::access(path.c_str(), mode) == 0 ? 0 : errno;
 }
 
-// Whether something can be made in that folder, or it itself in one above.
+// errno of creating something in that folder or, when it is missing, of creating it; 0: allowed.
 int Fillable(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   struct stat status {};
@@ -142,7 +142,7 @@ Look LookAtPath(const std::string& path, bool list) {
   return look;
 }
 
-// A folder takes files, a file that is there takes text, and one that is missing can be made.
+// As Look::fill: whether files can be created in a folder, or a file written or created.
 int FillOf(const Look& look) {
   if (look.error == 0 && !look.folder && !look.path.ends_with('/')) return look.regular ? look.write : EINVAL;
   return Fillable(look.path.ends_with('/') ? look.path : FolderOf(look.path));

@@ -1,4 +1,4 @@
-// Gathers what "check" judges by. Opens nothing for writing and connects to nobody.
+// Gathers what "check" judges. Opens nothing for writing and makes no connection.
 #ifndef CTL_CHECK_LOOK_H
 #define CTL_CHECK_LOOK_H
 
@@ -10,16 +10,17 @@
 
 namespace ctl {
 
-// The file, the values that the agent takes from it, and who runs. Nothing, with what is wrong, when it
-// cannot be read. As LoadAgentConfig, not for two threads at once.
+// Reads the file, the values that the agent takes from it, and which processes run. Returns nothing, with the
+// reason in *complaint, when the file cannot be read. Only one thread may call it at a time.
 std::optional<Facts> ReadFacts(const std::string& file, std::string* complaint);
 
-// Adds what the files say to the user who calls.
+// Adds the files and folders that the configuration names, as the calling user sees them.
 void LookAtFiles(Facts* facts);
 
-// The two figures of ip_local_port_range; first above last when they cannot be read.
+// Parses the two numbers of ip_local_port_range into first_port and last_port. Bad text leaves first above
+// last.
 void ParsePortRange(std::string_view text, HostFacts* host);
-// Whether a text of /proc/mounts has /proc with hidepid.
+// True when this text of /proc/mounts mounts /proc with hidepid.
 bool HidesProcesses(std::string_view mounts);
 
 }  // namespace ctl

@@ -1,4 +1,4 @@
-// Rules on paths, and on the files and folders that they lead to.
+// Rules on paths, and on the files and folders that they name.
 #include <sys/stat.h>
 
 #include <cctype>
@@ -44,7 +44,7 @@ bool Always(const Facts& /*facts*/) {
   return true;
 }
 
-// A key that names a file or a folder: when it matters, and what comes of a wrong one.
+// A key that names a file or a folder: when it is used, and what a wrong one causes.
 struct PathRow {
   const char* key;
   const char* base;
@@ -67,7 +67,7 @@ constexpr PathRow PATHS[] = {
     {"TXT_PATH", "DEBUG_PATH", true, true, ReadsResults, "the engine's results and errors are not found"},
 };
 
-// Who writes into which folder.
+// A key whose file or folder the agent writes, and what happens when it cannot.
 struct FolderRow {
   const char* key;
   bool (*used)(const Facts& facts);
@@ -90,7 +90,8 @@ std::string Reason(int error, const Facts& facts) {
   return error == EACCES || error == EPERM ? text + " for user " + facts.user : text;
 }
 
-// A value that the base itself took the place of. One without a value has a rule of its own.
+// Paths that begin with neither "/" nor ".": the agent uses the base folder instead. Keys without a value
+// have a rule of their own.
 void Replaced(const Facts& facts, Hits* hits, bool essential) {
   for (const PathRow& row : PATHS) {
     const Setting& path = facts.Of(row.key);

@@ -18,8 +18,8 @@ struct Destination {
 // Of every channel that is switched on.
 std::vector<Destination> DestinationsOf(const Facts& facts);
 
-// Looks up and connects to each, side by side, and sends nothing; an error for each that did not answer
-// within five seconds (looking up takes as long as the host's resolver does).
+// Looks up and connects to each destination, all at the same time, and sends nothing. Returns an error for
+// each that did not answer within five seconds; looking up a name takes as long as the host's resolver.
 std::vector<CheckFinding> Reach(const Facts& facts);
 
 }  // namespace ctl

@@ -11,7 +11,7 @@ namespace ctl {
 namespace {
 
 constexpr const char* LISTS[] = {"RECEIVER_FILE", "REFERENCE_FILE", "BLIND_FILE"};
-constexpr char END_FOR_THE_AGENT = '\xFF';  // its count of lines stops there
+constexpr char END_FOR_THE_AGENT = '\xFF';  // the agent counts lines up to this byte
 
 struct ListLine {
   size_t number;
@@ -43,7 +43,7 @@ std::vector<ListLine> LinesOf(std::string_view text) {
   return lines;
 }
 
-// Visits the lists that mails go to.
+// Visits the recipient files that are in use.
 template <typename Visit>
 void EachList(const Facts& facts, Visit visit) {
   if (!facts.Mails()) return;

@@ -8,7 +8,7 @@
 namespace ctl {
 namespace {
 
-// Keys that this build of the agent does not have count as missing.
+// For keys that this build of the agent does not have.
 const Setting MISSING;
 const Look NOT_LOOKED_AT;
 

@@ -1,4 +1,4 @@
-// The rules of "check": what is wrong with a configuration, and what will come of it.
+// The rules of "check": what is wrong with a configuration, and what that will cause.
 #ifndef CTL_CHECK_RULES_H
 #define CTL_CHECK_RULES_H
 
@@ -36,12 +36,12 @@ struct Rule {
   void (*judge)(const Facts& facts, Hits* hits);
 };
 
-// Takes what a rule finds.
+// Collects what a rule finds.
 class Hits {
  public:
   Hits(const Rule& rule, std::string file, std::vector<CheckFinding>* findings)
       : rule_(rule), file_(std::move(file)), findings_(findings) {}
-  // Words are shown as they are but for control characters and bad bytes, and cut.
+  // The words replace the {} of the rule's sentence, made fit to be shown (Shown in text.h).
   void Add(size_t line, std::string_view key, std::initializer_list<std::string_view> words);
   // The same for a line of another file.
   void AddIn(const std::string& file, size_t line, std::string_view key,
@@ -53,14 +53,15 @@ class Hits {
   std::vector<CheckFinding>* findings_;
 };
 
-// The tables, a subject each.
+// The tables of rules, one per subject.
 extern const std::span<const Rule> LINE_RULES;
 extern const std::span<const Rule> PATH_RULES;
 extern const std::span<const Rule> VALUE_RULES;
 extern const std::span<const Rule> CHANNEL_RULES;
 extern const std::span<const Rule> RECIPIENT_RULES;
 
-// Everything that the rules find: by line, then what has no line, then other files.
+// Everything that the rules find: first by line of the configuration, then what has no line, then other
+// files.
 std::vector<CheckFinding> Judge(const Facts& facts);
 
 }  // namespace ctl

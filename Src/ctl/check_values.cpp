@@ -58,7 +58,7 @@ size_t Bearers(const Facts& facts, bool agents) {
       }));
 }
 
-// An agent that was started through a link bears the link's name.
+// An agent started through a link has the link's name.
 void AgentName(const Facts& facts, Hits* hits) {
   const std::string& name = facts.Text("WATCHDOG_NAME");
   if (name == AGENT_NAME || Bearers(facts, true) > 0) return;
@@ -83,7 +83,7 @@ void NoPause(const Facts& facts, Hits* hits) {
     hits->Add(pause.line, "RESTART_CHECK_SEC", {std::to_string(pause.number)});
 }
 
-// The engine's figure of memory is another one when that key is set.
+// True when memory is checked by the agent's old figure only.
 bool OldMemoryFigure(const Facts& facts) {
   return facts.Number("MEM_OVER_PERCENT") == 0;
 }
@@ -153,7 +153,7 @@ void PortOfOthers(const Facts& facts, Hits* hits) {
                std::to_string(facts.host.last_port)});
 }
 
-// Only a living engine tells whether its PID file is right.
+// The PID file can be judged only while the engine runs.
 void EnginePid(const Facts& facts, Hits* hits) {
   if (facts.Number("HANG_SAVE") == 0) return;
   pid_t engine = 0;

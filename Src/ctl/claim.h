@@ -1,5 +1,5 @@
-// One start at a time: the claim of the start that is under way. It names a process, so it ends with it,
-// however it ends.
+// The claim of the start that is under way: only one start runs at a time. A claim names a process and ends
+// with that process, however it ends.
 #ifndef CTL_CLAIM_H
 #define CTL_CLAIM_H
 
@@ -16,16 +16,16 @@ namespace ctl {
 
 struct Claim {
   pid_t pid = 0;
-  uint64_t start = 0;  // of the process, so that another one of its pid does not count
+  uint64_t start = 0;  // start time of the process, as another one may get its pid
   int64_t since_ms = 0;
   std::string boot_id;
 };
 std::string ClaimText(const Claim& claim);
-// Nothing for any other text.
+// Returns nothing for a text that is no claim.
 std::optional<Claim> ParseClaim(const std::string& text);
 
-// Whether it still holds: of this boot, younger than 10 s, its process alive and not stopped. `process` is
-// what runs under its pid now.
+// True when the claim still holds: it is of this boot and younger than 10 s, and its process is alive and not
+// stopped. `process` is what runs under its pid now.
 bool ClaimHolds(const Claim& claim, const Moment& now, const std::optional<ProcessRow>& process);
 
 enum class Claimed { OURS, ANOTHERS, UNSURE };

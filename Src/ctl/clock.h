@@ -1,5 +1,5 @@
-// Time as the tool keeps it: on the wall for people, since the boot (suspend included) for everything that is
-// counted, since the wall's clock can be set.
+// The tool's clocks: wall time for people; time since the boot (suspend included) for everything that is
+// counted, as wall time can be set.
 #ifndef CTL_CLOCK_H
 #define CTL_CLOCK_H
 

@@ -1,4 +1,4 @@
-// What a command of the tool is: a row of the table in commands.cpp, and a file.
+// A command of the tool: each is a row of the table in commands.cpp and a file of its own.
 #ifndef CTL_COMMAND_H
 #define CTL_COMMAND_H
 
@@ -25,21 +25,21 @@ struct Call {
   bool json = false;
   std::vector<std::pair<std::string_view, std::string>>
       given;                        // the command's own options: name and argument
-  std::span<char* const> operands;  // words that are no options; a null pointer stands behind the last
+  std::span<char* const> operands;  // words that are not options; a null pointer follows the last
 
   bool Has(std::string_view option) const { return Value(option) != nullptr; }
-  // The argument of the last such option, empty for one that takes none; null when it was not given.
+  // The argument of the last such option, empty when it takes none; null when the option was not given.
   const std::string* Value(std::string_view option) const;
 };
 
 struct Command {
   const char* name;
   const char* help;   // one line
-  const char* usage;  // the words behind the name
+  const char* usage;  // the words that follow the name
   std::span<const Option> options;
   int (*run)(const Call& call);  // returns the exit status
-  // The operands are a command of their own: its options are left alone, and a complaint about the options
-  // before it is told but keeps nothing from running.
+  // The operands are a command to run: its options are not read. A mistake in the options before it is told,
+  // and the command runs all the same.
   bool runs_operands = false;
 };
 

@@ -22,7 +22,7 @@ constexpr int MAX_ENTRIES = 4096;
 constexpr std::string_view COLLECTOR = "systemd-coredump";
 constexpr const char* COLLECTOR_FOLDER = "/var/lib/systemd/coredump";
 
-// A record at this place of the bytes; false when they end before it does.
+// Copies the record at this place; false when the bytes end before it does.
 template <typename Record>
 bool Take(std::string_view bytes, size_t at, Record* record) {
   if (at > bytes.size() || bytes.size() - at < sizeof *record) return false;
@@ -34,7 +34,7 @@ size_t Aligned(size_t length) {
   return (length + 3) & ~size_t{3};
 }
 
-// The first two notes of interest stand before anything large: of the thread that died, and of its process.
+// The two notes of interest, of the thread that died and of its process, come before anything large.
 std::optional<CoreNotes> ParseNotes(std::string_view bytes) {
   CoreNotes notes;
   for (size_t at = 0;;) {
@@ -56,7 +56,7 @@ std::optional<CoreNotes> ParseNotes(std::string_view bytes) {
   }
 }
 
-// The collector compresses its cores, and keeps what matters beside them.
+// The collector compresses its cores, but keeps pid, signal and name in extended attributes.
 std::optional<CoreNotes> CollectorsNotes(int fd) {
   const auto attribute = [fd](const char* name) {
     std::array<char, 64> value{};

@@ -10,7 +10,7 @@ constexpr size_t MAX_DIGITS = 9;
 constexpr int64_t MINUTE = 60;
 constexpr int64_t HOUR = 60 * MINUTE;
 constexpr int64_t DAY = 24 * HOUR;
-// Seconds are exact enough to be read up to here: "80 s" rather than "1 min".
+// Up to here durations are told in seconds: "80 s" rather than "1 min".
 constexpr int64_t LAST_IN_SECONDS = 2 * MINUTE;
 
 struct Unit {

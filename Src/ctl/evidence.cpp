@@ -31,11 +31,11 @@ constexpr size_t VERDICT_SIZE = 1024;
 constexpr int SLICE_MS = 5;
 constexpr const char* ENDING = ".txt";
 
-// Shared with the process that gathers. Each counter is raised when what it counts is complete.
+// Shared with the process that gathers. A counter is raised only when what it counts is complete.
 struct Board {
   std::atomic<uint32_t> part;      // index of the part that is being gathered
   std::atomic<uint32_t> written;   // bytes of text
-  std::atomic<uint32_t> verdicts;  // the verdict stands in place (verdicts - 1) % 2
+  std::atomic<uint32_t> verdicts;  // the newest verdict is at index (verdicts - 1) % 2
   std::atomic<bool> counted;
   int64_t host;
   int64_t kills;
@@ -100,7 +100,7 @@ void Gather(const AgentConfig& config, const RestartState& before, Board* board)
 }
 
 [[noreturn]] void GatherAndEnd(const AgentConfig& config, const RestartState& before, Board* board) {
-  ::setpgid(0, 0);  // with what it starts, it can be killed as one
+  ::setpgid(0, 0);  // a group of its own, killed as one with what it starts
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   try {
     Gather(config, before, board);
@@ -110,7 +110,7 @@ void Gather(const AgentConfig& config, const RestartState& before, Board* board)
   ::_exit(0);
 }
 
-// Waits for the end of the process, and ends it when its time is over.
+// Waits for the process to end and kills it when its time is over.
 void Await(pid_t gatherer, int64_t limit_ms) {
   const int64_t end = BootMilliseconds() + limit_ms;
   while (::waitpid(gatherer, nullptr, WNOHANG) == 0) {
@@ -146,7 +146,7 @@ Evidence Read(const Board& board) {
   return evidence;
 }
 
-// All but the newest; the one just written stays, whatever the clock says.
+// Removes all but the newest 30. The one just written stays, even when the clock was set back.
 void RemoveOld(const RecordFolder& evidence, const std::string& just) {
   auto names = evidence.Names(ENDING);
   std::erase(names, just);

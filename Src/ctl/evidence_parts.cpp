@@ -52,8 +52,8 @@ std::string FirstLine(const std::string& text) {
 }
 
 std::string Kills(const AgentConfig& /*config*/, const RestartState& before, DeathFacts* facts) {
-  // Of the engine's group as it was seen; else of this process's, which the engine shares when the agent has
-  // started it.
+  // The counters of the group in which the engine was last seen; else those of this process's group, which
+  // the engine shares when the agent started it.
   KillCounters now = ReadKillCounters(before.counters.group);
   if (!now.kills) now = ReadKillCounters(MemoryGroupFolder(ReadGroupText(::getpid())));
   facts->now = now;
@@ -89,10 +89,10 @@ std::string Core(const AgentConfig& config, const RestartState& before, DeathFac
   while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
   if (folder.empty())
     return Line("where this host keeps them is not known: core_pattern is " + Shown(FirstLine(pattern)));
-  // An engine of which nothing is recorded died since the agent's last look, a moment ago.
+  // Without a record of it, the engine died since the agent's last look, a moment ago.
   const time_t lately = std::time(nullptr) - UNRECORDED;
   time_t since = before.start_wall > 0 ? before.start_wall : lately;
-  if (before.engine.pid != 0) since = std::min(since, lately);  // its pid tells it even if the clock was set
+  if (before.engine.pid != 0) since = std::min(since, lately);  // its pid tells, even if the clock was set
   facts->core = FindCore(folder, config.process, before.engine.pid, since);
   if (!facts->core) return Line("none of it in " + Shown(folder) + " since the last start");
   return Line(Shown(facts->core->path) + ", signal " + std::to_string(facts->core->notes.signal));
@@ -109,7 +109,7 @@ std::string Figures(const AgentConfig& config, const RestartState& /*before*/, D
 
 std::string Unit(const AgentConfig& /*config*/, const RestartState& before, DeathFacts* facts) {
   if (before.engine.unit.empty()) return Line("the engine was not seen in a unit");
-  // The unit in which it lived may be the agent's own.
+  // The unit in which the engine ran may be the agent's own.
   if (before.engine.unit == UnitIn(ReadGroupText(::getpid()))) return Line("the engine is none of its own");
   if (::access("/run/systemd/system", F_OK) != 0) return Line("no service manager runs");
   const base::UniqueFd out(::memfd_create("unit", MFD_CLOEXEC));

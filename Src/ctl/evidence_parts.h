@@ -1,4 +1,4 @@
-// The parts of the evidence, in the order in which they are gathered: what may hang comes last.
+// The parts of the evidence, in the order of gathering: parts that may hang come last.
 #ifndef CTL_EVIDENCE_PARTS_H
 #define CTL_EVIDENCE_PARTS_H
 
@@ -18,9 +18,9 @@ struct EvidencePart {
 };
 std::span<const EvidencePart> EvidenceParts();
 
-// The last lines of a log, each fit to be shown and indented: at most count.
+// The last lines of a log, at most count, each fit to be shown and indented.
 std::string LastLines(const std::string& text, size_t count);
-// Of a main log's text: the newest line of each figure that the agent compares with a threshold.
+// From the text of a main log: the newest line of each figure that the agent compares with a threshold.
 std::string LastFigures(const std::string& text);
 
 }  // namespace ctl

@@ -1,4 +1,4 @@
-// How the tool ends: one table for the code, the help and the manual.
+// The tool's exit statuses: one table for the code, the help and the manual.
 #ifndef CTL_EXIT_STATUS_H
 #define CTL_EXIT_STATUS_H
 

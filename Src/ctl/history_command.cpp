@@ -42,7 +42,7 @@ Json Object(const StartRecord& record) {
           {"seconds_to_port", OrNull(record.seconds_to_port)}};
 }
 
-// One object, written as it is read: its length is not bounded by memory.
+// Prints one object, line by line as it is read, so that memory does not bound its length.
 bool PrintObjects(const RecordFolder& folder, time_t since) {
   std::string head = JsonText(JsonObject());
   head.pop_back();
@@ -71,7 +71,7 @@ bool PrintLines(const RecordFolder& folder, time_t since, int64_t duration) {
   return all;
 }
 
-// No start was ever recorded.
+// Prints that no start was ever recorded.
 int PrintNone(bool json, int64_t duration) {
   Json empty = JsonObject();
   empty["starts"] = Json::array();

@@ -1,4 +1,4 @@
-// Fields of JSON that somebody else may have written: of the wrong type, they are missing.
+// Fields of JSON that others may have written. A field of the wrong type counts as missing.
 #ifndef CTL_JSON_FIELDS_H
 #define CTL_JSON_FIELDS_H
 
@@ -12,7 +12,7 @@ namespace ctl {
 
 using Json = nlohmann::ordered_json;
 
-// An object, or an empty one for whatever else the text is.
+// The object in the text; an empty one when the text is anything else.
 inline Json ParseObject(std::string_view text) {
   Json json = Json::parse(text, nullptr, false);
   return json.is_object() ? json : Json::object();

@@ -1,5 +1,5 @@
-// Whether processes were killed for want of memory: the kernel's counters, of the host and of a control
-// group. Control groups of version 1 and 2.
+// The kernel's counters of processes killed for want of memory, of the host and of a control group (version 1
+// or 2).
 #ifndef CTL_MEMORY_GROUP_H
 #define CTL_MEMORY_GROUP_H
 
@@ -12,22 +12,22 @@
 
 namespace ctl {
 
-// The folder of the memory controller's figures of the process that this text of /proc/PID/cgroup is of;
-// empty when it is in none, or outside of what can be seen.
+// The folder with the memory figures of a process. text is its /proc/PID/cgroup. Empty when the process is in
+// no such group or the group cannot be seen from here.
 std::string MemoryGroupFolder(std::string_view text, const std::string& root = "/sys/fs/cgroup");
-// The service of the service manager in which that process is ("stt.service"); empty for none.
+// The service that the process belongs to ("stt.service"), from the same text; empty for none.
 std::string UnitIn(std::string_view text);
 
-// The number behind a name that begins a line: "oom_kill 3".
+// The number after a name at the start of a line: "oom_kill 3".
 std::optional<int64_t> CounterIn(std::string_view text, std::string_view name);
 
 struct KillCounters {
   std::optional<int64_t> host;   // processes of this host killed for want of memory
   std::string group;             // folder of the control group
-  std::optional<int64_t> kills;  // processes of the group killed so
-  std::optional<int64_t> hits;   // times that the group met its limit
+  std::optional<int64_t> kills;  // processes of the group killed for want of memory
+  std::optional<int64_t> hits;   // how often the group reached its limit
 };
-// Of the host and of a group's folder (empty: none).
+// Reads the counters of the host and of the group with this folder (empty: none).
 KillCounters ReadKillCounters(const std::string& group, const std::string& proc = "/proc");
 // The text of /proc/PID/cgroup.
 std::string ReadGroupText(pid_t pid, const std::string& proc = "/proc");

@@ -8,7 +8,7 @@ namespace ctl {
 namespace {
 
 constexpr size_t MAX_EDITS = 2;
-constexpr size_t MAX_NAME = 64;  // longer words are no slip of the pen
+constexpr size_t MAX_NAME = 64;  // a longer word is no misspelt name
 
 char Lower(char c) {
   return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

@@ -28,7 +28,7 @@ bool OnTerminal() {
   return terminal;
 }
 
-// The character set of a terminal, or null when UTF-8 will do.
+// The terminal's character set; null when it is UTF-8 or there is no terminal.
 const char* OtherCharset() {
   std::setlocale(LC_CTYPE, "");
   const char* charset = ::nl_langinfo(CODESET);
@@ -61,8 +61,8 @@ class Converter {
   iconv_t handle_;
 };
 
-// Nobody who reads standard error any more must be no reason to die. Nothing of it stays: what runs after us
-// inherits signals as they were.
+// Keeps SIGPIPE from ending the program when nobody reads standard error. Restores the signal's state, as the
+// command that runs after us inherits it.
 class BrokenPipeGuard {
  public:
   BrokenPipeGuard() {
@@ -109,7 +109,7 @@ void Print(std::string_view text) {
 }
 
 void Complain(std::string_view text) {
-  // One write, for others may write there too.
+  // In one write, as others may write there too.
   const std::string line = "dunrasttctl: " + std::string(text) + "\n";
   const BrokenPipeGuard guard;
   pollfd room = {STDERR_FILENO, POLLOUT, 0};

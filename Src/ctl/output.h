@@ -8,23 +8,23 @@
 
 namespace ctl {
 
-// Writes UTF-8 to standard output; on a terminal whose character set is another, in that one, with "?" for
-// what it lacks.
+// Writes UTF-8 text to standard output. On a terminal with another character set it is converted, with "?"
+// for characters that the set lacks.
 void Print(std::string_view text);
-// "dunrasttctl: TEXT" on standard error, one line. Lost when nobody reads there, or not for a tenth of a
-// second: the caller goes on.
+// Writes the line "dunrasttctl: TEXT" to standard error. The line is lost when nobody reads there within a
+// tenth of a second; the caller goes on.
 void Complain(std::string_view text);
 
 enum class Colour { RED, YELLOW, GREEN, GREY };
 // The text, coloured when standard output is a terminal and NO_COLOR is unset or empty.
 std::string Paint(Colour colour, std::string_view text);
 
-// An object that begins with "schema": 1. Every --json prints one: fields are added, none goes, null is not
-// known.
+// A new object that begins with "schema": 1. Every --json prints one. Releases may add fields but never
+// remove one; null means not known.
 nlohmann::ordered_json JsonObject();
 // One line of JSON, bad UTF-8 replaced.
 std::string JsonText(const nlohmann::ordered_json& json);
-// JsonText and a line end to standard output.
+// Writes JsonText and a line end to standard output.
 void PrintJson(const nlohmann::ordered_json& json);
 
 }  // namespace ctl

@@ -31,7 +31,7 @@ bool StartsThroughTool(const AgentConfig& config) {
   return start && SameFile(config.shell_file, "/proc/self/exe");
 }
 
-// Who runs this: behind sudo, who called it.
+// The user who runs this; with sudo, the user who called sudo.
 std::string Caller() {
   const char* sudo = std::getenv("SUDO_USER");
   if (::getuid() == 0 && sudo != nullptr && *sudo != '\0') return Shown(sudo);

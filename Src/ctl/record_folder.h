@@ -1,6 +1,6 @@
-// The folder in which the tool keeps what it records. The engine may run as the folder's owner, so what lies
-// there is a claim: no link is followed, what is no regular file of root or of the folder's owner with one
-// name is not touched, and every read is bounded.
+// The folder in which the tool keeps its records. The engine may run as the folder's owner, so its content is
+// not trusted. No link is followed. Only regular files with a single name that belong to root, the folder's
+// owner or the caller are opened. Every read is bounded.
 #ifndef CTL_RECORD_FOLDER_H
 #define CTL_RECORD_FOLDER_H
 
@@ -26,28 +26,30 @@ class RecordFolder {
   // writing both are made when they are missing (by root for the user of the running agent), and refused when
   // they are not root's or ours, or anybody may write there. Nothing, with errno and what is wrong.
   static std::optional<RecordFolder> Open(const AgentConfig& config, For purpose, std::string* complaint);
-  // A folder by its path, not made.
+  // Opens a folder by its path; does not create it.
   static std::optional<RecordFolder> OpenPath(const std::string& path, For purpose, std::string* complaint);
 
-  // A folder in it; for writing it is made. Nothing with errno.
+  // Opens a folder in it; for writing, creates it when missing. Returns nothing, with errno, on failure.
   std::optional<RecordFolder> Sub(const std::string& name, For purpose) const;
   const std::string& Path() const { return path_; }
 
-  // Its lock, for as long as the descriptor lives; meant for a moment. Invalid with errno when it was not to
-  // be had within a fifth of a second: whoever is stopped while he holds it must hold up nobody.
+  // Takes the folder's lock, which is held as long as the descriptor is open; keep it short. Returns an
+  // invalid descriptor, with errno, when the lock is not free within a fifth of a second: a holder that is
+  // stopped must not hold up others.
   base::UniqueFd Lock() const;
-  // The same on a file of ours.
+  // Locks an open file in the same way; false with errno.
   static bool LockFile(int fd);
 
-  // A file in it, by the flags of open(2); one that is made belongs to the folder's owner. Invalid with errno
-  // (EPERM: it is not what it should be).
+  // Opens a file in it with these flags of open(2). A file that it creates belongs to the folder's owner.
+  // Returns an invalid descriptor, with errno, on failure; EPERM means that it is not a file to be trusted.
   base::UniqueFd OpenFile(const std::string& name, int flags) const;
-  // The first limit bytes; nothing with errno.
+  // Reads the first limit bytes of a file. Returns nothing, with errno, on failure.
   std::optional<std::string> Read(const std::string& name, size_t limit) const;
-  // Puts a file in its place as a whole: 0, or -1 with errno and the old one as it was.
+  // Writes a new file and renames it into place. Returns 0, or -1 with errno and the old file as it was.
   int Replace(const std::string& name, const std::string& text) const;
+  // Removes a file: 0, or -1 with errno.
   int Remove(const std::string& name) const;
-  // Names of its entries that end with this, in order.
+  // The names of its entries with this ending, sorted.
   std::vector<std::string> Names(const std::string& ending) const;
 
  private:

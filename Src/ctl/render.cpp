@@ -23,9 +23,10 @@ namespace ctl {
 namespace {
 
 constexpr size_t MESSAGE_LIMIT = 81919;            // what the agent takes of an engine's error lines
-constexpr const char* MESSAGE_KIND = "error-log";  // whose message is the engine's own text
+constexpr const char* MESSAGE_KIND = "error-log";  // what --message replaces without --kind
 
-// Mails may hold the engine's configuration: the caller's alone. False, with a complaint.
+// Creates the file with mode 0600, as mails may hold the engine's configuration. Returns false, after a
+// complaint, on failure.
 bool WriteFile(const std::string& path, std::string_view bytes) {
   const base::UniqueFd file(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -86,14 +87,14 @@ void TellJson(const std::vector<RenderedAlarm>& alarms, const std::string& folde
   PrintJson(json);
 }
 
-// Which message replaces that of this finding; null: none.
+// The message that replaces this finding's own; null: none.
 const std::string* MessageFor(const FindingRow& row, const Call& call,
                               const std::optional<std::string>& message) {
   const bool meant = call.Has("kind") || row.name == std::string_view(MESSAGE_KIND);
   return message && meant ? &*message : nullptr;
 }
 
-// What is wrong with the call; empty: nothing.
+// What is wrong with the command line; empty when nothing is.
 std::string Complaint(const Call& call) {
   if (!call.operands.empty()) return "render takes no word " + Shown(call.operands[0]);
   if (call.Value("out") == nullptr || call.Value("out")->empty()) return "render needs --out DIR";

@@ -24,8 +24,8 @@
 namespace ctl {
 namespace {
 
-constexpr int64_t APPS_FORM = 2;      // of WEBHOOK_APPS
-constexpr size_t LONGEST_LINE = 998;  // of a mail, without its end
+constexpr int64_t APPS_FORM = 2;      // value of WEBHOOK_APPS for the form
+constexpr size_t LONGEST_LINE = 998;  // bytes of a line of a mail, without its end
 constexpr std::string_view FORM_START = "payload=";
 constexpr const char* ERROR_EXAMPLE =
     "[2026/01/31 14:05:03] ERROR decoder 3: no answer within 5000 ms\n"
@@ -41,7 +41,7 @@ struct AddressesFree {
   void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
 };
 
-// What the checks put into an alarm.
+// What a check puts into an alarm.
 struct Content {
   std::string message;
   std::string attachment;  // empty: none
@@ -49,7 +49,7 @@ struct Content {
 };
 
 Content OverContent(const char* what, int64_t limit) {
-  // As when the threshold is just reached.
+  // The figure that just reaches the threshold.
   return {OverMessage(m_sz_proc_name, what, static_cast<int>(limit), static_cast<int>(limit)), "", {}};
 }
 
@@ -93,7 +93,7 @@ Content HangContent(std::time_t /*now*/) {
   return {HangMessage(m_sz_proc_name, HANG_EXAMPLE, times), "", {}};
 }
 
-// By the names of the table of findings.
+// The content of each finding, by its name in the table of findings.
 struct ContentRow {
   std::string_view name;
   Content (*content)(std::time_t now);

@@ -1,4 +1,4 @@
-// Every alarm of the agent as the bytes that would leave, and what is wrong with them.
+// Renders every alarm of the agent as the bytes that would be sent, and tells what is wrong with them.
 #ifndef CTL_RENDER_ALARM_H
 #define CTL_RENDER_ALARM_H
 
@@ -13,31 +13,31 @@
 namespace ctl {
 
 struct Remark {
-  bool wrong;        // else only worth knowing
+  bool wrong;        // false: only worth knowing
   std::string text;  // UTF-8
 };
 
-// One alarm on every channel; a channel that it does not have, or that cannot carry it, is empty.
+// One alarm on every channel. A channel that it does not use, or that cannot carry it, is empty.
 struct RenderedAlarm {
   std::string name;      // of its files
   std::string title;     // UTF-8
-  std::string mail;      // all of it, from the first header on
+  std::string mail;      // headers and body
   std::string html;      // the mail's body
-  std::string card;      // what is posted
-  bool is_form = false;  // not a card
-  std::string frame;     // of the management servers, connection tag 0
+  std::string card;      // the body of the post
+  bool is_form = false;  // the post is a form, not a card
+  std::string frame;     // for the management servers, with connection tag 0
   std::vector<Remark> remarks;
 };
 
-// The alarm with the texts and figures that this configuration gives it at that moment; message, when given,
-// takes the place of its message (code page 949). Reads the lists of recipients, the attachment and
-// yesterday's results, changes nothing. The configuration must have been loaded (agent_config.h).
+// Renders the alarm with the texts and figures that this configuration gives it at that moment. message (code
+// page 949), unless null, replaces its message. Reads the lists of recipients, the attachment and yesterday's
+// results; changes nothing. Needs a loaded configuration (agent_config.h) and PrepareRendering.
 RenderedAlarm RenderAlarm(const FindingRow& row, std::time_t now, const std::string* message);
 
-// What RenderAlarm needs once: this host's address and the lists of recipients.
+// Finds this host's address and reads the lists of recipients. Call it once, before RenderAlarm.
 void PrepareRendering();
 
-// What is wrong with bytes that would leave. Pure.
+// What is wrong with the bytes of a post or of a mail. Pure.
 std::vector<Remark> JudgeCard(std::string_view card, bool is_form);
 std::vector<Remark> JudgeMail(std::string_view mail);
 

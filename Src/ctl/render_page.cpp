@@ -80,7 +80,7 @@ std::string CardView(const nlohmann::json& card) {
   return text;
 }
 
-// What a chat would make of it; the bytes when it would refuse them.
+// The card as a chat would show it; its bytes when the chat would refuse them.
 std::string CardOf(const RenderedAlarm& alarm) {
   std::string_view text = alarm.card;
   if (alarm.is_form && text.starts_with(FORM_START)) text.remove_prefix(FORM_START.size());

@@ -10,13 +10,13 @@
 
 namespace ctl {
 
-// A text inside HTML, also inside an attribute's double quotes.
+// Escapes a text for HTML, also for an attribute in double quotes.
 std::string EscapedHtml(std::string_view text);
-// Printable ASCII stays; every other byte, and a backslash, as \xNN.
+// Printable ASCII stays; every other byte, and the backslash, becomes \xNN.
 std::string EscapedBytes(std::string_view bytes);
 
-// One file of HTML in UTF-8, without scripts and links to elsewhere; the mails in frames that may run and
-// fetch nothing. where: a line on what the alarms were made of.
+// One HTML file in UTF-8, without scripts and outside links. Mails stand in frames that may run and fetch
+// nothing. where: a line that says which configuration the alarms were made from.
 std::string RenderedPage(const std::vector<RenderedAlarm>& alarms, std::string_view where);
 
 }  // namespace ctl

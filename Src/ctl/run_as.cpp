@@ -25,7 +25,7 @@ namespace ctl {
 namespace {
 
 constexpr const char* UNIT = "dunrastt-admin.service";
-// The first that exists counts; what is in the folders beside is read after it.
+// The first unit file found counts. Drop-ins are read after it.
 constexpr const char* UNIT_FOLDERS[] = {"etc/systemd/system/", "run/systemd/system/",
                                         "usr/lib/systemd/system/", "lib/systemd/system/"};
 constexpr std::string_view USER_KEY = "User=";

@@ -1,4 +1,4 @@
-// The user that the agent runs as, and looking at the host as that user.
+// Finds the user that the agent runs as, and runs code as that user.
 #ifndef CTL_RUN_AS_H
 #define CTL_RUN_AS_H
 
@@ -12,7 +12,7 @@
 
 namespace ctl {
 
-// Names are taken from the files of the host alone: asking a directory service would connect to it.
+// A user. Names come from the host's own files only, as asking a directory service would connect to it.
 struct RunAs {
   std::string name;
   uid_t user = 0;
@@ -20,12 +20,14 @@ struct RunAs {
   std::vector<gid_t> groups;
 };
 
-// A user by name or number; nothing for a name that stands in no file. root: where etc/passwd lies.
+// Finds a user by name or number. Returns nothing for a name that is not in the files. root: the folder that
+// holds etc/passwd.
 std::optional<RunAs> FindUser(const std::string& name, const std::string& root = "/");
 RunAs CurrentUser();
-// The last User= of a unit's text and of those that add to it; empty: none.
+// The last User= in the text of a unit and its drop-ins; empty: none.
 std::string UserOfUnit(std::string_view text);
-// The same of the agent's unit as it is installed, when that unit starts the agent with this file.
+// The same for the agent's installed unit, if that unit starts the agent with this configuration file; else
+// empty.
 std::string UserOfInstalledUnit(const std::string& config, const std::string& root = "/");
 
 // Whom the agent runs as that has this file: its process (0: none) tells, else its unit, else it is the

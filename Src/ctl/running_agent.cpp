@@ -34,7 +34,7 @@ bool IsAgent(const ProcessRow& row, const std::string& program, const std::strin
   return !words.empty() && LastPart(words[0]) == AGENT;
 }
 
-// The folder in which an agent was started: it goes to its program's own later.
+// The folder in which an agent was started, from its environment: it changes to its program's folder later.
 std::string StartFolder(pid_t pid, const std::string& proc) {
   for (const std::string& variable : ReadTexts(pid, "environ", proc)) {
     if (variable.starts_with(FOLDER)) return variable.substr(FOLDER.size());

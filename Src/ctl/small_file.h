@@ -12,11 +12,13 @@
 
 namespace ctl {
 
-// At most limit bytes from where the descriptor stands; nothing when the first read fails (errno).
+// Reads at most limit bytes from the descriptor's position. Returns nothing, with errno, when the first read
+// fails.
 std::optional<std::string> ReadDescriptor(int fd, size_t limit);
-// The first limit bytes; a FIFO in its place is not waited for. Nothing with errno.
+// Reads the first limit bytes of a file. Does not wait on a FIFO. Returns nothing, with errno, on failure.
 std::optional<std::string> ReadSmallFile(const std::string& path, size_t limit = 65536);
-// The last limit bytes of a regular file, from a whole line on when it is longer. Nothing with errno.
+// Reads the last limit bytes of a regular file; of a longer file, from the beginning of a line on. Returns
+// nothing, with errno, on failure.
 std::optional<std::string> ReadTail(int fd, size_t limit);
 
 // Where a link leads; empty when it cannot be told.

@@ -1,9 +1,9 @@
 // start: what the agent runs in place of the engine's start script.
 //
-// The process that the agent waits for does next to nothing itself: it asks a helper whether the start is
-// held, waits for the answer for a bounded time, and becomes the command. So the command has the parent, the
-// descriptors, the signals and the environment that it would have had, and nothing that goes wrong with lock,
-// evidence or record - not even the helper's death - keeps it from being run.
+// The process that the agent waits for does very little: it asks a helper whether the start is held, waits a
+// bounded time for the answer, and becomes the command. So the command has the parent, descriptors, signals
+// and environment that it would have without the tool. Nothing that goes wrong with lock, evidence or record,
+// not even the helper's death, keeps the command from running.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -30,7 +30,7 @@
 namespace ctl {
 namespace {
 
-constexpr int NOT_FOUND = 127;  // as a shell ends
+constexpr int NOT_FOUND = 127;  // exit statuses as of a shell
 constexpr int NOT_RUN = 126;
 constexpr Option OPTIONS[] = {
     {"backoff", 0, "FROM..TO", "pauses between starts of an engine that keeps dying; 10s..5m without it"},
@@ -56,14 +56,15 @@ StartPlan PlanOf(const Call& call) {
   return plan;
 }
 
-// The channel to the helper, and from then on to the watch that it leaves.
+// The channel to the helper and, after its answer, to the watch that it leaves behind.
 struct Asked {
   base::UniqueFd channel;
   std::optional<Answer> answer;
-  bool kernel_tells = false;  // a reaped process's status to whoever has its pidfd
+  bool kernel_tells = false;  // the kernel tells a reaped process's status to holders of its pidfd
 };
 
-// Above the standard descriptors, which may be closed: what is told there must not end up in the channel.
+// Moves a descriptor above the standard ones. Those may be closed, and texts for them must not end up in the
+// channel.
 base::UniqueFd Lifted(int fd) {
   base::UniqueFd low(fd);
   return base::UniqueFd(::fcntl(low.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
@@ -82,7 +83,7 @@ std::optional<Answer> AwaitAnswer(int channel) {
   return std::nullopt;
 }
 
-// A child's status would be lost where SIGCHLD is ignored. The command gets it back as it was.
+// Where SIGCHLD is ignored, the status of a child would be lost. The command gets the signal back as it was.
 class ChildSignal {
  public:
   ChildSignal() {
@@ -96,8 +97,8 @@ class ChildSignal {
   struct sigaction inherited_ {};
 };
 
-// The helper is no child of this process, which is to have none when it becomes the command: a child starts
-// it and ends.
+// Starts the helper by way of a child that ends at once. This process must have no children when it becomes
+// the command.
 Asked AskHelper(const StartPlan& plan) {
   Asked asked;
   std::array<int, 2> ends{-1, -1};
@@ -131,7 +132,8 @@ int Become(const Call& call, const Asked& asked, const ChildSignal& signal) {
   return error == ENOENT ? NOT_FOUND : NOT_RUN;
 }
 
-// Where nobody else can learn the command's status, this process stays as its parent and passes it on.
+// Becomes the command. Where nobody else can learn its status, this process stays as its parent and passes
+// the status on.
 int RunCommand(const Call& call, const Asked& asked, const ChildSignal& signal) {
   const pid_t command = asked.answer && !asked.kernel_tells ? ::fork() : -1;
   if (command == 0) ::_exit(Become(call, asked, signal));

@@ -33,12 +33,12 @@ namespace {
 
 constexpr const char* ALL_THE_SAME = "; the engine is started all the same";
 constexpr int64_t LIFE_LIMIT_S = HELPER_LIMIT_MS / 1000 + 2;
-constexpr int64_t SLACK_MS = 200;  // by which the starter may have begun to wait before
+constexpr int64_t SLACK_MS = 200;  // the starter may have begun to wait this much earlier
 
 struct Hold {
   Answer answer;
-  std::string reason;  // as it is recorded
-  std::string note;    // in words
+  std::string reason;  // the word for the record
+  std::string note;    // the reason in words
 };
 
 class Helper {
@@ -169,7 +169,7 @@ class Helper {
       Complain(std::string("state not kept: ") + std::strerror(errno) + ALL_THE_SAME);
   }
 
-  // The starter's end of the channel is closed before it would have given up waiting: nothing is started.
+  // True when the starter closed the channel before its time to give up: it was killed and starts nothing.
   bool WasKilled() const {
     pollfd end = {channel_, 0, 0};
     return ::poll(&end, 1, 0) == 1 && BootMilliseconds() - begin_ms_ < HELPER_LIMIT_MS - SLACK_MS;
@@ -199,8 +199,8 @@ class Helper {
   RestartState state_;
 };
 
-// Signals as they are by default, standard descriptors that are open and no others, and an end whatever
-// happens.
+// Sets default signals, opens the standard descriptors, closes all others but the channel, and limits this
+// process's life by a timer.
 void BecomeHelper(int channel) {
   sigset_t none;
   sigemptyset(&none);

@@ -23,7 +23,7 @@ constexpr const char* FOLDER = "starts";
 constexpr const char* ENDING = ".jsonl";
 constexpr std::string_view HEAD = "{\"at\":";
 constexpr size_t CHUNK = 65536;
-constexpr time_t DAY = 86'400;  // a time zone's width: months are local ones
+constexpr time_t DAY = 86'400;  // more than any time zone's offset, as months are local
 
 std::string MonthFile(time_t wall) {
   return LocalTime(wall, "%Y-%m") + ENDING;
@@ -34,8 +34,8 @@ bool EndsInALine(int fd, off_t size) {
   return size == 0 || ::pread(fd, &last, 1, size - 1) != 1 || last == '\n';
 }
 
-// Whether the line begins with a moment at or after since. Decided without a look at the rest: of a million
-// lines nearly all are older.
+// True when the line begins with a moment at or after since. It reads no further: of a million lines nearly
+// all are older.
 bool IsSince(std::string_view line, time_t since) {
   if (!line.starts_with(HEAD)) return false;
   int64_t at = 0;
@@ -43,7 +43,7 @@ bool IsSince(std::string_view line, time_t since) {
   return std::from_chars(begin, line.data() + line.size(), at).ec == std::errc() && at >= since;
 }
 
-// Lines longer than the buffer are no lines of ours.
+// Visits each line. Lines longer than the buffer are not ours and are skipped.
 bool VisitLines(int fd, time_t since, const std::function<void(std::string_view)>& visit) {
   std::vector<char> buffer(CHUNK);
   size_t kept = 0;
@@ -127,7 +127,7 @@ std::optional<AppendedLine> AppendStart(const RecordFolder& folder, const StartR
 int CompleteStart(const RecordFolder& folder, const AppendedLine& line, const StartRecord& record) {
   const auto starts = folder.Sub(FOLDER, RecordFolder::For::READING);
   if (!starts) return -1;
-  // Not for appending, which would put the bytes at the end whatever place is named.
+  // Not opened for appending: bytes would then go to the end, whatever offset is given.
   const base::UniqueFd file = starts->OpenFile(line.file, O_RDWR);
   const std::string before = StartLine(line.record);
   const std::string after = StartLine(record);

@@ -25,7 +25,7 @@ constexpr int64_t LIMIT_MS = 60'000;
 constexpr int LOOK_MS = 250;  // between two looks at the port
 constexpr double MS = 1000;
 
-// Of <linux/pidfd.h> since kernel 6.15, which Debian 12 has not yet.
+// As in <linux/pidfd.h> since kernel 6.15; Debian 12's headers do not have it.
 struct PidfdInfo {
   uint64_t mask;
   uint64_t cgroup;
@@ -64,7 +64,8 @@ class Watch {
     ::poll(ready.data(), count, LOOK_MS);
   }
 
-  // A starter that waits for the command tells its status; else it has become the command.
+  // A starter that stays as the command's parent sends its status. Otherwise the starter has become the
+  // command.
   void LookAtCommand() {
     int said = 0;
     ssize_t got = -1;
@@ -77,7 +78,7 @@ class Watch {
     if (!running_) return TakeBack();
     pollfd process = {plan_.command.Get(), POLLIN, 0};
     if (plan_.command.Valid() && ::poll(&process, 1, 0) == 0) return;
-    // Ended, but perhaps not reaped yet: its status is told from then on.
+    // It has ended but is perhaps not reaped yet; the kernel tells the status once it is.
     const int64_t end = BootMilliseconds() + LOOK_MS;
     int told = -1;
     while ((told = ReapedStatus(plan_.command.Get())) < 0 && BootMilliseconds() < end) ::poll(nullptr, 0, 10);
@@ -126,7 +127,7 @@ class Watch {
   bool running_ = false;
   bool ended_ = false;
   bool noted_ = plan_.config.process.empty();
-  bool over_ = false;  // another start has come since
+  bool over_ = false;  // another start has begun since
 };
 
 void Detach() {

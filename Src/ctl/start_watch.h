@@ -1,4 +1,5 @@
-// Follows a start: when the command ends and with what, when the port listens, what the engine is.
+// Follows a start: when the command ends and with what status, when the port listens, which process the
+// engine is.
 #ifndef CTL_START_WATCH_H
 #define CTL_START_WATCH_H
 
@@ -18,17 +19,18 @@ struct WatchPlan {
   base::UniqueFd command;   // a pidfd of the process that becomes the command; may be invalid
   bool watch_port = false;  // false: it listened before, or there is none
   int64_t started_ms = 0;   // the start, as the row has it
-  StartRow before;          // of starts, as it was: to be put back when the starter is killed before it runs
+  StartRow before;          // the row before this start: put back when the starter is killed before it runs
                             // the command
 };
 
-// Detaches from session, folder and standard descriptors, and completes the record within 60 s.
+// Detaches from session, working directory and standard descriptors, and completes the record. Ends the
+// process within 60 s.
 [[noreturn]] void RunStartWatch(const RecordFolder& folder, WatchPlan plan, int channel);
 
-// The wait status of a process that has been reaped by whoever its parent is, from a pidfd opened before:
-// kernels since 6.15 tell. Negative: not known.
+// The wait status of a process that its parent has reaped, from a pidfd opened before; negative when not
+// known. Needs a kernel of 6.15 or later.
 int ReapedStatus(int pidfd);
-// As a shell counts it: the exit status, or 128 and the signal's number.
+// A wait status as a shell tells it: the exit status, or 128 plus the signal's number.
 int ShellStatus(int wait_status);
 
 }  // namespace ctl

@@ -1,4 +1,4 @@
-// status: what the agent and its engine are like now.
+// status: how the agent and its engine are now.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -33,7 +33,7 @@ constexpr Option OPTIONS[] = {
     {"timeout", 't', "SECONDS", "answer within so many seconds; 10 without it"},
 };
 
-// What the reading thread and the waiting one share; the last of them frees it.
+// Shared by the thread that reads and the one that waits; the last of them frees it.
 struct Reading {
   std::string config;
   bool second_look = false;
@@ -60,7 +60,7 @@ void* ReadBody(void* argument) {
   return nullptr;
 }
 
-// Reads on a thread of its own, which is left behind when a file system keeps it beyond the limit.
+// Reads on a thread of its own. The thread is left behind when a file system blocks it beyond the limit.
 Picture ReadWithin(const Call& call, bool second_look, int64_t seconds) {
   auto reading = std::make_shared<Reading>();
   reading->config = call.config;
@@ -85,7 +85,8 @@ Picture ReadWithin(const Call& call, bool second_look, int64_t seconds) {
   return picture;
 }
 
-// Beside the file and renamed, so that a reader sees one or the other. 0, or -1 with errno.
+// Writes a file beside path and renames it, so that readers see the old or the new text. Returns 0, or -1
+// with errno.
 int PutInPlace(const std::string& path, const std::string& text) {
   std::string beside = path + ".XXXXXX";
   const base::UniqueFd file(::mkostemp(beside.data(), O_CLOEXEC));
@@ -113,7 +114,8 @@ std::optional<int64_t> Limit(const std::string* text) {
   return whole && seconds >= 1 && seconds <= LONGEST_LIMIT ? std::optional(seconds) : std::nullopt;
 }
 
-// Ends at once: a thread that a file system keeps must hold neither the program's end nor what it uses.
+// Ends the process at once, without destructors: a blocked thread may still use what they destroy, and must
+// not delay the end.
 [[noreturn]] void Leave(int status) {
   if (std::fflush(stdout) != 0) {
     Complain("standard output takes no more");

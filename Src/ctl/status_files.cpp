@@ -20,8 +20,8 @@ namespace {
 constexpr time_t HOUR = 60 * 60;
 constexpr time_t DAY = 24 * HOUR;
 
-// Yesterday's end, when today's is not long enough to tell by itself, and today's: together at most twice the
-// tail. False with errno when one is there and cannot be read.
+// Reads the end of today's log and, when that is shorter than half the tail, first the end of yesterday's.
+// Returns false, with errno, when a log exists but cannot be read.
 template <typename Add>
 bool TailOfTwoDays(const AgentConfig& config, DayFile (*file)(const AgentConfig&, time_t), time_t now,
                    Add add) {
@@ -37,7 +37,7 @@ bool TailOfTwoDays(const AgentConfig& config, DayFile (*file)(const AgentConfig&
   return true;
 }
 
-// Whether the folder of a log can be entered; else it is told.
+// Returns true when the folder of a log can be entered; otherwise notes that in the picture.
 bool FolderOpen(const std::string& prefix, const char* what, Picture* picture) {
   const std::string folder = prefix.substr(0, prefix.rfind('/') + 1);
   struct stat status {};
@@ -75,7 +75,7 @@ void SeeHangLog(Picture* picture) {
     CannotRead("the hang log", config.hang_path, picture);
 }
 
-// The starts at the end of the newest two months' files.
+// Adds the starts from the ends of the files of the newest two months.
 void AddStarts(const RecordFolder& folder, time_t now, RestartsPicture* restarts) {
   const auto starts = folder.Sub("starts", RecordFolder::For::READING);
   if (!starts) return;
@@ -99,7 +99,7 @@ void AddStarts(const RecordFolder& folder, time_t now, RestartsPicture* restarts
   restarts->whole = true;
 }
 
-// Without a record, the agent's own lines tell, as far back as they were read.
+// Without a record, counts the restarts in the agent's log, as far back as that was read.
 void CountTraced(const MainLogPicture& log, time_t now, RestartsPicture* restarts) {
   for (const time_t time : log.restarts) {
     if (time <= now - DAY || time > now) continue;

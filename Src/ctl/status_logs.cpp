@@ -62,7 +62,8 @@ bool TakeFigure(const TraceLine& line, MainLogPicture* picture) {
   return false;
 }
 
-// How an alarm to people is traced: what was lost before, and that it was sent after, in either case.
+// How an alarm to people is traced: a line when it was lost, and after it, in either case, the line that it
+// was sent.
 struct ChannelRow {
   const char* channel;
   std::string_view lost;
@@ -114,7 +115,7 @@ class Deliveries {
     const std::string what =
         at == line.message.npos ? "" : Shown(line.message.substr(at + ALARM_MARK.size()));
     auto& told = picture_->told;
-    // The chat is told behind the mail about the same alarm.
+    // The post follows the mail of the same alarm.
     const bool joins = told && CHANNELS[channel].told == &Told::chat && told->what == what && !told->chat &&
                        time - told->time <= JOIN_SECONDS;
     if (!joins) told = Told{time, what, false, false};
@@ -126,7 +127,7 @@ class Deliveries {
   std::array<std::string, CHANNELS.size()> reason_;
 };
 
-// What a failed report looks like; the first of its lines counts.
+// Parts of the lines that tell a failed report. The first such line counts.
 struct FailureRow {
   std::string_view part;
   const char* words;

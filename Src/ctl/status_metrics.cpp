@@ -54,14 +54,14 @@ std::string Escaped(std::string_view value) {
     if (letter == '\\' || letter == '"') text += '\\';
     text += letter;
   }
-  return text;  // Shown() leaves no line end
+  return text;  // Shown() has removed line ends
 }
 
 std::string Label(const char* name, const std::string& value) {
   return std::string(name) + "=\"" + Escaped(Shown(value)) + "\"";
 }
 
-// Collects samples; writes them in the order of the table, each metric with its help once.
+// Collects samples and writes them in the order of the table, the help of each metric once.
 class Page {
  public:
   void Add(const char* name, double value, const std::string& labels = "") {

@@ -1,4 +1,4 @@
-// What `status` saw of the agent and its engine. Whatever is optional and empty is not known.
+// What `status` saw of the agent and its engine. An empty optional is not known.
 #ifndef CTL_STATUS_PICTURE_H
 #define CTL_STATUS_PICTURE_H
 
@@ -30,27 +30,27 @@ struct ProcessSeen {
 };
 
 struct AgentPicture {
-  bool known = false;                  // one was found, or nothing hides it
-  std::optional<ProcessSeen> process;  // none: gone
-  std::optional<pid_t> file_pid;       // what its PID file says
-  std::string file_name;               // of the process that has this pid now; empty: none, or the agent
+  bool known = false;                  // one was found, or it is certain that there is none
+  std::optional<ProcessSeen> process;  // empty: it does not run
+  std::optional<pid_t> file_pid;       // the pid in its PID file
+  std::string file_name;               // name of another process that has this pid now; empty: none
   std::optional<bool> config_newer;
   time_t config_time = 0;
 };
 
 struct EnginePicture {
   bool known = false;
-  std::optional<ProcessSeen> process;  // a living one, else a zombie
+  std::optional<ProcessSeen> process;  // a living one before a zombie; empty: none
   std::optional<pid_t> file_pid;
 };
 
 struct PortPicture {
   std::optional<AcceptQueue> queue;
-  std::optional<uint32_t> second_look;  // what waited a moment later
-  std::optional<uint64_t> overflows;    // of every listener of this host since its boot
+  std::optional<uint32_t> second_look;  // connections waiting a moment later
+  std::optional<uint64_t> overflows;    // of all listeners of this host since its boot
 };
 
-// A figure of the agent, with the threshold that it stood beside.
+// A figure in the agent's log, with the threshold beside it.
 struct Figure {
   int64_t value = 0;
   int64_t limit = 0;
@@ -70,7 +70,7 @@ struct Undelivered {
   std::string channel;      // mail, chat, server
   std::string destination;  // ADDRESS:PORT of a server
   std::string reason;
-  time_t since = 0;  // of the first failure of an unbroken row
+  time_t since = 0;  // time of the first failure in a row
 };
 
 struct MainLogPicture {
@@ -81,14 +81,14 @@ struct MainLogPicture {
   std::optional<Told> told;
   std::vector<Undelivered> undelivered;
   std::vector<time_t> restarts;
-  time_t first = 0;  // of the lines that were read; 0: none
+  time_t first = 0;  // times of the first and last line read; 0: none
   time_t last = 0;
 };
 
 struct HangPicture {
   std::string last;  // "alived", "deaded - disconnect", "deaded - process"
   time_t time = 0;
-  time_t since = 0;  // of the first such line in a row
+  time_t since = 0;  // time of the first such line in a row
   int64_t in_a_row = 0;
   bool Deaded() const { return last.starts_with("deaded"); }
 };
@@ -96,7 +96,7 @@ struct HangPicture {
 struct RestartsPicture {
   int64_t hour = 0;
   int64_t day = 0;
-  bool whole = false;  // a full day was looked at; else there may be more
+  bool whole = false;  // a full day was read; false: there may be more restarts
   time_t last = 0;     // 0: none
   std::string verdict;
   std::string evidence;
@@ -120,8 +120,8 @@ struct Picture {
   std::optional<HangPicture> hang;
   std::optional<RestartsPicture> restarts;
   std::optional<Pause> pause;
-  std::string record_hidden;        // why the record of starts and the pause cannot be read; empty: they can
-  std::vector<NotKnown> not_known;  // what the verdict lacks
+  std::string record_hidden;        // why record and pause cannot be read; empty: they can
+  std::vector<NotKnown> not_known;  // what the verdict had to do without
 };
 
 }  // namespace ctl

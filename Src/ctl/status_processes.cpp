@@ -1,4 +1,4 @@
-// The agent and its engine, as the process table shows them.
+// Finds the agent and its engine in the process table.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,7 +36,7 @@ std::optional<uint64_t> NumberBehind(std::string_view text, std::string_view nam
   return number;
 }
 
-// By the file alone: a directory service may hang.
+// The user's name, from /etc/passwd only: a directory service may hang.
 std::string UserName(uint64_t uid) {
   const std::string text = "\n" + ReadSmallFile("/etc/passwd", PASSWORD_LIMIT).value_or("");
   const size_t end = text.find(":x:" + std::to_string(uid) + ":");
@@ -81,12 +81,12 @@ std::optional<pid_t> PidFile(const std::string& path) {
 struct Candidates {
   std::vector<ProcessRow> agents;
   std::vector<ProcessRow> engines;
-  bool hidden = false;  // there may be more
+  bool hidden = false;  // others may be hidden
 };
 
 Candidates Search(const AgentConfig& config) {
   Candidates found;
-  // Processes of others may be hidden as a whole, or their files.
+  // The host may hide the processes of other users, or only their files.
   found.hidden = ::access("/proc/1/stat", R_OK) != 0;
   const sysinfo::ProcessNames names = sysinfo::ReadProcessNames();
   const pid_t self = ::getpid();
@@ -102,7 +102,7 @@ Candidates Search(const AgentConfig& config) {
   return found;
 }
 
-// Whether this agent is known to run on another file: that of a container, say.
+// True when this agent is known to use another configuration file, as one in a container does.
 bool OfAnotherFile(const ProcessRow& row, const std::string& config) {
   const std::string file = ConfigFileIn(ReadTexts(row.pid, "cmdline"));
   if (file.empty() || file[0] != '/') return false;
@@ -111,7 +111,7 @@ bool OfAnotherFile(const ProcessRow& row, const std::string& config) {
   return !error && !same;
 }
 
-// The one that the PID file names, else the one that was started first.
+// The process that the PID file names, else the one that was started first.
 const ProcessRow* Choose(const std::vector<ProcessRow>& rows, std::optional<pid_t> pid) {
   const ProcessRow* chosen = nullptr;
   for (const ProcessRow& row : rows) {

@@ -28,7 +28,7 @@ std::string_view NextWord(std::string_view* line) {
   return word;
 }
 
-// The counter of a name in /proc/net/netstat: a line of names, and a line of numbers below it.
+// The counter of this name in /proc/net/netstat, which has a line of names and below it a line of numbers.
 std::optional<uint64_t> NetCounter(std::string_view text, std::string_view prefix, std::string_view name) {
   const size_t at = text.find(prefix);
   if (at == text.npos) return std::nullopt;

@@ -1,5 +1,5 @@
-// Fills the picture: thin readers of /proc, the socket diagnostics, the logs, the record. Nothing is written,
-// nothing connected; of a log the last 256 KiB at most.
+// Fills the picture from /proc, socket diagnostics, the logs and the record. Writes nothing and makes no
+// connection. Reads at most the last 256 KiB of a log.
 #ifndef CTL_STATUS_READ_H
 #define CTL_STATUS_READ_H
 
@@ -13,7 +13,7 @@ namespace ctl {
 
 inline constexpr size_t LOG_TAIL = 256 * 1024;
 
-// What is seen so far, handed from the thread that reads to the one that waits for it.
+// What was seen so far, passed from the thread that reads to the one that waits.
 class SharedPicture {
  public:
   // stage: what is read next, in words; empty: all is read.
@@ -34,11 +34,11 @@ class SharedPicture {
   std::string stage_ = "the configuration";
 };
 
-// Reads everything, in an order that tells the most first. May block as long as a file system does. Not for
-// two threads at once.
+// Reads everything, the most telling parts first, and stores the picture after each. May block as long as a
+// file system does. Only one thread may call it at a time.
 void ReadPicture(const std::string& config, bool second_look, SharedPicture* shared);
 
-// The readers of its parts.
+// Each reads one part.
 void SeeProcesses(const Moment& now, Picture* picture);
 void SeePort(bool second_look, Picture* picture);
 void SeeLogs(Picture* picture);

@@ -14,9 +14,9 @@ namespace {
 using Verdict = std::optional<Complaint>;
 
 constexpr time_t DAY = 24 * 60 * 60;
-constexpr time_t SHORTEST_START = 60;     // seconds that an engine has to listen
-constexpr time_t SHORTEST_SILENCE = 600;  // seconds that the agent's peers may hold its checks
-constexpr uint32_t MANY_WAIT = 16;        // where the room is not known
+constexpr time_t SHORTEST_START = 60;     // seconds that an engine has until it must listen
+constexpr time_t SHORTEST_SILENCE = 600;  // seconds that peers may hold up the agent's checks
+constexpr uint32_t MANY_WAIT = 16;        // when the backlog is not known
 constexpr uint64_t FEW_LEFT = 10;         // a tenth of the descriptors
 
 const AgentChecks& Checks(const Picture& seen) {
@@ -32,7 +32,7 @@ std::string Port(const Picture& seen) {
   return "port " + std::to_string(seen.config ? seen.config->port : 0);
 }
 
-// A living engine.
+// The engine if it lives; else null.
 const ProcessSeen* Engine(const Picture& seen) {
   const auto& process = seen.engine.process;
   return process && !process->Zombie() ? &*process : nullptr;
@@ -135,7 +135,7 @@ Verdict HangDeaded(const Picture& seen) {
 
 Verdict ChannelsNotWatched(const Picture& seen) {
   if (!seen.log || seen.log->channels_watched.value_or(true) || !seen.agent.process) return {};
-  // Nobody asked for them: 101 is how a configuration says never.
+  // Nobody wants them: a limit of 101 is how a configuration says never.
   if (Checks(seen).channel_limit > 100 && Checks(seen).servers.empty()) return {};
   return Say("the channels are not watched: the engine did not answer when the agent started",
              seen.agent.process->start);

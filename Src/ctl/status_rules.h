@@ -1,4 +1,4 @@
-// What `status` judges: one table of rules, each a pure function of what was seen.
+// The rules of `status`: one table, each rule a pure function of what was seen.
 #ifndef CTL_STATUS_RULES_H
 #define CTL_STATUS_RULES_H
 
@@ -21,7 +21,7 @@ struct Complaint {
 struct StatusRule {
   const char* id;
   ExitStatus severity;  // TO_LOOK_AT is WARNING, BROKEN is CRITICAL, CANNOT_TELL is UNKNOWN
-  const char* row;      // the row of the human form that shows it
+  const char* row;      // the row of the form for people that shows it
   const char* meaning;  // one sentence
   std::optional<Complaint> (*judge)(const Picture& seen);
 };
@@ -32,9 +32,9 @@ struct StatusFinding {
   std::optional<time_t> since;
 };
 
-// In the order in which they are told within a severity.
+// Within a severity, findings are told in this order.
 std::span<const StatusRule> StatusRules();
-// The worst first: CRITICAL, WARNING, UNKNOWN.
+// All findings, the worst first: CRITICAL, WARNING, UNKNOWN.
 std::vector<StatusFinding> Judge(const Picture& seen);
 ExitStatus WorstOf(const std::vector<StatusFinding>& findings);
 // "OK", "WARNING", "CRITICAL", "UNKNOWN".
@@ -42,14 +42,15 @@ const char* VerdictName(ExitStatus status);
 // The first finding's text, or that all is well.
 std::string VerdictText(const Picture& seen, const std::vector<StatusFinding>& findings);
 
-// Hang checks in a row that found this engine dead: 0 for what was said of one before it.
+// The number of hang checks in a row that found the present engine dead; verdicts on an earlier engine do not
+// count.
 int64_t DeadedChecks(const Picture& seen);
 
-// PROC_NAME as it is shown.
+// PROC_NAME, fit to be shown.
 std::string EngineName(const Picture& seen);
-// "03:14:07" of the day, else "Nov 18 09:12".
+// "03:14:07" for a time of today, else "Nov 18 09:12".
 std::string ShortTime(time_t time, time_t now);
-// A threshold that the agent's memory figure, MB over kB, can never reach, and one that it always does.
+// True when the agent's memory figure, MB over kB, can never reach its threshold.
 bool NeverReached(const Figure& memory);
 
 }  // namespace ctl

@@ -20,7 +20,7 @@ Colour ColourOf(ExitStatus status) {
   return COLOURS[status];
 }
 
-// The row's name, coloured by the worst finding that it shows.
+// The name of a row, coloured by the worst finding of that row.
 std::string Label(const char* name, const Findings& findings) {
   const std::string label = Padded(name, LABEL_COLUMNS);
   const auto found = std::find_if(findings.begin(), findings.end(), [&](const StatusFinding& finding) {
@@ -97,7 +97,7 @@ std::string FigureRow(const Figure& figure, bool never, time_t now) {
   return std::to_string(figure.value) + " %  (" + Alarm(figure, never) + ")   " + ShortTime(figure.time, now);
 }
 
-// The engine's true share, for the agent's figure is megabytes over kilobytes.
+// Adds the engine's true share, as the agent's figure is MB over kB.
 std::string MemoryRow(const Picture& seen, const Figure& figure) {
   const auto& engine = seen.engine.process;
   if (!engine || !engine->rss || !seen.host_memory) return FigureRow(figure, NeverReached(figure), seen.time);

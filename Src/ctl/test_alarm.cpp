@@ -1,4 +1,4 @@
-// dunrasttctl test-alarm: a marked alarm on every way that the agent has, and each peer's own words.
+// dunrasttctl test-alarm: sends a marked alarm on every channel of the agent and shows each peer's own words.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ struct Wish {
   int64_t timeout = DEFAULT_TIMEOUT;
 };
 
-// Only the host: its path is a secret, and so may be a user before it.
+// Scheme and host of a URL only: its path is a secret, and so may be a user before the host.
 std::string ShownUrl(std::string_view url) {
   const size_t scheme = url.find("://");
   const size_t host = scheme == std::string_view::npos ? 0 : scheme + 3;
@@ -45,7 +45,7 @@ std::string ShownUrl(std::string_view url) {
                "/...");
 }
 
-// "mail,chat": false when a word is none of the ways.
+// Parses "mail,chat"; false when a word is no channel.
 bool TakeWays(std::string_view text, Wish* wish, std::string* complaint) {
   while (!text.empty()) {
     const std::string_view word = text.substr(0, text.find(','));
@@ -61,7 +61,7 @@ bool TakeWays(std::string_view text, Wish* wish, std::string* complaint) {
   return true;
 }
 
-// What the call asks for; ways that it does not name are those that the agent uses.
+// What the call asks for. Without --to, the channels that the agent uses.
 std::optional<Wish> WishOf(const Call& call, std::string* complaint) {
   Wish wish;
   if (!call.operands.empty()) *complaint = "test-alarm takes no word " + Shown(call.operands[0]);
@@ -167,7 +167,7 @@ nlohmann::ordered_json TrialJson(const Trial& trial, const Verdict& verdict) {
           {"recipients", recipients}};
 }
 
-// 0 all, 1 some, 2 a whole channel took nothing, 3 there is none.
+// The exit status: 0 all took it, 1 some, 2 a whole channel took nothing, 3 no channel.
 int StatusOf(const std::vector<Trial>& trials, const std::vector<Verdict>& verdicts) {
   size_t tried = 0;
   size_t taken = 0;

@@ -1,4 +1,4 @@
-// What became of one test alarm, from what was heard of it. Pure.
+// Judges one test alarm by what was heard of it. Pure.
 #ifndef CTL_TEST_OUTCOME_H
 #define CTL_TEST_OUTCOME_H
 
@@ -9,9 +9,9 @@
 namespace ctl {
 
 enum class Outcome { OK, REFUSED, UNREACHABLE, SILENT, DOUBTFUL, NOT_SENT };
-// As people read it: "ok", "REFUSED", "NOT SENT".
+// The outcome for people: "ok", "REFUSED", "NOT SENT".
 const char* OutcomeName(Outcome outcome);
-// As programs do: lower case, "-" for a blank.
+// The same for programs: lower case, "-" for a blank.
 std::string OutcomeWord(Outcome outcome);
 
 // Why nothing left, in words of this tool.
@@ -20,7 +20,7 @@ inline constexpr const char* NO_CONVERSION = "a text does not convert to UTF-8";
 enum class Channel { MAIL, CHAT, SERVER };
 const char* ChannelName(Channel channel);
 
-// One thing that was heard. Secrets are out already.
+// One thing that was heard, without secrets.
 struct Heard {
   enum class Who : char {
     CLIENT = 'C',    // what we sent
@@ -34,7 +34,7 @@ struct Heard {
 };
 
 struct PeerAnswer {
-  std::string address;  // of a recipient; "the message", or empty
+  std::string address;  // a recipient's address, "the message", or empty
   Outcome outcome = Outcome::NOT_SENT;
   int code = 0;  // 0: none
   std::string text;
@@ -42,7 +42,7 @@ struct PeerAnswer {
 
 struct Verdict {
   PeerAnswer whole;
-  std::vector<PeerAnswer> recipients;  // mail alone
+  std::vector<PeerAnswer> recipients;  // only of a mail
   std::vector<std::string> notes;
   size_t tried = 1;
   size_t taken = 0;

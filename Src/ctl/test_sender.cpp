@@ -37,13 +37,13 @@ constexpr size_t BODY_LIMIT = 1000;     // of a chat's answer
 constexpr size_t TOLD_LIMIT = 1 << 20;  // of all that one child tells
 constexpr const char* HIDDEN = "***\r\n";
 
-// --- In the child. One alarm a process, so its state may be global.
+// --- In the child. Each process sends one alarm, so its state may be global.
 int tellFd = -1;
-bool hiding = false;  // credentials are under way
+bool hiding = false;  // credentials are being sent
 std::vector<std::string> secrets;
 std::string chatBody;
 
-// A record: who, the length in eight figures, the text.
+// Writes a record: who, the length in eight digits, the text.
 void Tell(Heard::Who who, std::string text) {
   for (const std::string& secret : secrets) {
     for (size_t at = 0; (at = text.find(secret, at)) != std::string::npos;)
@@ -173,7 +173,7 @@ void SendFrame(const Trial& trial) {
   }
   Tell(Heard::Who::CONNECTED, "");
   if (trial.start_alarm) {
-    link.DIO_SVC_PROC(REPORT_ALARM, nullptr);  // the code of the start alarm is 0
+    link.DIO_SVC_PROC(REPORT_ALARM, nullptr);  // null: the start alarm has code 0
   } else {
     link.SOCK_SVC_OPEN();
   }
@@ -245,7 +245,7 @@ Running StartTrial(Trial* trial, const std::vector<std::string>& environment) {
   return running;
 }
 
-// False at the end of the child's words.
+// Reads what the child tells. False at the end.
 bool TakeWords(Running* running) {
   char buffer[4096];
   const ssize_t got = ::read(running->pipe.Get(), buffer, sizeof buffer);

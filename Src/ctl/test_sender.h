@@ -1,4 +1,4 @@
-// Sends test alarms by the agent's own senders, each in a process of its own, and hears their peers.
+// Sends test alarms by the agent's own senders, each in a process of its own, and records what the peers say.
 #ifndef CTL_TEST_SENDER_H
 #define CTL_TEST_SENDER_H
 
@@ -16,8 +16,8 @@ namespace ctl {
 struct Trial {
   Channel channel;
   std::string destination;   // as shown
-  int64_t server = 0;        // index in the agent's table
-  bool start_alarm = false;  // a server gets the real start alarm, not only an open frame
+  int64_t server = 0;        // index in the agent's table of servers
+  bool start_alarm = false;  // a server gets the real start alarm; false: only an open frame
   // Filled by RunTrials.
   std::vector<Heard> heard;
   bool ended = false;

@@ -30,7 +30,7 @@ constexpr Range WIDE[] = {{0x1100, 0x115F}, {0x2E80, 0x303E},   {0x3041, 0x4DBF}
                           {0xFFE0, 0xFFE6}, {0x1F300, 0x1FAFF}, {0x20000, 0x3FFFD}};
 constexpr Range WITHOUT_WIDTH[] = {{0x300, 0x36F}, {0x1160, 0x11FF}, {0x200B, 0x200D}, {0xFE00, 0xFE0F}};
 
-// Lengths of a character by its first byte, with the lowest code point that may be written so.
+// The length of a character by its first byte, and the lowest code point that needs this length.
 struct Form {
   size_t length;
   char32_t lowest;
@@ -44,7 +44,7 @@ unsigned char Byte(std::string_view text, size_t at) {
   return static_cast<unsigned char>(text[at]);
 }
 
-// 0 when it is none of this form.
+// Decodes one character; 0 when it is not of this form.
 char32_t Decode(std::string_view text, size_t at, const Form& form) {
   if (at + form.length > text.size()) return 0;
   char32_t c = Byte(text, at) & static_cast<unsigned char>(~form.mask);
@@ -115,7 +115,7 @@ std::string FromCp949(std::string_view bytes) {
     const bool known = code >= FIRST_CODE && code - FIRST_CODE < std::size(ksc2uni_code);
     const char32_t c = known ? ksc2uni_code[code - FIRST_CODE] : 0;
     Append(&text, c == 0 ? REPLACEMENT : c);
-    // A plain character behind half of one is not swallowed with it.
+    // An ASCII byte after the first half of a character is not consumed with it.
     if (c != 0 || (code != 0 && Byte(bytes, at + 1) >= 0x80)) ++at;
   }
   return text;
@@ -127,7 +127,7 @@ std::string ToUtf8(std::string_view bytes) {
 
 std::string Printable(std::string_view text, size_t limit) {
   std::string shown;
-  size_t whole = 0;  // up to where there is room for the ellipsis
+  size_t whole = 0;  // length that leaves room for the ellipsis
   for (size_t at = 0; at < text.size();) {
     const char32_t c = NextCharacter(text, &at);
     if (In(CONTROLS, c)) {
@@ -144,7 +144,7 @@ std::string Printable(std::string_view text, size_t limit) {
 }
 
 std::string Shown(std::string_view bytes) {
-  // A text is cut before it is converted, too: its length is not ours to choose.
+  // The text is cut before it is converted too, as others chose its length.
   return Printable(ToUtf8(bytes.substr(0, 4 * SHOWN_BYTES)));
 }
 

@@ -1,4 +1,4 @@
-// Texts of other people - logs, peers, configuration - made fit for a terminal, a file or JSON.
+// Makes texts from outside (logs, peers, configuration) fit for a terminal, a file or JSON.
 #ifndef CTL_TEXT_H
 #define CTL_TEXT_H
 
@@ -10,24 +10,25 @@ namespace ctl {
 
 inline constexpr size_t SHOWN_BYTES = 300;
 
-// The next character of a UTF-8 text; at moves behind it. U+FFFD for a byte that begins none (overlong forms
-// and surrogates are none), which is then passed alone. at must be inside the text.
+// The next character of a UTF-8 text; *at moves past it. A byte that begins no valid character (overlong
+// forms and surrogates are not valid) gives U+FFFD and is passed alone. *at must be inside the text.
 char32_t NextCharacter(std::string_view text, size_t* at);
 
-// UTF-8 of a text in code page 949; U+FFFD for what it has no character for.
+// Converts code page 949 to UTF-8. Bytes that are no character become U+FFFD.
 std::string FromCp949(std::string_view bytes);
-// The same, but a text that is sound UTF-8 already stays.
+// The same, but a text that is valid UTF-8 stays as it is.
 std::string ToUtf8(std::string_view bytes);
 
-// UTF-8 on one line: control characters, and those that turn the direction of writing, as \n, \t, \x1b or
-// \u202e, bad bytes as U+FFFD; at most limit bytes, the last of them "..." when something was cut.
+// Puts UTF-8 on one line: control characters and those that change the direction of writing become \n, \t,
+// \x1b or \u202e, bad bytes U+FFFD. The result has at most limit bytes and ends in "..." when something was
+// cut.
 std::string Printable(std::string_view text, size_t limit = SHOWN_BYTES);
-// Both: what is shown of any text that came from outside.
+// ToUtf8, then Printable: for showing any text from outside.
 std::string Shown(std::string_view bytes);
 
-// Columns that a UTF-8 text takes on a terminal: Hangul, Hanja and their like take two.
+// The columns that a UTF-8 text takes on a terminal: Hangul, Hanja and the like take two.
 size_t DisplayWidth(std::string_view text);
-// The text with blanks up to so many columns; a wider one stays.
+// The text, filled with blanks to so many columns; a wider text stays.
 std::string Padded(std::string_view text, size_t columns);
 
 }  // namespace ctl

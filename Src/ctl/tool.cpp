@@ -15,7 +15,7 @@
 namespace ctl {
 namespace {
 
-constexpr int FIRST_ROW = 1000;  // of the values that getopt_long gives for our rows
+constexpr int FIRST_ROW = 1000;  // what getopt_long returns for our first row
 constexpr size_t NAME_COLUMNS = 12;
 constexpr size_t OPTION_COLUMNS = 24;
 
@@ -25,7 +25,7 @@ std::vector<Option> WithCommon(std::span<const Option> own) {
   return rows;
 }
 
-// getopt_long's own form of the rows.
+// The rows in the form that getopt_long takes.
 struct GetoptTables {
   std::string letters;
   std::vector<option> names;
@@ -75,7 +75,8 @@ void Take(const Option& row, Parsed* parsed) {
   }
 }
 
-// Reads options up to the first word (stopAtWord) or all of them; the index of the first word that is none.
+// Reads the options: those before the first word (stopAtWord), or all. Returns the index of the first word
+// that is not an option.
 int TakeOptions(int argc, char** argv, std::span<const Option> rows, bool stopAtWord, Parsed* parsed) {
   const GetoptTables tables(rows, stopAtWord);
   optind = 0;

@@ -1,4 +1,4 @@
-// The operator's tool: reads the command line, runs the command.
+// The operator's tool: reads the command line and runs the command.
 #ifndef CTL_TOOL_H
 #define CTL_TOOL_H
 
@@ -9,24 +9,25 @@
 
 namespace ctl {
 
-// The package's.
+// The package's version.
 inline constexpr const char* VERSION = "2.3.0";
 
-// The whole program; returns its exit status. Nothing is thrown.
+// The whole program. Returns the exit status. Throws nothing.
 int RunTool(int argc, char** argv);
 
-// The command line after the program's name, for tests and RunTool.
+// A parsed command line.
 struct Parsed {
   const Command* command = nullptr;
   Call call;
   bool help = false;
   bool version = false;
-  std::string complaint;  // what is wrong with it, with a near name; empty: nothing
+  std::string complaint;  // what is wrong, with a near name; empty: nothing
 };
-// argv as main has it; its words may be put into another order. Uses getopt_long(3), so one thread at a time.
+// argv as main has it; its words may be reordered. Uses getopt_long(3): only one thread may call it at a
+// time.
 Parsed ParseCommandLine(int argc, char** argv);
 
-// The texts behind --help.
+// The texts of --help.
 std::string HelpText();
 std::string HelpText(const Command& command);
 

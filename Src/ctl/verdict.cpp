@@ -13,7 +13,7 @@ std::string SignalName(int signal) {
   return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
 }
 
-// By how much a counter rose; 0 when one of the two is not known.
+// By how much a counter rose; 0 when either value is not known.
 int64_t Rise(const std::optional<int64_t>& before, const std::optional<int64_t>& now) {
   return before && now && *now > *before ? *now - *before : 0;
 }
@@ -40,7 +40,7 @@ std::string ByItself(const DeathFacts& facts) {
   return "ended itself with status " + std::to_string(facts.unit->status) + ", says the service manager";
 }
 
-// What is worth knowing although it is no answer.
+// Facts that are worth knowing but prove nothing.
 std::string Hints(const DeathFacts& facts) {
   std::string hints;
   if (facts.unit && facts.unit->result == "signal")

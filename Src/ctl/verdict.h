@@ -12,27 +12,28 @@
 
 namespace ctl {
 
-// What the service manager says of an engine that is its unit.
+// What the service manager says of an engine that runs as a unit.
 struct UnitWord {
   std::string unit;
   std::string result;  // "oom-kill", "core-dump", "signal", "exit-code", "success" ...
-  int status = 0;      // the exit status, or the signal's number
+  int status = 0;      // exit status, or number of the signal
 };
-// From the output of "systemctl show" with the properties Result and ExecMainStatus; nothing without them.
+// Parses the output of "systemctl show" for the properties Result and ExecMainStatus. Returns nothing when
+// Result is missing.
 std::optional<UnitWord> ParseUnitWord(const std::string& unit, const std::string& text);
 
 struct DeathFacts {
-  KillCounters before;  // of the last record
+  KillCounters before;  // as of the last start
   KillCounters now;
   std::optional<UnitWord> unit;
   std::optional<CoreFound> core;
-  EngineSeen seen;  // as the last record saw it alive
+  EngineSeen seen;  // the engine when it was last seen alive
   std::optional<AcceptQueue> queue;
 };
 
-// "killed for want of memory (...)", "ended by SIGSEGV, core in ...", "not known". Never a guess: a counter
-// that is not the engine's own group's, or a signal without a core, leave it not known, and are told behind
-// that.
+// "killed for want of memory (...)", "ended by SIGSEGV, core in ...", "not known". It never guesses: a
+// counter of another group than the engine's, or a signal without a core, gives "not known", followed by that
+// fact.
 std::string Verdict(const DeathFacts& facts);
 
 }  // namespace ctl

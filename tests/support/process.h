@@ -23,8 +23,8 @@ inline Words Joined(Words first, const Words& second) {
   return first;
 }
 
-// A child process whose output is appended to the given files. It is killed when the test ends, and killed
-// and reaped by the destructor.
+// A child process. Its output is appended to the given files. The destructor kills and reaps it; it is also
+// killed when the test ends without one.
 class Process {
  public:
   explicit Process(Words words, const std::string& out = "/dev/null", const std::string& err = "/dev/null") {
@@ -52,7 +52,7 @@ class Process {
 
   pid_t Pid() const { return pid_; }
   bool Alive() { return Wait(std::chrono::milliseconds(0)) == -1; }
-  // Returns the wait status, or -1 when the process has not ended within the limit.
+  // Waits for the end of the process. Returns the wait status, or -1 when it has not ended within the limit.
   int Wait(std::chrono::milliseconds limit = std::chrono::seconds(20)) {
     WaitUntil([this] { return status_ != -1 || waitpid(pid_, &status_, WNOHANG) != 0; }, limit);
     return status_;
@@ -68,7 +68,8 @@ class Process {
   int status_ = -1;
 };
 
-// A running script of tests/peers. It stores what it receives in a folder of its own.
+// A running script of tests/peers. It stores what it receives in a folder named after it. Throws when the
+// script does not print its port.
 class Peer {
  public:
   Peer(const TempFolder& folder, const std::string& name, const std::string& script, const Words& words = {})
@@ -81,12 +82,13 @@ class Peer {
   }
   std::string Port() const { return std::to_string(port_); }
   std::string Address() const { return "127.0.0.1:" + Port(); }
-  // Waits for a file and returns it; empty when it does not appear. A file that is there is complete.
+  // Waits for a file and returns its text; empty when it does not appear. Peers rename files into place, so a
+  // file is always complete.
   std::string Kept(const std::string& name) const {
     WaitUntil([&] { return std::filesystem::exists(folder_ + name); });
     return ReadFile(folder_ + name);
   }
-  // How often the text occurs in all of its files.
+  // How often the text occurs in all of its files together.
   size_t Seen(std::string_view text) const {
     size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(folder_))

@@ -45,7 +45,7 @@ class TempFolder {
   std::string path_;
 };
 
-// The whole file; empty when there is none.
+// The text of a file; empty when there is none.
 inline std::string ReadFile(const std::string& path) {
   const base::UniqueFile file(std::fopen(path.c_str(), "rbe"));
   std::string text;
@@ -56,8 +56,8 @@ inline std::string ReadFile(const std::string& path) {
   return text;
 }
 
-// Waits until the condition holds; false when the limit passes first. The limit is long, for loaded machines
-// and sanitizers.
+// Waits until the condition holds. Returns false when the limit passes first. The default limit is long, for
+// loaded machines and sanitizers.
 inline bool WaitUntil(const std::function<bool()>& condition,
                       std::chrono::milliseconds limit = std::chrono::seconds(20)) {
   const auto end = std::chrono::steady_clock::now() + limit;
@@ -84,14 +84,14 @@ class Listener {
     port_ = ntohs(address.sin_port);
   }
   int Port() const { return port_; }
-  // Ends the refusals.
+  // Takes connections from now on.
   void Listen(int backlog = SOMAXCONN) const { ::listen(fd_.Get(), backlog); }
-  // Ends an Accept on another thread, without a connection.
+  // Makes an Accept on another thread return without a connection.
   void Shut() const { ::shutdown(fd_.Get(), SHUT_RDWR); }
   base::UniqueFd Accept() const {
     return base::UniqueFd(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
   }
-  // A client that has connected, or tries to.
+  // A client that has connected or is connecting.
   base::UniqueFd Connect() const {
     base::UniqueFd client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_in address{};
@@ -101,7 +101,7 @@ class Listener {
     ::connect(client.Get(), generic, length);
     return client;
   }
-  // Whether a client has connected and waits to be accepted.
+  // True when a client waits to be accepted.
   bool Visited() const {
     pollfd waiting{fd_.Get(), POLLIN, 0};
     return ::poll(&waiting, 1, 0) == 1;
@@ -112,7 +112,7 @@ class Listener {
   int port_ = 0;
 };
 
-// Serves one connection with a function, in a thread that the destructor joins.
+// Serves one connection with a function, on a thread that the destructor joins.
 class Conversation {
  public:
   explicit Conversation(std::function<void(int)> script)
@@ -130,7 +130,7 @@ class Conversation {
   std::thread thread_;
 };
 
-// The two ends of a connection.
+// Two connected sockets.
 inline std::pair<base::UniqueFd, base::UniqueFd> SocketPair() {
   int ends[2] = {-1, -1};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
@@ -154,7 +154,7 @@ inline size_t Count(std::string_view text, std::string_view part) {
   return count;
 }
 
-// Sets a text of the configuration.
+// Sets a text variable of the configuration.
 template <size_t Size>
 void SetText(char (&variable)[Size], const std::string& text) {
   std::snprintf(variable, Size, "%s", text.c_str());

@@ -14,10 +14,10 @@ int64_t Number(const char* name, int64_t otherwise) {
 }
 
 AgentTest::AgentTest() {
-  // Orphans come to this process: it reaps them, as init would.
+  // Orphans become children of this process, which reaps them as init would.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
-  // Sanitizers write their findings where TearDown finds them, also those of a daemon. With TZ unset the C
-  // library reads the zone anew in every mktime, under a lock that the thread sanitizer does not see.
+  // Sanitizers, also that of a daemon, write their findings to files that TearDown reads. Without TZ the C
+  // library reads the time zone anew in every mktime, under a lock that the thread sanitizer does not see.
   const std::string log = "log_path='" + folder_ / "sanitizer'";
   const std::string known = ":suppressions='" + folder_.Write("tsan", "race:tzset_internal\n") + "'";
   setenv("ASAN_OPTIONS", log.c_str(), 1);
@@ -41,7 +41,8 @@ AgentTest::AgentTest() {
 
 AgentTest::~AgentTest() {
   for (const pid_t pid : Named(agent_)) kill(pid, SIGKILL);
-  // A start script may have started one more engine meanwhile: until nothing of either name is left.
+  // A start script may have started one more engine meanwhile, so repeat until no process of either name is
+  // left.
   WaitUntil([this] {
     while (waitpid(-1, nullptr, WNOHANG) > 0) {
     }
@@ -91,7 +92,7 @@ void AgentTest::ExpectStops(Process& agent, seconds limit, const std::vector<int
   const int status = agent.Wait();
   EXPECT_LT(std::chrono::steady_clock::now() - start, limit);
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
-  // Unless its output went elsewhere.
+  // There is no output here when the test sent it elsewhere.
   const std::string out = Out();
   EXPECT_EQ(Count(out, "Stop DunraSTT_Admin Service"), out.empty() ? 0U : 1U);
 }
@@ -121,7 +122,7 @@ void AgentTest::KillEngine() const {
 std::string AgentTest::Log(const std::string& name) const {
   std::string text;
   std::error_code absent;
-  // More than one dated folder when the test runs over midnight.
+  // There are two dated folders when the test runs over midnight.
   for (const auto& day : fs::directory_iterator(folder_ / "log", absent)) text += ReadFile(day.path() / name);
   return text;
 }
@@ -135,7 +136,7 @@ AllChannels::AllChannels() {
              "SEND_WEBHOOK_CHECK 1\nWEBHOOK_SERVER_URL http://" + posts_.Address() + "/\n";
 }
 
-// A report on the channels may have replaced the alarm in the mailbox: that is as good a sign of life.
+// A report on the channels may have replaced the alarm in the mailbox, so it counts as well.
 AllChannels::Delivered AllChannels::Now() const {
   return {server_.Seen("ALARM+DunraSTT") + server_.Seen("CH_STATE_DATA+"), mails_.Arrived(),
           posts_.Arrived()};

@@ -1,9 +1,9 @@
-// Runs the real agent in a folder of its own, beside an engine stand-in and scripted peers.
+// Runs the real agent in a temporary folder, with an engine stand-in and scripted peers.
 //
-// Agent and engine get short process names of their own, so that any number of tests can run at once: the
-// names are symbolic links in the test's folder, since the kernel takes the name from the path executed.
-// Whatever a test starts, also a daemon and the engines that the agent started, is killed and reaped when the
-// test ends, however it ends.
+// Each test gives agent and engine their own short process names, so any number of tests can run at once. The
+// names are symbolic links in the test's folder, as the kernel takes the name from the path that is executed.
+// Everything that a test starts is killed and reaped when the test ends, in any way, including a daemon and
+// the engines that the agent started.
 #ifndef TESTS_SYSTEM_HARNESS_H
 #define TESTS_SYSTEM_HARNESS_H
 
@@ -30,47 +30,47 @@ using support::ReadFile;
 using support::WaitUntil;
 using support::Words;
 
-// A number from the environment.
+// The number in this variable of the environment; otherwise when it is not set.
 int64_t Number(const char* name, int64_t otherwise);
 
-// Fixture: a folder with an engine stand-in, its start script and a configuration that runs the process check
-// every second, and no other check.
+// A fixture with a folder that holds an engine stand-in, its start script and a configuration. The process
+// check runs every second; the other checks are off.
 class AgentTest : public testing::Test {
  protected:
   AgentTest();
   ~AgentTest() override;
   void TearDown() override;
 
-  // Its output goes to out.txt and err.txt.
+  // Runs a program; its output goes to out.txt and err.txt.
   Process Run(const Words& words) const { return Process(words, folder_ / "out.txt", folder_ / "err.txt"); }
-  // Writes the configuration and runs the agent on it, with further words; by another program, which executes
-  // the words that follow its own.
+  // Writes the configuration and runs the agent with it and these arguments. by, when given, is a program
+  // (env, say) that in turn executes the agent.
   Process Start(const Words& arguments = {}, Words by = {}) const;
-  // The same, and waits until it is up.
+  // The same, and waits until the agent is up.
   Process StartedAgent(const Words& arguments = {}) const;
   std::string Out() const { return ReadFile(folder_ / "out.txt"); }
   bool WaitForOut(const std::string& text) const;
-  // Until the last of the handled signals has its handler.
+  // Waits until the agent handles signals.
   static bool WaitForHandlers(const Process& agent);
-  // Stops the agent: it says good-bye and dies of SIGINT in time.
+  // Sends the signals and expects that the agent prints its last line and dies of SIGINT within the limit.
   void ExpectStops(Process& agent, seconds limit, const std::vector<int>& signals = {SIGTERM}) const;
 
-  // Process ids that bear this short name (zombies too).
+  // The pids of the processes of this short name, zombies too.
   static std::vector<pid_t> Named(const std::string& name);
   void StartEngine() const;
-  void KillEngine() const;  // and reaps every one
+  void KillEngine() const;  // kills and reaps every engine
   bool EngineAlive() const { return !Named(engine_).empty(); }
-  // The agent's log of that name in its dated folders.
+  // The text of the agent's log of that name, from all dated folders.
   std::string Log(const std::string& name) const;
 
   support::TempFolder folder_{"/tmp/agent test XXXXXX"};
   std::string agent_ = "agt" + std::to_string(getpid());  // short process names
   std::string engine_ = "eng" + std::to_string(getpid());
   Listener engine_port_{true};
-  std::string config_;  // the last line of a key counts
+  std::string config_;  // a test may append lines: the last line of a key counts
 };
 
-// The same with every alarm channel on.
+// The same with every alarm channel on and a peer for each.
 class AllChannels : public AgentTest {
  protected:
   struct Delivered {
@@ -84,7 +84,8 @@ class AllChannels : public AgentTest {
 
   AllChannels();
   Delivered Now() const;
-  // Kills the engine until that has the effect: a start script that is under way may bring up another one.
+  // Kills the engine until the condition holds. Once may not be enough: a start script that is running may
+  // start another engine.
   bool KillUntil(const std::function<bool()>& condition) const;
   void ExpectAlarmOnAllChannels(const std::string& when) const;
 

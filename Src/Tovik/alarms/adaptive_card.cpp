@@ -11,7 +11,7 @@
 namespace alarms {
 namespace {
 
-// Two of them make a line break in a card's texts.
+// A line break in a card's text takes two newlines.
 constexpr std::string_view NEWLINE = "\\n\\n";
 
 std::string InCard(std::string_view text) {
@@ -41,7 +41,7 @@ std::string Fact(const char* name, const std::string& value) {
   return base::Format(R"({"title":"%s","value":"%s"})", name, value.c_str());
 }
 
-// What stands for an end tag.
+// What replaces an end tag.
 struct TagWords {
   std::string_view tag;
   std::string_view words;
@@ -84,7 +84,7 @@ std::string TableWords(const std::string& html) {
     words += WordsOf(std::string_view(html).substr(open, close + 1 - open));
     at = close + 1;
   }
-  // A row ends in its last cell's mark.
+  // Removes the mark after the last cell of each row.
   for (size_t at = words.find(" | \n"); at != std::string::npos; at = words.find(" | \n", at))
     words.erase(at, 3);
   return words.substr(0, words.find_last_not_of('\n') + 1);

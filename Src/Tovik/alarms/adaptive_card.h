@@ -8,12 +8,12 @@
 
 namespace alarms {
 
-// A Layout: title, label, picture and facts as the message card has them, each text escaped as JSON. Such a
-// card shows no HTML: a result's table becomes a line for each of its rows.
+// A Layout (alarm_body.h) with the title, label, picture and facts of the message card, each text escaped as
+// JSON. Adaptive cards show no HTML, so the table of a daily result becomes one line per row.
 std::string AdaptiveCard(const Alarm& alarm, const std::string& date);
 extern const Writing ADAPTIVE_WRITING;
 
-// The words of a table in HTML: a line for each row, " | " between its cells.
+// The text of an HTML table: a line per row, " | " between its cells.
 std::string TableWords(const std::string& html);
 
 }  // namespace alarms

@@ -11,7 +11,7 @@ inline constexpr uint32_t ALARM_KIND_RESTART = 2;
 inline constexpr uint32_t ALARM_KIND_RESULT = 3;
 inline constexpr uint32_t ALARM_KIND_THRESHOLD = 4;
 
-// Texts in code page 949. They go into a body as they are: nothing is escaped.
+// Texts are in code page 949 and not escaped.
 struct Alarm {
   uint32_t kind;                     // any other than those above has no picture
   std::string title;                 // one line; the mail's subject too

@@ -15,10 +15,12 @@ struct Enclosure {
   size_t size = 0;
   int error = 0;  // errno of what failed; content is null then
 };
-// Reads a file whole, as smtp_attachment_add_path does. Throws std::bad_alloc for the name alone.
+// Reads a whole file, as smtp_attachment_add_path does. Throws std::bad_alloc only when there is no memory
+// for the name.
 Enclosure ReadEnclosure(const char* path);
 
-// The sentence of a mail without it. ascii: other bytes of the name become "?".
+// The sentence in a mail that goes out without the file. ascii: bytes of the name that are not ASCII become
+// "?".
 std::string LeftOutSentence(const Enclosure& enclosure, bool ascii);
 
 }  // namespace alarms

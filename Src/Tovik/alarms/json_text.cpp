@@ -11,7 +11,7 @@ namespace {
 constexpr std::string_view PLAIN = "\"\\\t\r\b\f";
 constexpr std::string_view LETTERS = "\"\\trbf";
 
-// What stands for a byte; short enough never to need memory.
+// The escaped form of a byte. It is short, so std::string allocates nothing for it.
 std::string Form(char c, std::string_view newline) {
   if (c == '\n') return std::string(newline);
   if (const size_t at = PLAIN.find(c); at != std::string_view::npos) return {'\\', LETTERS[at]};

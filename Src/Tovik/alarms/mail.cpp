@@ -52,7 +52,7 @@ int AddFile(smtp_session* session, const char* path, const alarms::Enclosure* en
   return 0;
 }
 
-// The title as it is; where no text may lose the mail, without what a header cannot hold.
+// The title. With TEXT_REPAIR its control characters, which a header cannot hold, become blanks.
 std::string Subject(std::string title) {
   for (char& c : title)
     if (m_text_repair != 0 && std::iscntrl(static_cast<unsigned char>(c)) != 0) c = ' ';
@@ -92,13 +92,13 @@ bool ByUrl() {
   return *m_mail_url != '\0';
 }
 
-// Without the key of a path, the path is the folder that it would be taken from.
+// A path whose key is missing in the configuration is just BASE_PATH.
 bool IsNoFile(const char* path) {
   return *path == '\0' || std::strcmp(path, m_sz_base_path) == 0;
 }
 
-// Reads the file that the mail is to carry, where that is not left to the mail's session. False when the mail
-// cannot go out for want of it; with MAIL_SKIP_BAD it then goes out without, and says so.
+// Reads the attachment, unless the mail session will. When it cannot be read: with MAIL_SKIP_BAD the mail
+// goes out without it and says so; otherwise returns false, and no mail goes out.
 bool Enclose(Alarm* alarm, std::optional<alarms::Enclosure>* enclosure) {
   const char* const path = alarm->attachment;
   if (path == nullptr || (m_mail_skip_bad == 0 && !ByUrl())) return true;

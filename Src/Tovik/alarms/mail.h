@@ -6,16 +6,16 @@
 
 #include "Tovik/alarms/alarm.h"
 
-// Mails an alarm through the server of the configuration to all recipients in use and waits until it is
-// accepted. The subject is the title as it is, in code page 949.
+// Mails an alarm through the configured server to all recipients in use and waits until it is accepted. The
+// subject is the title as it is, in code page 949; with MAIL_URL it is encoded as UTF-8.
 //
-// 1 when the server took the mail; -1 otherwise: the failure of the session is told on standard error, a text
-// that does not convert to UTF-8 is traced at level 1 and nothing is sent.
+// Returns 1 when the server took the mail, else -1. A failure of the session is told on standard error. When
+// a text does not convert to UTF-8, that is traced at level 1 and nothing is sent.
 //
-// Any thread; blocks for the time-outs of the mail session (smtp.h), and once a stop is requested no longer
-// than its grace.
+// Any thread. Blocks for the time-outs of the mail session (smtp.h; with MAIL_URL, mail_by_url.h), and once a
+// stop is requested no longer than its grace.
 int MailAlarm(const Alarm& alarm);
-// The same for an alarm in pieces. attachment_path may be null, the texts not.
+// The same for an alarm in pieces. attachment_path may be null, the texts may not.
 int SendAlarmEmail(const char* title, uint32_t kind, const char* label, const char* message,
                    const char* attachment_path);
 

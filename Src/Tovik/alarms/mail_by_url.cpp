@@ -40,7 +40,7 @@ struct MimeFree {
 };
 using UniqueMime = std::unique_ptr<curl_mime, MimeFree>;
 
-// A list of libcurl that throws std::bad_alloc where it cannot grow.
+// A list of libcurl. It throws std::bad_alloc when it cannot grow.
 class TextList {
  public:
   void Add(const std::string& text) {
@@ -67,7 +67,7 @@ void Refuse(const Mailbox& mailbox, const char* reason) {
   std::fprintf(stderr, "smtp refused: %s: %s\n", shown.c_str(), reason);
 }
 
-// The recipients of one list, those that no mail can have left out.
+// The usable recipients of one list. The others are told on standard error.
 std::vector<Mailbox> Take(int64_t count, const EMAIL_ENTRIES* list, TextList* all) {
   std::vector<Mailbox> taken;
   for (int64_t index = 0; list != nullptr && index < count; ++index) {
@@ -132,10 +132,11 @@ struct Delivery {
   MailDialogue dialogue;
   std::optional<Clock::time_point> accepted;
   bool printed = false;  // the dialogue, on standard error
-  bool content = false;  // is what was sent last
+  bool content = false;  // what was sent last was content
 };
 
-// Passes the dialogue on to whoever wants to hear it. libcurl does not tell of the dot behind the content.
+// Passes the dialogue on to smtp_overhear, if set. libcurl does not report the dot that ends the content, so
+// it is added here.
 void Overhear(Delivery* delivery, bool in, std::string_view line) {
   if (smtp_overhear == nullptr) return;
   if (in && std::exchange(delivery->content, false)) smtp_overhear("Client", ".\r\n");
@@ -154,10 +155,11 @@ int Listen(CURL*, curl_infotype type, char* data, size_t size, void* user) try {
   if (dialogue.Accepted() && !delivery->accepted) delivery->accepted = Clock::now();
   return 0;
 } catch (const std::bad_alloc&) {
-  return 0;  // a word less to tell
+  return 0;  // this line is not told
 }
 
-// libcurl waits for the reply to QUIT without a look at the transfer's limits, but asks here every second.
+// While libcurl waits for the reply to QUIT, it ignores the transfer's time limits but calls this every
+// second.
 int GiveUp(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
   const auto* const delivery = static_cast<const Delivery*>(user);
   const bool no_answer = delivery->accepted && Clock::now() - *delivery->accepted > GOOD_BYE;
@@ -171,7 +173,7 @@ void SetSecurity(CURL* handle) {
   curl_easy_setopt(handle, CURLOPT_USE_SSL, from_the_start ? long{CURLUSESSL_ALL} : modes[m_mail_tls]);
   curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, judged ? 1L : 0L);
   curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, judged ? 2L : 0L);
-  // The host's store may be elsewhere for one service, as with every program of OpenSSL.
+  // SSL_CERT_FILE may name another store of certificates, as for every program that uses OpenSSL.
   const char* const store = std::getenv("SSL_CERT_FILE");
   if (store != nullptr) curl_easy_setopt(handle, CURLOPT_CAINFO, store);
 }
@@ -190,7 +192,7 @@ void SetServer(CURL* handle) {
   curl_easy_setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, seconds);
   curl_easy_setopt(handle, CURLOPT_URL, static_cast<const char*>(m_mail_url));
   curl_easy_setopt(handle, CURLOPT_PROXY, "");
-  // The good-bye then belongs to the transfer, with its limits.
+  // QUIT is then part of the transfer, so GiveUp can end the wait for its reply.
   curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L);
 #if LIBCURL_VERSION_NUM >= 0x074500
   curl_easy_setopt(handle, CURLOPT_MAIL_RCPT_ALLLOWFAILS, 1L);

@@ -1,4 +1,4 @@
-// An alarm's mail by MAIL_URL: libcurl composes and delivers it.
+// An alarm's mail when MAIL_URL is set: libcurl composes and delivers it.
 #ifndef TOVIK_ALARMS_MAIL_BY_URL_H
 #define TOVIK_ALARMS_MAIL_BY_URL_H
 
@@ -7,13 +7,13 @@
 
 namespace alarms {
 
-// Delivers the alarm with this HTML body, and the file where there is one, to all recipients in use, with the
-// login and sender of the configuration. 1 when the server took it for one recipient at least. Told on
-// standard error, each on a line: recipients that were refused ("smtp refused: ..."), and for -1 what failed,
-// with the server's words ("smtp failed: ...").
+// Delivers the alarm with this HTML body (UTF-8) and the file (may be null) to all recipients in use, with
+// the configured login and sender. Returns 1 when the server took the mail for at least one recipient, else
+// -1. Standard error gets a line for each refused recipient ("smtp refused: ...") and, for -1, a line that
+// says what failed, with the server's words ("smtp failed: ...").
 //
 // Any thread. Gives up after MAIL_TIMEOUT seconds (60 when 0), and once a stop's grace is over. A server that
-// took the mail and then does not say good-bye holds it up for some three seconds more.
+// took the mail and does not answer QUIT holds it up for some three seconds more.
 int MailByUrl(const Alarm& alarm, const char* body, const Enclosure* enclosure);
 
 }  // namespace alarms

@@ -1,4 +1,5 @@
-// What a mail server said to each step of a delivery that libcurl carries out. Pure: it is told the lines.
+// What a mail server said to each step of a delivery that libcurl carries out. It does no input or output:
+// the caller passes the lines.
 #ifndef TOVIK_ALARMS_MAIL_DIALOGUE_H
 #define TOVIK_ALARMS_MAIL_DIALOGUE_H
 
@@ -10,7 +11,8 @@ namespace alarms {
 
 class MailDialogue {
  public:
-  // A command that went out, and a line of a reply that came in. The text to show of it: without credentials.
+  // Takes a command that was sent, or a line of a reply. Returns the text to show of it: one line, at most
+  // 300 bytes, without credentials.
   std::string Sent(std::string_view command);
   std::string Received(std::string_view line);
 
@@ -20,7 +22,7 @@ class MailDialogue {
   bool Accepted() const { return accepted_; }
   // The last refusal of anything else, "AUTH: 535 wrong password"; empty when a later step went well.
   const std::string& Refusal() const { return refusal_; }
-  // What is under way: "the greeting", "EHLO", "RCPT <lee@example.com>", "the message".
+  // The step under way: "the greeting", "EHLO", "RCPT <lee@example.com>", "the message".
   const std::string& Step() const { return step_; }
   // Whether that is the message, whose lines are no commands.
   bool InContent() const;

@@ -115,7 +115,7 @@ std::string DateHeader(time_t now) {
 std::string MessageIdHeader(const std::string& sender) {
   std::array<uint64_t, 2> bytes{};
   if (::getrandom(bytes.data(), sizeof bytes, GRND_NONBLOCK) != ssize_t{sizeof bytes}) {
-    // Where the kernel has no random numbers yet, the clock has to do.
+    // Early after boot the kernel may have no random numbers yet: the clock has to do.
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
     bytes = {static_cast<uint64_t>(now.tv_sec), static_cast<uint64_t>(now.tv_nsec)};

@@ -1,6 +1,6 @@
-// The header lines of a mail that goes out by MAIL_URL (RFC 5322, 2047, 2231). Texts are well-formed UTF-8
-// without control characters. What comes out is ASCII, its lines folded within 76 bytes but for a long
-// address.
+// The header lines of a mail that goes out by MAIL_URL (RFC 5322, 2047, 2231). Texts must be well-formed
+// UTF-8 without control characters. The results are ASCII, without the last line end, folded to lines of 76
+// bytes; only a long address makes a longer line.
 #ifndef TOVIK_ALARMS_MAIL_HEAD_H
 #define TOVIK_ALARMS_MAIL_HEAD_H
 
@@ -15,8 +15,7 @@ struct Mailbox {
   std::string address;  // passes RecipientFault
 };
 
-// "Subject: ..." and the like: in words as they are, or encoded where they are not ASCII or too long for a
-// line.
+// "Subject: ..." and the like: plain, or in encoded words when the text is not ASCII or a word is too long.
 std::string TextHeader(const std::string& key, const std::string& text);
 // "To: ...", a mailbox a line.
 std::string AddressHeader(const std::string& key, const std::vector<Mailbox>& mailboxes);
@@ -24,7 +23,7 @@ std::string AddressHeader(const std::string& key, const std::vector<Mailbox>& ma
 std::string DateHeader(time_t now);
 // "Message-ID: <...>" from random bytes, in the domain of the sender's address.
 std::string MessageIdHeader(const std::string& sender);
-// "Content-Disposition: attachment; ..." of a file of at most 200 bytes of name.
+// "Content-Disposition: attachment; ..." for a file name of at most 200 bytes.
 std::string DispositionHeader(const std::string& name);
 
 }  // namespace alarms

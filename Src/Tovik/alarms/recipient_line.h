@@ -8,11 +8,11 @@
 
 namespace alarms {
 
-// Bytes of a name that a mail shows, and of an address that servers take (RFC 5321).
+// In bytes: the longest name that a mail shows, and the longest address that servers take (RFC 5321).
 inline constexpr size_t LONGEST_NAME = 255;
 inline constexpr size_t LONGEST_ADDRESS = 254;
 
-// Why no mail can have this recipient, in words; null when it can. The mail client takes every one that
+// Why this recipient cannot be used, in words; null when it can. The mail client takes every recipient that
 // passes.
 const char* RecipientFault(std::string_view name, std::string_view address);
 
@@ -20,10 +20,10 @@ struct RecipientLine {
   std::string name;  // may hold blanks, may be empty
   std::string address;
   const char* fault = nullptr;  // as above
-  bool blank = false;           // nothing on it, so nothing to tell
+  bool blank = false;           // an empty line: skipped, not a fault
 };
-// Takes a line apart: the address is the last word, the name what stands before, its white space single
-// blanks. A single word is an address when it holds a "@".
+// Splits a line. The last word is the address; the words before it, joined by single blanks, are the name. A
+// single word is the address when it holds a "@", else the name.
 RecipientLine ParseRecipient(std::string_view line);
 
 // Why a list that is read by the word, by turns name and address, cannot use a line of its file, or what

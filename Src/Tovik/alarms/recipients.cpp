@@ -45,7 +45,7 @@ void CreateMissing(const char* path) {
   const base::UniqueFd fd(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666));
 }
 
-// The next line without its end, cut to what any recipient has room in; false at the end of the file.
+// The next line without its newline, cut to EMAIL_WORD bytes; false at the end of the file.
 bool NextLine(FILE* input, std::string& line) {
   line.clear();
   int byte = getc_unlocked(input);
@@ -55,7 +55,7 @@ bool NextLine(FILE* input, std::string& line) {
   return true;
 }
 
-// A list and the count of its recipients, as EMAIL_LIST has them.
+// One list and its count, as in EMAIL_LIST.
 struct CountedList {
   int64_t count;
   std::shared_ptr<const EMAIL_ENTRIES> entries;
@@ -103,7 +103,7 @@ EMAIL_LIST ReadLists(const char* receiver_path, const char* reference_path, cons
   return list;
 }
 
-// Once, though the files may be read again every second.
+// Each line is told once, though the files may be read again every second.
 void TellLeftOut(const EMAIL_LIST& list, const EMAIL_LIST& before) {
   for (const std::string& line : list.left_out) {
     const bool told =

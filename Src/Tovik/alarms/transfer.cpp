@@ -45,7 +45,7 @@ CURLcode TransferResult(CURLM* multi) {
   return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_FAILED_INIT;
 }
 
-// curl_easy_perform(3) with a look at the stop between its waits.
+// As curl_easy_perform(3), but looks for a stop between its waits.
 CURLcode Perform(CURL* handle) {
   const UniqueMulti multi(curl_multi_init());
   if (multi == nullptr) return CURLE_OUT_OF_MEMORY;
@@ -64,7 +64,7 @@ CURLcode Perform(CURL* handle) {
 
 CURLcode Transfer(CURL* handle) {
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-  // Giving up does not wait for a name server that is silent.
+  // A transfer that gives up must not wait for a silent name server.
   curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, OpenCloseOnExec);
   return Perform(handle);

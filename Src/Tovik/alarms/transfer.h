@@ -17,11 +17,12 @@ struct ListFree {
 using UniqueCurl = std::unique_ptr<CURL, CurlCleanup>;
 using UniqueList = std::unique_ptr<curl_slist, ListFree>;
 
-// curl_easy_perform(3) of a handle with its own options, no signals, and descriptors that no child inherits.
-// CURLE_ABORTED_BY_CALLBACK when a stop cut it, once the stop's grace is over.
+// Performs the handle's transfer as curl_easy_perform(3) does, without signals and with descriptors that no
+// child inherits. Blocks as the handle's options allow. Returns CURLE_ABORTED_BY_CALLBACK when a stop cut it,
+// which happens when the stop's grace is over.
 CURLcode Transfer(CURL* handle);
 
-// Gives up connecting, and the whole transfer, after so many seconds; 0: libcurl's defaults.
+// Limits connecting, and the whole transfer, to so many seconds. 0 leaves libcurl's defaults.
 void LimitTime(CURL* handle, long seconds);
 
 }  // namespace alarms

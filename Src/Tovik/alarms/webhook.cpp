@@ -19,7 +19,7 @@ const alarms::Chat& ChatInUse() {
   return alarms::ChatOf(m_webhook_apps, m_webhook_card != 0);
 }
 
-// What the post's failure is called on standard error; empty: it was taken.
+// The post's failure as told on standard error; empty when the post was taken.
 std::string Failure(CURLcode code, const alarms::Answer& answer) {
   if (code != CURLE_OK) return std::string("curl_easy_perform() failed: ") + curl_easy_strerror(code);
   if (m_webhook_strict == 0) return {};

@@ -6,20 +6,22 @@
 
 #include "Tovik/alarms/alarm.h"
 
-// Readies libcurl (curl_global_init(3)) and ignores SIGPIPE, which a TLS connection that breaks would raise.
-// Once, at start-up, before the first thread. 0, or -1.
+// Initialises libcurl (curl_global_init(3)) and ignores SIGPIPE, which a broken TLS connection would raise.
+// Call it once, before the first thread starts. Returns 0, or -1 on failure.
 [[nodiscard]] int AlarmTransportInit();
 
-// Posts an alarm, as WEBHOOK_APPS says (webhook_body.h), to WEBHOOK_SERVER_URL and waits for the answer. The
-// attachment stays behind.
+// Posts an alarm to WEBHOOK_SERVER_URL, in the form that webhook_body.h describes, and waits for the answer.
+// The attachment is not sent.
 //
-// 1 when the transfer went through, whatever the HTTP status; -1 otherwise: a transfer error is told on
-// standard error, a text that does not convert is traced at level 1 and nothing is posted.
+// Returns 1 when the transfer went through, whatever the HTTP status (with WEBHOOK_STRICT: when the answer
+// says that the post was taken), else -1. A failure is told on standard error. When a text does not convert,
+// that is traced at level 1 and nothing is posted.
 //
-// Any thread; blocks for as long as libcurl's defaults allow (300 s to connect, then no limit), but once a
-// stop is requested no longer than its grace. What the service answers goes to standard output.
+// Any thread. Blocks for WEBHOOK_TIMEOUT seconds at most, or when that is 0 as long as libcurl's defaults
+// allow (300 s to connect, then no limit), and once a stop is requested no longer than its grace. Without
+// WEBHOOK_STRICT the service's answer goes to standard output.
 int PostAlarm(const Alarm& alarm);
-// The same for an alarm in pieces, of this host. Texts are not null.
+// The same for an alarm in pieces, with this host's address. No text may be null.
 int SendAlarmWebHook(const char* title, uint32_t kind, const char* label, const char* message);
 
 #endif

@@ -7,9 +7,9 @@
 
 namespace alarms {
 
-// Empty when the answer says that the post was taken; else the status and the answer's words on one line of
-// at most 300 bytes, "429: slow down". A redirection is not followed, so it is none. expected is the body
-// that such a service answers when it took the post; empty: any will do.
+// Empty when the answer says that the post was taken; else the status and the answer's words, one line of at
+// most 300 bytes: "429: slow down". Redirections are not followed, so they count as not taken. expected is
+// the body with which the service confirms a post; when it is empty, any body will do.
 std::string Denial(long status, std::string_view body, std::string_view expected);
 
 }  // namespace alarms

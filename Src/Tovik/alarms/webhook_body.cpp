@@ -30,7 +30,7 @@ std::string TeamsCard(const Alarm& alarm, const std::string& date) {
       date.c_str(), alarm.message.c_str());
 }
 
-// A newline stays for now: it becomes "<br />" with those of every body.
+// Newlines stay for now: RepairedBody turns them into "<br />".
 constexpr std::string_view NEWLINE = "\n";
 
 template <Layout layout>

@@ -13,18 +13,18 @@ namespace alarms {
 
 // One kind of chat service.
 struct Chat {
-  Layout plain;            // null: there is no such form
-  Layout escaped;          // with each text of the alarm escaped as JSON
-  const Writing& writing;  // of the escaped one
-  const char* success;     // what it answers to a post that it takes; empty: anything
+  Layout plain;            // texts not escaped; null: always escaped
+  Layout escaped;          // each text of the alarm escaped as JSON
+  const Writing& writing;  // of the escaped layout
+  const char* success;     // the body with which it confirms a post; empty: any body
 };
-// apps is the value of WEBHOOK_APPS: 2 gives the form, any other the card; adaptive: WEBHOOK_CARD, before
-// that.
+// apps is the value of WEBHOOK_APPS: 2 gives the Slack form, any other value the message card. adaptive
+// (WEBHOOK_CARD) overrides both.
 const Chat& ChatOf(int64_t apps, bool adaptive);
 
-// As AlarmBody (alarm_body.h). A quote or a backslash in one of the alarm's texts breaks the JSON around it,
-// but for the adaptive card and with WEBHOOK_STRICT: texts are then made UTF-8, as RepairedBody does, and
-// escaped.
+// The body of the post, as by AlarmBody (alarm_body.h). Texts are not escaped, so a quote or a backslash in
+// one of them breaks the JSON. For the adaptive card, and with WEBHOOK_STRICT, they are made UTF-8 as by
+// RepairedBody and escaped.
 base::UniqueText WebHookBody(const Alarm& alarm, int64_t apps, time_t now, const char** reason);
 
 }  // namespace alarms

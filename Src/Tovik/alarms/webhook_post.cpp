@@ -8,7 +8,7 @@ namespace alarms {
 namespace {
 
 constexpr size_t KEPT = 1000;            // of an answer
-constexpr size_t TAKEN = 1024UL * 1024;  // who sends more is not listened to
+constexpr size_t TAKEN = 1024UL * 1024;  // a longer answer ends the transfer
 
 struct Taker {
   Answer* answer;

@@ -1,4 +1,4 @@
-// The transfer of a webhook: libcurl's easy interface at its defaults, but for WEBHOOK_TIMEOUT.
+// The transfer of a webhook, with libcurl's defaults but for WEBHOOK_TIMEOUT.
 #ifndef TOVIK_ALARMS_WEBHOOK_POST_H
 #define TOVIK_ALARMS_WEBHOOK_POST_H
 
@@ -15,8 +15,7 @@ struct Answer {
   bool printed = false;  // asked for: all of it goes to standard output, too
 };
 
-// Called before and behind each transfer, by whoever wants to hear the service. Null unless somebody sets
-// them.
+// Hooks called before and after each transfer, for a program that wants to hear the service. Null by default.
 struct PostWatch {
   void (*before)(CURL* handle) = nullptr;
   void (*behind)(CURL* handle, CURLcode code) = nullptr;

@@ -16,7 +16,7 @@ namespace {
 constexpr int64_t RETRY_SECONDS = 2;
 constexpr int FAILURES_TOLD = 30;  // in a row: an engine takes its time to come up
 
-bool asked = false;  // the main thread's first query is over
+bool asked = false;  // set once the first query, on the main thread, has ended
 
 void TellUnwatched(const char* when) {
   if (!notices::On() || base::StopSignalPending()) return;
@@ -43,7 +43,7 @@ void AskForChannels() {
   try {
     if (SHM_OPEN() == 1) g_shm_open_flag = 1;
   } catch (const std::bad_alloc&) {
-    // Without memory for its record an engine has not answered.
+    // Without memory for the record, the engine counts as not answering.
   }
   asked = true;
   if (!ChannelsAreWatched())

@@ -5,11 +5,12 @@
 // One query, its report, and the pause: RESTART_CHECK_SEC seconds, or 2 when the engine did not answer.
 void ChannelCycle();
 
-// The first query, at start-up: whether the engine could be connected is kept in g_shm_open_flag.
+// Makes the first query, at start-up. Sets g_shm_open_flag when it could connect to the engine. Blocks as
+// SHM_OPEN does (engine/channel_status.h).
 void AskForChannels();
 
-// Whether the timer is to run: the engine has been connected or, with CHANNEL_RETRY, the first query is over
-// whatever came of it. For the thread that makes that query.
+// Returns true when the channel timer should run: the engine could be connected or, with CHANNEL_RETRY, the
+// first query has ended, successful or not. Call it on the thread that makes that query.
 bool ChannelsAreWatched();
 
 // Posts a channel-status report once the engine has been connected.

@@ -27,15 +27,16 @@ constexpr time_t LOOK_BACK = 120;  // seconds
 constexpr size_t MAX_TEXT = ERROR_TEXT - 1;
 constexpr const char* EXTRACT_NAME = "STTAlarmLog.txt";
 constexpr int64_t PAUSE = 1;  // seconds between two looks at the clock
-// A line found has 8 bytes at least, so more lines than this never get into a text, and a log flooded with
-// errors is not copied onto its own disk.
+// A matching line has at least 8 bytes, so no alarm's text can hold more lines than this. The limit keeps a
+// log flooded with errors from being copied onto its own disk.
 constexpr const char* MAX_LINES = "10240";
 
 void ReportOpenFailure(const char* path, int error) {
   std::printf("[%s] file open fail : file name = %s, error = %d", "ReadTextFile", path, error);
 }
 
-// The file that takes the lines found: new, ours alone, never what a link points to; removed with its owner.
+// The file that receives the lines found. It is newly created with mode 0600, never reached through a link,
+// and removed by the destructor.
 class Extract {
  public:
   explicit Extract(const std::string& path) : path_(path) {
@@ -49,7 +50,7 @@ class Extract {
     if (file_.Valid()) ::unlink(path_.c_str());
   }
   int Descriptor() const { return file_.Get(); }
-  // errno of a file that could not be made, else 0.
+  // errno when the file could not be created, else 0.
   int Error() const { return error_; }
 
  private:
@@ -147,7 +148,7 @@ int FindErrorLines(const ErrorLogSearch& search, char* out) {
                        extract.Descriptor(), {"LC_ALL=C"});
   if (status < 0) {
     const int error = errno;
-    // A search that the stop no longer waits for was run all the same.
+    // The stop ended the wait. The search was started all the same, so this is no failure.
     if (error == ECANCELED) return 0;
     TRACE(TRACE_DEBUG, "Unable to execute distrib server error log script (%d)\n%s, command = %s", error,
           std::strerror(error), search.command.c_str());

@@ -25,14 +25,14 @@ constexpr const char* ENGINE_HOST = "127.0.0.1";
 constexpr int64_t FULL_CHECK = 1;
 constexpr int64_t SHORTEST_PAUSE = 60;  // seconds
 
-// The pid that the engine says it has; 0, which no process has, when it says none.
+// The pid in the engine's PID file; 0, which no process has, when there is none.
 int64_t ExpectedPid() {
   int64_t pid = 0;
   return ReadPidFile(m_sz_svc_pid_file, &pid) ? std::max<int64_t>(pid, 0) : 0;
 }
 
 enum class Verdict { ALIVE, NO_CONNECTION, LONG_QUEUE, NO_PROCESS };
-// How the hang log ends its lines.
+// The end of a hang log line, by verdict.
 constexpr std::array<const char*, 4> WORDS = {"alived", "deaded - disconnect", "deaded - queue",
                                               "deaded - process"};
 const char* WordsOf(Verdict verdict) {
@@ -41,7 +41,8 @@ const char* WordsOf(Verdict verdict) {
 
 HangState remembered;
 
-// Looked at before the probe connects, which would wait in it too. A queue that cannot be read is none.
+// Call it before the probe connects, or the probe is counted too. A queue that cannot be read counts as
+// empty.
 int64_t ConnectionsWaiting(int port) {
   if (m_hang_queue == 0) return 0;
   sysinfo::ListeningPort found;
@@ -57,7 +58,8 @@ Verdict Probe() {
   Verdict verdict = queueHangs ? Verdict::LONG_QUEUE : Verdict::ALIVE;
   if (Session_Create(ENGINE_HOST, port, &session) != 0) verdict = Verdict::NO_CONNECTION;
   HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, WordsOf(verdict));
-  // Without a connection this closes descriptor 0, which Session_Destroy keeps from being free.
+  // Without a connection the session is 0. Session_Destroy then puts the null device in the place of
+  // descriptor 0, so that the number stays taken.
   const int destroyed = Session_Destroy(session);
   TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Destroy [ %d ]", destroyed);
   return verdict;

@@ -23,7 +23,8 @@ namespace {
 
 int32_t m_pid = 0;  // from the engine's PID file, for the trace only
 
-// 1 when the engine was found and measured, or the search ended early; 0 when it counts as not running.
+// Returns 1 when the engine was found and measured, or when the search met a process without a name; 0 when
+// the engine is not running.
 int proc_run_func(const char* name) {
   const SearchResult result = FindEngine(name);
   switch (result.verdict) {

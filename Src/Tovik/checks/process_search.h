@@ -36,14 +36,15 @@ SearchResult FindEngine(const char* name, int64_t pid = ANY_PID);
 // All processes of the second look.
 sysinfo::ProcessNames SpacedSnapshot();
 
-// How many processes bear this short name; 0 when one without a name is among them.
+// The number of processes of this short name; 0 when the table holds a process without a name.
 int CountProcesses(const sysinfo::ProcessNames& processes, const char* name);
 
-// The decimal pid at the start of a PID file's first 1,024 bytes; false when it cannot be opened or is no
-// regular file.
+// Reads the number that a PID file begins with (0 when it begins with none). Looks at its first 1,024 bytes.
+// Returns false when the file cannot be opened or is no regular file.
 [[nodiscard]] bool ReadPidFile(const char* path, int64_t* pid);
 
-// Process id of the first process whose executable's path contains text, 0 when there is none; prints which.
+// The pid of the first process whose executable's path contains text; 0 when there is none. Prints the result
+// on standard output.
 pid_t getProcessID(const char* text, const char* proc_root = "/proc");
 
 #endif

@@ -1,4 +1,4 @@
-// The timer that looks for changed recipient files (alarms/recipients.h).
+// The timer that reads the recipient files again when they have changed (alarms/recipients.h).
 #ifndef TOVIK_CHECKS_RECIPIENTS_CHECK_H
 #define TOVIK_CHECKS_RECIPIENTS_CHECK_H
 

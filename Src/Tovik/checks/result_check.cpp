@@ -54,7 +54,7 @@ bool IsDue(time_t now) {
   return true;
 }
 
-// A file that is missing or not ours to open is no news.
+// A file that is missing or may not be opened is not traced.
 void TraceUnread(const std::string& path, int error) {
   switch (error) {
     case EFBIG:

@@ -13,36 +13,37 @@
 // One check and the pause of 61 seconds. For one thread.
 void ResultCycle();
 
-// Whether RESULT_TIME is a time of day at all: it holds a ":".
+// Returns true when the text can be a time of day: it holds a ":".
 bool IsTimeOfDay(const char* text);
 
-// To be called about once a minute: 1 when the report was made in this minute, whether or not it could be
-// sent; -1 when RESULT_TIME is another minute (traced; with RESULT_CATCH_UP: is yet to come, or this day's
-// report was made, see result_day.h), or yesterday's result file cannot be opened, or is no regular file,
-// longer than MAX_RESULT_RECORDS lines or too large for the memory (all three traced). Blocks while the file
-// is read and for the mail and the post.
+// Makes the daily report when it is due. Call it about once a minute. Returns 1 when the report was made,
+// whether or not it could be sent. Returns -1 when RESULT_TIME is another minute (traced); with
+// RESULT_CATCH_UP, when that minute is still to come or today's report was made already (result_day.h). Also
+// returns -1 when yesterday's result file cannot be opened, and, with a trace line, when it is no regular
+// file, has more than MAX_RESULT_RECORDS lines or does not fit into memory. Blocks while the file is read and
+// for the mail and the post.
 int resultCheckProc();
-// The same for a given moment.
+// The same with a given moment as the present.
 int ResultCheckAt(time_t now);
 
-// Makes the table of the averages over count records and sends it with the file at path; without a record
-// the table is empty. date goes into the table.
+// Raises the alarm with a table of the averages over count records; the mail carries the file at path.
+// Without records the table is an empty text. The table shows date.
 void GetResultShowData(const char* path, int64_t count, const RESULT_LIST* records, const char* date);
 
-// How a local time stands to a configured time of day.
+// How a local time compares with a configured time of day.
 enum class ResultMoment { DUE, OTHER_HOUR, OTHER_MINUTE };
-// timeOfDay is "HH:MM"; a part that is missing or no number is 0, one outside the clock never comes.
+// timeOfDay is "HH:MM". A part that is missing or not a number counts as 0. A time like "25:00" is never due.
 ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local);
 
-// Whether that minute of this day is over; never for one outside the clock.
+// Returns true when that minute of today has passed; never for a time like "25:00".
 bool TimeHasPassed(const char* timeOfDay, const std::tm& local);
 
-// The day that is reported: the one of 86,400 seconds ago, local time.
+// The day that is reported: the local date of 86,400 seconds ago.
 struct ResultDay {
   std::string path;  // of the result file
   std::string date;  // as the table shows it
 };
-// folder is a prefix; host is in the file's name when there is one, an empty one too.
+// folder is a path prefix. host, when present, becomes part of the file's name, even if it is empty.
 ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::string>& host);
 
 #endif

@@ -21,7 +21,7 @@ namespace {
 constexpr mode_t MODE = 0644;
 constexpr size_t DAY_SIZE = 8;
 
-// Made in time but not kept.
+// The day of a report that was made in its minute but could not be noted in the file.
 std::string unkept;
 
 std::string FilePath() {
@@ -33,14 +33,14 @@ std::string DayText(const std::tm& local) {
   return base::Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
 }
 
-// Empty when there is none.
+// The day in the file; empty when there is none.
 std::string KeptDay(const std::string& path) {
   const base::UniqueFd file = base::OpenRegular(path.c_str(), nullptr, O_NOFOLLOW);
   std::array<char, DAY_SIZE> text;
   return file.Valid() ? std::string(text.data(), base::ReadUpTo(file.Get(), text.data(), text.size())) : "";
 }
 
-// Beside the old file first: a full disk or the end of the host leaves one of the two whole.
+// Writes a new file and renames it. A full disk or a crash leaves either the old or the new file whole.
 bool Write(const std::string& path, const std::string& day) {
   const std::string next = path + ".new";
   ::unlink(next.c_str());

@@ -33,12 +33,12 @@ constexpr size_t LAST_FIELD = RESPONSE_FIELD;
 
 using UniqueRecords = std::unique_ptr<RESULT_LIST, base::MallocFree>;
 
-// Hands out a file's lines as fgets does, without a copy.
+// Returns a file's lines as fgets does, without copying them.
 class LineReader {
  public:
   explicit LineReader(base::UniqueFd file)
       : file_(std::move(file)), buffer_(static_cast<char*>(std::calloc(READ_SIZE + BLOCK, 1))) {}
-  // False without memory: then nothing else may be called.
+  // False when there was no memory; nothing else may be called then.
   bool Ready() const { return buffer_ != nullptr; }
 
   // The next line with its newline, or a piece of PIECE bytes; valid until the next call, and BLOCK bytes
@@ -51,11 +51,11 @@ class LineReader {
     begin_ += length;
     return length > 0;
   }
-  // Whether a NUL byte was met: hardly ever, and looking for one in every line takes its time.
+  // True once a NUL byte was read. Few files have one, so only then is each line searched for it.
   bool MetNul() const { return nuls_; }
 
  private:
-  // Of the piece that is whole in the buffer, 0 when none is.
+  // The length of the first line or piece that is complete in the buffer; 0 when none is.
   size_t PieceLength() const {
     const size_t limit = std::min(end_ - begin_, PIECE);
     const char* start = buffer_.get() + begin_;
@@ -83,12 +83,12 @@ bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// As atoi; out of int's range its nearest end.
+// As atoi; a number out of int's range becomes the nearest int.
 int64_t ToInteger(std::string_view text) {
   return std::clamp<int64_t>(base::LeadingNumber(text), INT_MIN, INT_MAX);
 }
 
-// The slow and complete road: blanks, signs, exponents, hexadecimal, infinities.
+// Slow, but reads every form: blanks, signs, exponents, hexadecimal, infinities.
 double ToDoubleByLibrary(std::string_view text) {
   char copy[RESULT_LINE];
   copy[text.copy(copy, PIECE)] = 0;
@@ -118,7 +118,7 @@ double ToDouble(std::string_view text) {
   return static_cast<double>(figures) / POWERS[places];
 }
 
-// What is too large for a float is infinite, as IEEE 754 has it.
+// With IEEE 754, a number too large for a float becomes infinite.
 static_assert(std::numeric_limits<float>::is_iec559);
 float ToFloat(std::string_view text) {
   return static_cast<float>(ToDouble(text));
@@ -140,7 +140,7 @@ uint64_t Commas(const char* block) {
   return commas;
 }
 
-// The fields of a line up to the last one that is used. BLOCK bytes behind the line have to be readable.
+// The fields of a line up to the last one that is used. BLOCK bytes after the line must be readable.
 class LineFields {
  public:
   explicit LineFields(std::string_view line) : line_(line) {
@@ -153,7 +153,7 @@ class LineFields {
     }
     if (count_ < LAST_FIELD) ends_[++count_] = line.size();
   }
-  // Counted from 1; empty beyond the line's last.
+  // Fields count from 1; one beyond the line's end is empty.
   std::string_view Field(size_t number) const {
     if (number > count_) return {};
     const size_t begin = number == 1 ? 0 : ends_[number - 1] + 1;
@@ -166,7 +166,7 @@ class LineFields {
   size_t count_ = 0;
 };
 
-// A line as a C text without its newline.
+// A line up to its first NUL byte, without its newline.
 std::string_view LineText(std::string_view piece, bool mayHoldNul) {
   if (mayHoldNul) piece = piece.substr(0, piece.find('\0'));
   if (piece.ends_with('\n')) piece.remove_suffix(1);

@@ -3,8 +3,8 @@
 #include <cinttypes>
 #include <cstdio>
 
-// Mail readers drop style sheets and most styles of a row, so every cell carries its own look; borders are
-// separate, as a collapsed one of the headers would hide the coloured one of the values.
+// Mail readers drop style sheets and most styles of a row, so every cell has its own style. Borders are not
+// collapsed: the headers' border would hide the coloured one of the values.
 #define CELL_STYLE                                                                               \
   "box-sizing:border-box;height:50px;padding:14px 15px;text-align:center;vertical-align:middle;" \
   "font-family:sans-serif;font-size:13px;line-height:20px;letter-spacing:-1px;color:#333;"       \

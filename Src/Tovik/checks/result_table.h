@@ -9,7 +9,7 @@
 inline constexpr int RESULT_TABLE = 4096;  // bytes, terminator included
 inline constexpr int RESULT_DATE = 64;     // bytes of the date text that the table has room for
 
-// An average over a value that is infinite or no number is that too.
+// One value that is infinite or NaN makes the average infinite or NaN.
 struct ResultAverages {
   double xrt;
   double file_time;         // ms
@@ -20,9 +20,9 @@ struct ResultAverages {
 // Over the first count records, count above 0.
 ResultAverages AverageOf(const RESULT_LIST* records, int64_t count);
 
-// Formats the table into out (RESULT_TABLE bytes), in code page 949. It is whole for any averages of records
-// and a date of RESULT_DATE bytes. It holds no double quote, backslash or line break, so it may stand inside
-// a JSON text.
+// Formats the table into out (RESULT_TABLE bytes), in code page 949. The table fits for all averages of
+// records and dates of up to RESULT_DATE bytes. It holds no double quote, backslash or line break, so it may
+// stand inside a JSON text.
 void FormatResultTable(const char* date, int64_t count, const ResultAverages& averages, char* out);
 
 #endif

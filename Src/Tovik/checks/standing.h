@@ -1,4 +1,4 @@
-// How the engine stands, as the checks found it last: for the line in words that a service manager shows.
+// The state of the engine as the checks last found it, for the status line that the service manager shows.
 #ifndef TOVIK_CHECKS_STANDING_H
 #define TOVIK_CHECKS_STANDING_H
 
@@ -10,10 +10,10 @@ namespace standing {
 
 enum class Engine { UNKNOWN, RUNS, STARTED_AGAIN };
 
-inline std::atomic<Engine> engineSeen{Engine::UNKNOWN};  // of the process check
-inline std::atomic<int64_t> hangsInARow{0};              // deaths in a row, of the hang check
+inline std::atomic<Engine> engineSeen{Engine::UNKNOWN};  // set by the process check
+inline std::atomic<int64_t> hangsInARow{0};              // dead verdicts in a row, set by the hang check
 
-// One line of ASCII. channelsWatched: the engine has answered once.
+// The status line, ASCII, without a line end. channelsWatched: the engine could be connected at least once.
 std::string Words(Engine engine, int64_t hangs, bool channelsWatched);
 
 }  // namespace standing

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int32_t NO_CPU_USAGE = -999;  // no figure: suppresses the CPU report and check
+constexpr int32_t NO_CPU_USAGE = -999;  // no figure: the CPU is neither reported nor checked
 
 void RaiseOver(Finding finding, const char* name, const std::string& message) {
   Raise({finding, name, message.c_str()});
@@ -31,7 +31,7 @@ void CheckChannels(const char* name) {
   RaiseOver(Finding::CHANNELS_OVER, name, OverMessage(name, "Channel", figure, limit));
 }
 
-// Whether the engine's true share of the host's memory reaches MEM_OVER_PERCENT; *share gets it.
+// Returns true when the engine's true share of the host's memory, put into *share, reaches MEM_OVER_PERCENT.
 bool ShareIsOver(int pid, int64_t total_kb, int* share) {
   if (m_mem_over_percent == 0) return false;
   *share = MemoryShare(process_memory_kb(pid), total_kb);
@@ -52,7 +52,7 @@ void CheckMemory(const char* name, int pid) {
   const bool shareIsOver = ShareIsOver(pid, total, &share);
   if (!figureIsOver && !shareIsOver) return;
   TRACE(TRACE_INFO, "Memory Over");
-  // One alarm, though both may be over; then it tells the share, which is the figure that people know.
+  // There is one alarm even when both are over. It then names the share, the figure that people know.
   if (shareIsOver) {
     figure = share;
     limit = static_cast<int>(m_mem_over_percent);

@@ -1,4 +1,4 @@
-// What the agent can find, in one table, and the one call that tells it: to the management servers, then by
+// What the agent can find, in one table, and the one call that reports it: to the management servers, then by
 // mail, then by webhook.
 #ifndef TOVIK_FINDINGS_FINDINGS_H
 #define TOVIK_FINDINGS_FINDINGS_H
@@ -20,13 +20,13 @@ enum class Finding {
   ERROR_LINES
 };
 
-// A finding without one is not told to the management servers.
+// The code of a finding that is not reported to the management servers.
 inline constexpr int NO_ALARM_CODE = -1;
 
-// One finding. Without a label it is told to the management servers alone.
+// One row of the table. A finding without a label is reported to the management servers only.
 struct FindingRow {
   Finding finding;
-  const char* name;  // as programs call it
+  const char* name;  // for programs and file names
   int alarmCode;     // DIOSVC/report_types.h
   uint32_t kind;     // alarms/alarm.h
   const char* label;
@@ -36,7 +36,7 @@ struct FindingRow {
 extern const std::array<FindingRow, 8> FINDINGS;
 const FindingRow& RowOf(Finding finding);
 
-// One finding of this moment. Texts in code page 949, borrowed for the call.
+// Something found just now. Texts are in code page 949 and borrowed for the call.
 struct Found {
   Finding finding;
   const char* process = "";  // the engine's name
@@ -44,11 +44,11 @@ struct Found {
   const char* attachment = nullptr;  // path of a file for the mail
 };
 
-// The alarm that people get for it. Its title is "[ <host's IP> ] <process> <subject>", cut to 1,023 bytes.
+// The alarm for people. Its title is "[ <host's IP> ] <process> <subject>", cut to 1,023 bytes.
 Alarm AlarmOf(const Found& found);
 
-// Tells it on every channel that it has and that the configuration has switched on; mail and post on the
-// caller's thread, each followed by its trace line whatever came of it.
+// Reports what was found on each channel that its row has and the configuration switches on. Mail and post go
+// out on the caller's thread, which waits for them. Each is followed by its trace line, sent or not.
 void Raise(const Found& found);
 
 #endif

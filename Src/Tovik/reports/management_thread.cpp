@@ -22,7 +22,7 @@ constexpr int64_t BETWEEN_SERVERS_MS = 10;
 
 base::Thread hManageThread;
 
-// One report to every server in turn.
+// Sends one report to every server in turn.
 void ServeAll(const ReportSender& sender) {
   for (int64_t i = 0; i < gSendInfo->server_count; ++i) {
     SVC_SERVER entry = gSendInfo->servers[i];

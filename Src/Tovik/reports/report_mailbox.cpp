@@ -28,7 +28,7 @@ struct ReportRequest {
 // For REPORT_QUEUE.
 std::mutex queueMutex;
 ReportQueue queue;
-int64_t givenUp = 0;  // of the queue's reports; under its mutex
+int64_t givenUp = 0;  // reports that the queue dropped; guarded by queueMutex
 
 void Enqueue(int type, int code) {
   const auto limit = static_cast<size_t>(m_report_queue);

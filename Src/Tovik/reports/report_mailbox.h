@@ -1,9 +1,9 @@
 // Where reports to the management servers wait: a mailbox of one slot, or with REPORT_QUEUE a queue.
 //
 // send_request puts a report there, and the management thread (management_thread.h) looks once a second. In
-// the mailbox a request posted before an earlier one was looked at takes its place, one posted while the
-// servers are being served is cleared with it, and an alarm's code is kept aside: the sender takes the
-// latest. In the queue (report_queue.h) each waits for its turn with its own code.
+// the mailbox a new request replaces one that was not looked at yet, and one posted while the servers get an
+// earlier one is lost: both are cleared together. An alarm's code is kept apart, and senders take the latest.
+// In the queue (report_queue.h) each report waits for its turn with its own code.
 #ifndef TOVIK_REPORTS_REPORT_MAILBOX_H
 #define TOVIK_REPORTS_REPORT_MAILBOX_H
 
@@ -13,22 +13,24 @@
 
 extern std::atomic<uint8_t> gMsgFlag;  // 1 while a request waits in the mailbox
 extern std::atomic<int64_t> gMsgId;    // its message id
-// Code of the alarm that senders send: of the latest request; with REPORT_QUEUE of the alarm whose turn it
-// is.
+// The code that alarm senders send: that of the latest alarm requested; with REPORT_QUEUE, of the alarm whose
+// turn it is.
 extern std::atomic<int64_t> gAlarmFlag;
 
-// Posts a request of a report type (DIOSVC/report_types.h); back when it lies in the mailbox, some 20 ms
-// later, or in the queue, at once. Other types do nothing. A request whose thread cannot be created is lost,
-// with a trace line. Reports that the queue merges or gives up are traced. Any thread.
+// Posts a report of this type and code (DIOSVC/report_types.h); an unknown type does nothing. Returns when
+// the report lies in the mailbox, after some 20 ms, or in the queue, at once. When the thread that fills the
+// mailbox cannot be created, the report is lost and that is traced. Reports that the queue merges or drops
+// are traced. Any thread.
 void send_request(int type, int code);
-// Its thread's body; takes the type and code as two int.
+// The body of the thread that fills the mailbox. The argument is two int: type and code.
 void* send_request_thread(void* argument);
 
-// The message id of the report to be sent next, if one waits. It leaves the queue and its code goes to
-// gAlarmFlag; the mailbox is cleared by whoever has sent it. For the management thread.
+// The message id of the report to be sent next, if one waits. In the queue it is removed, and an alarm's code
+// goes to gAlarmFlag. The mailbox stays as it is: the caller clears it after sending. For the management
+// thread.
 std::optional<int64_t> NextReport();
 
-// Empties the queue and traces how many reports are lost by it. For the stop, once nobody posts.
+// Empties the queue and traces how many reports are lost. For the stop, when nobody posts any more.
 void DropReports();
 
 #endif

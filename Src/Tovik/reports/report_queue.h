@@ -1,5 +1,5 @@
-// The order in which reports wait, where more than one may (REPORT_QUEUE): in the order of their posting,
-// equal ones once, bounded. It knows neither threads nor traces.
+// The queue of reports (REPORT_QUEUE): first in, first out, equal ones only once, bounded. It neither locks
+// nor traces.
 #ifndef TOVIK_REPORTS_REPORT_QUEUE_H
 #define TOVIK_REPORTS_REPORT_QUEUE_H
 
@@ -16,15 +16,15 @@ struct WaitingReport {
 
 class ReportQueue {
  public:
-  static constexpr size_t LEAST = 8;  // fewer places would not hold one of each
+  static constexpr size_t LEAST = 8;  // room for one of each report and code
 
   enum class Added { WAITS, MERGED, OLDEST_GAVE_WAY, GAVE_WAY };
 
-  // A report that already waits keeps its place and stays one. Beyond the limit (LEAST at least) the oldest
-  // report that is no alarm gives way; where all are alarms, a new one that is none does. Alarms never do:
-  // there are fewer codes of them than places.
+  // Adds a report. One that waits already keeps its place and is not added again (MERGED). When limit reports
+  // (LEAST at least) wait, the oldest report that is no alarm gives way; when all are alarms, a new report
+  // that is no alarm does. An alarm never gives way: there are fewer alarm codes than places.
   Added Add(const WaitingReport& report, size_t limit);
-  // Takes the oldest.
+  // Removes and returns the oldest.
   std::optional<WaitingReport> Next();
   size_t Size() const { return reports_.size(); }
 
