@@ -77,17 +77,19 @@ class Listener {
   explicit Listener(bool refuses = false, int family = AF_INET)
       : fd_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const sockaddr_in loopback{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    address_.sin6_family = AF_INET6;
-    if (family == AF_INET) std::memcpy(&address_, &loopback, sizeof loopback);
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    if (family == AF_INET) std::memcpy(&address, &loopback, sizeof loopback);
     const int one = 1;
     ::setsockopt(fd_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
-    socklen_t length = family == AF_INET ? sizeof(sockaddr_in) : sizeof address_;
-    auto* generic = reinterpret_cast<sockaddr*>(&address_);
+    socklen_t length = family == AF_INET ? sizeof loopback : sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
     ::bind(fd_.Get(), generic, length);
     if (!refuses) ::listen(fd_.Get(), SOMAXCONN);
     ::getsockname(fd_.Get(), generic, &length);
+    port_ = ntohs(address.sin6_port);
   }
-  int Port() const { return ntohs(address_.sin6_port); }
+  int Port() const { return port_; }
   // Ends the refusals.
   void Listen(int backlog = SOMAXCONN) const { ::listen(fd_.Get(), backlog); }
   // Ends an Accept on another thread, without a connection.
@@ -98,7 +100,11 @@ class Listener {
   // A client that has connected, or tries to.
   base::UniqueFd Connect() const {
     base::UniqueFd client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    ::connect(client.Get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(sockaddr_in));
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    ::getsockname(fd_.Get(), generic, &length);
+    ::connect(client.Get(), generic, length);
     return client;
   }
   // Whether a client has connected and waits to be accepted.
@@ -109,7 +115,7 @@ class Listener {
 
  private:
   base::UniqueFd fd_;
-  sockaddr_in6 address_{};
+  int port_ = 0;
 };
 
 // Serves one connection with a function, in a thread that the destructor joins.

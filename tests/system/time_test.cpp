@@ -6,6 +6,7 @@ namespace harness {
 namespace {
 
 constexpr const char* LIBRARY = "/usr/lib/x86_64-linux-gnu/faketime/libfaketimeMT.so.1";
+constexpr const char* UTC = "UTC0";
 
 class OtherTime : public AllChannels {
  protected:
@@ -14,10 +15,9 @@ class OtherTime : public AllChannels {
     StartEngine();
     config_ += "HANG_SAVE 0\nTXT_PATH ./engine/\n";
   }
-  // In UTC.
-  Process StartAt(const Words& clock) const {
-    const Words env{"env", std::string("LD_PRELOAD=") + LIBRARY, "TZ=UTC0", "FAKETIME_DONT_FAKE_MONOTONIC=1",
-                    "NO_FAKE_STAT=1"};
+  Process StartAt(const std::string& zone, const Words& clock) const {
+    const Words env{"env", std::string("LD_PRELOAD=") + LIBRARY, "TZ=" + zone,
+                    "FAKETIME_DONT_FAKE_MONOTONIC=1", "NO_FAKE_STAT=1"};
     return Start({}, Joined(env, clock));
   }
   void WriteEngineFile(const std::string& day, const std::string& name, const std::string& content) const {
@@ -42,7 +42,7 @@ TEST_F(OtherTime, TurnOfTheYearTellsOfTheRightDayAndMinute) {
   WriteEngineFile("20401231", "1231.ERR.LOG", "E 11:11:00 other\nE 23:58:07 wanted\n");
   config_ += "RESULT_CHECK 1\nLOG_CHECK_MIN 1\nRESULT_TIME 23:59\n";
   // Five seconds before it.
-  Process agent = StartAt({"FAKETIME_FMT=%s", "FAKETIME=@2240611195"});
+  Process agent = StartAt(UTC, {"FAKETIME_FMT=%s", "FAKETIME=@2240611195"});
   ASSERT_TRUE(WaitUntil([&] { return Now().mails == 2 && Now().posts == 2; }));
   EXPECT_EQ(ReadFile(folder_ / "mails/1.attached-1"), results);
   EXPECT_EQ(Count(ReadFile(folder_ / "mails/1.html"), "5000.00 ms"), 1U);
@@ -59,7 +59,7 @@ TEST_F(OtherTime, TurnOfTheYearTellsOfTheRightDayAndMinute) {
 // The clock is set a day ahead, then a day back, under the running agent.
 TEST_F(OtherTime, JumpsChangeFoldersAndNoInterval) {
   const std::string clock = folder_.Write("clock", "+0d\n");
-  Process agent = StartAt({"FAKETIME_TIMESTAMP_FILE=" + clock, "FAKETIME_NO_CACHE=1"});
+  Process agent = StartAt(UTC, {"FAKETIME_TIMESTAMP_FILE=" + clock, "FAKETIME_NO_CACHE=1"});
   ASSERT_TRUE(WaitForOut("System CPU ["));
   const auto folders = [this] {
     return std::distance(fs::directory_iterator(folder_ / "log"), fs::directory_iterator());
