@@ -16,6 +16,7 @@
 #include "ctl/json_fields.h"
 #include "ctl/output.h"
 #include "ctl/pause.h"
+#include "ctl/small_file.h"
 #include "ctl/text.h"
 
 namespace ctl {

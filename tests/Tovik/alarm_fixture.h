@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
-#include <string>
 
 #include "Tovik/alarms/mail.h"
 #include "Tovik/alarms/recipients.h"
@@ -17,6 +16,7 @@
 
 namespace test {
 
+using support::Has;
 using support::Peer;
 using support::SetText;
 
@@ -62,8 +62,7 @@ class AlarmTest : public testing::Test {
     return Outcome([&] { return SendAlarmWebHook("[ IP ] stt", kind, "Label", message); });
   }
   static void ExpectParts(const std::string& record, std::initializer_list<const char*> parts) {
-    for (const char* part : parts)
-      EXPECT_NE(record.find(part), std::string::npos) << part << " in " << record;
+    for (const char* part : parts) EXPECT_TRUE(Has(record, part));
   }
   // The text with its "yyyy/mm/dd hh:mm:ss" behind a mark replaced by "DATE".
   static std::string WithoutDate(std::string text, const std::string& mark) {

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <set>
-#include <string>
 
 #include "Tovik/alarm_fixture.h"
 #include "Tovik/alarms/alarm_body.h"
@@ -54,29 +53,6 @@ TEST_F(AlarmTest, MailReachesAllRecipientsInOrder) {
           "\t\t\t\t</tr>\t\t\t</table>\t\t</div>\t</div></div></body></html>");
 }
 
-TEST_F(AlarmTest, MailTellsWhatFailed) {
-  const Peer sink(folder_, "sink", "mail_sink.py", {"--user", "agent", "--password", "pass word"});
-  const std::string none = folder_ / "none";
-  SetText(m_stmp_auth_id, "agent");
-  const struct {
-    std::string port;
-    int64_t method;
-    const char *password, *attachment, *outcome;
-  } cases[] = {
-      {sink.Port(), 3, "pass word", nullptr, "sent"},
-      {sink.Port(), 3, "no", nullptr, "smtp failed: Failed to authenticate with the given credentials\n"},
-      {sink.Port(), 2, "pass word", none.c_str(), "smtp failed: Failed to read or open a local file\n"},
-      {"1", 1, "", nullptr, "smtp failed: Failed to connect to the mail server\n"},
-  };
-  for (const auto& c : cases) {
-    Aim(c.port);
-    m_stmp_auth = c.method;
-    SetText(m_stmp_auth_password, c.password);
-    EXPECT_EQ(Mail("m", c.attachment), c.outcome);
-  }
-  ExpectParts(sink.Kept("1.json"), {R"("user": "agent")"});
-}
-
 TEST_F(AlarmTest, PostsACardWithThePictureOfItsKind) {
   const Peer sink(folder_, "sink", "webhook_sink.py");
   Aim(sink.Port());
@@ -102,30 +78,6 @@ TEST_F(AlarmTest, PostsACardWithThePictureOfItsKind) {
             "payload={\t\t\t\t\"channel\": \"#test\",              \"username\": \"Label\",     "
             "\t        \"text\": \"[ IP ] stt DATE<br />x<br />y\",              \"icon_emoji\": "
             "\":ghost:\"         }");
-}
-
-// What is answered is not looked at, nor followed; what fails is the transfer.
-TEST_F(AlarmTest, PostTellsTransferErrors) {
-  const Peer redirecting(folder_, "redirecting", "webhook_sink.py", {"--behaviour", "redirect"});
-  const std::pair<std::string, std::string> cases[] = {
-      {"http://127.0.0.1:" + redirecting.Port(), "sent"},
-      {"http://127.0.0.1:1", "curl_easy_perform() failed: Couldn't connect to server\n"},
-      {"nothing://127.0.0.1/", "curl_easy_perform() failed: Unsupported protocol\n"},
-  };
-  for (const auto& [url, outcome] : cases) {
-    SetText(m_webhook_server_url, url);
-    EXPECT_EQ(Post("m"), outcome);
-  }
-  EXPECT_EQ(redirecting.Arrived(), 1);
-}
-
-TEST_F(AlarmTest, ATextThatDoesNotConvertIsTracedAndNotSent) {
-  EXPECT_EQ(test::Messages(test::TraceOf([] {
-              EXPECT_EQ(Mail("hanja \xCA\xA1"), "");
-              EXPECT_EQ(Post("hanja \xCA\xA1"), "");
-            })),
-            (test::Lines{"ERROR Mail lost: [ IP ] stt, kind 2: its text does not convert to UTF-8",
-                         "ERROR WebHook lost: [ IP ] stt, kind 2: its text does not convert to UTF-8"}));
 }
 
 TEST(AlarmBodyTest, CutsTheMessageAndKeepsTheLayout) {

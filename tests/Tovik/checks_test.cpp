@@ -6,7 +6,6 @@
 
 #include <csignal>
 #include <cstring>
-#include <string>
 
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/checks/error_log_check.h"
@@ -22,6 +21,7 @@
 namespace {
 
 using namespace std::string_literals;
+using support::Has;
 namespace fs = std::filesystem;
 
 // In Central Europe, where clocks change at 2 o'clock of 31 March and at 3 o'clock of 27 October 2024.
@@ -121,10 +121,9 @@ TEST_F(ErrorLogTest, SucceedsWithErrorLinesOnly) {
   setenv("PATH", "/nowhere", 1);
   const std::string traced = test::TraceOf([&] { EXPECT_EQ(ErrorCheckAt(now_), -1); });
   setenv("PATH", path.c_str(), 1);
-  EXPECT_NE(traced.find("Unable to execute distrib server error log script (2)\nNo such file or directory, "
-                        "command = grep \" 14:05:\" "),
-            std::string::npos)
-      << traced;
+  EXPECT_TRUE(Has(traced,
+                  "Unable to execute distrib server error log script (2)\nNo such file or directory, "
+                  "command = grep \" 14:05:\" "));
 }
 
 TEST_F(ErrorLogTest, SaysNothingOfASearchThatAStopCuts) {
@@ -333,38 +332,31 @@ TEST(ProcessSearchTest, PassesOverTheDead) {
 }
 
 TEST(ThresholdTest, ShareIsInPercentWhereTheFigureIsNot) {
-  const std::tuple<int64_t, int64_t, int> cases[] = {{62'652'416, 65'536'000, 95},
-                                                     {65'536'000, 65'536'000, 100},
-                                                     {655'359, 65'536'000, 0},
-                                                     {-1, 65'536'000, 0},
-                                                     {1, 0, 0}};
-  for (const auto& [rss, total, share] : cases) EXPECT_EQ(MemoryShare(rss, total), share) << rss;
+  const std::pair<int64_t, int> cases[] = {{62'652'416, 95}, {65'536'000, 100}, {655'359, 0}, {-1, 0}};
+  for (const auto& [rss, share] : cases) EXPECT_EQ(MemoryShare(rss, 65'536'000), share) << rss;
+  EXPECT_EQ(MemoryShare(1, 0), 0);
   EXPECT_EQ(MemoryFigure(62'652'416 / 1024, 65'536'000), 0);
 }
 
 TEST(HangTest, TwoLongQueuesInARowAreAHang) {
+  constexpr int64_t QUEUES[] = {17, 17, 99, 16, 17, 0, 17, 18};
+  constexpr bool HANGS[] = {false, true, true, false, false, false, false, true};
   HangState state;
-  for (const auto& [waiting, hangs] : std::vector<std::pair<int64_t, bool>>{{17, false},
-                                                                            {17, true},
-                                                                            {99, true},
-                                                                            {16, false},
-                                                                            {17, false},
-                                                                            {0, false},
-                                                                            {17, false},
-                                                                            {18, true}}) {
-    EXPECT_EQ(QueueHangs(waiting, 16, &state), hangs) << waiting;
-  }
   HangState off;
-  EXPECT_FALSE(QueueHangs(99, 0, &off) || QueueHangs(99, 0, &off));
+  for (size_t look = 0; look < std::size(QUEUES); ++look) {
+    EXPECT_EQ(QueueHangs(QUEUES[look], 16, &state), HANGS[look]) << look;
+    EXPECT_FALSE(QueueHangs(QUEUES[look], 0, &off));
+  }
 }
 
 TEST(HangTest, TellsAfterEachSoManyDeathsInARow) {
-  // "d" dead, "D" dead and told, "a" alive
-  const std::pair<int64_t, const char*> cases[] = {{0, "dddd"}, {1, "DaDD"}, {3, "ddaddDddDd"}};
-  for (const auto& [every, verdicts] : cases) {
+  for (const int64_t every : {1, 3}) {
     HangState state;
-    for (const char* verdict = verdicts; *verdict != '\0'; ++verdict)
-      EXPECT_EQ(HangAlarmDue(*verdict == 'a', every, &state), *verdict == 'D') << every << " " << verdict;
+    EXPECT_EQ(HangAlarmDue(false, every, &state), every == 1);
+    EXPECT_FALSE(HangAlarmDue(true, every, &state)) << "alive: the count begins anew";
+    for (int death = 1; death <= 9; ++death)
+      EXPECT_EQ(HangAlarmDue(false, every, &state), death % every == 0) << every << " " << death;
+    EXPECT_FALSE(HangAlarmDue(false, 0, &state));
   }
 }
 
@@ -380,24 +372,29 @@ TEST_F(ChecksTest, HangCheckComparesPidAndFlag) {
     folder_.Write("pid", std::to_string(pid));
     m_hang_save_flag = save;
     const std::string said = test::TraceOf([] { EXPECT_EQ(hangCheckProc(m_sz_proc_name), 1); });
-    EXPECT_NE(said.find("] : [[ "s + m_sz_proc_name + " ] health check : " + verdict + "]\n"), said.npos)
-        << said;
+    EXPECT_TRUE(Has(said, "] : [[ "s + m_sz_proc_name + " ] health check : " + verdict + "]\n"));
   }
 }
 
 TEST(TimerRulesTest, ErrorCheckRunsFromTheSecondLookOfADueMinuteUntilItSucceeds) {
+  enum Look { NO_RUN, RUN_FAILS, RUN_SUCCEEDS };
   const struct {
     int minute;
     int64_t period;
-    const char* looks;  // of a second each: "a" armed or nothing to do, "f" run and failed, "r" run
-  } cases[] = {{0, 15, "ar aa"}, {1, 15, "aaa"}, {15, 15, "affra"}, {30, 15, "aff"},
-               {31, 15, "aa"},   {45, 15, "a"},  {0, 90, "ara"},    {30, 90, "aaa"}};
+    std::vector<Look> looks;  // a second apart
+  } rows[] = {{0, 15, {NO_RUN, RUN_SUCCEEDS, NO_RUN, NO_RUN}},
+              {1, 15, {NO_RUN, NO_RUN, NO_RUN}},
+              {15, 15, {NO_RUN, RUN_FAILS, RUN_FAILS, RUN_SUCCEEDS, NO_RUN}},
+              {30, 15, {NO_RUN, RUN_FAILS, RUN_FAILS}},
+              {31, 15, {NO_RUN, NO_RUN}},
+              {45, 15, {NO_RUN}},
+              {0, 90, {NO_RUN, RUN_SUCCEEDS, NO_RUN}},
+              {30, 90, {NO_RUN, NO_RUN, NO_RUN}}};
   ErrorCheckState state;
-  for (const auto& c : cases) {
-    for (const char* look = c.looks; *look != '\0'; ++look) {
-      if (*look == ' ') continue;
-      EXPECT_EQ(ErrorCheckDue(c.minute, c.period, &state), *look != 'a') << c.minute << " " << look;
-      state.succeeded = *look == 'r' ? 1 : state.succeeded;
+  for (const auto& row : rows) {
+    for (const Look look : row.looks) {
+      EXPECT_EQ(ErrorCheckDue(row.minute, row.period, &state), look != NO_RUN) << row.minute;
+      if (look == RUN_SUCCEEDS) state.succeeded = 1;
     }
   }
 }

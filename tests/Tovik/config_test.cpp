@@ -2,10 +2,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "Tovik/config/config.h"
 #include "Tovik/config/config_line.h"
@@ -99,18 +96,9 @@ TEST(ConfigLineTest, ExpandsTheFileNameByItself) {
 }
 
 TEST(OptionTest, TakesDigitsUpToItsLimit) {
-  const std::pair<const char*, int64_t> cases[] = {{"0", 0},
-                                                   {"7", 7},
-                                                   {"100", 100},
-                                                   {"101", -1},
-                                                   {"-1", -1},
-                                                   {"7x", -1},
-                                                   {"x", -1},
-                                                   {"\n", -1},
-                                                   {"", -1},
-                                                   {" 7", -1},
-                                                   {"99999999999999999999", -1}};
-  for (const auto& [text, value] : cases) EXPECT_EQ(OptionValue(text, 100).value_or(-1), value) << text;
+  for (const int64_t value : {0, 7, 100}) EXPECT_EQ(OptionValue(std::to_string(value), 100), value);
+  for (const char* text : {"101", "-1", "7x", "x", "\n", "", " 7", "99999999999999999999"})
+    EXPECT_FALSE(OptionValue(text, 100)) << text;
 }
 
 TEST(FullPathTest, FollowsTheFirstCharacter) {

@@ -4,13 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <regex>
 #include <sstream>
-#include <string>
 #include <vector>
 
 #include "Tovik/config/config.h"
+#include "support/has.h"
 #include "support/support.h"
 #include "utils/DunraSTTUtils.h"
 

@@ -411,7 +411,7 @@ TEST_P(Broken, FileIsTold) {
   folder_.Write("agent.conf", config_);
   const auto [told, status] = Tool({});
   const std::string expected = Expected(row);
-  EXPECT_NE(told.find(expected), std::string::npos) << expected << "--- not in\n" << told;
+  EXPECT_TRUE(Has(told, expected));
   EXPECT_EQ(status == 2, told.starts_with("error") || told.find("\nerror") != std::string::npos);
 
   Process agent = Start();
@@ -420,11 +420,8 @@ TEST_P(Broken, FileIsTold) {
   EXPECT_TRUE(row.never == nullptr || Evidence().find(row.never) == std::string::npos) << row.never;
 }
 
-std::string NameOf(const testing::TestParamInfo<Row>& row) {
-  return row.param.name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Rules, Broken, testing::ValuesIn(ROWS), NameOf);
+INSTANTIATE_TEST_SUITE_P(Rules, Broken, testing::ValuesIn(ROWS),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 // Every line of the sample, where what it names is there. The names are those of the test, for others run
 // agents too.
@@ -471,9 +468,9 @@ TEST_F(Check, LeavesWithItsVerdict) {
 
 TEST_F(Check, SaysThatTheAgentWorksWithAnOlderFile) {
   const Process agent = StartedAgent();
-  EXPECT_EQ(Tool({}).first.find("it still works with the old one"), std::string::npos);
+  EXPECT_FALSE(Has(Tool({}).first, "it still works with the old one"));
   fs::last_write_time(folder_ / "agent.conf", fs::file_time_type::clock::now() + seconds(90));
-  EXPECT_NE(Tool({}).first.find("note     the file was changed "), std::string::npos) << Tool({}).first;
+  EXPECT_TRUE(Has(Tool({}).first, "note     the file was changed "));
 }
 
 TEST_F(Check, LooksAsTheAgentsUser) {
@@ -484,10 +481,9 @@ TEST_F(Check, LooksAsTheAgentsUser) {
   folder_.Write("agent.conf", config_);
   const std::string denied =
       "CFG_FILE: permission denied for user nobody; the mail about a restart would not be sent";
-  EXPECT_NE(Tool({"--user", "nobody"}).first.find(denied), std::string::npos)
-      << Tool({"--user", "nobody"}).first;
-  EXPECT_NE(Tool({"--user", "nobody"}).first.find("there would be no log"), std::string::npos);
-  EXPECT_EQ(Tool({}).first.find("CFG_FILE: "), std::string::npos);
+  EXPECT_TRUE(Has(Tool({"--user", "nobody"}).first, denied));
+  EXPECT_TRUE(Has(Tool({"--user", "nobody"}).first, "there would be no log"));
+  EXPECT_FALSE(Has(Tool({}).first, "CFG_FILE: "));
 }
 
 TEST_F(Check, ShowsValuesAndNoSecret) {
@@ -497,10 +493,10 @@ TEST_F(Check, ShowsValuesAndNoSecret) {
   folder_.Write("agent.conf", config_, 0644);
   for (const Words& words : {Words{"--print"}, Words{"--print", "--json"}}) {
     const std::string told = Tool(words).first;
-    EXPECT_EQ(told.find("hush"), std::string::npos) << told;
-    EXPECT_NE(told.find("***"), std::string::npos);
-    EXPECT_NE(told.find(folder_ / "start engine.sh"), std::string::npos);
-    EXPECT_NE(told.find("SMTP_AUTHPASSWORD: everybody on this host may read"), std::string::npos) << told;
+    EXPECT_FALSE(Has(told, "hush"));
+    EXPECT_TRUE(Has(told, "***"));
+    EXPECT_TRUE(Has(told, folder_ / "start engine.sh"));
+    EXPECT_TRUE(Has(told, "SMTP_AUTHPASSWORD: everybody on this host may read"));
   }
   const std::string json = Tool({"--json"}).first;
   EXPECT_TRUE(json.starts_with(R"({"schema":1,"config":")" + folder_ / "agent.conf" + R"(","user":")"))
@@ -538,11 +534,9 @@ TEST_F(Check, ReachesEveryDestinationAndSendsNothing) {
              std::to_string(closed.Port()) + "\n";
   folder_.Write("agent.conf", config_);
   const std::string told = Tool({"--reach"}).first;
-  EXPECT_NE(told.find("ALARM_3: 127.0.0.1 port " + std::to_string(closed.Port()) + ": Connection refused"),
-            std::string::npos)
-      << told;
-  EXPECT_NE(told.find("SMTP_SERVER_URL: localhost port "), std::string::npos) << told;
-  EXPECT_EQ(told.find("ALARM_2: "), std::string::npos) << told;
+  EXPECT_TRUE(Has(told, "ALARM_3: 127.0.0.1 port " + std::to_string(closed.Port()) + ": Connection refused"));
+  EXPECT_TRUE(Has(told, "SMTP_SERVER_URL: localhost port "));
+  EXPECT_FALSE(Has(told, "ALARM_2: "));
   const base::UniqueFd visit = silent.Accept();
   char byte = 0;
   EXPECT_EQ(recv(visit.Get(), &byte, 1, 0), 0);
@@ -560,10 +554,10 @@ TEST_F(Check, OpensNothingForWritingAndConnectsNowhere) {
                 folder_ / "agent.conf", "--print", "--user", "nobody"});
   EXPECT_EQ(tool.ExitStatus(), 2);
   const std::string calls = ReadFile(trace);
-  EXPECT_NE(calls.find("agent.conf"), std::string::npos);
+  EXPECT_TRUE(Has(calls, "agent.conf"));
   for (const char* call :
        {"O_WRONLY", "O_RDWR", "O_CREAT", "creat(", "connect(", "socket(", "mkdir(", "unlink("})
-    EXPECT_EQ(calls.find(call), std::string::npos) << call << " in\n" << calls;
+    EXPECT_FALSE(Has(calls, call));
 }
 
 }  // namespace

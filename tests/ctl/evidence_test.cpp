@@ -1,8 +1,6 @@
 // Engines that die in known ways, and what the real tool says of them.
 #include <sys/resource.h>
 
-#include <fstream>
-
 #include "ctl/memory_group.h"
 #include "ctl/tool_test.h"
 
@@ -44,12 +42,6 @@ class Deaths : public ToolTest {
 };
 
 constexpr const char* READY = "open('ready', 'w').write('1')\n";
-
-TEST_F(Deaths, ByAPersonsKillAreNotKnown) {
-  StartEngine(std::string(READY) + "import time\ntime.sleep(600)\n");
-  KillEngine();
-  EXPECT_TRUE(VerdictOfTheNextStart().starts_with("not known"));
-}
 
 TEST_F(Deaths, ForWantOfMemoryAreTheGroupsKills) {
   const std::string parent = ctl::MemoryGroupFolder(ctl::ReadGroupText(getpid()));

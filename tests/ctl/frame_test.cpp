@@ -1,10 +1,6 @@
 // The parts of the operator's tool that work on words and texts alone.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <regex>
-#include <set>
-
 #include "ctl/commands.h"
 #include "ctl/duration.h"
 #include "ctl/near_name.h"
@@ -12,25 +8,23 @@
 #include "ctl/running_agent.h"
 #include "ctl/text.h"
 #include "ctl/tool.h"
+#include "support/has.h"
 #include "support/support.h"
 
 namespace ctl {
 namespace {
 
+using support::AllMatches;
+using support::Has;
+
 TEST(NearNames, AreThoseOfSlips) {
   const std::string_view names[] = {"history", "pause", "PROC_FIlE", "SMTP_AUTHPASSWORD", "-f"};
-  const std::pair<const char*, const char*> cases[] = {{"hsitory", "history"},
-                                                       {"histry", "history"},
-                                                       {"hisstory", "history"},
-                                                       {"hystori", "history"},
-                                                       {"PAUSE", "pause"},
-                                                       {"PROC_FILE", "PROC_FIlE"},
-                                                       {"SMTP_AUTHPASWSORD", "SMTP_AUTHPASSWORD"},
-                                                       {"psa", ""},
-                                                       {"", ""},
-                                                       {"x", ""},
-                                                       {"status", ""}};
-  for (const auto& [word, name] : cases) EXPECT_EQ(NearName(word, names), name) << word;
+  for (const char* slip : {"hsitory", "hsitroy", "histry", "hisstory", "hystori"})
+    EXPECT_EQ(NearName(slip, names), "history") << slip;
+  for (const char* word : {"psa", "", "x", "status"}) EXPECT_EQ(NearName(word, names), "") << word;
+  EXPECT_EQ(NearName("PAUSE", names), "pause");
+  EXPECT_EQ(NearName("PROC_FILE", names), "PROC_FIlE");
+  EXPECT_EQ(NearName("SMTP_AUTHPASWSORD", names), "SMTP_AUTHPASSWORD");
   EXPECT_EQ(NearNameHint("histroy", names), ", history?");
   EXPECT_EQ(NearName(std::string(100000, 'h'), names), "");
 }
@@ -155,14 +149,6 @@ TEST(CommandLine, NamesWhatMayHaveBeenMeant) {
   for (const auto& [words, complaint] : cases) EXPECT_EQ(Parse(words).complaint, complaint);
 }
 
-std::set<std::string> All(const std::string& text, const char* pattern) {
-  const std::regex expression(pattern, std::regex::ECMAScript | std::regex::multiline);
-  std::set<std::string> found;
-  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match)
-    found.insert((*match)[1]);
-  return found;
-}
-
 // Manual, completion and tables say the same.
 TEST(Documents, HaveExactlyTheCommandsOptionsAndStatusesOfTheTool) {
   const std::string manual = support::ReadFile(TREE "/man/dunrasttctl.8");
@@ -178,18 +164,18 @@ TEST(Documents, HaveExactlyTheCommandsOptionsAndStatusesOfTheTool) {
       options.insert(option.name);
       row += std::string(row.ends_with('"') ? "" : " ") + "--" + option.name;
     }
-    EXPECT_NE(completion.find(row + "\""), std::string::npos) << row;
+    EXPECT_TRUE(Has(completion, row + "\"")) << row;
   }
-  EXPECT_EQ(*All(support::ReadFile(TREE "/debian/changelog").substr(0, 80), R"(\(([0-9.]+)\))").begin(),
-            VERSION);
-  EXPECT_EQ(All(manual, R"(^\.Ss ([a-z-]+))"), commands);
-  EXPECT_EQ(All(manual, R"(^\.It Fl (?:[a-z] (?:Ar file )?, Fl )?-([a-z]+))"), options);
-  EXPECT_EQ(All(completion, R"(\[([a-z-]+)\]=")"), commands);
+  EXPECT_EQ(
+      *AllMatches(support::ReadFile(TREE "/debian/changelog").substr(0, 80), R"(\(([0-9.]+)\))").begin(),
+      VERSION);
+  EXPECT_EQ(AllMatches(manual, R"(^\.Ss ([a-z-]+))"), commands);
+  EXPECT_EQ(AllMatches(manual, R"(^\.It Fl (?:[a-z] (?:Ar file )?, Fl )?-([a-z]+))"), options);
+  EXPECT_EQ(AllMatches(completion, R"(\[([a-z-]+)\]=")"), commands);
   for (const ExitRow& row : EXIT_STATUSES) {
     std::string meaning = row.meaning;
     meaning[0] = static_cast<char>(std::toupper(meaning[0]));
-    EXPECT_NE(manual.find(".It " + std::to_string(row.status) + "\n" + meaning + ".\n"), std::string::npos)
-        << meaning;
+    EXPECT_TRUE(Has(manual, ".It " + std::to_string(row.status) + "\n" + meaning + ".\n")) << meaning;
   }
 }
 

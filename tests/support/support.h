@@ -1,4 +1,5 @@
-// Shared by all tests: temporary folders, waits for a condition, and loopback peers in a thread.
+// Shared by all tests: temporary folders, waits for a condition, and loopback peers in a thread. The standard
+// headers of texts, files, times and threads come with it.
 #ifndef TESTS_SUPPORT_H
 #define TESTS_SUPPORT_H
 
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -68,20 +70,24 @@ inline bool WaitUntil(const std::function<bool()>& condition,
   return true;
 }
 
-// A listening port of 127.0.0.1, chosen by the kernel. With refuses it is only bound, so connections are
-// refused.
+// A listening port of 127.0.0.1 (AF_INET6: of every address, without those of IPv4), chosen by the kernel.
+// With refuses it is only bound, so connections are refused.
 class Listener {
  public:
-  explicit Listener(bool refuses = false) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
+  explicit Listener(bool refuses = false, int family = AF_INET)
+      : fd_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    const sockaddr_in loopback{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    if (family == AF_INET) std::memcpy(&address, &loopback, sizeof loopback);
+    const int one = 1;
+    ::setsockopt(fd_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
+    socklen_t length = family == AF_INET ? sizeof loopback : sizeof address;
     auto* generic = reinterpret_cast<sockaddr*>(&address);
     ::bind(fd_.Get(), generic, length);
     if (!refuses) ::listen(fd_.Get(), SOMAXCONN);
     ::getsockname(fd_.Get(), generic, &length);
-    port_ = ntohs(address.sin_port);
+    port_ = ntohs(address.sin6_port);
   }
   int Port() const { return port_; }
   // Takes connections from now on.

@@ -1,8 +1,6 @@
 #include "sysinfo/process_state.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -26,17 +24,6 @@ TEST(ProcessState, TellsTheDeadFromTheLiving) {
       {"1 (x) ", false},
       {"1 (x) Z", true}};
   for (const auto& [text, dead] : cases) EXPECT_EQ(TellsZombie(text), dead) << text;
-}
-
-TEST(ProcessState, IsReadOfAProcess) {
-  EXPECT_FALSE(IsZombie(::getpid()));
-  EXPECT_FALSE(IsZombie(-1));
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(0);
-  siginfo_t ended{};
-  ::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT);
-  EXPECT_TRUE(IsZombie(child));
-  ::waitpid(child, nullptr, 0);
 }
 
 }  // namespace

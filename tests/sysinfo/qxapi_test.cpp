@@ -4,8 +4,6 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <string>
-
 #include "support/support.h"
 #include "sysinfo/process_names.h"
 #include "sysinfo/qxapi_internal.h"

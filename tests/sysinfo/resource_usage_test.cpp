@@ -5,7 +5,6 @@
 
 #include <climits>
 #include <cmath>
-#include <string>
 
 #include "support/support.h"
 #include "sysinfo/resource_usage_internal.h"

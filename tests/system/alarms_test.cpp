@@ -4,10 +4,7 @@
 namespace harness {
 namespace {
 
-class Alarms : public AllChannels {
- protected:
-  void WriteFigures(const char* channels_and_used) const { folder_.Write("figures", channels_and_used); }
-};
+class Alarms : public AllChannels {};
 
 TEST_F(Alarms, DeadEngineIsRestartedAndTold) {
   config_ += "SHELL_METHOD start 'two words' $((6 * 7))\n";
@@ -43,23 +40,10 @@ TEST_F(Alarms, DeadEngineIsRestartedAndTold) {
   EXPECT_TRUE(agent.Alive());
 }
 
-TEST_F(Alarms, ThresholdsThatAreReachedAndADeadPortAreToldAlsoWithoutALogFolder) {
-  folder_.Write("file", "");
-  StartEngine();
-  config_ += "DEBUG_PATH " + folder_ / "file/\nCPU_OVER_VALUE 0\n";
-  Process agent = StartedAgent();
-  EXPECT_TRUE(WaitForOut("log file open error"));
-  EXPECT_TRUE(WaitForOut("CPU Over"));
-  EXPECT_TRUE(WaitForOut("[ " + engine_ + " ] health check : deaded - disconnect]"));
-  // The later request of a tick replaces the earlier one in the mailbox.
-  EXPECT_TRUE(WaitUntil([&] { return server_.Seen("ALARM+Cpu Check") >= 1; }));
-  EXPECT_TRUE(agent.Alive());
-  EXPECT_FALSE(fs::exists(folder_ / "runs"));
-}
-
 TEST_F(Alarms, ChannelsInUseReachTheThreshold) {
-  WriteFigures("3 1");
-  const Peer engine(folder_, "engine", "engine_peer.py", {"--figures", folder_ / "figures"});
+  // Channels, and how many are in use.
+  const std::string figures = folder_.Write("figures", "3 1");
+  const Peer engine(folder_, "engine", "engine_peer.py", {"--figures", figures});
   StartEngine();
   config_ += "ASR_PORT " + engine.Port() + "\nCH_OVER_VALUE 66\n";
   Process agent = StartedAgent();
@@ -67,7 +51,7 @@ TEST_F(Alarms, ChannelsInUseReachTheThreshold) {
   EXPECT_TRUE(WaitForOut("[ " + engine_ + " ] health check : alived]"));
   EXPECT_TRUE(WaitUntil([&] { return server_.Seen("CH_STATE_DATA+1:1,2:0,3:0") >= 1; }));
   EXPECT_EQ(Count(Out(), "Channel Over"), 0U);
-  WriteFigures("3 2");
+  folder_.Write("figures", "3 2");
   EXPECT_TRUE(WaitUntil([&] {
     return mails_.Seen("Channel Check") > 0 && server_.Seen("CH_STATE_DATA+1:1,2:1,3:0") > 0 &&
            posts_.Seen(" System Channel[66 %] Config Channel[66 %] is check") > 0;

@@ -3,44 +3,34 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
-#include <regex>
-#include <set>
-#include <string>
 
 #include "Tovik/config/config.h"
 #include "Tovik/notices/notices.h"
 #include "charset/cp949.h"
+#include "support/has.h"
 #include "support/support.h"
 
 namespace {
 
 using Names = std::set<std::string>;
+using support::AllMatches;
 
 std::string Read(const std::string& path) {
   return support::ReadFile(std::string(TREE) + "/" + path);
 }
 
-// Every first group of a pattern in a text.
-Names All(const std::string& text, const char* pattern) {
-  const std::regex expression(pattern, std::regex::ECMAScript | std::regex::multiline);
-  Names found;
-  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match)
-    found.insert((*match)[1]);
-  return found;
-}
-
 TEST(Documents, ExplainExactlyTheKeysOfTheParser) {
-  Names keys = All(Read("Src/Tovik/config/config_keys.inc"), R"re(^CONFIG_[A-Z]+\("([A-Za-z_]+)", )re");
+  Names keys =
+      AllMatches(Read("Src/Tovik/config/config_keys.inc"), R"re(^CONFIG_[A-Z]+\("([A-Za-z_]+)", )re");
   EXPECT_GT(keys.size(), 50U);
   keys.insert("ALARM_SERVER1");  // for those that only their beginning names
   const std::string sample = Read("conf/DunraSTT.conf.sample");
-  EXPECT_EQ(All(sample, "\n\n; ([A-Za-z0-9_]+): "), keys);
+  EXPECT_EQ(AllMatches(sample, "\n\n; ([A-Za-z0-9_]+): "), keys);
   // Beside words of the explanations.
-  const Names set = All(sample, "^(?:; )?([A-Za-z0-9_]+)  *[^ ]+$");
+  const Names set = AllMatches(sample, "^(?:; )?([A-Za-z0-9_]+)  *[^ ]+$");
   EXPECT_TRUE(std::includes(set.begin(), set.end(), keys.begin(), keys.end()));
-  EXPECT_EQ(All(Read("man/DunraSTT.conf.5"), R"(^\.It Cm ([A-Za-z0-9_]+)$)"), keys);
+  EXPECT_EQ(AllMatches(Read("man/DunraSTT.conf.5"), R"(^\.It Cm ([A-Za-z0-9_]+)$)"), keys);
 }
 
 TEST(Documents, ParserTakesTheSampleAsItReads) {
@@ -73,12 +63,13 @@ TEST(Documents, EveryNoticeIsExplained) {
 
 TEST(Documents, ManualPageAndCompletionHaveExactlyTheOptionsOfTheProgram) {
   const Names options =
-      All(Read("Src/Tovik/process/options.h"), R"re(\{"([a-z_]+)", (?:required|no)_argument)re");
+      AllMatches(Read("Src/Tovik/process/options.h"), R"re(\{"([a-z_]+)", (?:required|no)_argument)re");
   EXPECT_EQ(options.size(), 6U);
-  EXPECT_EQ(All(Read("man/DunraSTT_Admin.8"), R"(^\.It Fl [a-z](?: Ar file)? , Fl -([a-z_]+))"), options);
-  const Names offered = All(Read("completions/DunraSTT_Admin"), R"(compgen -W '([^']*)')");
+  EXPECT_EQ(AllMatches(Read("man/DunraSTT_Admin.8"), R"(^\.It Fl [a-z](?: Ar file)? , Fl -([a-z_]+))"),
+            options);
+  const Names offered = AllMatches(Read("completions/DunraSTT_Admin"), R"(compgen -W '([^']*)')");
   ASSERT_EQ(offered.size(), 1U);
-  EXPECT_EQ(All(*offered.begin(), "--([a-z_]+)"), options);
+  EXPECT_EQ(AllMatches(*offered.begin(), "--([a-z_]+)"), options);
 }
 
 }  // namespace

@@ -10,10 +10,7 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
-#include <chrono>
-#include <string>
-#include <vector>
-
+#include "support/has.h"
 #include "support/process.h"
 
 namespace harness {
@@ -22,6 +19,7 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using support::Count;
+using support::Has;
 using support::Joined;
 using support::Listener;
 using support::Peer;

@@ -2,8 +2,6 @@
 // service manager hears.
 #include <sys/un.h>
 
-#include <thread>
-
 #include "system/harness.h"
 
 namespace harness {
@@ -253,7 +251,7 @@ TEST_F(Managed, HearsThatTheAgentIsReadyThoughTheEngineHangs) {
   for (const char* name : {"NOTIFY_SOCKET", "WATCHDOG_", "PATIENCE"}) EXPECT_EQ(Count(environment, name), 0U);
   EXPECT_EQ(Count(manager_.Text(), "[READY=1]"), 1U);
   ExpectStops(agent, seconds(7));
-  EXPECT_NE(manager_.Text().find("[STOPPING=1\nSTATUS=Stopping]"), std::string::npos);
+  EXPECT_TRUE(Has(manager_.Text(), "[STOPPING=1\nSTATUS=Stopping]"));
 }
 
 TEST_F(Managed, HearsNothingMoreOnceATimerHangs) {

@@ -61,7 +61,7 @@ TEST_F(Life, OptionsEndWithTheirStatus) {
     folder_.Write("out.txt", "");
     folder_.Write("err.txt", "");
     EXPECT_EQ(Run(words).ExitStatus(), row.status);
-    EXPECT_NE(Out().find(row.out), std::string::npos) << Out();
+    EXPECT_TRUE(Has(Out(), row.out));
     EXPECT_TRUE(ReadFile(folder_ / "err.txt").starts_with(expanded(row.err)));
   }
 }

@@ -1,5 +1,6 @@
 // Stops with everything at work or everybody silent: each situation once where it is met, then at random
 // moments. STOP_RUNS and STOP_SEED choose how many and which; scripts/stop-storm runs 200.
+#include <cstring>
 #include <iostream>
 #include <random>
 
@@ -36,57 +37,67 @@ constexpr Situation SITUATIONS[] = {
 
 class StopStorm : public AllChannels {
  protected:
+  // The agent in this situation, or on its way there; the waits for it are Meet's.
+  Process StartIn(const Situation& situation, const Listener& silent) {
+    std::string lines = situation.lines;
+    for (const auto& [word, port] : {std::pair("SILENT", std::to_string(silent.Port())),
+                                     {"MUTE", mute_.Port()},
+                                     {"SLOW", slow_.Port()}}) {
+      const size_t at = lines.find(word);
+      if (at != std::string::npos) lines.replace(at, strlen(word), port);
+    }
+    config_ = common_ + lines;
+    folder_.Write("start engine.sh", script_, 0755);
+    if (situation.engine) StartEngine();
+    if (situation.endless_script)
+      folder_.Write("start engine.sh", "#!/bin/sh\n\"${0%/*}/" + engine_ + "\" 600\n", 0755);
+    folder_.Write("p.pid", "1");
+    folder_.Write("out.txt", "");
+    Process agent = Start({"-p", folder_ / "p.pid"});
+    EXPECT_TRUE(WaitForHandlers(agent));
+    return agent;
+  }
+  void Meet(const Situation& situation, const Listener& silent) const {
+    EXPECT_TRUE(WaitForOut(situation.met));
+    if (strstr(situation.lines, "SILENT") != nullptr) {
+      EXPECT_TRUE(WaitUntil([&] { return silent.Visited(); }));
+    }
+    if (strstr(situation.lines, "MUTE") != nullptr) {
+      EXPECT_TRUE(WaitUntil([&] { return mute_.Seen("OPEN -e ") > 0; }));
+    }
+  }
+  // It ends in time, leaves an engine that lives alone, and takes its PID file along.
+  void Stop(Process& agent, const Situation& situation, const std::vector<int>& signals) const {
+    const bool engine_alive = EngineAlive();
+    ExpectStops(agent, situation.limit, signals);
+    EXPECT_FALSE(fs::exists(folder_ / "p.pid"));
+    EXPECT_TRUE(!engine_alive || EngineAlive());
+    KillEngine();
+  }
+
   Peer mute_{folder_, "mute", "mgmt_server.py", {"--silent"}};
   Peer slow_{folder_, "slow", "flaky_proxy.py", {"--to", server_.Port(), "--script", "drip:0.02"}};
+  const std::string script_ = ReadFile(folder_ / "start engine.sh");
+  const std::string common_ =
+      config_ + "FIRST_ALARM_SEND 1\nCPU_OVER_VALUE 0\nLOG_CHECK_MIN 1\nRESULT_CHECK 1\nRESULT_TIME 24:60\n";
 };
 
 TEST_F(StopStorm, EveryStopEndsInTime) {
   std::mt19937 random(static_cast<unsigned>(Number("STOP_SEED", 1)));
   const auto runs = static_cast<size_t>(Number("STOP_RUNS", std::size(SITUATIONS)));
-  const std::string script = ReadFile(folder_ / "start engine.sh");
-  config_ += "FIRST_ALARM_SEND 1\nCPU_OVER_VALUE 0\nLOG_CHECK_MIN 1\nRESULT_CHECK 1\nRESULT_TIME 24:60\n";
-  const std::string config = config_;
+  const std::vector<int> signals[] = {{SIGTERM}, {SIGINT}, {SIGTERM, SIGHUP, SIGALRM, SIGINT}};
   for (size_t run = 0; run < runs; ++run) {
     const Situation& situation = SITUATIONS[run % std::size(SITUATIONS)];
+    const milliseconds moment(random() % 3'000);
     SCOPED_TRACE(situation.name);
     const Listener silent;
-    std::string lines = situation.lines;
-    const auto replaced = [&lines](const std::string& word, const std::string& port) {
-      const size_t at = lines.find(word);
-      if (at != std::string::npos) lines.replace(at, word.size(), port);
-      return at != std::string::npos;
-    };
-    const bool silence = replaced("SILENT", std::to_string(silent.Port()));
-    const bool mute = replaced("MUTE", mute_.Port());
-    replaced("SLOW", slow_.Port());
-    config_ = config + lines;
-    folder_.Write("start engine.sh", script, 0755);
-    if (situation.engine) StartEngine();
-    if (situation.endless_script) {
-      folder_.Write("start engine.sh", "#!/bin/sh\n\"${0%/*}/" + engine_ + "\" 600\n", 0755);
-    }
-    folder_.Write("p.pid", "1");
-    folder_.Write("out.txt", "");
-    Process agent = Start({"-p", folder_ / "p.pid"});
-    ASSERT_TRUE(WaitForHandlers(agent));
-    const milliseconds moment(random() % 3'000);
-    if (run >= std::size(SITUATIONS)) {
-      std::this_thread::sleep_for(moment);
-    } else {
-      EXPECT_TRUE(WaitForOut(situation.met));
-      EXPECT_TRUE(
-          WaitUntil([&] { return (!silence || silent.Visited()) && (!mute || mute_.Seen("OPEN -e ") > 0); }));
-    }
-    const bool engine_alive = EngineAlive();
-    const std::vector<int> signals[] = {{SIGTERM}, {SIGINT}, {SIGTERM, SIGHUP, SIGALRM, SIGINT}};
+    Process agent = StartIn(situation, silent);
+    run < std::size(SITUATIONS) ? Meet(situation, silent) : std::this_thread::sleep_for(moment);
     const auto start = std::chrono::steady_clock::now();
-    ExpectStops(agent, situation.limit, signals[random() % 3]);
+    Stop(agent, situation, signals[random() % 3]);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     std::cerr << "stop after " << moment.count() << " ms, " << situation.name << ": " << taken.count()
               << " s\n";
-    EXPECT_FALSE(fs::exists(folder_ / "p.pid"));
-    EXPECT_TRUE(!engine_alive || EngineAlive());
-    KillEngine();
   }
 }
 

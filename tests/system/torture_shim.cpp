@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -57,14 +56,11 @@ void Live(int change) {
     return Fails(#name, error) ? (failure) : real arguments;          \
   }
 
-#define FALLIBLE_OPEN(name)                                                \
-  extern "C" int name(const char* path, int flags, ...) {                  \
-    static const auto real = REAL(name);                                   \
-    va_list list;                                                          \
-    va_start(list, flags);                                                 \
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(list, mode_t) : 0; \
-    va_end(list);                                                          \
-    return Fails(#name, EMFILE) ? -1 : real(path, flags, mode);            \
+// What is made is so for everybody to read: modes are not this shim's matter.
+#define FALLIBLE_OPEN(name, parameters, arguments)     \
+  extern "C" int name parameters {                     \
+    static const auto real = REAL(name);               \
+    return Fails(#name, EMFILE) ? -1 : real arguments; \
   }
 
 FALLIBLE(int, socket, (int family, int type, int protocol), (family, type, protocol), EMFILE, -1)
@@ -79,13 +75,9 @@ FALLIBLE(FILE*, fopen64, (const char* path, const char* mode), (path, mode), EMF
 FALLIBLE(int, pthread_create,
          (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
          (thread, attributes, body, argument), EAGAIN, EAGAIN)
-FALLIBLE_OPEN(open)
-FALLIBLE_OPEN(open64)
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  static const auto real = REAL(openat);
-  return Fails("openat", EMFILE) ? -1 : real(folder, path, flags, 0644);
-}
+FALLIBLE_OPEN(open, (const char* path, int flags, ...), (path, flags, 0644))
+FALLIBLE_OPEN(open64, (const char* path, int flags, ...), (path, flags, 0644))
+FALLIBLE_OPEN(openat, (int folder, const char* path, int flags, ...), (folder, path, flags, 0644))
 
 // Fails at start-up, before anything is counted.
 extern "C" int curl_global_init(long flags) {

@@ -5,11 +5,14 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "support/has.h"
 #include "support/support.h"
 #include "utils/DunraSTTUtils.h"
 #include "utils/trace_line.h"
 
 namespace {
+
+using support::Has;
 
 // 3 March 2024, 04:05:06.789.
 const trace::Second AT = trace::SecondOf({6, 5, 4, 3, 2, 124, 0, 0, 0, 0, nullptr});
@@ -106,12 +109,12 @@ TEST_F(LogTraceTest, FiltersByLevelAndCutsMessagesTo99999Bytes) {
     DUNRA_TRACE('A', 1L, -1, 0, "echo only");
     DUNRA_TRACE('A', 1L, -1, 1, "%s", std::string(120'000, 'y').c_str());
   });
-  EXPECT_NE(saved_.find("[WARN][ MAIN][tests/utils/trace_test.cpp/operator():"), std::string::npos) << saved_;
+  EXPECT_TRUE(Has(saved_, "[WARN][ MAIN][tests/utils/trace_test.cpp/operator():"));
   for (const char* absent : {"level -1", "level 3"}) {
-    EXPECT_EQ(saved_.find(absent), std::string::npos) << absent;
+    EXPECT_FALSE(Has(saved_, absent));
   }
-  EXPECT_NE(saved_.find("[" + std::string(99'999, 'y') + "]"), std::string::npos);
-  EXPECT_NE(printed.find("[echo only]"), std::string::npos);
+  EXPECT_TRUE(Has(saved_, "[" + std::string(99'999, 'y') + "]"));
+  EXPECT_TRUE(Has(printed, "[echo only]"));
   EXPECT_FALSE(std::filesystem::exists("MAIN.LOG")) << "a line that is not saved needs no folder";
 }
 
@@ -128,7 +131,7 @@ TEST_F(LogTraceTest, CutsConvertedAndHangMessages) {
   EXPECT_EQ(longest(saved_), 100'000U);
   EXPECT_EQ(longest(hang_), 4000U);
   EXPECT_EQ(longest(hang_.substr(0, hang_.find('\n'))), 4000U);
-  EXPECT_EQ((saved_ + hang_).find("no such"), std::string::npos);
+  EXPECT_FALSE(Has(saved_ + hang_, "no such"));
 }
 
 TEST_F(LogTraceTest, RestoresItsFolderAndTheMode) {
@@ -170,7 +173,7 @@ TEST_F(LogTraceTest, WritesHangLinesEvenAtLevelZero) {
   EXPECT_EQ(saved_, "");
   EXPECT_TRUE(hang_.ends_with("[hang 50%% of %n]\n")) << hang_;
   EXPECT_TRUE(printed.ends_with("[hang 50% of %n]\n")) << "only the echo is expanded";
-  EXPECT_EQ(printed.find("ordinary"), std::string::npos);
+  EXPECT_FALSE(Has(printed, "ordinary"));
 }
 
 TEST_F(LogTraceTest, MakesFoldersWithTheirModes) {
