@@ -50,10 +50,6 @@ constexpr Step STEPS[] = {{"", "the connection"}, {"HELO", "the connection"}, {"
                           {"***", "the login"},   {"MAIL", "the sender"},     {"DATA", "the message"},
                           {".", "the message"}};
 
-std::string WithoutEnd(std::string_view text) {
-  return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
-}
-
 int CodeOf(std::string_view reply) {
   return static_cast<int>(base::LeadingNumber(reply.substr(0, 3)));
 }
@@ -247,6 +243,10 @@ Verdict JudgeServer(const std::vector<Heard>& heard, bool ended) {
 }
 
 }  // namespace
+
+std::string WithoutEnd(std::string_view text) {
+  return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
+}
 
 const char* OutcomeName(Outcome outcome) {
   switch (outcome) {
