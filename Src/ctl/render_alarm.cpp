@@ -172,14 +172,7 @@ void PrepareRendering() {
     const std::unique_ptr<ifaddrs, AddressesFree> owned(list);
     ChooseIpAddr(list, gIpaddr, false);
   }
-  EMAIL_LIST lists;
-  lists.receiver_count = GetTotalLine(m_receiver_email);
-  lists.receivers = GetMailInfo(m_receiver_email, lists.receiver_count);
-  lists.reference_count = GetTotalLine(m_reference_email);
-  lists.references = GetMailInfo(m_reference_email, lists.reference_count);
-  lists.blind_count = GetTotalLine(m_blind_email);
-  lists.blinds = GetMailInfo(m_blind_email, lists.blind_count);
-  gEmailLists.Set(lists);
+  gEmailLists.Set(ReadEMailLists(m_receiver_email, m_reference_email, m_blind_email));
 }
 
 RenderedAlarm RenderAlarm(const FindingRow& row, std::time_t now, const std::string* message) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook_body.h"
 #include "Tovik/config/config.h"
 #include "base/format.h"
@@ -138,7 +139,8 @@ void PrintTrial(const Trial& trial, const Verdict& verdict, bool dialogue) {
   for (const std::string& note : verdict.notes) text += "  " + Padded("note", 12) + note + "\n";
   for (const Heard& heard : trial.heard) {
     if (dialogue && heard.who != Heard::Who::CONNECTED)
-      text += std::string("  ") + (heard.who == Heard::Who::CLIENT ? "> " : "< ") + Shown(heard.text) + "\n";
+      text += std::string("  ") + (heard.who == Heard::Who::CLIENT ? "> " : "< ") +
+              Shown(WithoutEnd(heard.text)) + "\n";
   }
   Print(text);
 }
@@ -189,6 +191,11 @@ int StatusOf(const std::vector<Trial>& trials, const std::vector<Verdict>& verdi
   return taken == tried ? ALL_WELL : TO_LOOK_AT;
 }
 
+// Lines of the lists that the agent does not use.
+void TellLeftOut(Verdict* verdict) {
+  for (const std::string& line : gEmailLists.Get()->left_out) verdict->notes.push_back(Shown(line));
+}
+
 int Test(const Call& call, const Wish& wish, const std::vector<std::string>& environment) {
   PrepareRendering();
   std::vector<Trial> trials = TrialsOf(wish);
@@ -204,6 +211,7 @@ int Test(const Call& call, const Wish& wish, const std::vector<std::string>& env
   nlohmann::ordered_json destinations = nlohmann::ordered_json::array();
   for (const Trial& trial : trials) {
     verdicts.push_back(JudgeHeard(trial.channel, trial.heard, trial.ended, chat));
+    if (trial.channel == Channel::MAIL) TellLeftOut(&verdicts.back());
     tried += verdicts.back().tried;
     taken += verdicts.back().taken;
     destinations.push_back(TrialJson(trial, verdicts.back()));

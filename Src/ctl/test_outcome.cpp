@@ -24,6 +24,7 @@ constexpr int REFUSED = 400;    // of a mail server, and above
 constexpr std::string_view NO_RECIPIENTS = "no recipients";
 constexpr std::string_view WAITED = "; waiting at ";
 constexpr std::string_view CUT_OFF = "response reading failed";
+constexpr std::string_view NO_LOGIN = "Login denied";
 
 constexpr const char* CLOSED = "closed without a reply";
 
@@ -49,10 +50,6 @@ struct Step {
 constexpr Step STEPS[] = {{"", "the connection"}, {"HELO", "the connection"}, {"AUTH", "the login"},
                           {"***", "the login"},   {"MAIL", "the sender"},     {"DATA", "the message"},
                           {".", "the message"}};
-
-std::string WithoutEnd(std::string_view text) {
-  return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
-}
 
 int CodeOf(std::string_view reply) {
   return static_cast<int>(base::LeadingNumber(reply.substr(0, 3)));
@@ -163,6 +160,9 @@ PeerAnswer RecipientAnswer(const Exchange& exchange, bool cut) {
 PeerAnswer Unfinished(const Session& session, bool ended) {
   if (const auto refusal = Refusal(session)) return *refusal;
   if (!ended) return {"the message", Outcome::SILENT, 0, ""};
+  // The server may offer none of the ways to log in.
+  if (session.failure.starts_with(NO_LOGIN))
+    return {"the login", Outcome::REFUSED, 0, Shown(session.failure)};
   if (!session.failure.empty()) return {"the message", FailureOf(session), 0, Shown(session.failure)};
   return {"the message", Outcome::NOT_SENT, 0, "no word why"};
 }
@@ -247,6 +247,10 @@ Verdict JudgeServer(const std::vector<Heard>& heard, bool ended) {
 }
 
 }  // namespace
+
+std::string WithoutEnd(std::string_view text) {
+  return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
+}
 
 const char* OutcomeName(Outcome outcome) {
   switch (outcome) {

@@ -33,6 +33,9 @@ struct Heard {
   std::string text;
 };
 
+// A line without what ends it.
+std::string WithoutEnd(std::string_view text);
+
 struct PeerAnswer {
   std::string address;  // a recipient's address, "the message", or empty
   Outcome outcome = Outcome::NOT_SENT;

@@ -62,7 +62,7 @@ void HearMail(const char* who, std::string_view text) {
   }
   if (text.starts_with("AUTH ")) {
     hiding = true;
-    const size_t blank = text.find(' ', 5);
+    const size_t blank = text.find_first_of(" \r\n", 5);
     Tell(Heard::Who::CLIENT, std::string(text.substr(0, blank)) + " " + HIDDEN);
   } else {
     Tell(Heard::Who::CLIENT, hiding ? HIDDEN : std::string(text));

@@ -85,6 +85,14 @@ const Row ROWS[] = {
       "  REFUSED     lee@example.com   550 5.1.1 Nobody 5.1.1 of that name\\x07\n",
       "  ok          the message       250 OK\n", "1 of 3 took it.\n"},
      "MAIL_URL smtp://localhost:{mail}\nMAIL_TLS 2\nSMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+    {"UrlsListsAreReadByTheLine",
+     "smtp",
+     nullptr,
+     nullptr,
+     0,
+     {"  ok          park@example.com   250 ",
+      "bcc.txt line 1 left out: a bracket or a blank in the address\n", "3 of 3 took it.\n"},
+     "MAIL_URL smtp://localhost:{mail}\nMAIL_SKIP_BAD 1\n"},
     {"UrlsServerRefusesTheLogin",
      "sink --certificate {localhost} --smtps --user stt --password other",
      nullptr,
@@ -93,6 +101,13 @@ const Row ROWS[] = {
      {"mail    smtps://localhost:",
       "  REFUSED     the login      535 5.7.8 Authentication credentials invalid\n", "0 of 1 took it.\n"},
      "MAIL_URL smtps://localhost:{mail}\nSMTP_AUTH 3\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+    {"UrlsServerTakesNoLogin",
+     "smtp",
+     nullptr,
+     nullptr,
+     2,
+     {"  REFUSED     the login      Login denied\n"},
+     "MAIL_URL smtp://localhost:{mail}\nSMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
     {"UrlsServerIsAnother",
      "sink --certificate {server}",
      nullptr,
@@ -205,7 +220,8 @@ class TestAlarm : public AllChannels, public testing::WithParamInterface<Row> {
     const size_t at = config.find("{mail}");
     if (at != std::string::npos) {
       config.replace(at, 6, port);
-      folder_.Write("bcc.txt", "Han <han\n");
+      const bool by_line = config.find("MAIL_SKIP_BAD") != std::string::npos;
+      folder_.Write("bcc.txt", std::string("Han <han\n") + (by_line ? "Park Ji park@example.com\n" : ""));
     }
     config_.erase(config_.find("ALARM_1"),
                   config_.find("\n", config_.find("ALARM_1")) + 1 - config_.find("ALARM_1"));

@@ -49,6 +49,8 @@ def smtp(connection, refused):
             connection.sendall(b"250 2.0.0 queued as 4F1C2\r\n")
         elif word == b"AUTH":
             connection.sendall(b"235 2.7.0 Welcome\r\n")
+        elif word == b"EHLO":
+            connection.sendall(b"250-here\r\n250 AUTH GSSAPI\r\n")
         elif word == b"QUIT":
             return
         else:

@@ -9,8 +9,8 @@
 
 namespace test {
 
-// "ca" and "foreign" are authorities; "server", "localhost", "client" (its key has the pass phrase "secret") and
-// "expired" are signed by "ca". Each has a NAME.pem and a NAME.key.
+// "ca" and "foreign" are authorities; "server", "localhost", "client" (its key has the pass phrase "secret")
+// and "expired" are signed by "ca". Each has a NAME.pem and a NAME.key.
 class CertificateFolder {
  public:
   CertificateFolder() {

@@ -89,20 +89,6 @@ CountedList ReadList(const char* path, std::vector<std::string>* left_out) {
   return m_mail_skip_bad != 0 ? ReadUsableLines(path, left_out) : ReadWords(path);
 }
 
-EMAIL_LIST ReadLists(const char* receiver_path, const char* reference_path, const char* blind_path) {
-  EMAIL_LIST list;
-  const CountedList receivers = ReadList(receiver_path, &list.left_out);
-  const CountedList references = ReadList(reference_path, &list.left_out);
-  const CountedList blinds = ReadList(blind_path, &list.left_out);
-  list.receiver_count = receivers.count;
-  list.receivers = receivers.entries;
-  list.reference_count = references.count;
-  list.references = references.entries;
-  list.blind_count = blinds.count;
-  list.blinds = blinds.entries;
-  return list;
-}
-
 // Each line is told once, though the files may be read again every second.
 void TellLeftOut(const EMAIL_LIST& list, const EMAIL_LIST& before) {
   for (const std::string& line : list.left_out) {
@@ -127,10 +113,24 @@ EMAIL_ENTRIES::Entry EMAIL_ENTRIES::At(int64_t index) const {
   return {text_.c_str() + begins_[name], text_.c_str() + begins_[name + 1]};
 }
 
+EMAIL_LIST ReadEMailLists(const char* receiver_path, const char* reference_path, const char* blind_path) {
+  EMAIL_LIST list;
+  const CountedList receivers = ReadList(receiver_path, &list.left_out);
+  const CountedList references = ReadList(reference_path, &list.left_out);
+  const CountedList blinds = ReadList(blind_path, &list.left_out);
+  list.receiver_count = receivers.count;
+  list.receivers = receivers.entries;
+  list.reference_count = references.count;
+  list.references = references.entries;
+  list.blind_count = blinds.count;
+  list.blinds = blinds.entries;
+  return list;
+}
+
 int GetEMailList(const char* receiver_path, const char* reference_path, const char* blind_path) {
   for (const char* path : {receiver_path, reference_path, blind_path}) CreateMissing(path);
   try {
-    const EMAIL_LIST list = ReadLists(receiver_path, reference_path, blind_path);
+    const EMAIL_LIST list = ReadEMailLists(receiver_path, reference_path, blind_path);
     TellLeftOut(list, *gEmailLists.Get());
     for (const char* path : {receiver_path, reference_path, blind_path}) alarms::TellBadRecipients(path);
     gEmailLists.Set(list);

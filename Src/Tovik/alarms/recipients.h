@@ -58,6 +58,9 @@ extern base::SharedRecord<EMAIL_LIST> gEmailLists;
 // without memory, and then the lists stay as they were. Any thread.
 [[nodiscard]] int GetEMailList(const char* receiver_path, const char* reference_path, const char* blind_path);
 
+// The same lists, read and given back; no file is made. std::bad_alloc without memory.
+EMAIL_LIST ReadEMailLists(const char* receiver_path, const char* reference_path, const char* blind_path);
+
 // base::CountNewlines.
 int64_t GetTotalLine(const char* path);
 
