@@ -66,7 +66,7 @@ class CDIOSVC {
   long JudgeClose(const Reply& reply);
   long JudgeData(const Reply& reply);
   // Keeps a failure. reply is empty, or what the server said.
-  void KeepFailure(const char* what, int error, std::string_view reply = {});
+  void KeepFailure(const char* what, int error, std::string_view reply = "");
   long SendReport(int type, const void* data);
   void TraceStart(int type, const void* data) const;
   void TraceBody(int type, const std::string& body) const;
