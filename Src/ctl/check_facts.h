@@ -53,9 +53,9 @@ struct Look {
 };
 
 struct CertificateFacts {
-  bool unusable = false;      // certificate and key cannot be used together
-  bool no_authority = false;  // the authorities' certificates cannot be loaded
-  std::optional<int64_t> days_left;
+  bool unusable = false;             // certificate and key cannot be used together
+  bool no_authority = false;         // the authorities' certificates cannot be loaded
+  std::optional<int64_t> days_left;  // a part of a day counts as one; below 0: expired
 };
 
 struct NamedProcess {

@@ -157,7 +157,8 @@ std::optional<int64_t> DaysLeft(const std::string& path) {
   if (certificate == nullptr ||
       ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notAfter(certificate.get())) != 1)
     return std::nullopt;
-  return seconds < 0 ? days - 1 : days;
+  if (seconds == 0) return days;
+  return seconds < 0 ? days - 1 : days + 1;
 }
 
 void LookAtCertificate(Facts* facts) {

@@ -177,7 +177,7 @@ const Row ROWS[] = {
      "warning CERT_FILE has expired: an engine that asks for it then refuses the agent",
      "TotalCh cnt [ 0 ] MaxCh cnt [ 0 ]", "Percent [ 25 ]", Beside::TLS_ENGINE},
     {"CertificateDays", "", "CERT_FILE",
-     "warning CERT_FILE expires in 29 days: an engine that asks for it then refuses the agent",
+     "warning CERT_FILE expires in 30 days: an engine that asks for it then refuses the agent",
      "Percent [ 25 ]", nullptr, Beside::TLS_ENGINE},
     {"Authority", "CA_FILE {tls}client.key\n", "CA_FILE",
      "error CA_FILE {tls}client.key holds no authority: no certificate of the engine passes, and its "
