@@ -103,6 +103,15 @@ class Peer {
   int port_ = 0;
 };
 
+// Why a program's system calls cannot be judged here; null when they can.
+inline const char* NoStrace() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return "a sanitizer makes calls of its own";
+#else
+  return std::filesystem::exists("/usr/bin/strace") ? nullptr : "without strace";
+#endif
+}
+
 }  // namespace support
 
 #endif

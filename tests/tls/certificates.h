@@ -26,10 +26,10 @@ class CertificateFolder {
 
  private:
   void Make(const std::string& name, const std::string& of_key, const std::string& signing) const {
-    const std::string command = "exec 2> /dev/null; cd " + folder_.Path() +
-                                " && openssl req -subj /CN=" + name +
-                                " -newkey ec -pkeyopt ec_paramgen_curve:P-256 -keyout " + name + ".key " +
-                                of_key + " | openssl x509 -req -out " + name + ".pem " + signing;
+    const std::string command =
+        "exec 2> /dev/null; cd " + folder_.Path() + " && openssl req -subj /CN=" + name +
+        " -newkey ec -pkeyopt ec_paramgen_curve:P-256 -keyout " + name + ".key " + of_key + " -out " + name +
+        ".csr && openssl x509 -req -in " + name + ".csr -out " + name + ".pem " + signing;
     if (std::system(command.c_str()) != 0) std::abort();
   }
 
