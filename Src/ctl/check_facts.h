@@ -70,6 +70,7 @@ struct HostFacts {
   bool hides_processes = false;
   std::vector<NamedProcess> named;  // processes with the engine's or the agent's name
   int64_t engine_pid_file = 0;      // the number in SVC_PID_FILE
+  bool port_listens = false;        // ASR_PORT
 };
 
 // The agent that runs with this file.

@@ -17,6 +17,7 @@
 #include "ctl/process_table.h"
 #include "ctl/running_agent.h"
 #include "ctl/small_file.h"
+#include "sysinfo/listening_port.h"
 #include "tls/tls_socket.h"
 
 namespace ctl {
@@ -93,6 +94,12 @@ void TakeProcesses(Facts* facts) {
     if (named && row.pid != ::getpid()) facts->host.named.push_back({row.pid, row.name, is_agent(row)});
     return true;
   });
+}
+
+bool Listens(int64_t port) {
+  sysinfo::ListeningPort found;
+  if (port > 0 && port <= UINT16_MAX) sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &found);
+  return found.listening;
 }
 
 int Access(const std::string& path, int mode) {
@@ -219,6 +226,7 @@ void LookAtFiles(Facts* facts) {
   }
   LookAtCertificate(facts);
   ParsePortRange(ReadSmallFile("/proc/sys/net/ipv4/ip_local_port_range").value_or(""), &facts->host);
+  facts->host.port_listens = Listens(facts->Number("ASR_PORT"));
   facts->host.hides_processes = HidesProcesses(ReadSmallFile("/proc/self/mounts", FILE_LIMIT).value_or(""));
   facts->host.engine_pid_file =
       base::LeadingNumber(ReadSmallFile(facts->Text("SVC_PID_FILE"), PID_LIMIT).value_or(""));

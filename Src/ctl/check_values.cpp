@@ -39,6 +39,15 @@ void EngineName(const Facts& facts, Hits* hits) {
   }
 }
 
+void NameWithoutPort(const Facts& facts, Hits* hits) {
+  const std::string& name = facts.Text("PROC_NAME");
+  const bool usable = !name.empty() && name.size() <= LONGEST_NAME && !facts.host.hides_processes;
+  if (!LooksForEngine(facts) || !usable || !facts.host.port_listens) return;
+  for (const NamedProcess& process : facts.host.named)
+    if (process.name == name) return;
+  hits->Add(LineOf(facts, "PROC_NAME"), "PROC_NAME", {name, facts.Text("ASR_PORT")});
+}
+
 void EqualNames(const Facts& facts, Hits* hits) {
   const std::string& name = facts.Text("PROC_NAME");
   if (!name.empty() && name == facts.Text("WATCHDOG_NAME"))
@@ -215,6 +224,11 @@ void NotAsUser(const Facts& facts, Hits* hits) {
 
 constexpr Rule RULES[] = {
     {"engine-name", Level::ERROR, "{}; the engine is taken for dead and started again and again", EngineName},
+    {"name-missing", Level::WARNING,
+     "no process is named {}, but port {} listens: the name is wrong, and a living engine is started again "
+     "and "
+     "again; or another program has the port",
+     NameWithoutPort},
     {"names-equal", Level::ERROR,
      "PROC_NAME and WATCHDOG_NAME are the same: the agent does not start beside the engine, and takes itself "
      "for it",

@@ -122,6 +122,17 @@ const Case CASES[] = {
        Set(facts, "MEM_OVER_VALUE", 200);
      },
      "MEM_OVER_VALUE 200 is never reached; 101 is how never is written"},
+    {"name-missing",
+     [](Facts* facts) {
+       Set(facts, "RESTART_CHECK", 1);
+       Set(facts, "PROC_NAME", 0, "stt");
+       facts->settings["ASR_PORT"] = {"9100", "9100", 9100, true, false, 8};
+       facts->host.port_listens = true;
+       facts->host.named = {{7, "agent", true}};
+     },
+     "no process is named stt, but port 9100 listens: the name is wrong, and a living engine is started "
+     "again "
+     "and again; or another program has the port"},
     {"not-as-user", [](Facts* facts) { facts->as_user = false; },
      "files were looked at as the caller: only root can take on user stt"},
 };

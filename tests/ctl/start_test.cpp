@@ -236,7 +236,9 @@ TEST_F(ToolTest, KilledBeforeTheScriptHindersNoLaterStart) {
     fs::remove(Records() + "state");
   }
   EXPECT_GT(step, 50);
-  EXPECT_LE(held, 1);
+  // Between the starter's last word and the command are three steps, after which the start counts as made. A
+  // busy host shifts where they lie, so they can be met more than once.
+  EXPECT_LE(held, 3);
 }
 
 #ifdef BLOCKING_SHIM
