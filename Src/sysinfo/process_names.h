@@ -31,7 +31,7 @@ class ProcessWalk {
   static constexpr size_t COMM_SIZE = 64;
 
   ProcFolder folder_;
-  char name_[2 * COMM_SIZE + 1];  // an escaped byte takes two
+  char name_[2 * COMM_SIZE + 1]{};  // an escaped byte takes two
 };
 
 class ProcessNames {

@@ -17,9 +17,11 @@ inline constexpr int MAX_SERVERS = 100;
 
 extern char m_sz_configfile[CONFIG_LONG];  // path of the configuration file, from the command line
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a declarator has none
 #define CONFIG_TEXT(key, variable, size) extern char variable[CONFIG_##size];
 #define CONFIG_PATH(key, variable, size, base) extern char variable[CONFIG_##size];
 #define CONFIG_URL(key, variable, size, usable) extern char variable[CONFIG_##size];
+// NOLINTEND(bugprone-macro-parentheses)
 #define CONFIG_NUMBER(key, variable) extern int64_t variable;
 #define CONFIG_OPTION(key, variable, most) extern int64_t variable;
 #define CONFIG_THRESHOLD(key, field)

@@ -19,10 +19,12 @@ struct Range {
   std::string_view first;
   std::string_view last;
 };
+// NOLINTBEGIN(misc-misleading-bidirectional): they are looked for, not written
 constexpr Range HIDDEN[] = {{"\xC2\x80", "\xC2\x9F"},
                             {"\xE2\x80\x8E", "\xE2\x80\x8F"},
                             {"\xE2\x80\xA8", "\xE2\x80\xAE"},
                             {"\xE2\x81\xA6", "\xE2\x81\xA9"}};
+// NOLINTEND(misc-misleading-bidirectional)
 
 bool IsHidden(std::string_view character) {
   const auto byte = static_cast<unsigned char>(character[0]);
