@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "Tovik/alarms/delivery_notices.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook_body.h"
 #include "Tovik/config/config.h"
@@ -34,17 +35,6 @@ struct Wish {
   bool start_alarm = false;
   int64_t timeout = DEFAULT_TIMEOUT;
 };
-
-// Scheme and host of a URL only: its path is a secret, and so may be a user before the host.
-std::string ShownUrl(std::string_view url) {
-  const size_t scheme = url.find("://");
-  const size_t host = scheme == std::string_view::npos ? 0 : scheme + 3;
-  const size_t end = std::min(url.find_first_of("/?#", host), url.size());
-  const size_t at = url.substr(0, end).rfind('@');
-  const std::string_view name = url.substr(at == std::string_view::npos ? host : at + 1);
-  return Shown(std::string(url.substr(0, host)) + std::string(name.substr(0, name.find_first_of("/?#"))) +
-               "/...");
-}
 
 // Parses "mail,chat"; false when a word is no channel.
 bool TakeWays(std::string_view text, Wish* wish, std::string* complaint) {
@@ -100,7 +90,7 @@ std::vector<Trial> TrialsOf(const Wish& wish) {
         NewTrial(Channel::MAIL, Shown(std::string(m_stmp_server_url) + ":" + m_smtp_server_port)));
   }
   if (wish.chat && *m_webhook_server_url != '\0')
-    trials.push_back(NewTrial(Channel::CHAT, ShownUrl(m_webhook_server_url)));
+    trials.push_back(NewTrial(Channel::CHAT, Shown(alarms::WithoutPath(m_webhook_server_url) + "/...")));
   for (int64_t i = 0; wish.servers && i < gSendInfo->server_count; ++i) {
     const SVC_SERVER& server = gSendInfo->servers[i];
     Trial trial =
