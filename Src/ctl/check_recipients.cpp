@@ -20,24 +20,13 @@ struct ListLine {
   alarms::RecipientLine alone;  // as MAIL_SKIP_BAD reads it
 };
 
-std::vector<std::string_view> WordsOf(std::string_view line) {
-  const auto white = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-  std::vector<std::string_view> words;
-  for (const char *at = line.begin(), *end = line.end(); at != end;) {
-    const char* const word = std::find_if_not(at, end, white);
-    at = std::find_if(word, end, white);
-    if (at != word) words.emplace_back(word, static_cast<size_t>(at - word));
-  }
-  return words;
-}
-
 std::vector<ListLine> LinesOf(std::string_view text) {
   std::vector<ListLine> lines;
   for (size_t number = 1; !text.empty(); ++number) {
     const size_t end = text.find('\n');
     const bool ended = end != std::string_view::npos;
     const std::string_view line = text.substr(0, end);
-    lines.push_back({number, ended, WordsOf(line), alarms::ParseRecipient(line)});
+    lines.push_back({number, ended, alarms::WordsOf(line), alarms::ParseRecipient(line)});
     text.remove_prefix(ended ? end + 1 : text.size());
   }
   return lines;

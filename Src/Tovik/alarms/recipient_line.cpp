@@ -9,16 +9,6 @@ namespace {
 
 constexpr std::string_view WHITE = " \t\v\f\r\n";
 
-std::vector<std::string_view> WordsOf(std::string_view line) {
-  std::vector<std::string_view> words;
-  for (size_t at = line.find_first_not_of(WHITE); at != line.npos; at = line.find_first_not_of(WHITE, at)) {
-    const size_t end = std::min(line.find_first_of(WHITE, at), line.size());
-    words.push_back(line.substr(at, end - at));
-    at = end;
-  }
-  return words;
-}
-
 bool IsControl(char c) {
   return static_cast<uint8_t>(c) < ' ' || c == '\x7F';
 }
@@ -28,6 +18,16 @@ bool Any(std::string_view text, bool (*is)(char)) {
 }
 
 }  // namespace
+
+std::vector<std::string_view> WordsOf(std::string_view line) {
+  std::vector<std::string_view> words;
+  for (size_t at = line.find_first_not_of(WHITE); at != line.npos; at = line.find_first_not_of(WHITE, at)) {
+    const size_t end = std::min(line.find_first_of(WHITE, at), line.size());
+    words.push_back(line.substr(at, end - at));
+    at = end;
+  }
+  return words;
+}
 
 const char* RecipientFault(std::string_view name, std::string_view address) {
   if (address.empty()) return "no address";

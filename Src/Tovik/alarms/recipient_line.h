@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace alarms {
 
@@ -15,6 +16,9 @@ inline constexpr size_t LONGEST_ADDRESS = 254;
 // Why this recipient cannot be used, in words; null when it can. The mail client takes every recipient that
 // passes.
 const char* RecipientFault(std::string_view name, std::string_view address);
+
+// The words of a line, white space aside.
+std::vector<std::string_view> WordsOf(std::string_view line);
 
 struct RecipientLine {
   std::string name;  // may hold blanks, may be empty
