@@ -81,33 +81,33 @@ class BorrowedWorkspace {
   std::unique_ptr<Workspace> own_;
 };
 
+// What few lines need is kept out of the way of the others (gnu::cold): between two lines the kernel takes
+// most of the processor's cache, and code that is not there costs more than code that runs.
+
+[[gnu::cold]] void BeginSecond(time_t now, Workspace* work) {
+  std::tm local{};
+  localtime_r(&now, &local);
+  work->second = trace::SecondOf(local);
+  work->since = now;
+}
+
 // Returns the nanoseconds of the present time and updates the workspace's second. Most lines share their
 // second with the line before, so it is kept.
 long TellTime(Workspace* work) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  if (now.tv_sec != work->since || work->since == 0) {
-    std::tm local{};
-    localtime_r(&now.tv_sec, &local);
-    work->second = trace::SecondOf(local);
-    work->since = now.tv_sec;
-  }
+  if (now.tv_sec != work->since) BeginSecond(now.tv_sec, work);
   return now.tv_nsec;
 }
 
-const char* HostNameForFiles(Workspace* work) {
-  if (DunraSTTUtils::GetLogHostnameFlag() == 0) return nullptr;
+[[gnu::cold]] const char* HostName(Workspace* work) {
   if (gethostname(work->host, HOST_SIZE) != 0) work->host[0] = '\0';
   work->host[HOST_SIZE - 1] = '\0';
   return work->host;
 }
 
-// Makes the path of the line's file and of its folder. Both are kept, because most lines go to the same file
-// as the line before.
-void MakePath(char type, long channel, bool dated, Workspace* work) {
-  const char* const host = HostNameForFiles(work);
-  const PathKey key{work->since, settings.load(std::memory_order_relaxed), type, dated, channel};
-  if (key == work->pathKey && host == nullptr) return;
+[[gnu::cold]] void MakePath(const PathKey& key, const char* host, Workspace* work) {
+  const auto [since, changes, type, dated, channel] = key;
   work->pathKey = key;
   trace::Text path(work->path);
   if (dated) {
@@ -117,6 +117,14 @@ void MakePath(char type, long channel, bool dated, Workspace* work) {
   }
   trace::AddFileName(&path, type, channel, work->second, host);
   path.Terminated();
+}
+
+// Sets the paths of the line's file and of its folder. Both are kept, because most lines go to the same file
+// as the line before.
+void SetPaths(char type, long channel, bool dated, Workspace* work) {
+  const char* const host = DunraSTTUtils::GetLogHostnameFlag() != 0 ? HostName(work) : nullptr;
+  const PathKey key{work->since, settings.load(std::memory_order_relaxed), type, dated, channel};
+  if (key != work->pathKey || host != nullptr) MakePath(key, host, work);
 }
 
 // Creates the folder unless it exists with the right mode.
@@ -135,9 +143,20 @@ int AppendLine(const char* path, std::string_view line) {
 
 void SaveLine(char type, long channel, long save, Workspace* work, std::string_view line) {
   const bool dated = save != 0;
-  MakePath(type, channel, dated, work);
+  SetPaths(type, channel, dated, work);
   if (dated) EnsureFolder(work->folder);
   if (AppendLine(work->path, line) != 0 && type == TRACE_ORDINARY) std::fputs("log file open error", stdout);
+}
+
+// The message follows the head of a line.
+[[gnu::cold]] void ConvertMessage(size_t head, size_t limit, trace::Text* line) {
+  const std::string message = trace::ToUtf8(std::string(line->View().substr(head)));
+  line->CutTo(head);
+  line->Add(std::string_view(message).substr(0, limit));
+}
+
+[[gnu::cold]] void EchoAsFormat(std::string_view line) {
+  base::Echo(trace::AsPrintFormat(line));
 }
 
 [[gnu::format(printf, 6, 0)]] void TraceLine(char type, long level, long channel, long save,
@@ -156,17 +175,13 @@ void SaveLine(char type, long channel, long save, Workspace* work, std::string_v
   }
   const size_t head = line.Size();
   line.AddFormatted(FORMATTED_LIMIT, format, arguments);
-  const bool plain = trace::IsPlain(line.View());
-  if (!plain || line.Size() - head > limit) {
-    const std::string message = trace::ToUtf8(std::string(line.View().substr(head)));
-    line.CutTo(head);
-    line.Add(std::string_view(message).substr(0, limit));
-  }
+  const bool plain = trace::IsPlain(line.View().substr(head));
+  if (!plain || line.Size() - head > limit) ConvertMessage(head, limit, &line);
   line.Add("]\n");
   if (plain) {
     base::Echo(line.View());
   } else {
-    base::Echo(trace::AsPrintFormat(line.View()));
+    EchoAsFormat(line.View());
   }
   if (hang || save != 0) SaveLine(type, channel, save, &work, line.View());
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "base/format.h"
 #include "base/owners.h"
 #include "charset/cp949.h"
 #include "utils/DunraSTTUtils.h"
@@ -20,18 +21,19 @@ constexpr uint64_t HIGH_BITS = 0x80 * EACH_BYTE;
 
 // Lines are put together by hand: every trace line passes here, and printf would take most of the time.
 
-void PutTwoDigits(char* at, int value) {
-  at[0] = static_cast<char>('0' + value / 10);
-  at[1] = static_cast<char>('0' + value % 10);
-}
-
 // Adds the time stamp; the rest of it is "mmm]".
 void AddMoment(Text* line, const Second& second, long nanoseconds) {
-  const auto milliseconds = static_cast<int>(nanoseconds / NANOSECONDS_PER_MILLISECOND);
-  std::array<char, 4> rest = {'0', '0', '0', ']'};
-  PutTwoDigits(&rest[0], milliseconds / 10);
-  rest[2] = static_cast<char>('0' + milliseconds % 10);
-  line->Add({second.stamp, sizeof second.stamp - 1}).Add({rest.data(), rest.size()});
+  line->Add({second.stamp, sizeof second.stamp - 1});
+  line->AddNumber(nanoseconds / NANOSECONDS_PER_MILLISECOND, 3).Add("]");
+}
+
+size_t DigitsOf(unsigned long value) {
+  size_t digits = 1;
+  while (value >= 10) {
+    value /= 10;
+    ++digits;
+  }
+  return digits;
 }
 
 std::string_view Day(const Second& second) {
@@ -53,22 +55,14 @@ Text& Text::AddCut(std::string_view part, size_t room) {
 }
 
 Text& Text::AddNumber(long value, size_t width) {
-  std::array<char, 20> digits;
-  char* at = digits.data() + digits.size();
-  char* const end = at;
-  unsigned long rest =
-      value < 0 ? 0UL - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
-  do {
-    *--at = static_cast<char>('0' + rest % 10);
-    rest /= 10;
-  } while (rest != 0);
-  size_t length = static_cast<size_t>(end - at);
-  if (value < 0) {
-    Add("-");
-    ++length;
-  }
-  for (; length < width; ++length) Add("0");
-  return Add({at, static_cast<size_t>(end - at)});
+  const bool negative = value < 0;
+  unsigned long rest = negative ? 0UL - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
+  const size_t size = std::max(width, DigitsOf(rest) + (negative ? 1 : 0));
+  if (size > Room()) return AddCut(base::Format("%0*ld", static_cast<int>(width), value), Room());
+  for (char* at = end_ + size; at != end_; rest /= 10) *--at = static_cast<char>('0' + rest % 10);
+  if (negative) *end_ = '-';
+  end_ += size;
+  return *this;
 }
 
 bool Text::AddSimple(const char* format, va_list arguments) {
@@ -95,7 +89,7 @@ bool Text::AddSimple(const char* format, va_list arguments) {
 
 // Most lines use only a few conversions, for which printf takes three times as long.
 void Text::AddFormatted(size_t limit, const char* format, va_list arguments) {
-  Text part(end_, end_ + std::min(limit, static_cast<size_t>(last_ - end_)));
+  Text part(end_, end_ + std::min(limit, Room()));
   va_list again;
   va_copy(again, arguments);
   if (!part.AddSimple(format, again)) {

@@ -31,8 +31,7 @@ class Text {
   explicit Text(char (&buffer)[Size]) : Text(buffer, buffer + Size - 1) {}
 
   Text& Add(std::string_view part) {
-    const auto room = static_cast<size_t>(last_ - end_);
-    if (part.size() > room) return AddCut(part, room);
+    if (part.size() > Room()) return AddCut(part, Room());
     std::memcpy(end_, part.data(), part.size());
     end_ += part.size();
     return *this;
@@ -51,6 +50,7 @@ class Text {
   }
 
  private:
+  size_t Room() const { return static_cast<size_t>(last_ - end_); }
   Text& AddCut(std::string_view part, size_t room);
   Text(char* begin, char* last) : begin_(begin), end_(begin), last_(last) {}
   // Formats up to the first conversion other than "%s", "%d" and "%ld", or up to a null text. Returns whether
