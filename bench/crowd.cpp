@@ -1,6 +1,10 @@
 // crowd COUNT COMMAND [WORD...]: runs the command among that many sleeping processes, and ends with its
 // status. Orphans come to this program, which reaps them as init would; it is meant to be process 1 of a pid
 // namespace of its own, so that the process table holds the same processes in every run.
+//
+// It is linked statically. A kernel that watches page accesses (DAMON, in some virtual machines) walks all
+// mappings of a page with the file's lock held; while it does so for libc's pages, mapped by thousands of
+// sleepers, every start of a program waits, up to 100 ms, whoever starts it.
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
