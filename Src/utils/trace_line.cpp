@@ -36,10 +36,6 @@ size_t DigitsOf(unsigned long value) {
   return digits;
 }
 
-std::string_view Day(const Second& second) {
-  return {second.day, sizeof second.day - 1};
-}
-
 void AddChannel(Text* text, long channel) {
   if (channel == TRACE_MAIN_CHANNEL) {
     text->Add(" MAIN");
@@ -161,29 +157,6 @@ std::string AsPrintFormat(std::string_view line) {
     if (line[i] == '%' && i + 1 < line.size() && line[i + 1] == '%') ++i;
   }
   return text;
-}
-
-void AddDatedFolder(Text* path, const char* folder, const Second& second) {
-  path->Add(folder).Add(Day(second)).Add("/");
-}
-
-void AddFileName(Text* path, char type, long channel, const Second& second, const char* host) {
-  const auto addHost = [&] {
-    if (host != nullptr) path->Add(host).Add(".");
-  };
-  if (type == TRACE_HANG) {
-    path->Add("hang.");
-    addHost();
-    path->Add(Day(second)).Add(".log");
-  } else if (channel == TRACE_MAIN_CHANNEL) {
-    path->Add("MAIN.");
-    addHost();
-    path->Add("LOG");
-  } else {
-    path->AddNumber(channel, 5).Add(".");
-    addHost();
-    path->Add(Day(second).substr(4)).Add(".LOG");  // without the year
-  }
 }
 
 }  // namespace trace
