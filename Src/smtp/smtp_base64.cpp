@@ -39,14 +39,14 @@ constexpr size_t LINE_BYTES = LINE_CHARACTERS + LINE_ENDING.size();
 // encoding.
 constexpr size_t HUGE_PAGES_FROM = size_t{4} << 20;
 
-void PutPair(uint64_t bits, char* out) {
+void PutBase64Pair(uint64_t bits, char* out) {
   std::memcpy(out, PAIRS[bits & 0xFFFU].data(), 2);
 }
 
-void PutGroup(const unsigned char* data, char* out) {
+void PutBase64Group(const unsigned char* data, char* out) {
   const unsigned group = unsigned{data[0]} << 16 | unsigned{data[1]} << 8 | data[2];
-  PutPair(group >> 12, out);
-  PutPair(group, out + 2);
+  PutBase64Pair(group >> 12, out);
+  PutBase64Pair(group, out + 2);
 }
 
 // Writes the base64 of the data without a terminator. Returns the end of what was written.
@@ -55,12 +55,12 @@ char* EncodeInto(const unsigned char* data, size_t length, char* out) {
   for (; length >= sizeof eight; data += 6, length -= 6, out += 8) {
     std::memcpy(&eight, data, sizeof eight);
     eight = be64toh(eight);
-    PutPair(eight >> 52, out);
-    PutPair(eight >> 40, out + 2);
-    PutPair(eight >> 28, out + 4);
-    PutPair(eight >> 16, out + 6);
+    PutBase64Pair(eight >> 52, out);
+    PutBase64Pair(eight >> 40, out + 2);
+    PutBase64Pair(eight >> 28, out + 4);
+    PutBase64Pair(eight >> 16, out + 6);
   }
-  for (; length >= 3; data += 3, length -= 3, out += 4) PutGroup(data, out);
+  for (; length >= 3; data += 3, length -= 3, out += 4) PutBase64Group(data, out);
   if (length == 0) return out;
   smtp_base64_encode_block(data, length, out);
   return out + 4;
@@ -86,7 +86,7 @@ char* OutOfMemory() {
 void smtp_base64_encode_block(const unsigned char* block, size_t count, char* out) {
   std::array<unsigned char, 3> bytes{};
   std::memcpy(bytes.data(), block, count);
-  PutGroup(bytes.data(), out);
+  PutBase64Group(bytes.data(), out);
   std::memset(out + count + 1, '=', 3 - count);
 }
 
@@ -126,7 +126,7 @@ void smtp_base64_two_lines_by_table(const unsigned char* data, char* out) {
   // A line of 78 characters ends in the middle of a group of four: 19 groups and half of the 20th; the next
   // line has the other half and 19 more.
   std::array<char, 4> middle{};
-  PutGroup(data + 57, middle.data());
+  PutBase64Group(data + 57, middle.data());
   out = EncodeInto(data, 57, out);
   std::memcpy(out, middle.data(), 2);
   std::memcpy(out + 2, LINE_ENDING.data(), LINE_ENDING.size());
@@ -139,11 +139,11 @@ void smtp_base64_two_lines_by_table(const unsigned char* data, char* out) {
 
 namespace {
 
-constexpr size_t BLOCK = 12;  // bytes of data that make sixteen characters
+constexpr size_t SHUFFLE_BLOCK = 12;  // bytes of data that make sixteen characters
 
 // Returns the sixteen characters of twelve of these sixteen bytes. order moves each three bytes into the low
 // bytes of one lane, the first of them highest.
-[[gnu::target("ssse3")]] __m128i Characters(__m128i bytes, __m128i order) {
+[[gnu::target("ssse3")]] __m128i Base64Characters(__m128i bytes, __m128i order) {
   const __m128i groups = _mm_shuffle_epi8(bytes, order);
   // Splits the 24 bits of each lane into four bytes of six bits, the first of them lowest.
   const __m128i first = _mm_srli_epi32(groups, 18);
@@ -163,22 +163,22 @@ constexpr size_t BLOCK = 12;  // bytes of data that make sixteen characters
 
 // Writes the sixteen characters of the twelve bytes that begin skip bytes after from.
 template <char skip>
-[[gnu::target("ssse3")]] void PutBlock(const unsigned char* from, char* out) {
+[[gnu::target("ssse3")]] void PutShuffled(const unsigned char* from, char* out) {
   const __m128i order = _mm_add_epi8(
       _mm_setr_epi8(2, 1, 0, -128, 5, 4, 3, -128, 8, 7, 6, -128, 11, 10, 9, -128), _mm_set1_epi8(skip));
   const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), Characters(bytes, order));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), Base64Characters(bytes, order));
 }
 
 [[gnu::target("ssse3")]] void TwoLinesByShuffle(const unsigned char* data, char* out) {
-  for (size_t i = 0; i < 5; ++i) PutBlock<0>(data + i * BLOCK, out + i * 16);
+  for (size_t i = 0; i < 5; ++i) PutShuffled<0>(data + i * SHUFFLE_BLOCK, out + i * 16);
   // These are two characters too many for the line; the second line begins with them.
   std::memcpy(out + 80, out + 78, 2);
   LINE_ENDING.copy(out + 78, LINE_ENDING.size());
-  for (size_t i = 5; i < 9; ++i) PutBlock<0>(data + i * BLOCK, out + i * 16 + 2);
+  for (size_t i = 5; i < 9; ++i) PutShuffled<0>(data + i * SHUFFLE_BLOCK, out + i * 16 + 2);
   // Each load reads sixteen bytes for twelve. This one reads from four bytes earlier, so that it ends with
   // the data.
-  PutBlock<4>(data + 101, out + 142);
+  PutShuffled<4>(data + 101, out + 142);
   LINE_ENDING.copy(out + 158, LINE_ENDING.size());
 }
 

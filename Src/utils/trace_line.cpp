@@ -14,7 +14,7 @@ namespace trace {
 namespace {
 
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
-constexpr std::array<std::string_view, 6> TAGS = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
+constexpr std::array<std::string_view, 6> LEVEL_TAGS = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
 
 constexpr uint64_t EACH_BYTE = 0x0101010101010101;
 constexpr uint64_t HIGH_BITS = 0x80 * EACH_BYTE;
@@ -110,7 +110,8 @@ bool IsPlain(std::string_view text) {
 }
 
 std::string_view LevelTag(long level) {
-  return level >= 0 && level < static_cast<long>(TAGS.size()) ? TAGS[static_cast<size_t>(level)] : "";
+  return level >= 0 && level < static_cast<long>(LEVEL_TAGS.size()) ? LEVEL_TAGS[static_cast<size_t>(level)]
+                                                                    : "";
 }
 
 std::string ToUtf8(std::string message) {
