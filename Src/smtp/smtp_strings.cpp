@@ -176,7 +176,7 @@ bool smtp_text_rule::Allows(char c) const {
   const auto byte = static_cast<unsigned char>(c);
   if (c == '\t') return tab;
   if (byte >= 128) return eightBit;
-  return byte >= lowest && byte != 127 && refused.find(c) == std::string_view::npos;
+  return byte >= lowestByte && byte != 127 && refusedBytes.find(c) == std::string_view::npos;
 }
 
 bool smtp_text_rule::Allows(const char* text) const {

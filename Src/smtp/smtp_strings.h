@@ -42,11 +42,11 @@ int smtp_split_size(size_t length, size_t n, size_t ending, size_t* size);
 // was written, or null when the text is not UTF-8.
 char* smtp_split_into(std::string_view text, size_t n, std::string_view ending, char* out);
 
-// The bytes that a text may have: none below lowest, no 127 and none of refused. Line breaks are below every
-// lowest.
+// The bytes that a text may have: none below lowestByte, no 127 and none of refusedBytes. Line breaks are
+// below every lowestByte.
 struct smtp_text_rule {
-  unsigned char lowest;
-  std::string_view refused;
+  unsigned char lowestByte;
+  std::string_view refusedBytes;
   bool tab;
   bool eightBit;
 

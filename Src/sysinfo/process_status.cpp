@@ -16,7 +16,7 @@ namespace {
 constexpr int THREADS_BEHIND_STATE = 17;   // fields between the state and the number of threads
 constexpr size_t ZOMBIE_STAT_SIZE = 1024;  // some 50 numbers, and a name of 64 bytes
 
-char LowerAscii(char c) {
+char LowerKeyLetter(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
@@ -67,7 +67,7 @@ constexpr std::array<StatusKey, 8> STATUS_KEYS{{
 const StatusKey* FindStatusKey(std::string_view key) {
   const auto same = [key](const StatusKey& row) {
     return std::equal(key.begin(), key.end(), row.key.begin(), row.key.end(),
-                      [](char a, char b) { return LowerAscii(a) == b; });
+                      [](char a, char b) { return LowerKeyLetter(a) == b; });
   };
   const auto* const row = std::find_if(STATUS_KEYS.begin(), STATUS_KEYS.end(), same);
   return row == STATUS_KEYS.end() ? nullptr : row;

@@ -145,9 +145,9 @@ int ResidentMemory(const char* proc_root, int pid) {
   if (length < 0 || static_cast<size_t>(length) >= path.size()) return -1;
   const base::UniqueFile file(std::fopen(path.data(), "re"));
   if (!file) return -1;
-  std::array<char, 1024> line;
-  while (std::fgets(line.data(), line.size(), file.get()) != nullptr) {
-    if (std::strstr(line.data(), "VmRSS") != nullptr) return ResidentKilobytes(line.data());
+  std::array<char, 1024> status_line;
+  while (std::fgets(status_line.data(), status_line.size(), file.get()) != nullptr) {
+    if (std::strstr(status_line.data(), "VmRSS") != nullptr) return ResidentKilobytes(status_line.data());
   }
   return 0;
 }

@@ -129,18 +129,19 @@ void EnsureFolder(const char* path) {
   DunraSTTUtils::MakeFolders(path);
 }
 
-int AppendLine(const char* path, std::string_view line) {
+int AppendToLogFile(const char* path, std::string_view line) {
   const base::UniqueFd file(::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, LOG_FILE_MODE));
   if (!file.Valid()) return -1;
   [[maybe_unused]] const ssize_t written = ::write(file.Get(), line.data(), line.size());
   return 0;
 }
 
-void SaveLine(char type, long channel, long save, LineWorkspace* work, std::string_view line) {
+void SaveInLogFile(char type, long channel, long save, LineWorkspace* work, std::string_view line) {
   const bool dated = save != 0;
   SetPaths(type, channel, dated, work);
   if (dated) EnsureFolder(work->folder);
-  if (AppendLine(work->path, line) != 0 && type == TRACE_ORDINARY) std::fputs("log file open error", stdout);
+  if (AppendToLogFile(work->path, line) != 0 && type == TRACE_ORDINARY)
+    std::fputs("log file open error", stdout);
 }
 
 // The message follows the head of a line.
@@ -177,7 +178,7 @@ void SaveLine(char type, long channel, long save, LineWorkspace* work, std::stri
   } else {
     EchoAsFormat(line.View());
   }
-  if (hang || save != 0) SaveLine(type, channel, save, &work, line.View());
+  if (hang || save != 0) SaveInLogFile(type, channel, save, &work, line.View());
 }
 
 }  // namespace
