@@ -145,10 +145,10 @@ int CloseSink(void* sink) {
   return 0;
 }
 
-// Returns null with errno when memory runs out.
-FILE* StreamInto(std::unique_ptr<LossySink> sink) {
+// Returns null with errno when memory runs out; else *taken is the sink, which closing the stream deletes.
+FILE* StreamInto(std::unique_ptr<LossySink> sink, LossySink** taken) {
   FILE* const stream = ::fopencookie(sink.get(), "w", {nullptr, WriteToSink, nullptr, CloseSink});
-  if (stream != nullptr) sink.release();  // CloseSink deletes it
+  if (stream != nullptr) *taken = sink.release();
   return stream;
 }
 
@@ -189,14 +189,11 @@ struct StandardStream {
     std::fclose(std::exchange(*variable, plain));
   }
   void MakeLossy() {
-    std::unique_ptr<LossySink> made = SinkTo(fd);
-    LossySink* const borrowed = made.get();
-    FILE* const stream = StreamInto(std::move(made));
+    FILE* const stream = StreamInto(SinkTo(fd), &sink);
     if (stream == nullptr) return;
     std::setvbuf(stream, nullptr, buffering, BUFSIZ);
     std::fflush(plain);
     *variable = stream;
-    sink = borrowed;
   }
 };
 
@@ -224,7 +221,9 @@ UniqueFile LossyStream(UniqueFile file) {
   const int fd = file ? ::fileno(file.get()) : -1;
   if (!MayStall(fd)) return file;
   ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
-  return UniqueFile(StreamInto(std::make_unique<LossySink>(fd, WriteOwn, UniqueFd(), std::move(file))));
+  LossySink* taken = nullptr;
+  return UniqueFile(
+      StreamInto(std::make_unique<LossySink>(fd, WriteOwn, UniqueFd(), std::move(file)), &taken));
 }
 
 // Without the lock of stdout, which costs as much as the rest: what another thread prints at this very moment

@@ -45,7 +45,7 @@ class ProcFolder {
   static constexpr size_t ENTRIES_SIZE = 4096;
 
   base::UniqueFd folder_;
-  alignas(8) char proc_entries_[ENTRIES_SIZE];
+  alignas(8) char proc_entries_[ENTRIES_SIZE]{};
   size_t next_ = 0;  // in proc_entries_
   size_t end_ = 0;
   int32_t pid_ = 0;

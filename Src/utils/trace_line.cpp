@@ -110,8 +110,8 @@ bool IsPlain(std::string_view text) {
 }
 
 std::string_view LevelTag(long level) {
-  return level >= 0 && level < static_cast<long>(LEVEL_TAGS.size()) ? LEVEL_TAGS[static_cast<size_t>(level)]
-                                                                    : "";
+  if (level < 0 || level >= static_cast<long>(LEVEL_TAGS.size())) return "";
+  return LEVEL_TAGS[static_cast<size_t>(level)];
 }
 
 std::string ToUtf8(std::string message) {
