@@ -8,8 +8,7 @@
 
 #include "base/owners.h"
 #include "smtp/smtp_base64.h"
-#include "smtp/smtp_fold.h"
-#include "smtp/smtp_internal.h"
+#include "smtp/smtp_session.h"
 #include "smtp/smtp_strings.h"
 
 namespace {

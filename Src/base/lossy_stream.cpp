@@ -12,9 +12,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -26,8 +28,7 @@ namespace {
 constexpr unsigned MEMORY_DEVICES = 1;  // major number of the null device and similar ones
 constexpr rlim_t DESCRIPTOR_NUMBERS_END = 1024;
 constexpr rlim_t RESERVED_DESCRIPTORS = 8;
-constexpr int64_t NANOSECONDS = 1'000'000'000;
-constexpr int64_t PATIENCE = NANOSECONDS / 4;  // writers wait this long for a slow reader in each second
+constexpr std::chrono::milliseconds PATIENCE{250};  // writers wait so long for a slow reader in each second
 
 bool MayStall(int fd) {
   struct stat status;
@@ -36,35 +37,31 @@ bool MayStall(int fd) {
   return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
 }
 
-int64_t MonotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * NANOSECONDS + now.tv_nsec;
-}
-
 // The time that writers still have to wait for a reader.
 class Patience {
  public:
   // Waits until fd can be written. Returns false when the time for that is used up.
   bool WaitForRoom(int fd) {
     if (exhausted_) return false;
-    const int64_t start = MonotonicNow();
-    if (start - second_ >= NANOSECONDS) {
+    const auto start = Clock::now();
+    if (!second_ || start - *second_ >= std::chrono::seconds(1)) {
       second_ = start;
       left_ = PATIENCE;
     }
     pollfd room{fd, POLLOUT, 0};
-    const timespec limit{0, std::max<int64_t>(left_, 0)};
+    const timespec limit{0, std::max<int64_t>(left_.count(), 0)};
     ::ppoll(&room, 1, &limit, nullptr);
-    left_ -= MonotonicNow() - start;
-    exhausted_ = left_ <= 0;
+    left_ -= Clock::now() - start;
+    exhausted_ = left_.count() <= 0;
     return !exhausted_;
   }
   void Renew() { exhausted_ = false; }
 
  private:
-  int64_t second_ = -NANOSECONDS;  // start of the second that left_ belongs to
-  int64_t left_ = 0;
+  using Clock = std::chrono::steady_clock;
+
+  std::optional<Clock::time_point> second_;  // start of the second that left_ belongs to
+  std::chrono::nanoseconds left_{0};
   bool exhausted_ = false;
 };
 
@@ -93,10 +90,10 @@ ssize_t WriteShared(int fd, const char* data, size_t size) {
 }
 
 // The destination of a lossy stream.
-class Sink {
+class LossySink {
  public:
   // fd belongs to own or to file, or outlives the sink.
-  Sink(int fd, WriteNow write, UniqueFd own = {}, UniqueFile file = nullptr)
+  LossySink(int fd, WriteNow write, UniqueFd own = {}, UniqueFile file = nullptr)
       : fd_(fd), write_(write), own_(std::move(own)), file_(std::move(file)) {}
 
   // Returns 0 when the text was written or dropped, or -1 with errno.
@@ -140,18 +137,18 @@ class Sink {
 };
 
 ssize_t WriteToSink(void* sink, const char* data, size_t size) {
-  return static_cast<Sink*>(sink)->Write({data, size}) == 0 ? static_cast<ssize_t>(size) : 0;
+  return static_cast<LossySink*>(sink)->Write({data, size}) == 0 ? static_cast<ssize_t>(size) : 0;
 }
 
 int CloseSink(void* sink) {
-  delete static_cast<Sink*>(sink);
+  delete static_cast<LossySink*>(sink);
   return 0;
 }
 
-// Returns null with errno when memory runs out.
-FILE* StreamInto(std::unique_ptr<Sink> sink) {
+// Returns null with errno when memory runs out; else *taken is the sink, which closing the stream deletes.
+FILE* StreamInto(std::unique_ptr<LossySink> sink, LossySink** taken) {
   FILE* const stream = ::fopencookie(sink.get(), "w", {nullptr, WriteToSink, nullptr, CloseSink});
-  if (stream != nullptr) sink.release();  // CloseSink deletes it
+  if (stream != nullptr) *taken = sink.release();
   return stream;
 }
 
@@ -168,14 +165,14 @@ UniqueFd OpenAgain(int fd) {
   return UniqueFd(::fcntl(low.Get(), F_DUPFD_CLOEXEC, static_cast<int>(end - RESERVED_DESCRIPTORS)));
 }
 
-std::unique_ptr<Sink> SinkTo(int fd) {
+std::unique_ptr<LossySink> SinkTo(int fd) {
   struct stat status {};
   ::fstat(fd, &status);
-  if (S_ISSOCK(status.st_mode)) return std::make_unique<Sink>(fd, WriteSocket);
+  if (S_ISSOCK(status.st_mode)) return std::make_unique<LossySink>(fd, WriteSocket);
   UniqueFd own = OpenAgain(fd);
-  if (!own.Valid()) return std::make_unique<Sink>(fd, WriteShared);
+  if (!own.Valid()) return std::make_unique<LossySink>(fd, WriteShared);
   const int number = own.Get();
-  return std::make_unique<Sink>(number, WriteOwn, std::move(own));
+  return std::make_unique<LossySink>(number, WriteOwn, std::move(own));
 }
 
 // A standard stream and its lossy replacement.
@@ -184,7 +181,7 @@ struct StandardStream {
   FILE* plain;
   int fd;
   int buffering;
-  Sink* sink;  // of the replacement; null when there is none
+  LossySink* sink;  // of the replacement; null when there is none
 
   void MakePlain() {
     if (sink == nullptr) return;
@@ -192,14 +189,11 @@ struct StandardStream {
     std::fclose(std::exchange(*variable, plain));
   }
   void MakeLossy() {
-    std::unique_ptr<Sink> made = SinkTo(fd);
-    Sink* const borrowed = made.get();
-    FILE* const stream = StreamInto(std::move(made));
+    FILE* const stream = StreamInto(SinkTo(fd), &sink);
     if (stream == nullptr) return;
     std::setvbuf(stream, nullptr, buffering, BUFSIZ);
     std::fflush(plain);
     *variable = stream;
-    sink = borrowed;
   }
 };
 
@@ -227,7 +221,9 @@ UniqueFile LossyStream(UniqueFile file) {
   const int fd = file ? ::fileno(file.get()) : -1;
   if (!MayStall(fd)) return file;
   ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
-  return UniqueFile(StreamInto(std::make_unique<Sink>(fd, WriteOwn, UniqueFd(), std::move(file))));
+  LossySink* taken = nullptr;
+  return UniqueFile(
+      StreamInto(std::make_unique<LossySink>(fd, WriteOwn, UniqueFd(), std::move(file)), &taken));
 }
 
 // Without the lock of stdout, which costs as much as the rest: what another thread prints at this very moment

@@ -8,7 +8,7 @@
 namespace base {
 namespace {
 
-constexpr std::string_view WHITE = " \t\n\v\f\r";
+constexpr std::string_view WHITE_BEFORE_NUMBER = " \t\n\v\f\r";
 
 struct Digits {
   bool negative;
@@ -17,7 +17,7 @@ struct Digits {
 };
 
 std::optional<Digits> TakeDigits(std::string_view* rest) {
-  rest->remove_prefix(std::min(rest->find_first_not_of(WHITE), rest->size()));
+  rest->remove_prefix(std::min(rest->find_first_not_of(WHITE_BEFORE_NUMBER), rest->size()));
   Digits digits{};
   digits.negative = rest->starts_with('-');
   if (digits.negative || rest->starts_with('+')) rest->remove_prefix(1);

@@ -33,7 +33,7 @@ int LookUp(const char* host, const char* service, const addrinfo& hints, Address
 }
 
 // Shared by the asking thread and the thread that does the look-up. The last of them frees it.
-struct Request {
+struct LookUpRequest {
   std::optional<std::string> host;
   std::optional<std::string> service;
   addrinfo hints{};
@@ -72,7 +72,7 @@ int LookUpFailed(int error) {
   return EAI_SYSTEM;
 }
 
-int AskThread(const std::shared_ptr<Request>& request, AddressList* out) {
+int AskThread(const std::shared_ptr<LookUpRequest>& request, AddressList* out) {
   request->finished = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (!request->finished.Valid()) return EAI_SYSTEM;
   {
@@ -94,7 +94,7 @@ int Resolve(const char* host, const char* service, int family, int protocol, Add
       LookUp(host, service, LookUpHints(family, protocol, AI_NUMERICHOST | AI_NUMERICSERV), out);
   if (figures == 0) return 0;
   try {
-    const auto request = std::make_shared<Request>();
+    const auto request = std::make_shared<LookUpRequest>();
     if (host != nullptr) request->host = host;
     if (service != nullptr) request->service = service;
     request->hints = LookUpHints(family, protocol, 0);

@@ -38,10 +38,10 @@ int64_t WaitDeadline(int64_t ms) {
 }
 
 // One poll of a descriptor, the stop event and the pending signals.
-struct Poll {
+struct StoppablePoll {
   std::array<pollfd, 3> set;
 
-  explicit Poll(int fd = -1, short events = 0, bool stop = true)
+  explicit StoppablePoll(int fd = -1, short events = 0, bool stop = true)
       : set{{{fd, events, 0}, {stop ? stopEvent.Get() : -1, POLLIN, 0}, {pendingSignals, POLLIN, 0}}} {}
   int Run(int64_t deadline) { return ::poll(set.data(), set.size(), PollTimeout(deadline)); }
   bool Ready() const { return set[0].revents != 0; }
@@ -88,7 +88,7 @@ StopOnPendingSignal::~StopOnPendingSignal() {
 }
 
 bool StopSignalPending() {
-  Poll poll;
+  StoppablePoll poll;
   poll.Run(NowMs());
   return poll.SignalPending();
 }
@@ -96,7 +96,7 @@ bool StopSignalPending() {
 bool SleepMilliseconds(int64_t ms) {
   const int64_t deadline = WaitDeadline(std::max<int64_t>(ms, 0));
   while (NowMs() < deadline) {
-    Poll poll;
+    StoppablePoll poll;
     poll.Run(deadline);
     if (poll.Stopped() || poll.SignalPending()) return false;
   }
@@ -112,7 +112,7 @@ int WaitDescriptor(int fd, short events, int64_t ms) {
   const int64_t deadline = WaitDeadline(ms);
   while (true) {
     const int64_t grace = graceEndMs.load();
-    Poll poll(fd, events, grace == 0);
+    StoppablePoll poll(fd, events, grace == 0);
     const int count = poll.Run(grace == 0 ? deadline : std::min(deadline, grace));
     if (count < 0 && errno != EINTR) return -1;
     if (count < 0) continue;

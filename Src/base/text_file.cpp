@@ -11,8 +11,8 @@
 namespace base {
 namespace {
 
-constexpr size_t COUNT_BLOCK = 65536;
-constexpr char END_MARK = '\xFF';
+constexpr size_t NEWLINE_COUNT_BLOCK = 65536;
+constexpr char COUNT_END_MARK = '\xFF';
 
 UniqueFd OpenToRead(const char* path, int flags) {
   return UniqueFd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
@@ -58,10 +58,10 @@ int64_t CountNewlines(const char* path) {
   if (!file.Valid()) return -1;
   if (!IsRegular(file.Get(), nullptr)) return 0;
   // Whole blocks: a day's result file is counted as fast as it is read.
-  char block[COUNT_BLOCK];
+  char block[NEWLINE_COUNT_BLOCK];
   int64_t lines = 0;
   while (const size_t size = ReadUpTo(file.Get(), block, sizeof block)) {
-    const std::string_view bytes(block, std::min(size, std::string_view(block, size).find(END_MARK)));
+    const std::string_view bytes(block, std::min(size, std::string_view(block, size).find(COUNT_END_MARK)));
     for (size_t at = bytes.find('\n'); at != std::string_view::npos; at = bytes.find('\n', at + 1)) ++lines;
     if (bytes.size() < size) break;
   }

@@ -8,14 +8,14 @@
 namespace charset {
 namespace {
 
-constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";
+constexpr std::string_view REPLACEMENT_CHARACTER = "\xEF\xBF\xBD";
 
 uint8_t Byte(std::string_view text, size_t at) {
   return static_cast<uint8_t>(text[at]);
 }
 
 // The first continuation byte that may follow a lead byte, where the range is narrower than 0x80..0xBF.
-bool SecondFits(uint8_t lead, uint8_t second) {
+bool SecondUtf8ByteFits(uint8_t lead, uint8_t second) {
   switch (lead) {
     case 0xE0:
       return second >= 0xA0;
@@ -30,17 +30,17 @@ bool SecondFits(uint8_t lead, uint8_t second) {
   }
 }
 
-size_t LengthByLead(uint8_t lead) {
+size_t Utf8LengthByLead(uint8_t lead) {
   if (lead < 0x80) return 1;
   if (lead < 0xC2 || lead > 0xF4) return 0;
   return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
 }
 
 // Bytes at the beginning that a character of this length would begin with, at most that length.
-size_t Fitting(std::string_view text, size_t length) {
+size_t FittingUtf8(std::string_view text, size_t length) {
   size_t fitting = 1;
   while (fitting < length && fitting < text.size() && (Byte(text, fitting) & 0xC0) == 0x80 &&
-         (fitting > 1 || SecondFits(Byte(text, 0), Byte(text, 1))))
+         (fitting > 1 || SecondUtf8ByteFits(Byte(text, 0), Byte(text, 1))))
     ++fitting;
   return fitting;
 }
@@ -51,7 +51,7 @@ struct Utf8Part {
   bool beyondAscii = false;
 };
 
-Utf8Part SoundPart(std::string_view line) {
+Utf8Part SoundUtf8Part(std::string_view line) {
   Utf8Part part;
   while (const size_t length = Utf8Character(line.substr(part.size))) {
     part.size += length;
@@ -60,33 +60,33 @@ Utf8Part SoundPart(std::string_view line) {
   return part;
 }
 
-bool IsCutCharacter(std::string_view rest) {
-  const size_t length = LengthByLead(Byte(rest, 0));
-  return length > rest.size() && Fitting(rest, length) == rest.size();
+bool IsCutCharacter(std::string_view bytes) {
+  const size_t length = Utf8LengthByLead(Byte(bytes, 0));
+  return length > bytes.size() && FittingUtf8(bytes, length) == bytes.size();
 }
 
 // Whether a byte may stand in a pair of high bytes, user-defined ones included.
-bool InPair(uint8_t byte) {
+bool InCp949Pair(uint8_t byte) {
   return byte >= 0x81 && byte <= 0xFE;
 }
 
 // A conversion from code page 949. glibc's conversions share nothing between two of them.
-class Conversion {
+class Cp949Conversion {
  public:
-  Conversion() : handle_(::iconv_open("UTF-8", "CP949")) {}
-  ~Conversion() {
+  Cp949Conversion() : handle_(::iconv_open("UTF-8", "CP949")) {}
+  ~Cp949Conversion() {
     if (Open()) ::iconv_close(handle_);
   }
-  Conversion(const Conversion&) = delete;
-  Conversion& operator=(const Conversion&) = delete;
+  Cp949Conversion(const Cp949Conversion&) = delete;
+  Cp949Conversion& operator=(const Cp949Conversion&) = delete;
 
   // Appends the line's characters, each bad byte as U+FFFD: so all of them where the system lacks the table.
   void Append(std::string_view line, std::string* out) {
     while (!line.empty()) {
       line.remove_prefix(AppendSound(line, out));
       if (line.empty()) return;
-      out->append(REPLACEMENT);
-      line.remove_prefix(line.size() > 1 && InPair(Byte(line, 0)) && InPair(Byte(line, 1)) ? 2 : 1);
+      out->append(REPLACEMENT_CHARACTER);
+      line.remove_prefix(line.size() > 1 && InCp949Pair(Byte(line, 0)) && InCp949Pair(Byte(line, 1)) ? 2 : 1);
     }
   }
 
@@ -122,8 +122,8 @@ class Conversion {
 
 size_t Utf8Character(std::string_view text) {
   if (text.empty()) return 0;
-  const size_t length = LengthByLead(Byte(text, 0));
-  return Fitting(text, length) == length ? length : 0;
+  const size_t length = Utf8LengthByLead(Byte(text, 0));
+  return FittingUtf8(text, length) == length ? length : 0;
 }
 
 std::string_view Utf8Prefix(std::string_view text, size_t limit) {
@@ -135,14 +135,14 @@ std::string_view Utf8Prefix(std::string_view text, size_t limit) {
 std::string Repaired(std::string_view text) {
   std::string out;
   out.reserve(text.size());
-  Conversion conversion;
+  Cp949Conversion conversion;
   while (!text.empty()) {
     const std::string_view line = text.substr(0, text.find('\n'));
-    const Utf8Part sound = SoundPart(line);
+    const Utf8Part sound = SoundUtf8Part(line);
     if (sound.size == line.size()) {
       out.append(line);
     } else if (sound.beyondAscii && IsCutCharacter(line.substr(sound.size))) {
-      out.append(line.substr(0, sound.size)).append(REPLACEMENT);
+      out.append(line.substr(0, sound.size)).append(REPLACEMENT_CHARACTER);
     } else {
       conversion.Append(line, &out);
     }

@@ -10,7 +10,7 @@
 #include "base/owners.h"
 #include "ctl/small_file.h"
 #include "utils/DunraSTTUtils.h"
-#include "utils/trace_line.h"
+#include "utils/trace_log.h"
 
 namespace ctl {
 namespace {

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "base/owners.h"
-#include "smtp/smtp_base64_lines.h"
+#include "smtp/smtp_base64.h"
 #include "smtp/smtp_strings.h"
 
 namespace {

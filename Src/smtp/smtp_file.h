@@ -1,5 +1,6 @@
-// Reading whole files. Each char* result is a new zero-terminated text on the heap, which the caller frees
-// with free(). Null means failure, with errno (ENOMEM unless said otherwise). Arguments must not be null.
+// Reading whole files, as they are or as the base64 lines of an attachment. Each char* result is a new
+// zero-terminated text on the heap, which the caller frees with free(). Null means failure, with errno
+// (ENOMEM unless said otherwise). Arguments must not be null.
 #ifndef SMTP_SMTP_FILE_H
 #define SMTP_SMTP_FILE_H
 
@@ -11,5 +12,9 @@
 // open or read. A FIFO without a writer is an empty file; the call does not wait for one.
 char* smtp_file_get_contents(const char* path, size_t* length);
 char* smtp_ffile_get_contents(FILE* stream, size_t* length);
+
+// The same as base64 lines (smtp_base64.h).
+char* smtp_file_base64_lines(const char* path, size_t* length);
+char* smtp_ffile_base64_lines(FILE* stream, size_t* length);
 
 #endif

@@ -1,25 +1,45 @@
-// The life of a session: open, handshake, AUTH, close.
+// The life of a session: open, handshake, AUTH, close; and its status.
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "base/net.h"
 #include "base/resolve.h"
 #include "smtp/smtp_base64.h"
-#include "smtp/smtp_internal.h"
+#include "smtp/smtp_session.h"
+#include "smtp/smtp_write.h"
 
 namespace {
 
 constexpr int64_t HANDSHAKE_TIMEOUT = 300;
 constexpr int CODE_AUTHENTICATED = 235;
-constexpr int CODE_GO_ON = 334;
+constexpr int CODE_AUTH_GOES_ON = 334;
+
+constexpr std::array<const char*, SMTP_UNKNOWN + 1> STATUS_TEXTS = {
+    "Success",
+    "Memory allocation failed",
+    "Failed to connect to the mail server",
+    "Failed to handshake or negotiate a TLS connection with the server",
+    "Failed to authenticate with the given credentials",
+    "Failed to send bytes to the server",
+    "Failed to receive bytes from the server",
+    "Failed to properly close a connection",
+    "SMTP server sent back an unexpected status code",
+    "Invalid parameter",
+    "Failed to read or open a local file",
+    "Failed to get the local date and time",
+    "Unknown error",
+};
 
 std::unique_ptr<smtp_session> NewSession(unsigned flags, const char* cafile) {
   std::unique_ptr<smtp_session> session(new (std::nothrow) smtp_session);
@@ -36,7 +56,7 @@ std::unique_ptr<smtp_session> NewSession(unsigned flags, const char* cafile) {
 }
 
 // Sends one AUTH line: the command, the base64 of data, CRLF. Returns the status.
-int WriteBase64(smtp_session* session, const std::string& command, std::string_view data) {
+int WriteAuthLine(smtp_session* session, const std::string& command, std::string_view data) {
   size_t length = 0;
   const base::UniqueText encoded(smtp_base64_encode(data.data(), data.size(), &length));
   if (encoded == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
@@ -44,7 +64,7 @@ int WriteBase64(smtp_session* session, const std::string& command, std::string_v
 }
 
 // Reads a reply that must have this code. Returns the status.
-int ExpectReply(smtp_session* session, int code) {
+int ExpectAuthReply(smtp_session* session, int code) {
   if (session->status != SMTP_SUCCESS || smtp_read_and_parse_code(session) == code) return session->status;
   return smtp_status_code_set(session, SMTP_AUTH_FAILED);
 }
@@ -108,15 +128,15 @@ int smtp_open(const char* server, const char* port, int /*connection_security*/,
 int smtp_auth_plain(smtp_session* session, const char* user, const char* password) {
   std::string credentials(1, '\0');
   credentials.append(user).append(1, '\0').append(password);
-  WriteBase64(session, "AUTH PLAIN ", credentials);
-  return ExpectReply(session, CODE_AUTHENTICATED);
+  WriteAuthLine(session, "AUTH PLAIN ", credentials);
+  return ExpectAuthReply(session, CODE_AUTHENTICATED);
 }
 
 int smtp_auth_login(smtp_session* session, const char* user, const char* password) {
-  WriteBase64(session, "AUTH LOGIN ", user);
-  if (ExpectReply(session, CODE_GO_ON) != SMTP_SUCCESS) return session->status;
-  WriteBase64(session, "", password);
-  return ExpectReply(session, CODE_AUTHENTICATED);
+  WriteAuthLine(session, "AUTH LOGIN ", user);
+  if (ExpectAuthReply(session, CODE_AUTH_GOES_ON) != SMTP_SUCCESS) return session->status;
+  WriteAuthLine(session, "", password);
+  return ExpectAuthReply(session, CODE_AUTHENTICATED);
 }
 
 int smtp_auth(smtp_session* session, int method, const char* user, const char* password) {
@@ -145,4 +165,34 @@ int smtp_close(smtp_session* session) {
     }
   }
   return before != SMTP_SUCCESS ? before : session->status;
+}
+
+smtp_session* smtp_no_memory_session() {
+  static smtp_session session = [] {
+    smtp_session fixed;
+    fixed.flags = UINT_MAX;
+    fixed.status = SMTP_NO_MEMORY;
+    return fixed;
+  }();
+  return &session;
+}
+
+int smtp_status_code_get(const smtp_session* session) {
+  return session->status;
+}
+
+int smtp_status_code_clear(smtp_session* session) {
+  if (session == smtp_no_memory_session()) return session->status;
+  return std::exchange(session->status, SMTP_SUCCESS);
+}
+
+int smtp_status_code_set(smtp_session* session, int status) {
+  if (session == smtp_no_memory_session()) return session->status;
+  session->status = status < 0 || status >= SMTP_UNKNOWN ? SMTP_INVALID : status;
+  return session->status;
+}
+
+const char* smtp_status_code_errstr(int status) {
+  const bool known = status >= 0 && status < SMTP_UNKNOWN;
+  return known ? STATUS_TEXTS[static_cast<size_t>(status)] : STATUS_TEXTS.back();
 }

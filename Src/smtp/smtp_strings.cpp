@@ -1,5 +1,6 @@
 #include "smtp/smtp_strings.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -127,4 +128,57 @@ int smtp_str_has_nonascii_utf8(const char* text) {
     if ((static_cast<unsigned char>(*text) & 0x80U) != 0) return 1;
   }
   return 0;
+}
+
+char* smtp_split_into(std::string_view text, size_t n, std::string_view ending, char* out) {
+  while (!text.empty()) {
+    const size_t piece = smtp_strnlen_utf8(text, n);
+    if (piece == SIZE_MAX) return nullptr;
+    std::memcpy(out, text.data(), piece);
+    std::memcpy(out + piece, ending.data(), ending.size());
+    out += piece + ending.size();
+    text.remove_prefix(piece);
+  }
+  return out;
+}
+
+int smtp_split_size(size_t length, size_t n, size_t ending, size_t* size) {
+  const size_t pieces = length / n + static_cast<size_t>(length % n != 0);
+  return static_cast<int>(smtp_si_mul_size_t(pieces, ending, size) != 0 ||
+                          smtp_si_add_size_t(*size, length, size) != 0 ||
+                          smtp_si_add_size_t(*size, 1, size) != 0);
+}
+
+char* smtp_chunk_split(const char* text, size_t n, const char* ending) {
+  if (n == 0) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  if (*text == '\0') return smtp_strdup(ending);
+  const std::string_view whole(text);
+  size_t size = 0;
+  if (smtp_split_size(whole.size(), n, std::strlen(ending), &size) != 0) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  UniqueText result(static_cast<char*>(std::malloc(size)));
+  if (result == nullptr) return nullptr;
+  char* end = smtp_split_into(whole, n, ending, result.get());
+  if (end == nullptr) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  *end = '\0';
+  return result.release();
+}
+
+bool smtp_text_rule::Allows(char c) const {
+  const auto byte = static_cast<unsigned char>(c);
+  if (c == '\t') return tab;
+  if (byte >= 128) return eightBit;
+  return byte >= lowestByte && byte != 127 && refusedBytes.find(c) == std::string_view::npos;
+}
+
+bool smtp_text_rule::Allows(const char* text) const {
+  return std::all_of(text, text + std::strlen(text), [this](char c) { return Allows(c); });
 }

@@ -1,8 +1,8 @@
-// Size arithmetic with overflow checks, and strings. Each char* result is a new zero-terminated text on the
-// heap, which the caller frees with free(). Null means failure, with errno (ENOMEM unless said otherwise).
-// Arguments must not be null.
-#ifndef SMTP_STRINGS_H
-#define SMTP_STRINGS_H
+// Size arithmetic with overflow checks; copying, replacing, splitting and checking texts. Each char* result
+// is a new zero-terminated text on the heap, which the caller frees with free(). Null means failure, with
+// errno (ENOMEM unless said otherwise). Arguments must not be null.
+#ifndef SMTP_SMTP_STRINGS_H
+#define SMTP_SMTP_STRINGS_H
 
 #include <cstddef>
 #include <string_view>
@@ -31,5 +31,27 @@ size_t smtp_utf8_charlen(char lead);
 size_t smtp_strnlen_utf8(std::string_view text, size_t minimum);
 // Returns 1 when any byte is 128 or above, else 0.
 int smtp_str_has_nonascii_utf8(const char* text);
+
+// The text in pieces of n bytes, each followed by the ending. A piece that would cut a character is extended
+// to its end. An empty text gives one ending. EINVAL when n is 0 or the text is not UTF-8.
+char* smtp_chunk_split(const char* text, size_t n, const char* ending);
+// Sets *size to the most bytes that a text of this length, split into pieces of n (not 0) with an ending of
+// this length each, can take, terminator included. Returns 1 when that overflows, else 0.
+int smtp_split_size(size_t length, size_t n, size_t ending, size_t* size);
+// Writes the pieces of a text as smtp_chunk_split does, nothing for an empty text. Returns the end of what
+// was written, or null when the text is not UTF-8.
+char* smtp_split_into(std::string_view text, size_t n, std::string_view ending, char* out);
+
+// The bytes that a text may have: none below lowestByte, no 127 and none of refusedBytes. Line breaks are
+// below every lowestByte.
+struct smtp_text_rule {
+  unsigned char lowestByte;
+  std::string_view refusedBytes;
+  bool tab;
+  bool eightBit;
+
+  bool Allows(char c) const;
+  bool Allows(const char* text) const;
+};
 
 #endif

@@ -1,10 +1,11 @@
-// Sending, and the debug print of both directions.
+#include "smtp/smtp_write.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 #include "base/net.h"
-#include "smtp/smtp_internal.h"
+#include "smtp/smtp_session.h"
 
 void (*smtp_overhear)(const char* who, std::string_view text) = nullptr;
 
@@ -38,6 +39,10 @@ int smtp_write(smtp_session* session, const char* data, size_t length) {
 
 int smtp_puts(smtp_session* session, const char* text) {
   return smtp_write(session, text, std::strlen(text));
+}
+
+int smtp_puts(smtp_session* session, const std::string& text) {
+  return smtp_write(session, text.data(), text.size());
 }
 
 int smtp_puts_terminate(smtp_session* session, const char* text) {

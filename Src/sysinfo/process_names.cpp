@@ -6,7 +6,7 @@
 #include <cstring>
 #include <new>
 
-#include "sysinfo/qxapi_internal.h"
+#include "sysinfo/process_status.h"
 
 namespace sysinfo {
 namespace {
@@ -19,6 +19,20 @@ size_t ReadComm(const base::UniqueFd& file, char* text, size_t size) {
 }
 
 }  // namespace
+
+size_t NameFromComm(std::string_view text, char* name) {
+  // The status file writes a newline as two characters, so it is not white space there.
+  const auto trimmed = [](char c) { return IsWhite(c) && c != '\n'; };
+  if (text.ends_with('\n')) text.remove_suffix(1);
+  while (!text.empty() && trimmed(text.front())) text.remove_prefix(1);
+  while (!text.empty() && trimmed(text.back())) text.remove_suffix(1);
+  char* end = name;
+  for (const char c : text) {
+    if (c == '\n' || c == '\\') *end++ = '\\';
+    *end++ = c == '\n' ? 'n' : c;
+  }
+  return static_cast<size_t>(end - name);
+}
 
 bool ProcessWalk::Next(ProcessName* process) noexcept {
   while (folder_.Next()) {

@@ -6,9 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "sysinfo/proc_folder.h"
+#include "sysinfo/proc_files.h"
 
 namespace sysinfo {
 
@@ -16,6 +17,10 @@ struct ProcessName {
   int32_t pid;
   const char* name;  // as in qxapi_process (qxapi_process.h); null when it cannot be read
 };
+
+// Turns the text of /proc/PID/comm into the name that /proc/PID/status shows. name must have room for twice
+// the text's length. Returns the name's length; no terminator is written.
+size_t NameFromComm(std::string_view text, char* name);
 
 // Walks over the processes as they are, with the order and the names of qxapi_open_process. proc_root is
 // where the process file system is mounted; if it cannot be opened, there are none. The kernel produces one

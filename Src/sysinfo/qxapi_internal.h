@@ -1,12 +1,10 @@
-// The parts of the process table that work on texts and records only, for the sources and tests of this
-// folder. White space is blank, tab, newline, vertical tab, form feed and carriage return in every locale.
+// The parts of the snapshot that work on texts and records only, for the sources and tests of this folder.
+// White space is what process_status.h says.
 #ifndef SYSINFO_QXAPI_INTERNAL_H
 #define SYSINFO_QXAPI_INTERNAL_H
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
-#include <string_view>
 
 #include "sysinfo/qxapi_process.h"
 
@@ -40,44 +38,5 @@ int __qxapi_free_process__(qxapi_process* list);
 // are left out. Returns 1. Returns 0 without memory, and -1 when buf is null or len is 0; then *argc is 0 and
 // *argv null.
 int __qxapi_command_line_decoder__(char* buf, uint64_t len, uint32_t* argc, char*** argv);
-
-namespace sysinfo {
-
-// As __qxapi_get_word_sep__, without the copy. *rest takes the place of the cursor; an empty word is an empty
-// view.
-std::string_view CutWord(const char* seps, std::string_view* rest);
-
-struct StatusFields {
-  std::optional<std::string_view> name;  // points into the text
-  char state = ' ';
-  int32_t pid = 0;
-  int32_t ppid = 0;
-  uint32_t uid = 0;
-  uint32_t gid = 0;
-  uint64_t vmsize = 0;
-  int32_t threads = 0;
-};
-
-// Reads the fields of /proc/PID/status. A field keeps its value when its line is missing or, except for the
-// name, blank. Nothing is read behind the line that completes them. A number too large for its field loses
-// its high bits; a value without a number is 0. A NUL ends its line early.
-void ParseStatus(std::string_view text, StatusFields* fields);
-
-// Turns the text of /proc/PID/comm into the name that /proc/PID/status shows. name must have room for twice
-// the text's length. Returns the name's length; no terminator is written.
-size_t NameFromComm(std::string_view text, char* name);
-
-struct StatCounters {
-  uint64_t utime;
-  uint64_t stime;
-  int64_t nice;
-  uint64_t pages;
-};
-
-// Reads the counters after the last ')' of /proc/PID/stat, converted as scanf's %lu and %ld do. No result
-// unless all four are there.
-std::optional<StatCounters> ParseStat(std::string_view text);
-
-}  // namespace sysinfo
 
 #endif

@@ -3,11 +3,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "sysinfo/proc_folder.h"
-#include "sysinfo/proc_text.h"
+#include "sysinfo/proc_files.h"
+#include "sysinfo/process_status.h"
 #include "sysinfo/qxapi_internal.h"
 #include "sysinfo/user_names.h"
 
@@ -16,6 +18,8 @@ namespace {
 using sysinfo::ProcFolder;
 using sysinfo::ProcText;
 using sysinfo::UserNames;
+
+constexpr size_t SPRINTF_LIMIT = 0x80000 - 4096;
 
 // What one snapshot is read with.
 struct SnapshotSource {
@@ -95,6 +99,31 @@ qxapi_process* OpenEntry(SnapshotSource* source) {
   return process;
 }
 
+[[gnu::format(printf, 1, 0)]] char* FormatToHeap(const char* format, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  char* text = nullptr;
+  if (length >= 0 && static_cast<size_t>(length) < SPRINTF_LIMIT) {
+    const size_t size = static_cast<size_t>(length) + 1;
+    text = static_cast<char*>(std::malloc(size));
+    if (text != nullptr) std::vsnprintf(text, size, format, again);
+  }
+  va_end(again);
+  return text;
+}
+
+// Calls each with the start of every word, until it returns false.
+template <typename Each>
+void ForEachWord(char* buf, uint64_t len, Each each) {
+  for (uint64_t start = 0; start < len;) {
+    const void* const nul = std::memchr(buf + start, '\0', len - start);
+    const uint64_t stop = nul == nullptr ? len : static_cast<uint64_t>(static_cast<const char*>(nul) - buf);
+    if (!each(buf + start)) return;
+    start = stop + 1;
+  }
+}
+
 }  // namespace
 
 qxapi_process* __qxapi_new_process__() {
@@ -138,4 +167,53 @@ int qxapi_has_process(const char* proc_root) {
 
 void qxapi_close_process(qxapi_process* list) {
   __qxapi_free_process__(list);
+}
+
+unsigned int __qxapi_peek_byte__(const void* buf, size_t i) {
+  return static_cast<const unsigned char*>(buf)[i];
+}
+
+unsigned char* __qxapi_poke_byte__(void* buf, size_t i, unsigned char c) {
+  unsigned char* const byte = static_cast<unsigned char*>(buf) + i;
+  *byte = c;
+  return byte;
+}
+
+const char* __qxapi_skip_space__(const char* p) {
+  if (p == nullptr) return nullptr;
+  while (sysinfo::IsWhite(*p)) ++p;
+  return p;
+}
+
+char* __qxapi_get_word_sep__(const char* seps, const char** cursor) {
+  if (cursor == nullptr || *cursor == nullptr) return nullptr;
+  std::string_view rest(*cursor);
+  const std::string_view word = sysinfo::CutWord(seps, &rest);
+  *cursor = rest.data();
+  return word.empty() ? nullptr : ::strndup(word.data(), word.size());
+}
+
+char* __qxapi_alloc_sprintf__(const char* fmt, ...) {
+  if (fmt == nullptr) return nullptr;
+  va_list arguments;
+  va_start(arguments, fmt);
+  char* const text = FormatToHeap(fmt, arguments);
+  va_end(arguments);
+  return text;
+}
+
+int __qxapi_command_line_decoder__(char* buf, uint64_t len, uint32_t* argc, char*** argv) {
+  *argc = 0;
+  *argv = nullptr;
+  if (buf == nullptr || len == 0) return -1;
+  uint32_t words = 0;
+  ForEachWord(buf, len, [&](char*) { return ++words < QXAPI_MAX_WORDS; });
+  auto** const array = static_cast<char**>(std::malloc(words * sizeof(char*)));
+  if (array == nullptr) return 0;
+  ForEachWord(buf, len, [&](char* word) {
+    array[(*argc)++] = word;
+    return *argc < words;
+  });
+  *argv = array;
+  return 1;
 }

@@ -1,11 +1,9 @@
 #include "sysinfo/resource_usage.h"
 
-#include <fcntl.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -16,45 +14,22 @@
 #include "base/number.h"
 #include "base/owners.h"
 #include "base/stop.h"
+#include "sysinfo/proc_files.h"
 #include "sysinfo/resource_usage_internal.h"
 
 namespace {
 
-constexpr const char* PROC = "/proc";
-
-using Path = std::array<char, PATH_MAX>;
-
-// The first bytes of a file of the process file system, as a text.
-class HeadText {
- public:
-  bool Read(const char* proc_root, const char* name) {
-    Path path;
-    const int length = std::snprintf(path.data(), path.size(), "%s/%s", proc_root, name);
-    if (length < 0 || static_cast<size_t>(length) >= path.size()) return false;
-    const base::UniqueFd file(::open(path.data(), O_RDONLY | O_CLOEXEC));
-    if (!file.Valid()) return false;
-    ssize_t got = 0;
-    do {
-      got = ::read(file.Get(), text_.data(), text_.size() - 1);
-    } while (got < 0 && errno == EINTR);
-    text_[got > 0 ? static_cast<size_t>(got) : 0] = '\0';
-    return true;
-  }
-  const char* Get() const { return text_.data(); }
-
- private:
-  std::array<char, 4096 + 1> text_;
-};
+constexpr const char* PROC_ROOT = "/proc";
 
 // The number after the first occurrence of a label, or 0 without one.
-double Figure(const char* text, const char* label) {
+double LabelledFigure(const char* text, const char* label) {
   const char* const at = std::strstr(text, label);
   double value = 0;
   if (at != nullptr) std::sscanf(at + std::strlen(label), "%lf", &value);
   return value;
 }
 
-uint32_t FigureInt(const char* text, const char* label) {
+uint32_t LabelledFigureInt(const char* text, const char* label) {
   const char* const at = std::strstr(text, label);
   return at == nullptr ? 0 : static_cast<uint32_t>(base::LeadingNumber(at + std::strlen(label)));
 }
@@ -94,8 +69,9 @@ int TruncateToInt(double value) {
 }
 
 int MemoryPercent(const char* text, double* total, double* available) {
-  const double all = Figure(text, "MemTotal:");
-  const double unused = Figure(text, "MemFree:") + Figure(text, "Cached:") + Figure(text, "Buffers:");
+  const double all = LabelledFigure(text, "MemTotal:");
+  const double unused =
+      LabelledFigure(text, "MemFree:") + LabelledFigure(text, "Cached:") + LabelledFigure(text, "Buffers:");
   if (all == 0) return 0;
   StoreFigure(total, all);
   StoreFigure(available, unused);
@@ -103,9 +79,9 @@ int MemoryPercent(const char* text, double* total, double* available) {
 }
 
 int MemoryPercentInt(const char* text, double* total, double* available) {
-  const uint32_t all = FigureInt(text, "MemTotal:");
-  const uint32_t unused =
-      FigureInt(text, "MemFree:") + FigureInt(text, "Buffers:") + FigureInt(text, "Cached:");
+  const uint32_t all = LabelledFigureInt(text, "MemTotal:");
+  const uint32_t unused = LabelledFigureInt(text, "MemFree:") + LabelledFigureInt(text, "Buffers:") +
+                          LabelledFigureInt(text, "Cached:");
   if (all == 0) return 0;
   StoreFigure(total, static_cast<int32_t>(all));
   StoreFigure(available, static_cast<int32_t>(unused));
@@ -149,29 +125,29 @@ float LinkPercent(uint64_t before, uint64_t after) {
 }
 
 float CpuUsage(const char* proc_root, CpuSample* previous) {
-  HeadText text;
+  ProcHead text;
   return text.Read(proc_root, "stat") ? NextCpuUsage(text.Get(), previous) : 0.0F;
 }
 
 int MemoryUsage(const char* proc_root, double* total, double* available) {
-  HeadText text;
+  ProcHead text;
   return text.Read(proc_root, "meminfo") ? MemoryPercent(text.Get(), total, available) : 0;
 }
 
 int MemoryUsageInt(const char* proc_root, double* total, double* available) {
-  HeadText text;
+  ProcHead text;
   return text.Read(proc_root, "meminfo") ? MemoryPercentInt(text.Get(), total, available) : 0;
 }
 
 int ResidentMemory(const char* proc_root, int pid) {
-  Path path;
+  std::array<char, PATH_MAX> path;
   const int length = std::snprintf(path.data(), path.size(), "%s/%d/status", proc_root, pid);
   if (length < 0 || static_cast<size_t>(length) >= path.size()) return -1;
   const base::UniqueFile file(std::fopen(path.data(), "re"));
   if (!file) return -1;
-  std::array<char, 1024> line;
-  while (std::fgets(line.data(), line.size(), file.get()) != nullptr) {
-    if (std::strstr(line.data(), "VmRSS") != nullptr) return ResidentKilobytes(line.data());
+  std::array<char, 1024> status_line;
+  while (std::fgets(status_line.data(), status_line.size(), file.get()) != nullptr) {
+    if (std::strstr(status_line.data(), "VmRSS") != nullptr) return ResidentKilobytes(status_line.data());
   }
   return 0;
 }
@@ -182,7 +158,7 @@ int ProcessMemory(const char* proc_root, int pid) {
 }
 
 uint64_t NetworkStatics(const char* proc_root, int number) {
-  HeadText text;
+  ProcHead text;
   return text.Read(proc_root, "net/dev") ? NetworkCounter(text.Get(), number) : 0;
 }
 
@@ -190,7 +166,7 @@ uint64_t NetworkStatics(const char* proc_root, int number) {
 
 float CpuUsage() {
   static sysinfo::CpuSample previous;
-  return sysinfo::CpuUsage(PROC, &previous);
+  return sysinfo::CpuUsage(PROC_ROOT, &previous);
 }
 
 int system_cpu_usage() {
@@ -198,7 +174,7 @@ int system_cpu_usage() {
 }
 
 int memory_usage(double* total, double* available) {
-  return sysinfo::MemoryUsage(PROC, total, available);
+  return sysinfo::MemoryUsage(PROC_ROOT, total, available);
 }
 
 double system_memory_usage() {
@@ -209,15 +185,15 @@ double system_memory_usage() {
 }
 
 int MemUsage(double* total, double* available) {
-  return sysinfo::MemoryUsageInt(PROC, total, available);
+  return sysinfo::MemoryUsageInt(PROC_ROOT, total, available);
 }
 
 int process_memory_usage(int pid) {
-  return sysinfo::ProcessMemory(PROC, pid);
+  return sysinfo::ProcessMemory(PROC_ROOT, pid);
 }
 
 int process_memory_kb(int pid) {
-  return sysinfo::ResidentMemory(PROC, pid);
+  return sysinfo::ResidentMemory(PROC_ROOT, pid);
 }
 
 unsigned int DiskUsage(const char* path, uint64_t* total_mb, uint64_t* available_mb) {
@@ -235,7 +211,7 @@ int procnetdev_version(const char* text) {
 }
 
 uint64_t NetworkStatics(int number) {
-  return sysinfo::NetworkStatics(PROC, number);
+  return sysinfo::NetworkStatics(PROC_ROOT, number);
 }
 
 float NetworkUsage(int number) {

@@ -1,229 +1,30 @@
+// The fixed names. LogTrace stands in trace_log.cpp, MakeFolders in folders.cpp.
 #include "utils/DunraSTTUtils.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
-#include <ctime>
-#include <memory>
-#include <new>
-#include <string>
-#include <string_view>
 
-#include "base/lossy_stream.h"
-#include "base/owners.h"
-#include "charset/cp949.h"
-#include "utils/trace_line.h"
+#include "utils/trace_log.h"
 
 char DunraSTTUtils::mDunraSTTPath[4096];
 char DunraSTTUtils::mDunraHangPath[4096];
 std::atomic<long> DunraSTTUtils::mDunraSTTLogLvl{0};
 std::atomic<long> DunraSTTUtils::mDunraSTTLogHostFlag{0};
 
-namespace {
-
-constexpr size_t FORMATTED_LIMIT = 99'999;
-constexpr size_t FOLDER_SIZE = 4096;
-constexpr size_t HOST_SIZE = 4096;
-constexpr mode_t LOG_MODE = 0655;
-constexpr mode_t FOLDER_MODE = 0755;
-constexpr mode_t MODE_BITS = 07777;
-
-// What the path of a log file depends on, unless it contains the host name.
-struct PathKey {
-  time_t since;
-  unsigned settings;
-  char type;
-  bool dated;
-  long channel;
-  bool operator==(const PathKey&) const = default;
-};
-
-std::atomic<unsigned> settings{0};  // the number of changes
-
-// The buffers for one line. The arrays are never cleared: usually only their first bytes are touched.
-struct Workspace {
-  time_t since;  // the time of `second`; 0: none yet
-  trace::Second second;
-  PathKey pathKey;  // what `path` was made from; its `since` is 0 at first
-  char line[trace::LINE_SIZE];
-  char folder[trace::PATH_SIZE];
-  char path[trace::PATH_SIZE];
-  char host[HOST_SIZE];
-};
-
-// One workspace serves all threads; it is too large for a thread's stack. A thread that finds it in use
-// allocates another.
-Workspace sharedWorkspace;
-std::atomic_flag sharedInUse;
-
-class BorrowedWorkspace {
- public:
-  BorrowedWorkspace() {
-    if (!sharedInUse.test_and_set(std::memory_order_acquire)) return;
-    own_.reset(new Workspace);
-    own_->since = 0;
-    own_->pathKey.since = 0;
-  }
-  ~BorrowedWorkspace() {
-    if (!own_) sharedInUse.clear(std::memory_order_release);
-  }
-  BorrowedWorkspace(const BorrowedWorkspace&) = delete;
-  BorrowedWorkspace& operator=(const BorrowedWorkspace&) = delete;
-  Workspace& operator*() const { return own_ ? *own_ : sharedWorkspace; }
-
- private:
-  std::unique_ptr<Workspace> own_;
-};
-
-// What few lines need is kept out of the way of the others (gnu::cold): between two lines the kernel takes
-// most of the processor's cache, and code that is not there costs more than code that runs.
-
-[[gnu::cold]] void BeginSecond(time_t now, Workspace* work) {
-  std::tm local{};
-  localtime_r(&now, &local);
-  work->second = trace::SecondOf(local);
-  work->since = now;
-}
-
-// Returns the nanoseconds of the present time and updates the workspace's second. Most lines share their
-// second with the line before, so it is kept.
-long TellTime(Workspace* work) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  if (now.tv_sec != work->since) BeginSecond(now.tv_sec, work);
-  return now.tv_nsec;
-}
-
-[[gnu::cold]] const char* HostName(Workspace* work) {
-  if (gethostname(work->host, HOST_SIZE) != 0) work->host[0] = '\0';
-  work->host[HOST_SIZE - 1] = '\0';
-  return work->host;
-}
-
-[[gnu::cold]] void MakePath(const PathKey& key, const char* host, Workspace* work) {
-  const auto [since, changes, type, dated, channel] = key;
-  work->pathKey = key;
-  trace::Text path(work->path);
-  if (dated) {
-    const char* const parent = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
-    trace::AddDatedFolder(&path, parent, work->second);
-    trace::Text(work->folder).Add(path.View()).Terminated();
-  }
-  trace::AddFileName(&path, type, channel, work->second, host);
-  path.Terminated();
-}
-
-// Sets the paths of the line's file and of its folder. Both are kept, because most lines go to the same file
-// as the line before.
-void SetPaths(char type, long channel, bool dated, Workspace* work) {
-  const char* const host = DunraSTTUtils::GetLogHostnameFlag() != 0 ? HostName(work) : nullptr;
-  const PathKey key{work->since, settings.load(std::memory_order_relaxed), type, dated, channel};
-  if (key != work->pathKey || host != nullptr) MakePath(key, host, work);
-}
-
-// Creates the folder unless it exists with the right mode.
-void EnsureFolder(const char* path) {
-  struct stat status;
-  if (::stat(path, &status) == 0 && (status.st_mode & MODE_BITS) == FOLDER_MODE) return;
-  DunraSTTUtils::MakeFolders(path);
-}
-
-int AppendLine(const char* path, std::string_view line) {
-  const base::UniqueFd file(::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, LOG_MODE));
-  if (!file.Valid()) return -1;
-  [[maybe_unused]] const ssize_t written = ::write(file.Get(), line.data(), line.size());
-  return 0;
-}
-
-void SaveLine(char type, long channel, long save, Workspace* work, std::string_view line) {
-  const bool dated = save != 0;
-  SetPaths(type, channel, dated, work);
-  if (dated) EnsureFolder(work->folder);
-  if (AppendLine(work->path, line) != 0 && type == TRACE_ORDINARY) std::fputs("log file open error", stdout);
-}
-
-// The message follows the head of a line.
-[[gnu::cold]] void ConvertMessage(size_t head, size_t limit, trace::Text* line) {
-  const std::string message = trace::ToUtf8(std::string(line->View().substr(head)));
-  line->CutTo(head);
-  line->Add(std::string_view(message).substr(0, limit));
-}
-
-[[gnu::cold]] void EchoAsFormat(std::string_view line) {
-  base::Echo(trace::AsPrintFormat(line));
-}
-
-[[gnu::format(printf, 6, 0)]] void TraceLine(char type, long level, long channel, long save,
-                                             const trace::Place& place, const char* format,
-                                             va_list arguments) {
-  const bool hang = type == TRACE_HANG;
-  const size_t limit = hang ? trace::HANG_LIMIT : trace::MESSAGE_LIMIT;
-  const BorrowedWorkspace borrowed;
-  Workspace& work = *borrowed;
-  const long nanoseconds = TellTime(&work);
-  trace::Text line(work.line);
-  if (hang) {
-    trace::BeginHangLine(&line, work.second, nanoseconds);
-  } else {
-    trace::BeginOrdinaryLine(&line, work.second, nanoseconds, level, channel, place);
-  }
-  const size_t head = line.Size();
-  line.AddFormatted(FORMATTED_LIMIT, format, arguments);
-  const bool plain = trace::IsPlain(line.View().substr(head));
-  if (!plain || line.Size() - head > limit) ConvertMessage(head, limit, &line);
-  line.Add("]\n");
-  if (plain) {
-    base::Echo(line.View());
-  } else {
-    EchoAsFormat(line.View());
-  }
-  if (hang || save != 0) SaveLine(type, channel, save, &work, line.View());
-}
-
-// An unchanged path is not written again: every report sets the paths, and writing would race with readers.
-void SetStaticPath(char* buffer, const char* path) {
-  const auto length = static_cast<unsigned>(std::min(std::strlen(path), FOLDER_SIZE - 1));
-  if (std::strncmp(buffer, path, length) == 0) return;
-  DunraSTTUtils::StrNCopy(buffer, FOLDER_SIZE, path, length);
-  ++settings;
-}
-
-}  // namespace
-
 DunraSTTUtils::DunraSTTUtils() {
   std::fill(std::begin(mDunraSTTPath), std::end(mDunraSTTPath), '\0');
-  ++settings;
-}
-
-void DunraSTTUtils::LogTrace(char type, long level, long channel, long save, const char* file,
-                             const char* function, int line, const char* format, ...) {
-  if (!LevelPasses(level)) return;
-  // At level 0 only the hang log is kept.
-  if (type != TRACE_HANG && (type != TRACE_ORDINARY || GetLogLevel() <= 0)) return;
-  va_list arguments;
-  va_start(arguments, format);
-  try {
-    TraceLine(type, level, channel, save, {file, function, line}, format, arguments);
-  } catch (const std::bad_alloc&) {
-    std::fputs("no memory for a trace line\n", stderr);
-  }
-  va_end(arguments);
+  trace::LogPathChanged();
 }
 
 void DunraSTTUtils::SetPath(const char* path) {
-  SetStaticPath(mDunraSTTPath, path);
+  trace::KeepLogFolder(mDunraSTTPath, path);
 }
 const char* DunraSTTUtils::GetPath() {
   return mDunraSTTPath;
 }
 void DunraSTTUtils::SetHangPath(const char* path) {
-  SetStaticPath(mDunraHangPath, path);
+  trace::KeepLogFolder(mDunraHangPath, path);
 }
 const char* DunraSTTUtils::GetHangPath() {
   return mDunraHangPath;
@@ -231,14 +32,8 @@ const char* DunraSTTUtils::GetHangPath() {
 void DunraSTTUtils::SetLogLevel(long level) {
   mDunraSTTLogLvl = level;
 }
-long DunraSTTUtils::GetLogLevel() {
-  return mDunraSTTLogLvl;
-}
 void DunraSTTUtils::SetLogHostnameFlag(long flag) {
-  if (mDunraSTTLogHostFlag.exchange(flag) != flag) ++settings;
-}
-long DunraSTTUtils::GetLogHostnameFlag() {
-  return mDunraSTTLogHostFlag;
+  if (mDunraSTTLogHostFlag.exchange(flag) != flag) trace::LogPathChanged();
 }
 
 void DunraSTTUtils::StrNCopy(char* dst, unsigned /*size*/, const char* src, unsigned len) {

@@ -44,9 +44,9 @@ class DunraSTTUtils {
   static void SetHangPath(const char* path);
   static const char* GetHangPath();
   static void SetLogLevel(long level);
-  static long GetLogLevel();
+  static long GetLogLevel() { return mDunraSTTLogLvl; }
   static void SetLogHostnameFlag(long flag);
-  static long GetLogHostnameFlag();
+  static long GetLogHostnameFlag() { return mDunraSTTLogHostFlag; }
 
   // Creates every folder of a path (separated by "/" or "\") and sets the mode of the last one to 0755.
   // Prints "path: %s\n" when the mode cannot be set. Always returns 0. A path of 4,096 bytes or more is cut

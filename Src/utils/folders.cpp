@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr size_t PATH_COPY_SIZE = 4096;
-constexpr mode_t PARENT_MODE = 0754;
+constexpr size_t FOLDER_PATH_SIZE = 4096;
+constexpr mode_t PARENT_FOLDER_MODE = 0754;
 constexpr mode_t FOLDER_MODE = 0755;
 
 bool IsSeparator(char c) {
@@ -24,11 +24,11 @@ bool IsRooted(const std::string& path) {
 
 int DunraSTTUtils::MakeFolders(const char* path) {
   if (path == nullptr) return 0;
-  std::string work(path, strnlen(path, PATH_COPY_SIZE - 1));
+  std::string work(path, strnlen(path, FOLDER_PATH_SIZE - 1));
   bool skipRoot = IsRooted(work);
   for (size_t i = 0; i < work.size(); ++i) {
     if (!IsSeparator(work[i])) continue;
-    if (!skipRoot) ::mkdir(work.substr(0, i).c_str(), PARENT_MODE);
+    if (!skipRoot) ::mkdir(work.substr(0, i).c_str(), PARENT_FOLDER_MODE);
     skipRoot = false;
     work[i] = '/';
   }

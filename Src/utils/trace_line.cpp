@@ -14,7 +14,7 @@ namespace trace {
 namespace {
 
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
-constexpr std::array<std::string_view, 6> TAGS = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
+constexpr std::array<std::string_view, 6> LEVEL_TAGS = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
 
 constexpr uint64_t EACH_BYTE = 0x0101010101010101;
 constexpr uint64_t HIGH_BITS = 0x80 * EACH_BYTE;
@@ -34,10 +34,6 @@ size_t DigitsOf(unsigned long value) {
     ++digits;
   }
   return digits;
-}
-
-std::string_view Day(const Second& second) {
-  return {second.day, sizeof second.day - 1};
 }
 
 void AddChannel(Text* text, long channel) {
@@ -114,7 +110,8 @@ bool IsPlain(std::string_view text) {
 }
 
 std::string_view LevelTag(long level) {
-  return level >= 0 && level < static_cast<long>(TAGS.size()) ? TAGS[static_cast<size_t>(level)] : "";
+  if (level < 0 || level >= static_cast<long>(LEVEL_TAGS.size())) return "";
+  return LEVEL_TAGS[static_cast<size_t>(level)];
 }
 
 std::string ToUtf8(std::string message) {
@@ -161,29 +158,6 @@ std::string AsPrintFormat(std::string_view line) {
     if (line[i] == '%' && i + 1 < line.size() && line[i + 1] == '%') ++i;
   }
   return text;
-}
-
-void AddDatedFolder(Text* path, const char* folder, const Second& second) {
-  path->Add(folder).Add(Day(second)).Add("/");
-}
-
-void AddFileName(Text* path, char type, long channel, const Second& second, const char* host) {
-  const auto addHost = [&] {
-    if (host != nullptr) path->Add(host).Add(".");
-  };
-  if (type == TRACE_HANG) {
-    path->Add("hang.");
-    addHost();
-    path->Add(Day(second)).Add(".log");
-  } else if (channel == TRACE_MAIN_CHANNEL) {
-    path->Add("MAIN.");
-    addHost();
-    path->Add("LOG");
-  } else {
-    path->AddNumber(channel, 5).Add(".");
-    addHost();
-    path->Add(Day(second).substr(4)).Add(".LOG");  // without the year
-  }
 }
 
 }  // namespace trace

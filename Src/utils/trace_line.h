@@ -1,4 +1,4 @@
-// Builds trace lines and the paths of their files. Pure functions of texts and of a time.
+// Builds trace lines. Pure functions of texts and of a time.
 #ifndef UTILS_TRACE_LINE_H
 #define UTILS_TRACE_LINE_H
 
@@ -11,7 +11,7 @@
 
 namespace trace {
 
-// One second of local time, as text for lines and paths.
+// One second of local time, as text for lines and for the paths of their files.
 struct Second {
   char stamp[sizeof "[YYYY/MM/DD hh:mm:ss:"];
   char day[sizeof "YYYYMMDD"];
@@ -64,8 +64,6 @@ class Text {
 
 // The size of the line buffer: the longest message, and 4,000 bytes for what comes before it.
 inline constexpr size_t LINE_SIZE = 104'000;
-// Longer than any path that the kernel accepts, so a path that was cut never names another file.
-inline constexpr size_t PATH_SIZE = 12'288;
 
 // "FATAL" to "TRACE" for the levels 0 to 5, an empty text for any other.
 std::string_view LevelTag(long level);
@@ -91,13 +89,6 @@ void BeginHangLine(Text* line, const Second& second, long nanoseconds);
 // Returns what printf would make of a line that is its own format and has no arguments: "%%" becomes "%"; any
 // other conversion stays as it is, because there is no argument to print.
 std::string AsPrintFormat(std::string_view line);
-
-// Adds "<folder>YYYYMMDD/".
-void AddDatedFolder(Text* path, const char* folder, const Second& second);
-
-// Adds the file name of an ordinary line ('A') or a hang line ('H'). It contains the host unless host is
-// null.
-void AddFileName(Text* path, char type, long channel, const Second& second, const char* host);
 
 }  // namespace trace
 

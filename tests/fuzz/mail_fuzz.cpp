@@ -4,12 +4,7 @@
 
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_base64.h"
-#include "smtp/smtp_base64_lines.h"
-#include "smtp/smtp_date.h"
-#include "smtp/smtp_file.h"
-#include "smtp/smtp_fold.h"
-#include "smtp/smtp_internal.h"
-#include "smtp/smtp_line_split.h"
+#include "smtp/smtp_session.h"
 #include "smtp/smtp_strings.h"
 
 namespace {

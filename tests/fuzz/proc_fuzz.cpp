@@ -1,5 +1,6 @@
 // The parsers of the process file system: status, stat (checked against sscanf) and command line.
 #include "fuzz/fuzz.h"
+#include "sysinfo/process_status.h"
 #include "sysinfo/qxapi_internal.h"
 
 namespace {

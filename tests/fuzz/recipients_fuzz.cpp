@@ -8,7 +8,7 @@
 #include "Tovik/notices/notice_text.h"
 #include "charset/repair.h"
 #include "fuzz/fuzz.h"
-#include "smtp/smtp_internal.h"
+#include "smtp/smtp_session.h"
 
 FUZZ_TARGET(text) {
   const fuzz::MemoryFile file(text);

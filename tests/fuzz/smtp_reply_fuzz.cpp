@@ -1,6 +1,6 @@
 // The mail server's replies: the code must not depend on the pieces in which they arrive.
 #include "fuzz/fuzz.h"
-#include "smtp/smtp_internal.h"
+#include "smtp/smtp_session.h"
 
 namespace {
 

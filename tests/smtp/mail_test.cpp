@@ -1,7 +1,8 @@
 // The dialogue with a mail server, byte for byte, and the status after each failure.
 #include <gtest/gtest.h>
 
-#include "smtp/smtp_internal.h"
+#include "smtp/smtp_session.h"
+#include "smtp/smtp_write.h"
 #include "support/support.h"
 
 namespace {

@@ -1,10 +1,7 @@
 // Texts, dates and files of mails. The fuzz target "mail" checks the round trips; these tests check the rest.
 #include "smtp/smtp_base64.h"
-#include "smtp/smtp_base64_lines.h"
-#include "smtp/smtp_date.h"
 #include "smtp/smtp_file.h"
-#include "smtp/smtp_fold.h"
-#include "smtp/smtp_line_split.h"
+#include "smtp/smtp_headers.h"
 #include "smtp/smtp_strings.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "sysinfo/process_state.h"
+#include "sysinfo/process_status.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include "support/has.h"
 #include "support/support.h"
 #include "utils/DunraSTTUtils.h"
-#include "utils/trace_line.h"
+#include "utils/trace_log.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "base/owners.h"
 #include "base/stop.h"
 #include "base/text_file.h"
-#include "sysinfo/process_state.h"
+#include "sysinfo/process_status.h"
 #include "sysinfo/qxapi_process.h"
 
 namespace {

@@ -1,4 +1,5 @@
-// Reading replies.
+#include "smtp/smtp_reply.h"
+
 #include <poll.h>
 
 #include <algorithm>
@@ -7,8 +8,9 @@
 
 #include "base/net.h"
 #include "base/stop.h"
-#include "smtp/smtp_internal.h"
+#include "smtp/smtp_session.h"
 #include "smtp/smtp_strings.h"
+#include "smtp/smtp_write.h"
 
 namespace {
 

@@ -1,0 +1,64 @@
+#include "smtp/smtp_attachments.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "smtp/smtp_base64.h"
+#include "smtp/smtp_file.h"
+#include "smtp/smtp_session.h"
+#include "smtp/smtp_strings.h"
+
+namespace {
+
+constexpr smtp_text_rule ATTACHMENT_NAME{32, "'\"", false, true};
+
+// Sets the status of a file that could not be read, by errno.
+int FileFailure(smtp_session* session, int error) {
+  return smtp_status_code_set(session, error == ENOMEM ? SMTP_NO_MEMORY : SMTP_FILE_FAILED);
+}
+
+bool ValidAttachmentName(const char* name) {
+  return name != nullptr && ATTACHMENT_NAME.Allows(name);
+}
+
+// Adds an encoded attachment. Null lines mean that the file failed with errno.
+int AddAttachment(smtp_session* session, const char* name, base::UniqueText lines, size_t length) {
+  if (lines == nullptr) return FileFailure(session, errno);
+  return smtp_guarded(session, [&] {
+    if (!ValidAttachmentName(name)) return smtp_status_code_set(session, SMTP_INVALID);
+    session->attachments.push_back({name, std::move(lines), length});
+    return session->status;
+  });
+}
+
+}  // namespace
+
+int smtp_attachment_add_path(smtp_session* session, const char* name, const char* path) {
+  if (session->status != SMTP_SUCCESS) return session->status;
+  if (path == nullptr) return FileFailure(session, ENOENT);
+  size_t length = 0;
+  base::UniqueText lines(smtp_file_base64_lines(path, &length));
+  return AddAttachment(session, name, std::move(lines), length);
+}
+
+int smtp_attachment_add_fp(smtp_session* session, const char* name, FILE* stream) {
+  if (session->status != SMTP_SUCCESS) return session->status;
+  if (stream == nullptr) return FileFailure(session, EBADF);
+  size_t length = 0;
+  base::UniqueText lines(smtp_ffile_base64_lines(stream, &length));
+  return AddAttachment(session, name, std::move(lines), length);
+}
+
+int smtp_attachment_add_mem(smtp_session* session, const char* name, const void* data, size_t length) {
+  if (session->status != SMTP_SUCCESS) return session->status;
+  if (!ValidAttachmentName(name) || (data == nullptr && length != 0)) {
+    return smtp_status_code_set(session, SMTP_INVALID);
+  }
+  size_t linesLength = 0;
+  base::UniqueText lines(smtp_base64_lines(data, length, &linesLength));
+  return AddAttachment(session, name, std::move(lines), linesLength);
+}
+
+void smtp_attachment_clear_all(smtp_session* session) {
+  session->attachments.clear();
+}

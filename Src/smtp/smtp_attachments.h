@@ -1,0 +1,16 @@
+// The attachments of a mail, encoded when they are added.
+#ifndef SMTP_SMTP_ATTACHMENTS_H
+#define SMTP_SMTP_ATTACHMENTS_H
+
+#include <cstddef>
+#include <string>
+
+#include "base/owners.h"
+
+struct smtp_attachment {
+  std::string name;
+  base::UniqueText body;  // base64, already in lines
+  size_t bodyLength;
+};
+
+#endif

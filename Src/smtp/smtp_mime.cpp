@@ -1,0 +1,91 @@
+#include "smtp/smtp_mime.h"
+
+#include <sys/random.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <string_view>
+
+#include "base/owners.h"
+#include "smtp/smtp_session.h"
+#include "smtp/smtp_strings.h"
+#include "smtp/smtp_write.h"
+
+namespace {
+
+constexpr std::string_view BOUNDARY_START = "mime";
+constexpr size_t BOUNDARY_LETTERS = 10;
+
+// Fills in random numbers, or, where the kernel has none yet, numbers made from the clock.
+void FillWithRandom(std::array<uint32_t, BOUNDARY_LETTERS>& numbers) {
+  const ssize_t got = ::getrandom(numbers.data(), sizeof numbers, GRND_NONBLOCK);
+  if (got == static_cast<ssize_t>(sizeof numbers)) return;
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  auto state = static_cast<uint64_t>(now.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(now.tv_nsec);
+  for (auto& number : numbers) {
+    state = state * 6364136223846793005U + 1442695040888963407U;
+    number = static_cast<uint32_t>(state >> 33U);
+  }
+}
+
+}  // namespace
+
+void smtp_gen_mime_boundary(char* destination) {
+  std::array<uint32_t, BOUNDARY_LETTERS> numbers{};
+  FillWithRandom(numbers);
+  std::memcpy(destination, BOUNDARY_START.data(), BOUNDARY_START.size());
+  char* out = destination + BOUNDARY_START.size();
+  for (const uint32_t number : numbers) *out++ = static_cast<char>('A' + number % 26);
+  *out = '\0';
+}
+
+int smtp_print_email(smtp_session* session, const char* body) {
+  const base::UniqueText stuffed(smtp_str_replace("\n.", "\n..", body));
+  if (stuffed == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
+  if (smtp_header_exists(session, "Content-Type") != 0)
+    return smtp_print_nomime_email(session, stuffed.get());
+  return smtp_print_mime_email(session, stuffed.get());
+}
+
+int smtp_print_nomime_email(smtp_session* session, const char* body) {
+  return smtp_puts_terminate(session, body);
+}
+
+int smtp_print_mime_email(smtp_session* session, const char* body) {
+  std::array<char, 15> boundary{};
+  smtp_gen_mime_boundary(boundary.data());
+  smtp_print_mime_header_and_body(session, boundary.data(), body);
+  for (const smtp_attachment& attachment : session->attachments) {
+    if (session->status != SMTP_SUCCESS) break;
+    smtp_print_mime_attachment(session, boundary.data(), attachment);
+  }
+  return session->status != SMTP_SUCCESS ? session->status : smtp_print_mime_end(session, boundary.data());
+}
+
+int smtp_print_mime_header_and_body(smtp_session* session, const char* boundary, const char* body) {
+  std::string text = "MIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=";
+  text.append(boundary).append("\r\n\r\nMultipart MIME message.\r\n--").append(boundary);
+  text.append("\r\nContent-Type: text/html; charset=\"UTF-8\"\r\n\r\n").append(body).append("\r\n\r\n");
+  return smtp_puts(session, text);
+}
+
+int smtp_print_mime_attachment(smtp_session* session, const char* boundary,
+                               const smtp_attachment& attachment) {
+  std::string head = "--";
+  head.append(boundary).append("\r\nContent-Type: application/octet-stream\r\n");
+  head.append("Content-Disposition: attachment; filename=\"").append(attachment.name);
+  head.append("\"\r\nContent-Transfer-Encoding: base64\r\n\r\n");
+  if (smtp_puts(session, head) != SMTP_SUCCESS) return session->status;
+  // Written without a copy: an attachment may be too large for another one.
+  if (smtp_write(session, attachment.body.get(), attachment.bodyLength) != SMTP_SUCCESS)
+    return session->status;
+  return smtp_puts(session, "\r\n\r\n");
+}
+
+int smtp_print_mime_end(smtp_session* session, const char* boundary) {
+  return smtp_puts(session, "--" + std::string(boundary) + "--\r\n");
+}

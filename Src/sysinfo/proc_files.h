@@ -1,0 +1,88 @@
+// Reading the process file system: the folder with its processes, and its files.
+#ifndef SYSINFO_PROC_FILES_H
+#define SYSINFO_PROC_FILES_H
+
+#include <array>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "base/owners.h"
+
+namespace sysinfo {
+
+// Iterates over the processes in the folder.
+class ProcFolder {
+ public:
+  // If the folder cannot be opened, there are no entries.
+  explicit ProcFolder(const char* root);
+
+  // Moves to the next entry whose name begins with a digit, in the order of the folder. Returns false at the
+  // end.
+  bool Next();
+  // The number at the start of the name, read as scanf's %i does.
+  int32_t Pid() const { return pid_; }
+  // Opens a file of the entry for reading.
+  template <size_t N>
+  base::UniqueFd Open(const char (&file)[N]) {
+    static_assert(N <= LONGEST_FILE_NAME);
+    std::memcpy(path_ + length_, file, N);
+    return OpenPath();
+  }
+  // Whether the entry is still a folder; that of a process that has ended is not.
+  bool Here();
+
+ private:
+  static constexpr size_t LONGEST_FILE_NAME = sizeof("cmdline");
+
+  const char* NextName();
+  base::UniqueFd OpenPath() const;
+
+  // The size of the buffer for entries read ahead. The kernel needs a microsecond for each entry, and a
+  // caller that only asks whether there is any process needs just the first.
+  static constexpr size_t ENTRIES_SIZE = 4096;
+
+  base::UniqueFd folder_;
+  alignas(8) char proc_entries_[ENTRIES_SIZE]{};
+  size_t next_ = 0;  // in proc_entries_
+  size_t end_ = 0;
+  int32_t pid_ = 0;
+  // Relative to the folder: the entry's name, a slash, a file.
+  char path_[NAME_MAX + 1 + LONGEST_FILE_NAME]{};
+  size_t length_ = 0;
+};
+
+// Reads whole small files into one buffer that is used again.
+class ProcText {
+ public:
+  static constexpr size_t LIMIT = 3145727;
+
+  // Reads at most LIMIT bytes of a file (borrowed). This takes one read(2) unless the file fills the buffer,
+  // which then grows. When memory runs out, the text ends where the buffer does. The text is empty when the
+  // file cannot be read or the descriptor is negative. It stays valid until the next call.
+  std::string_view Read(int fd);
+
+ private:
+  bool Grow();
+
+  base::UniqueText buffer_;
+  size_t capacity_ = 0;
+};
+
+// The first bytes of a file, as a text.
+class ProcHead {
+ public:
+  // Reads a file below the root. Returns false when it cannot be opened; when it cannot be read, the text is
+  // empty.
+  bool Read(const char* proc_root, const char* name);
+  const char* Get() const { return text_.data(); }
+
+ private:
+  std::array<char, 4096 + 1> text_;
+};
+
+}  // namespace sysinfo
+
+#endif
