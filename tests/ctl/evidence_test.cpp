@@ -23,18 +23,11 @@ class Deaths : public ToolTest {
                 0755);
     ASSERT_EQ(Start(), 0) << Errors();
     ASSERT_TRUE(WaitUntil([this] { return ReadFile(home_ / "ready") == "1"; }));
-    ASSERT_TRUE(WaitUntil([this] {
-      return !Engines().empty() &&
-             ReadFile(Records() + "state").find("\"engine\":{\"pid\":" + std::to_string(Engines()[0])) !=
-                 std::string::npos;
-    })) << ReadFile(Records() + "state");
+    const std::string seen = "\"engine\":{\"pid\":" + std::to_string(Engines().at(0));
+    ASSERT_TRUE(WaitUntil([&] { return Has(ReadFile(Records() + "state"), seen); })) << seen;
   }
   std::string VerdictOfTheNextStart() {
-    WaitUntil([this] {
-      while (waitpid(-1, nullptr, WNOHANG) > 0) {
-      }
-      return Engines().empty();
-    });
+    KillEngine(0);  // waits for its end
     home_.Write("run.sh", "#!/bin/sh\n", 0755);
     EXPECT_EQ(Start(), 0) << Errors();
     return History().back()["verdict"];

@@ -95,7 +95,6 @@ TEST(RunningAgent, TellsItsConfigurationFile) {
                                                  {{"agent", "--conf_file=b", "-l", "-f"}, "b"},
                                                  {{"agent", "-f", "a", "-f", "b"}, "b"},
                                                  {{"agent", "-f"}, ""},
-                                                 {{"agent"}, ""},
                                                  {{}, ""}};
   for (const auto& [words, file] : cases) EXPECT_EQ(ConfigFileIn(words), file);
 }
