@@ -33,6 +33,7 @@ TEST_F(Story, OfAnEngineThatDiesIsHeldAndStartedAgain) {
   KillEngine();
   ASSERT_TRUE(WaitUntil([this] { return EngineAlive(); }));
   EXPECT_EQ(ReadFile(folder_ / "runs"), "<start>");
+  EXPECT_EQ(Starts("\"held\":"), 1U);
   EXPECT_EQ(Starts("\"held\":null"), 1U);
   std::string evidence;
   for (const auto& entry : fs::directory_iterator(folder_ / ("record/restarts-" + engine_ + "/evidence")))

@@ -18,8 +18,6 @@ struct Row {
   const char* bcc = "";     // a file of recipients
 };
 
-constexpr const char* LOGIN = "SMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n";
-
 const Row ROWS[] = {
     {"AllTakeIt", "mail smtp, chat http:200 1\n, server good", 0,
      "  ok          kim@example.com   250 more 2.1.5 Ok\n"
@@ -36,7 +34,7 @@ const Row ROWS[] = {
     {"LoginIsRefused", "mail smtp:AUTH", 2,
      "  REFUSED     the login   550 5.1.1 Not here\n"
      "0 of 1 took it.\n",
-     LOGIN},
+     "SMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
     {"MailIsRefused", "mail smtp:DATA", 2,
      "  REFUSED     the message       550 5.1.1 Not here\n"
      "0 of 2 took it.\n"},
