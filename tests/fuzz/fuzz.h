@@ -1,4 +1,5 @@
-// Shared by the fuzz targets. A target is a function of a text and checks its conditions with HOLDS.
+// Shared by the fuzz targets. The target NAME is the function fuzz_NAME of a text. It checks its conditions
+// with HOLDS.
 #ifndef TESTS_FUZZ_FUZZ_H
 #define TESTS_FUZZ_FUZZ_H
 
@@ -6,24 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
-#include <string>
-#include <string_view>
 
-#include "base/owners.h"
-
-// Begins the definition of a target.
-#define FUZZ_TARGET(text)                                                   \
-  static void Check(const std::string& text);                               \
-  extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { \
-    Check(std::string(reinterpret_cast<const char*>(data), size));          \
-    return 0;                                                               \
-  }                                                                         \
-  static void Check(const std::string& text)
+#include "support/support.h"
 
 #define HOLDS(condition)                                                                \
   if (!(condition)) {                                                                   \
