@@ -1,6 +1,8 @@
 // The dialogue with a mail server, byte for byte, and the status after each failure.
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "smtp/smtp_internal.h"
 #include "support/support.h"
 
@@ -66,21 +68,19 @@ TEST(SmtpLists, RefusesTextsThatBreakTheirRule) {
   const auto file = [](smtp_session* s, const char* text) {
     return smtp_attachment_add_mem(s, text, "d", 1);
   };
-  const struct {
-    int (*add)(smtp_session*, const char*);
-    const char* good;
-    std::vector<const char*> bad;
-  } rules[] = {{key, "!~", {nullptr, "", "a b", "a:b", "k\xC3\xA9"}},
-               {value, " a\tb: \"<\xB0\xA1>", {"\x01", "a\x7f"}},
-               {email, "\xEA\xB0\x80\"@b", {nullptr, "a b", "<a", "a>"}},
-               {name, "A <'\xEA\xB0\x80>", {"a\"b", "a\tb"}},
-               {file, "a <\xEA\xB0\x80>", {nullptr, "a'b", "a\"b"}}};
-  for (const auto& rule : rules) {
+  using Add = int (*)(smtp_session*, const char*);
+  const std::tuple<Add, const char*, std::vector<const char*>> rules[] = {
+      {key, "!~", {nullptr, "", "a b", "a:b", "k\xC3\xA9"}},
+      {value, " a\tb: \"<\xB0\xA1>", {"\x01", "a\x7f"}},
+      {email, "\xEA\xB0\x80\"@b", {nullptr, "a b", "<a", "a>"}},
+      {name, "A <'\xEA\xB0\x80>", {"a\"b", "a\tb"}},
+      {file, "a <\xEA\xB0\x80>", {nullptr, "a'b", "a\"b"}}};
+  for (const auto& [add, good, bad] : rules) {
     smtp_session sound;
-    EXPECT_EQ(rule.add(&sound, rule.good), 0) << rule.good;
-    for (const char* text : rule.bad) {
+    EXPECT_EQ(add(&sound, good), 0) << good;
+    for (const char* text : bad) {
       smtp_session session;
-      EXPECT_EQ(rule.add(&session, text), SMTP_INVALID) << (text == nullptr ? "null" : text);
+      EXPECT_EQ(add(&session, text), SMTP_INVALID) << (text == nullptr ? "null" : text);
       EXPECT_EQ(session.headers.size() + session.addresses.size() + session.attachments.size(), 0U);
       EXPECT_EQ(smtp_header_add(&session, "Fine", "v"), SMTP_INVALID);  // the status stays
     }
@@ -105,10 +105,9 @@ TEST(SmtpMail, IsSentByteForByte) {
   EXPECT_EQ(smtp_close(session), 0);
 
   std::string sent = peer.Received();
-  std::string boundary = sent.substr(sent.find("boundary=") + 9, 14);
-  EXPECT_EQ(boundary.substr(0, 4), "mime");
-  EXPECT_EQ(boundary.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ", 4), std::string::npos);
-  for (size_t at = 0; (at = sent.find(boundary, at)) != std::string::npos;) sent.replace(at, 14, "BOUNDARY");
+  const std::string boundary = sent.substr(sent.find("boundary=") + 9, 14);
+  EXPECT_TRUE(std::regex_match(boundary, std::regex("mime[A-Z]{10}"))) << boundary;
+  sent = std::regex_replace(sent, std::regex(boundary), "BOUNDARY");
   std::string line;
   for (int i = 0; i < 33; ++i) line += "YWFh";
   EXPECT_EQ(
@@ -154,7 +153,6 @@ TEST(SmtpMail, EndsWithTheStatusOfTheFirstFailure) {
       {"PLAIN, other code", 2, {HELLO, OK, OK}, SMTP_AUTH_FAILED, 300, plain},
       {"LOGIN, user refused", 3, {HELLO, OK, "504 no"}, SMTP_AUTH_FAILED, 300, login},
       {"password refused", 3, {HELLO, OK, "334 a", "535"}, SMTP_AUTH_FAILED, 300, login + "cGFzcw==\r\n"},
-      {"sender reply without end", 1, {HELLO, OK, "flood x"}, SMTP_RECEIVE_FAILED, 300, "?"},
       {"DATA reply too short", 1, {HELLO, OK, OK, OK, "354"}, SMTP_UNEXPECTED_CODE, 120, envelope},
       {"mail refused", 1, {HELLO, OK, OK, OK, GO, "552 too big"}, SMTP_UNEXPECTED_CODE, 600, mail},
       {"no final reply", 1, {HELLO, OK, OK, OK, GO, "end"}, SMTP_UNEXPECTED_CODE, 600, mail},

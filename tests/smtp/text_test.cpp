@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <cerrno>
 
 #include "support/support.h"
@@ -50,22 +49,6 @@ TEST(SmtpText, WritesDatesWithTheZoneInWholeHours) {
   ::tzset();
   ASSERT_EQ(smtp_date_rfc_2822(date), 0);
   EXPECT_STREQ(date + 26, "-0300");
-}
-
-// On a processor without SSSE3 both implementations are the same one.
-TEST(SmtpText, EncodesTwoLinesByTableAndByShuffle) {
-  std::array<unsigned char, smtp_base64_lines_writer::UNIT> data{};
-  for (unsigned turn = 0; turn < 64; ++turn) {
-    for (size_t i = 0; i < data.size(); ++i)
-      data[i] = static_cast<unsigned char>((i + turn) * 37 + i * i / 7);
-    const std::string encoded = Text(smtp_base64_encode(data.data(), data.size(), nullptr));
-    for (auto* const twoLines : {&smtp_base64_two_lines_by_table, smtp_base64_two_lines()}) {
-      std::array<char, 160> lines{};
-      twoLines(data.data(), lines.data());
-      EXPECT_EQ(std::string(lines.data(), lines.size()),
-                encoded.substr(0, 78) + "\r\n" + encoded.substr(78) + "\r\n");
-    }
-  }
 }
 
 TEST(SmtpText, EncodesFilesLikeMemoryWhateverTheSize) {
