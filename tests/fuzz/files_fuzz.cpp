@@ -25,7 +25,7 @@ void fuzz_config(const std::string& text) {
   gSendInfo = &info;
   info.server_count = 0;
   const fuzz::MemoryFile file(text);
-  base::CopyText(m_sz_configfile, sizeof m_sz_configfile, file.Path());
+  base::CopyText(m_sz_configfile, sizeof m_sz_configfile, file.path);
   fuzz::Quickly(text, [] { HOLDS(ReadCfg() == 1); });
   HOLDS(std::memchr(m_sz_proc_name, 0, sizeof m_sz_proc_name) != nullptr);
   HOLDS(std::memchr(m_sz_shell_file, 0, sizeof m_sz_shell_file) != nullptr);
@@ -51,10 +51,10 @@ void fuzz_config(const std::string& text) {
 void fuzz_recipients(const std::string& text) {
   const fuzz::MemoryFile file(text);
   const std::string counted = text.substr(0, text.find('\xFF'));
-  const int64_t count = GetTotalLine(file.Path());
+  const int64_t count = GetTotalLine(file.path.c_str());
   HOLDS(count == std::count(counted.begin(), counted.end(), '\n'));
   std::shared_ptr<const EMAIL_ENTRIES> entries;
-  fuzz::Quickly(text, [&] { entries = GetMailInfo(file.Path(), count); });
+  fuzz::Quickly(text, [&] { entries = GetMailInfo(file.path.c_str(), count); });
   std::istringstream in(text);
   const auto next = [&] {
     std::string word;
@@ -107,12 +107,12 @@ void fuzz_result(const std::string& text) {
   const fuzz::MemoryFile file(text);
   std::vector<std::string> lines;
   char buffer[RESULT_LINE];
-  const base::UniqueFile stream(std::fopen(file.Path(), "re"));
+  const base::UniqueFile stream(std::fopen(file.path.c_str(), "re"));
   while (std::fgets(buffer, sizeof buffer, stream.get()) != nullptr) lines.emplace_back(buffer);
 
   const auto count = int64_t(lines.size());
   std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)> records(nullptr, FreeResultData);
-  fuzz::Quickly(text, [&] { records.reset(GetResultReadData(file.Path(), count)); });
+  fuzz::Quickly(text, [&] { records.reset(GetResultReadData(file.path.c_str(), count)); });
   HOLDS(records != nullptr);
   for (size_t i = 0; i < lines.size(); ++i) CheckRecord(records.get()[i], lines[i]);
   if (count == 0) return;

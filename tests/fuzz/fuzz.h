@@ -20,17 +20,12 @@
 namespace fuzz {
 
 // A file with this content, without a place on the disk.
-class MemoryFile {
- public:
-  explicit MemoryFile(std::string_view content) : fd_(::memfd_create("input", MFD_CLOEXEC)) {
-    HOLDS(fd_.Valid() && ::write(fd_.Get(), content.data(), content.size()) == ssize_t(content.size()));
-    path_ = "/proc/self/fd/" + std::to_string(fd_.Get());
+struct MemoryFile {
+  base::UniqueFd fd{::memfd_create("input", MFD_CLOEXEC)};
+  const std::string path = "/proc/self/fd/" + std::to_string(fd.Get());
+  explicit MemoryFile(std::string_view content) {
+    HOLDS(::write(fd.Get(), content.data(), content.size()) == ssize_t(content.size()));
   }
-  const char* Path() const { return path_.c_str(); }
-
- private:
-  base::UniqueFd fd_;
-  std::string path_;
 };
 
 // Runs function and limits its processor time: 10 ms for each line of the text. (The aim is 1 ms;
