@@ -102,6 +102,7 @@ TEST(Repair, EachLineByItself) {
       {"plain\n", "plain\n"},
       {"\xB0\xA1\n\xEA\xB0\x80\n\n\xF0\x9F\x98\x80", "\xEA\xB0\x80\n\xEA\xB0\x80\n\n\xF0\x9F\x98\x80"},
       {"\xA1\xA4\xD3\xDE\xA2\xE6", "\xC2\xB7\xE5\xA4\xA7\xE2\x82\xAC"},  // middle dot, Hanja, euro
+      {"\xC7\xD1", "\xED\x95\x9C"},  // its bytes are the leads of two UTF-8 characters
       {"half \xB0", "half " + bad},
       {"\xB0\"<", bad + "\"<"},                    // a byte of ASCII is never part of what is bad
       {"\xC9\xA1\xB0\xA1", bad + "\xEA\xB0\x80"},  // user-defined
