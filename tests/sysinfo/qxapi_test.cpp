@@ -162,7 +162,7 @@ TEST(ProcessState, TellsTheDeadFromTheLiving) {
   const std::pair<std::string, bool> cases[] = {
       {stat("stt", "Z"), true},
       {stat("stt", "X"), true},
-      {stat("Z) Z", "R"), false},
+      {stat("Z) Z", "S"), false},
       {stat("a) S 1", "Z"), true},
       {stat("stt", "Z", 7), false},  // its first thread has ended, the others work
       {"", false},

@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <climits>
 #include <cstdarg>
-#include <cstring>
 
 #include "support/has.h"
 #include "support/support.h"
@@ -74,9 +72,8 @@ TEST(TraceLineTest, NamesItsFiles) {
   EXPECT_EQ(name('H', 7, "host"), "/l/20240303/hang.host.20240303.log");
 }
 
-mode_t Mode(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+unsigned Mode(const std::string& path) {
+  return static_cast<unsigned>(std::filesystem::status(path).permissions());
 }
 
 class LogTraceTest : public testing::Test {
