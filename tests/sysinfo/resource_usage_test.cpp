@@ -21,8 +21,6 @@ TEST(Cpu, IsTheBusyShareOfTheInterval) {
                                                  {"cpu  5 1", 150}};
   sysinfo::CpuSample sample{0.0, 0.0, 0.0, 1000.0};
   for (const auto& [text, usage] : cases) EXPECT_EQ(sysinfo::NextCpuUsage(text, &sample), usage) << text;
-  EXPECT_GE(system_cpu_usage(), 0);
-  EXPECT_LE(system_cpu_usage(), 100);
   const std::pair<double, int> truncated[] = {{99.9, 99}, {1e300, INT_MAX}, {-1e300, INT_MIN}, {NAN, 0}};
   for (const auto& [value, expected] : truncated) EXPECT_EQ(sysinfo::TruncateToInt(value), expected);
 }
@@ -67,9 +65,9 @@ TEST(DiskAndNetwork, ComputeTheirFigures) {
   EXPECT_EQ(sysinfo::NetworkCounter(counters, 0), 1U + 9U);
 }
 
+// The head of the kernel's tables of sockets, and a row.
 constexpr const char* SOCKETS =
     "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
-// A row of the kernel's table of sockets.
 std::string Row(const char* local, const char* state, const char* queues) {
   return std::string("   0: ") + local + " 00000000:0000 " + state + " " + queues +
          " 00:00000000 00000000     0        0 1 1 0000000000000000 100 0 0 10 0\n";
@@ -77,17 +75,15 @@ std::string Row(const char* local, const char* state, const char* queues) {
 
 TEST(ListeningPort, IsTheListenerWithTheMostWaiting) {
   const std::string four = SOCKETS + Row("0100007F:2401", "0A", "00000000:00000FFF") +  // port 9217
-                           Row("00000000:238C", "0A", "00000000:00000003") +            // port 9100
-                           Row("0100007F:238C", "0A", "00000000:00000081");
+                           Row("0100007F:238C", "0A", "00000000:00000081") +            // port 9100
+                           Row("00000000:238C", "0A", "00000000:00000003");
   const std::string established = Row("0100007F:238C", "01", "00000000:0000FFFF");
   sysinfo::ListeningPort found;
+  EXPECT_FALSE(sysinfo::AddListeners(SOCKETS + established, 9100, &found)) << "listeners come first";
+  EXPECT_FALSE(found.listening);
   EXPECT_TRUE(sysinfo::AddListeners(four, 9100, &found));
-  EXPECT_FALSE(sysinfo::AddListeners(established, 9100, &found));
   EXPECT_TRUE(found.listening);
   EXPECT_EQ(found.waiting, 129U);
-  sysinfo::ListeningPort none;
-  sysinfo::AddListeners(SOCKETS + established, 9100, &none);
-  EXPECT_FALSE(none.listening);
 }
 
 TEST(ListeningPort, IsReadInBothFamiliesAndFromManyRows) {
