@@ -46,6 +46,10 @@ static_assert(sizeof(long) == sizeof(void*) && sizeof(curl_off_t) == sizeof(void
   va_end(list);                            \
   REAL(name)(handle, key, value)
 
+#ifdef __clang__
+#pragma clang diagnostic ignored "-Wvarargs"  // libcurl's own prototypes put an enum before the dots
+#endif
+
 extern "C" {
 
 CURLcode curl_global_init(long flags) {

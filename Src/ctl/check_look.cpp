@@ -25,7 +25,6 @@ namespace {
 
 constexpr size_t FILE_LIMIT = 4 << 20;
 constexpr size_t PID_LIMIT = 1024;
-constexpr int SECONDS_OF_DAY = 86400;
 constexpr const char* LOOKED_AT[] = {"SHELL_FILE",    "CFG_FILE",       "ADM_PID_FILE",
                                      "WATCH_PATH",    "HANG_PATH",      "TXT_PATH",
                                      "RECEIVER_FILE", "REFERENCE_FILE", "BLIND_FILE"};

@@ -74,41 +74,35 @@ Ends Terminal() {
   std::_Exit(sound ? 0 : 1);
 }
 
-class LossyStandardStream : public testing::TestWithParam<Ends (*)()> {
- protected:
-  void StartChild() {
-    std::fflush(nullptr);  // or the child writes what is left in the buffers
-    child_ = ::fork();
-    if (child_ != 0) return;
-    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) ::dup2(output_.second.Get(), fd);
-    if (GetParam() == ForeignPipe && ::geteuid() == 0 && ::setuid(65534) != 0) std::_Exit(2);
-    WriteMuch(done_.second.Get(), again_.first.Get());
-  }
-  Ends output_ = GetParam()();
-  Ends done_ = Pipe();
-  Ends again_ = Pipe();
-  pid_t child_ = -1;
-};
+class LossyStandardStream : public testing::TestWithParam<Ends (*)()> {};
 
 TEST_P(LossyStandardStream, DropsWhatNobodyReads) {
-  const int flags = ::fcntl(output_.second.Get(), F_GETFL);
-  StartChild();
-  ASSERT_TRUE(support::WaitUntil([&] { return !Drained(done_.first.Get()).empty(); })) << "a write blocked";
-  EXPECT_EQ(::fcntl(output_.second.Get(), F_GETFL), flags) << "others use the descriptor, too";
-  std::string text = Drained(output_.first.Get());
-  EXPECT_EQ(::write(again_.second.Get(), "", 1), 1);
+  const Ends output = GetParam()();
+  const Ends done = Pipe();
+  const Ends again = Pipe();
+  const int flags = ::fcntl(output.second.Get(), F_GETFL);
+  std::fflush(nullptr);  // or the child writes what is left in the buffers
+  const pid_t child = ::fork();
+  if (child == 0) {
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) ::dup2(output.second.Get(), fd);
+    if (GetParam() == ForeignPipe && ::geteuid() == 0 && ::setuid(65534) != 0) std::_Exit(2);
+    WriteMuch(done.second.Get(), again.first.Get());
+  }
+  ASSERT_TRUE(support::WaitUntil([&] { return !Drained(done.first.Get()).empty(); })) << "a write blocked";
+  EXPECT_EQ(::fcntl(output.second.Get(), F_GETFL), flags) << "others use the descriptor, too";
+  std::string text = Drained(output.first.Get());
+  EXPECT_EQ(::write(again.second.Get(), "", 1), 1);
   int status = -1;
   EXPECT_TRUE(support::WaitUntil([&] {
-    text += Drained(output_.first.Get());
-    return ::waitpid(child_, &status, WNOHANG) == child_;
+    text += Drained(output.first.Get());
+    return ::waitpid(child, &status, WNOHANG) == child;
   }));
   EXPECT_EQ(status, 0);
-  text += Drained(output_.first.Get());
+  text += Drained(output.first.Get());
   EXPECT_TRUE(text.ends_with("\nleft, and last\n")) << text.substr(text.size() - 100);
   int number = 0;  // of whole lines at the start
-  for (size_t at = 0; text.compare(at, Line(number).size(), Line(number)) == 0; ++number) {
-    at += Line(number).size();
-  }
+  for (std::string_view rest = text; rest.starts_with(Line(number)); ++number)
+    rest.remove_prefix(Line(number).size());
   EXPECT_GT(number, 50);
   EXPECT_LT(number, LINES);
 }
@@ -117,16 +111,14 @@ INSTANTIATE_TEST_SUITE_P(All, LossyStandardStream,
                          testing::Values(Pipe, ForeignPipe, Terminal, support::SocketPair));
 
 TEST(LossyStream, LosesNothingToASlowReader) {
-  const support::TempFolder folder;
-  ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
-  const base::UniqueFd reader(::open((folder / "fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  const base::UniqueFile stream =
-      base::LossyStream(base::UniqueFile(std::fopen((folder / "fifo").c_str(), "a+e")));
+  Ends pipe = Pipe();
+  const base::UniqueFile stream = base::LossyStream(base::UniqueFile(::fdopen(pipe.second.Release(), "w")));
   std::string written;  // more than a pipe holds
   for (const char c : {'a', 'b', 'c'}) written += std::string(100'000, c) + "\n";
   std::string text;
-  std::thread reading(
-      [&] { support::WaitUntil([&] { return (text += Drained(reader.Get())).size() >= written.size(); }); });
+  std::thread reading([&] {
+    support::WaitUntil([&] { return (text += Drained(pipe.first.Get())).size() >= written.size(); });
+  });
   EXPECT_GT(std::fprintf(stream.get(), "%s", written.c_str()), 0);
   EXPECT_EQ(std::fflush(stream.get()), 0);
   reading.join();
@@ -134,13 +126,8 @@ TEST(LossyStream, LosesNothingToASlowReader) {
 }
 
 TEST(LossyStream, LeavesFilesAndTheNullDeviceAlone) {
-  const support::TempFolder folder;
-  for (const std::string& path : {folder / "file", std::string("/dev/null")}) {
-    base::UniqueFile file(std::fopen(path.c_str(), "ae"));
-    FILE* const plain = file.get();
-    EXPECT_EQ(base::LossyStream(std::move(file)).get(), plain) << path;
-  }
-  EXPECT_EQ(base::LossyStream(nullptr), nullptr);
+  for (FILE* const plain : {std::tmpfile(), std::fopen("/dev/null", "ae"), static_cast<FILE*>(nullptr)})
+    EXPECT_EQ(base::LossyStream(base::UniqueFile(plain)).get(), plain);
 }
 
 TEST(LossyStream, DropsWhatNobodyReadsAndReportsAReaderThatHasGone) {

@@ -41,7 +41,7 @@ void CheckRecords(const std::string& text) {
 
 }  // namespace
 
-FUZZ_TARGET(text) {
+void fuzz_ctl(const std::string& text) {
   fuzz::Quickly(text, [&] { CheckShown(text); });
   CheckRecords(text);
   const auto core = ParseCore(text);

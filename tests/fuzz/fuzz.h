@@ -1,4 +1,5 @@
-// Shared by the fuzz targets. A target is a function of a text and checks its conditions with HOLDS.
+// Shared by the fuzz targets. The target NAME is the function fuzz_NAME of a text. It checks its conditions
+// with HOLDS.
 #ifndef TESTS_FUZZ_FUZZ_H
 #define TESTS_FUZZ_FUZZ_H
 
@@ -6,24 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
-#include <string>
-#include <string_view>
 
-#include "base/owners.h"
-
-// Begins the definition of a target.
-#define FUZZ_TARGET(text)                                                   \
-  static void Check(const std::string& text);                               \
-  extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { \
-    Check(std::string(reinterpret_cast<const char*>(data), size));          \
-    return 0;                                                               \
-  }                                                                         \
-  static void Check(const std::string& text)
+#include "support/support.h"
 
 #define HOLDS(condition)                                                                \
   if (!(condition)) {                                                                   \
@@ -34,17 +20,12 @@
 namespace fuzz {
 
 // A file with this content, without a place on the disk.
-class MemoryFile {
- public:
-  explicit MemoryFile(std::string_view content) : fd_(::memfd_create("input", MFD_CLOEXEC)) {
-    HOLDS(fd_.Valid() && ::write(fd_.Get(), content.data(), content.size()) == ssize_t(content.size()));
-    path_ = "/proc/self/fd/" + std::to_string(fd_.Get());
+struct MemoryFile {
+  base::UniqueFd fd{::memfd_create("input", MFD_CLOEXEC)};
+  const std::string path = "/proc/self/fd/" + std::to_string(fd.Get());
+  explicit MemoryFile(std::string_view content) {
+    HOLDS(::write(fd.Get(), content.data(), content.size()) == ssize_t(content.size()));
   }
-  const char* Path() const { return path_.c_str(); }
-
- private:
-  base::UniqueFd fd_;
-  std::string path_;
 };
 
 // Runs function and limits its processor time: 10 ms for each line of the text. (The aim is 1 ms;

@@ -4,18 +4,20 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <set>
+
 #include "support/support.h"
 #include "sysinfo/process_names.h"
+#include "sysinfo/process_status.h"
 #include "sysinfo/qxapi_internal.h"
 
 namespace {
 
 using namespace std::string_literals;
+using Records = std::unique_ptr<qxapi_process, decltype(&qxapi_close_process)>;
+using Names = std::multiset<std::pair<int32_t, std::string>>;  // each process's pid and name
 
-struct Close {
-  void operator()(qxapi_process* list) const { qxapi_close_process(list); }
-};
-using ProcessList = std::unique_ptr<qxapi_process, Close>;
+constexpr const char* NAMELESS = "(null)";
 
 class Snapshot : public testing::Test {
  protected:
@@ -28,27 +30,20 @@ class Snapshot : public testing::Test {
           "7 (" + comm + ") S 1 7 7 0 -1 4194304 103 0 0 0 250 125 1 2 20 " + nice + " 3 0 136868 3133440 " +
               pages + " 18446744073709551615 1 1 0\n");
   }
-  // Pid and name; "(null)" for none.
-  using Named = std::pair<int32_t, std::string>;
-  static Named MakeNamed(int32_t pid, const char* name) { return {pid, name == nullptr ? "(null)" : name}; }
-  std::vector<Named> Names() const {
-    const sysinfo::ProcessNames snapshot = sysinfo::ReadProcessNames(proc_.Path().c_str());
-    std::vector<Named> names;
-    for (size_t i = 0; i < snapshot.Size(); ++i)
-      names.push_back(MakeNamed(snapshot[i].pid, snapshot[i].name));
+  Records Open() const { return {qxapi_open_process(proc_.Path().c_str()), qxapi_close_process}; }
+  Names NamesOfRecords() const {
+    Names names;
+    const Records records = Open();
+    for (auto* p = records.get(); p != nullptr; p = p->next)
+      names.emplace(p->pid, p->name == nullptr ? NAMELESS : p->name);
     return names;
   }
-  std::vector<Named> NamesOfRecords() const {
-    const ProcessList list = Open();
-    std::vector<Named> names;
-    for (auto* p = list.get(); p != nullptr; p = p->next) names.push_back(MakeNamed(p->pid, p->name));
+  Names NamesAlone() const {
+    Names names;
+    const sysinfo::ProcessNames all = sysinfo::ReadProcessNames(proc_.Path().c_str());
+    for (size_t i = 0; i < all.Size(); ++i)
+      names.emplace(all[i].pid, all[i].name == nullptr ? NAMELESS : all[i].name);
     return names;
-  }
-  ProcessList Open() const { return ProcessList(qxapi_open_process(proc_.Path().c_str())); }
-  static const qxapi_process* Find(const ProcessList& list, int32_t pid) {
-    const qxapi_process* process = list.get();
-    while (process != nullptr && process->pid != pid) process = process->next;
-    return process;
   }
   support::TempFolder proc_;
 };
@@ -59,7 +54,7 @@ TEST_F(Snapshot, FillsAWholeRecord) {
         "Name:\ta) R (b\nSTATE:\tS (sleeping)\nPid:\t77\nPPid:\t1\nUid:\t0\t1\nGid:\t3\t1\n"
         "VmSize:\t 3060 kB\nThreads:\t4\n");
   WriteStat("a) R (b", "-5", "376");
-  const ProcessList list = Open();
+  const Records list = Open();
   ASSERT_NE(list, nullptr);
   const qxapi_process& p = *list;
   EXPECT_EQ(p.next, nullptr);
@@ -89,13 +84,11 @@ TEST_F(Snapshot, ShowsTheStateInThreeLetters) {
 TEST_F(Snapshot, HasEachFolderThatBeginsWithADigit) {
   for (const char* entry : {"12abc", "010", "0x1F", "self", "-5"}) Write(entry, "other", "");
   proc_.Write("99", "a file");
-  auto names = NamesOfRecords();
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, std::vector<Named>({{8, "(null)"}, {12, "(null)"}, {31, "(null)"}}));
+  EXPECT_EQ(NamesOfRecords(), (Names{{8, NAMELESS}, {12, NAMELESS}, {31, NAMELESS}}));
   EXPECT_STREQ(Open()->state, " W ");
   EXPECT_EQ(qxapi_open_process((proc_ / "none").c_str()), nullptr);
-  EXPECT_TRUE(qxapi_has_process(proc_.Path().c_str()) == 1 &&
-              qxapi_has_process((proc_ / "self").c_str()) == 0);
+  EXPECT_EQ(qxapi_has_process(proc_.Path().c_str()), 1);
+  EXPECT_EQ(qxapi_has_process((proc_ / "self").c_str()), 0);
   std::filesystem::create_directory(proc_ / "files");
   proc_.Write("files/99", "a file");
   EXPECT_EQ(qxapi_has_process((proc_ / "files").c_str()), 0);
@@ -105,7 +98,7 @@ TEST_F(Snapshot, LeavesOutWhatAProcessDoesNotHave) {
   Write("2", "cmdline", "");
   Write("2", "status", "Name:\tkthreadd\nState:\tS\nUid:\t3999999999\n");
   Write("2", "stat", "2 (kthreadd) S 0 0 0 0 -1 1 0 0 0 0 250 125 0 0 20 5 1 0 1");  // cut short
-  const ProcessList list = Open();
+  const Records list = Open();
   ASSERT_NE(list, nullptr);
   EXPECT_TRUE(list->cmdline == nullptr && list->argv == nullptr && list->command == nullptr);
   EXPECT_STREQ(list->name, "kthreadd");
@@ -126,15 +119,10 @@ TEST_F(Snapshot, OfNamesOnlyHasTheNamesOfTheRecords) {
   }
   for (const std::string& name : names) {
     ASSERT_EQ(prctl(PR_SET_NAME, name.c_str()), 0);
-    const auto expected = NamesOfRecords();
-    EXPECT_TRUE(expected.size() == 1 && expected[0].second != "(null)") << name;
-    EXPECT_EQ(Names(), expected) << name;
+    const Names expected = NamesOfRecords();
+    EXPECT_TRUE(expected.size() == 1 && expected.begin()->second != NAMELESS) << name;
+    EXPECT_EQ(NamesAlone(), expected) << name;
   }
-}
-
-TEST_F(Snapshot, KeepsABlankNameAsAnEmptyOne) {
-  Write("7", "status", "Name:\t \t\nState:\tS (sleeping)\n");
-  EXPECT_EQ(NamesOfRecords(), std::vector<Named>({{7, ""}}));
 }
 
 // The file of the process is a FIFO, which reads empty. Its writer first removes the process, or does not.
@@ -148,23 +136,40 @@ TEST_F(Snapshot, HasNoRecordOfAProcessThatEndedMeanwhile) {
         const base::UniqueFd opened(open(path.c_str(), O_WRONLY));
         if (ends) std::filesystem::remove_all(proc_ / "7");
       });
-      const auto names = file == "comm" ? Names() : NamesOfRecords();
+      const Names names = file == "comm" ? NamesAlone() : NamesOfRecords();
       process.join();
-      EXPECT_EQ(names, ends ? std::vector<Named>() : std::vector<Named>({{7, "(null)"}})) << file;
+      EXPECT_EQ(names, ends ? Names{} : (Names{{7, NAMELESS}})) << file;
       std::filesystem::remove_all(proc_ / "7");
     }
   }
 }
 
 TEST_F(Snapshot, CutsACommandLineAtItsLimits) {
+  Write("1", "cmdline", std::string(65536, 'a') + "b");
+  EXPECT_EQ(Open()->cmdline[65536], 'b') << "beyond the first buffer";
   Write("1", "cmdline", std::string(3145727, 'a') + "b");
-  Write("2", "cmdline", std::string(65536, 'a') + "b");
-  Write("3", "cmdline", std::string(3145727, '\0'));
-  const ProcessList list = Open();
-  EXPECT_EQ(Find(list, 1)->cmdline_len, 3145727U);
-  EXPECT_EQ(Find(list, 1)->cmdline[3145726], 'a');
-  EXPECT_EQ(Find(list, 2)->cmdline[65536], 'b');
-  EXPECT_EQ(Find(list, 3)->argc, 393216U);
+  EXPECT_EQ(Open()->cmdline_len, 3145727U);
+  EXPECT_EQ(Open()->cmdline[3145726], 'a');
+  Write("1", "cmdline", std::string(3145727, '\0'));
+  EXPECT_EQ(Open()->argc, 393216U);
+}
+
+TEST(ProcessState, TellsTheDeadFromTheLiving) {
+  const auto stat = [](const std::string& name, const std::string& state, int threads = 1) {
+    return "4711 (" + name + ") " + state + " 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 " +
+           std::to_string(threads) + " 0 99 0\n";
+  };
+  const std::pair<std::string, bool> cases[] = {
+      {stat("stt", "Z"), true},
+      {stat("stt", "X"), true},
+      {stat("Z) Z", "S"), false},
+      {stat("a) S 1", "Z"), true},
+      {stat("stt", "Z", 7), false},  // its first thread has ended, the others work
+      {"", false},
+      {"1 (x)", false},
+      {"1 (x) ", false},
+      {"1 (x) Z", true}};
+  for (const auto& [text, dead] : cases) EXPECT_EQ(sysinfo::TellsZombie(text), dead) << text;
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// The figures of the host and of processes, and what waits at a listening port.
 #include "sysinfo/resource_usage.h"
 
 #include <gtest/gtest.h>
@@ -7,23 +8,19 @@
 #include <cmath>
 
 #include "support/support.h"
+#include "sysinfo/listening_port.h"
 #include "sysinfo/resource_usage_internal.h"
 
 namespace {
 
 TEST(Cpu, IsTheBusyShareOfTheInterval) {
-  const struct {
-    const char* text;
-    float usage;
-  } cases[] = {{"cpu  100 20 30 850 9 9\ncpu0 1 1 1 1\n", 0},
-               {"cpu  110 25 35 930 99 99\n", 20},
-               {"cpu  110 25 35 930\n", 0},  // no tick passed
-               {"cpu  1 1 1 1\n", 0},        // counters went back
-               {"cpu  5 1", 150}};
+  const std::pair<const char*, float> cases[] = {{"cpu  100 20 30 850 9 9\ncpu0 1 1 1 1\n", 0},
+                                                 {"cpu  110 25 35 930 99 99\n", 20},
+                                                 {"cpu  110 25 35 930\n", 0},  // no tick passed
+                                                 {"cpu  1 1 1 1\n", 0},        // counters went back
+                                                 {"cpu  5 1", 150}};
   sysinfo::CpuSample sample{0.0, 0.0, 0.0, 1000.0};
-  for (const auto& c : cases) EXPECT_EQ(sysinfo::NextCpuUsage(c.text, &sample), c.usage) << c.text;
-  EXPECT_GE(system_cpu_usage(), 0);
-  EXPECT_LE(system_cpu_usage(), 100);
+  for (const auto& [text, usage] : cases) EXPECT_EQ(sysinfo::NextCpuUsage(text, &sample), usage) << text;
   const std::pair<double, int> truncated[] = {{99.9, 99}, {1e300, INT_MAX}, {-1e300, INT_MIN}, {NAN, 0}};
   for (const auto& [value, expected] : truncated) EXPECT_EQ(sysinfo::TruncateToInt(value), expected);
 }
@@ -66,6 +63,44 @@ TEST(DiskAndNetwork, ComputeTheirFigures) {
   EXPECT_EQ(sysinfo::DiskPercent(4096, 1048576, 262144, nullptr, nullptr), 75U);
   const char* counters = "bytes compressed\n eth1: 9\n eth0:1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n";
   EXPECT_EQ(sysinfo::NetworkCounter(counters, 0), 1U + 9U);
+}
+
+// The head of the kernel's tables of sockets, and a row.
+constexpr const char* SOCKETS =
+    "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
+std::string Row(const char* local, const char* state, const char* queues) {
+  return std::string("   0: ") + local + " 00000000:0000 " + state + " " + queues +
+         " 00:00000000 00000000     0        0 1 1 0000000000000000 100 0 0 10 0\n";
+}
+
+TEST(ListeningPort, IsTheListenerWithTheMostWaiting) {
+  const std::string four = SOCKETS + Row("0100007F:2401", "0A", "00000000:00000FFF") +  // port 9217
+                           Row("0100007F:238C", "0A", "00000000:00000081") +            // port 9100
+                           Row("00000000:238C", "0A", "00000000:00000003");
+  const std::string established = Row("0100007F:238C", "01", "00000000:0000FFFF");
+  sysinfo::ListeningPort found;
+  EXPECT_FALSE(sysinfo::AddListeners(SOCKETS + established, 9100, &found)) << "listeners come first";
+  EXPECT_FALSE(found.listening);
+  EXPECT_TRUE(sysinfo::AddListeners(four, 9100, &found));
+  EXPECT_TRUE(found.listening);
+  EXPECT_EQ(found.waiting, 129U);
+}
+
+TEST(ListeningPort, IsReadInBothFamiliesAndFromManyRows) {
+  const support::TempFolder proc;
+  std::filesystem::create_directory(proc / "net");
+  std::string rows = SOCKETS;
+  for (int i = 0; i < 2000; ++i) rows += Row("0100007F:0001", "0A", "00000000:00000000");
+  proc.Write("net/tcp", rows + Row("0100007F:238C", "0A", "00000000:00000001"));
+  proc.Write("net/tcp6", SOCKETS + Row("00000000000000000000000000000000:238C", "0A", "00000000:00000007"));
+  sysinfo::ListeningPort found;
+  EXPECT_EQ(sysinfo::ReadListeningPort(9100, &found, proc.Path().c_str()), 1);
+  EXPECT_EQ(found.waiting, 7U);
+  std::filesystem::remove(proc / "net/tcp6");
+  EXPECT_EQ(sysinfo::ReadListeningPort(9100, &found, proc.Path().c_str()), 1);
+  EXPECT_EQ(found.waiting, 1U);
+  std::filesystem::remove(proc / "net/tcp");
+  EXPECT_EQ(sysinfo::ReadListeningPort(9100, &found, proc.Path().c_str()), 0);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <climits>
 #include <cstdarg>
-#include <cstring>
 
 #include "support/has.h"
 #include "support/support.h"
@@ -43,9 +41,8 @@ TEST(TraceLineTest, BeginsWithTimeLevelChannelAndPlace) {
 TEST(TraceLineTest, ConvertsWhatIsNotPlain) {
   EXPECT_EQ(trace::ToUtf8("\xB0\xA1"), "\xEA\xB0\x80");
   EXPECT_EQ(trace::ToUtf8("a\xFE\xA1z"), "a??z") << "a code that cannot be converted";
-  for (const char* other : {"%", "\x80", "1234567%", "12345678%", "1234567\xFF", "12345678\xFF%"}) {
+  for (const char* other : {"%", "\x80", "1234567%", "12345678%", "1234567\xFF", "12345678\xFF%"})
     EXPECT_FALSE(trace::IsPlain(other)) << other;
-  }
   EXPECT_TRUE(trace::IsPlain("") && trace::IsPlain("$&\x7F\x01 12345678 $&\x7F"));
 }
 
@@ -75,9 +72,8 @@ TEST(TraceLineTest, NamesItsFiles) {
   EXPECT_EQ(name('H', 7, "host"), "/l/20240303/hang.host.20240303.log");
 }
 
-mode_t Mode(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+unsigned Mode(const std::string& path) {
+  return static_cast<unsigned>(std::filesystem::status(path).permissions());
 }
 
 class LogTraceTest : public testing::Test {
@@ -110,9 +106,7 @@ TEST_F(LogTraceTest, FiltersByLevelAndCutsMessagesTo99999Bytes) {
     DUNRA_TRACE('A', 1L, -1, 1, "%s", std::string(120'000, 'y').c_str());
   });
   EXPECT_TRUE(Has(saved_, "[WARN][ MAIN][tests/utils/trace_test.cpp/operator():"));
-  for (const char* absent : {"level -1", "level 3"}) {
-    EXPECT_FALSE(Has(saved_, absent));
-  }
+  for (const char* absent : {"level -1", "level 3"}) EXPECT_FALSE(Has(saved_, absent));
   EXPECT_TRUE(Has(saved_, "[" + std::string(99'999, 'y') + "]"));
   EXPECT_TRUE(Has(printed, "[echo only]"));
   EXPECT_FALSE(std::filesystem::exists("MAIN.LOG")) << "a line that is not saved needs no folder";
@@ -154,15 +148,11 @@ TEST_F(LogTraceTest, KeepsTheLinesOfConcurrentThreadsApart) {
     for (int i = 0; i < 200; ++i) DUNRA_TRACE('A', 1L, channel, 1, "%ld %s", channel, "text");
   };
   Trace(1, [&] {
-    std::thread first(lines, 1);
-    std::thread second(lines, 2);
+    const std::jthread others[] = {std::jthread(lines, 1), std::jthread(lines, 2)};
     lines(3);
-    first.join();
-    second.join();
   });
-  for (const char* text : {"[00001][", "[1 text]\n", "[00002][", "[2 text]\n", "[00003][", "[3 text]\n"}) {
+  for (const char* text : {"[00001][", "[1 text]\n", "[00002][", "[2 text]\n", "[00003][", "[3 text]\n"})
     EXPECT_EQ(support::Count(hang_, text), 200U) << text;
-  }
 }
 
 TEST_F(LogTraceTest, WritesHangLinesEvenAtLevelZero) {
