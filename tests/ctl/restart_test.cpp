@@ -65,9 +65,8 @@ TEST(Claim, HoldsForALivingProcessOfThisBootAndNotForLong) {
   EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, "another"}, process));
   EXPECT_FALSE(ClaimHolds({4711, 1234, 50'000, ""}, {0, 55'000, ""}, process));
   EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, BOOT}, std::nullopt));
-  ProcessRow another = process;
-  another.start = 1235;  // it has the pid of one that ended
-  EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, BOOT}, another));
+  EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, BOOT}, ProcessRow{4711, "dunrasttctl", 'S', 1, 1235}))
+      << "the pid was given to another";
   for (const char state : {'T', 't', 'Z', 'X'}) {
     const ProcessRow dead{4711, "dunrasttctl", state, 1, 1234};
     EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, BOOT}, dead)) << state;
@@ -102,26 +101,20 @@ TEST(Pause, EndsByTheBootsClock) {
   const support::TempFolder home;
   const RecordFolder folder = Folder(home);
   ASSERT_EQ(WritePause(folder, {1'000'000, 5'000'000, BOOT}, 600, "kim", "new model"), 0);
-  const struct {
-    const char* when;
-    Moment now;
-    int64_t left;
-  } cases[] = {
-      {"at once", {1'000'000, 5'000'000, BOOT}, 600},
-      {"the clock was set ten years forward", {316'360'000, 5'100'000, BOOT}, 500},
-      {"the clock was set back, a part of a second is left", {-30'536'000, 5'599'001, BOOT}, 1},
-      {"the time is over, perhaps in a suspend", {1'000'000, 5'600'000, BOOT}, 0},
-      {"another boot", {1'000'000, 5'000'000, "another"}, 0},
-      {"more is left than any pause has", {1'000'000, 5'000'000 - 86'400'000, BOOT}, 0},
-  };
-  for (const auto& [when, now, left] : cases) {
+  const auto left = [&](const Moment& now) {
     const auto pause = ReadPause(folder, now);
-    EXPECT_EQ(pause ? pause->seconds_left : 0, left) << when;
-  }
+    return pause ? pause->seconds_left : 0;
+  };
+  EXPECT_EQ(left({1'000'000, 5'000'000, BOOT}), 600);
+  EXPECT_EQ(left({316'360'000, 5'100'000, BOOT}), 500) << "the clock was set ten years forward";
+  EXPECT_EQ(left({-30'536'000, 5'599'001, BOOT}), 1) << "the clock was set back a year";
+  EXPECT_EQ(left({1'000'000, 5'600'000, BOOT}), 0) << "a suspend counts";
+  EXPECT_EQ(left({1'000'000, 5'000'000, "another"}), 0);
+  EXPECT_EQ(left({1'000'000, 5'000'000 - 86'400'000, BOOT}), 0) << "longer than any pause: not ours";
   EXPECT_EQ(RemovePause(folder), 1);
   EXPECT_EQ(RemovePause(folder), 0);
   for (const char* text : {"", "{", "[]", "{\"until_ms\":\"x\"}", "{\"until_ms\":1e99,\"boot_id\":7}"})
-    EXPECT_FALSE(ParsePause(text, cases[0].now)) << text;
+    EXPECT_FALSE(ParsePause(text, {1'000'000, 5'000'000, BOOT})) << text;
 }
 
 TEST(State, IsReadBackAndGarbageIsANewOne) {

