@@ -1,5 +1,6 @@
 // status in the states of an engine and its agent: real processes, real sockets, the real tool.
-#include <atomic>
+#include <sys/inotify.h>
+
 #include <ctime>
 #include <memory>
 #include <optional>
@@ -278,15 +279,19 @@ TEST_F(StatusTest, MetricsAreReplacedAsAWhole) {
   EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644));
   const int judged = Run({"sh", "-c", "promtool check metrics < \"$0\"", file}).ExitStatus();
   EXPECT_TRUE(judged == 0 || judged == 127) << Errors();  // 127: not installed
-  std::atomic<bool> ended = false;
-  std::atomic<int> halves = 0;
-  std::thread reader([&] {
-    while (!ended) halves += ReadFile(file).ends_with("\ndunrastt_pause_remaining_seconds 0\n") ? 0 : 1;
-  });
-  for (int i = 0; i < 20; ++i) EXPECT_EQ(Run(write).ExitStatus(), 0) << Errors();
-  ended = true;
-  reader.join();
-  EXPECT_EQ(halves, 0);
+  EXPECT_TRUE(ReadFile(file).ends_with("\ndunrastt_pause_remaining_seconds 0\n"));
+  const base::UniqueFd watch(inotify_init1(IN_CLOEXEC));
+  inotify_add_watch(watch.Get(), home_.Path().c_str(), IN_CREATE | IN_DELETE | IN_MODIFY | IN_MOVED_TO);
+  EXPECT_EQ(Run(write).ExitStatus(), 0) << Errors();
+  alignas(inotify_event) char events[4096];
+  const ssize_t length = read(watch.Get(), events, sizeof events);
+  uint32_t happened = 0;
+  for (ssize_t at = 0; at < length;) {
+    const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+    if (event->name == std::string("m.prom")) happened |= event->mask;
+    at += static_cast<ssize_t>(sizeof *event + event->len);
+  }
+  EXPECT_EQ(happened, uint32_t{IN_MOVED_TO});
   for (const auto& entry : fs::directory_iterator(home_.Path()))
     EXPECT_FALSE(entry.path().filename().string().starts_with("m.prom.")) << "left behind";
   EXPECT_EQ(Run(StatusWords({"--prom", home_ / "no/m.prom"})).ExitStatus(), 3);
