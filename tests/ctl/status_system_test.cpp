@@ -280,7 +280,7 @@ TEST_F(StatusTest, MetricsAreReplacedAsAWhole) {
   const int judged = Run({"sh", "-c", "promtool check metrics < \"$0\"", file}).ExitStatus();
   EXPECT_TRUE(judged == 0 || judged == 127) << Errors();  // 127: not installed
   EXPECT_TRUE(ReadFile(file).ends_with("\ndunrastt_pause_remaining_seconds 0\n"));
-  const base::UniqueFd watch(inotify_init1(IN_CLOEXEC));
+  const base::UniqueFd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   inotify_add_watch(watch.Get(), home_.Path().c_str(), IN_CREATE | IN_DELETE | IN_MODIFY | IN_MOVED_TO);
   EXPECT_EQ(Run(write).ExitStatus(), 0) << Errors();
   alignas(inotify_event) char events[4096];
