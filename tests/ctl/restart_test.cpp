@@ -1,7 +1,6 @@
 // What a start decides from texts, times and figures.
 #include <gtest/gtest.h>
 
-#include "ctl/accept_queue.h"
 #include "ctl/backoff.h"
 #include "ctl/claim.h"
 #include "ctl/core_file.h"
@@ -60,60 +59,61 @@ TEST(Backoff, BeginsAnewAfterAHealthyTimeARebootOrAClockThatMakesNoSense) {
 TEST(Claim, HoldsForALivingProcessOfThisBootAndNotForLong) {
   const Claim claim{4711, 1234, 50'000, BOOT};
   const ProcessRow process{4711, "dunrasttctl", 'S', 1, 1234};
-  const auto holds = [&](int64_t now, const std::string& boot, std::optional<ProcessRow> row) {
-    return ClaimHolds(claim, Moment{0, now, boot}, row);
-  };
-  EXPECT_TRUE(holds(59'999, BOOT, process));
-  EXPECT_FALSE(holds(60'000, BOOT, process));
-  EXPECT_FALSE(holds(49'999, BOOT, process));
-  EXPECT_FALSE(holds(55'000, "another", process));
-  EXPECT_FALSE(holds(55'000, "", process));
-  EXPECT_FALSE(holds(55'000, BOOT, std::nullopt));
-  ProcessRow other = process;
-  other.start = 1235;  // its pid was given to another
-  EXPECT_FALSE(holds(55'000, BOOT, other));
+  EXPECT_TRUE(ClaimHolds(claim, {0, 59'999, BOOT}, process));
+  EXPECT_FALSE(ClaimHolds(claim, {0, 60'000, BOOT}, process));
+  EXPECT_FALSE(ClaimHolds(claim, {0, 49'999, BOOT}, process));
+  EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, "another"}, process));
+  EXPECT_FALSE(ClaimHolds({4711, 1234, 50'000, ""}, {0, 55'000, ""}, process));
+  EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, BOOT}, std::nullopt));
+  EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, BOOT}, ProcessRow{4711, "dunrasttctl", 'S', 1, 1235}))
+      << "the pid was given to another";
   for (const char state : {'T', 't', 'Z', 'X'}) {
-    other = process;
-    other.state = state;
-    EXPECT_FALSE(holds(55'000, BOOT, other)) << state;
+    const ProcessRow dead{4711, "dunrasttctl", state, 1, 1234};
+    EXPECT_FALSE(ClaimHolds(claim, {0, 55'000, BOOT}, dead)) << state;
   }
-  EXPECT_EQ(ParseClaim(ClaimText(claim))->start, claim.start);
-  for (const std::string& text :
-       {std::string(), std::string("4711"), ClaimText(claim).substr(0, 30), std::string(200, '9')})
-    EXPECT_FALSE(ParseClaim(text)) << text;
 }
 
-TEST(Claim, OfAStartThatBeganLaterHolds) {
+TEST(Claim, IsReadBackAndGarbageIsNone) {
+  const std::string text = ClaimText({4711, 1234, 50'000, BOOT});
+  EXPECT_EQ(ParseClaim(text)->start, 1234U);
+  for (const std::string& garbage : {std::string(), text + "x", text.substr(0, 30), std::string(200, '9')})
+    EXPECT_FALSE(ParseClaim(garbage)) << garbage;
+}
+
+TEST(Claim, IsTakenFromNobodyWhoHoldsIt) {
   const support::TempFolder home;
   const RecordFolder folder = Folder(home);
   const Moment now = Now();
-  const auto claim = [&](pid_t pid, int64_t age_ms) {
-    return Claim{pid, ReadProcess(pid)->start, now.boot_ms - age_ms, now.boot_id};
+  const auto take = [&](pid_t pid, int64_t age_ms) {
+    std::string complaint;
+    const Claim claim{pid, ReadProcess(pid)->start, now.boot_ms - age_ms, now.boot_id};
+    return TakeClaim(folder, claim, &complaint);
   };
-  std::string complaint;
-  EXPECT_EQ(TakeClaim(folder, claim(getppid(), 0), &complaint), Claimed::OURS);
-  EXPECT_EQ(TakeClaim(folder, claim(getpid(), 1000), &complaint), Claimed::ANOTHERS);
+  EXPECT_EQ(take(getppid(), 0), Claimed::OURS);
+  EXPECT_EQ(take(getpid(), 1000), Claimed::ANOTHERS) << "although ours began earlier";
+  home.Write("lock", "");
+  const base::UniqueFd writing = folder.Lock();
+  EXPECT_EQ(take(getpid(), 0), Claimed::UNSURE);
 }
 
 TEST(Pause, EndsByTheBootsClock) {
   const support::TempFolder home;
   const RecordFolder folder = Folder(home);
-  const Moment set{1'000'000, 5'000'000, BOOT};
-  ASSERT_EQ(WritePause(folder, set, 600, "kim", "new model"), 0);
-  const auto left = [&](time_t wall, int64_t boot, const char* id) {
-    const auto pause = ReadPause(folder, {wall, boot, id});
+  ASSERT_EQ(WritePause(folder, {1'000'000, 5'000'000, BOOT}, 600, "kim", "new model"), 0);
+  const auto left = [&](const Moment& now) {
+    const auto pause = ReadPause(folder, now);
     return pause ? pause->seconds_left : 0;
   };
-  EXPECT_EQ(left(1'000'000, 5'000'000, BOOT), 600);
-  EXPECT_EQ(left(1'000'000 + 315'360'000, 5'100'000, BOOT), 500);  // the clock was set ten years forward
-  EXPECT_EQ(left(1'000'000 - 31'536'000, 5'599'001, BOOT), 1);
-  EXPECT_EQ(left(1'000'000, 5'600'000, BOOT), 0);  // a suspend counts
-  EXPECT_EQ(left(1'000'000, 5'000'000, "another"), 0);
-  EXPECT_EQ(left(1'000'000, 5'000'000 - 86'400'000, BOOT), 0);  // longer than any pause: not ours
+  EXPECT_EQ(left({1'000'000, 5'000'000, BOOT}), 600);
+  EXPECT_EQ(left({316'360'000, 5'100'000, BOOT}), 500) << "the clock was set ten years forward";
+  EXPECT_EQ(left({-30'536'000, 5'599'001, BOOT}), 1) << "the clock was set back a year";
+  EXPECT_EQ(left({1'000'000, 5'600'000, BOOT}), 0) << "a suspend counts";
+  EXPECT_EQ(left({1'000'000, 5'000'000, "another"}), 0);
+  EXPECT_EQ(left({1'000'000, 5'000'000 - 86'400'000, BOOT}), 0) << "longer than any pause: not ours";
   EXPECT_EQ(RemovePause(folder), 1);
   EXPECT_EQ(RemovePause(folder), 0);
   for (const char* text : {"", "{", "[]", "{\"until_ms\":\"x\"}", "{\"until_ms\":1e99,\"boot_id\":7}"})
-    EXPECT_FALSE(ParsePause(text, set)) << text;
+    EXPECT_FALSE(ParsePause(text, {1'000'000, 5'000'000, BOOT})) << text;
 }
 
 TEST(State, IsReadBackAndGarbageIsANewOne) {
@@ -170,14 +170,11 @@ TEST(RecordFolders, NameEnginesSafely) {
   EXPECT_EQ(SafeName("../a\xc7"), "%2E%2E%2Fa%C7");
 }
 
-TEST(RecordFolders, AreNoLinksHoldNobodyUpAndAreNotOpenToAll) {
+TEST(RecordFolders, HoldNobodyUpAndAreNotOpenToAll) {
   const support::TempFolder home;
   ASSERT_EQ(mkfifo((home / "fifo").c_str(), 0600), 0);
   EXPECT_FALSE(Folder(home).Read("fifo", 10));
-  const support::TempFolder outside;
-  fs::create_directory_symlink(home.Path(), outside / "link");
   std::string complaint;
-  EXPECT_FALSE(RecordFolder::OpenPath(outside / "link/", RecordFolder::For::WRITING, &complaint));
   fs::permissions(home.Path(), fs::perms::others_write, fs::perm_options::add);
   EXPECT_FALSE(RecordFolder::OpenPath(home.Path(), RecordFolder::For::WRITING, &complaint));
 }
@@ -212,31 +209,31 @@ TEST(MemoryGroups, CountKillsAsRecordedOnHosts) {
   EXPECT_FALSE(ReadKillCounters(host / "gone", host / "gone").kills);
 }
 
-TEST(Verdicts, AreNeverAGuess) {
-  const auto verdict = [](auto change) {
-    DeathFacts facts{{1, "/g", 3, {}}, {1, "/g", 3, {}}, {}, {}, {}, {}};
-    change(&facts);
-    return Verdict(facts);
+TEST(Verdicts, OfMemoryAreNeverAGuess) {
+  const KillCounters before{1, "/g", 3, {}};
+  const auto verdict = [](const KillCounters& then, const KillCounters& now) {
+    return Verdict({then, now, {}, {}, {}, {}});
   };
-  EXPECT_EQ(verdict([](DeathFacts*) {}), "not known");
-  EXPECT_EQ(verdict([](DeathFacts* f) { f->now.kills = 4; }),
+  EXPECT_EQ(verdict(before, before), "not known");
+  EXPECT_EQ(verdict(before, {1, "/g", 4, {}}),
             "killed for want of memory (kills in its control group: 3 before, 4 now)");
-  EXPECT_EQ(verdict([](DeathFacts* f) { f->now.kills = 0; }),
-            "not known");  // a group of that name that was made anew
-  EXPECT_EQ(verdict([](DeathFacts* f) { f->before.kills.reset(), f->now.kills = 4; }), "not known");
-  EXPECT_EQ(verdict([](DeathFacts* f) { f->now.group = "/other", f->now.kills = 4; }), "not known");
-  EXPECT_EQ(verdict([](DeathFacts* f) { f->now.host = 2; }),
+  EXPECT_EQ(verdict(before, {1, "/g", 0, {}}), "not known") << "a group of that name that was made anew";
+  EXPECT_EQ(verdict({1, "/g", {}, {}}, {1, "/g", 4, {}}), "not known") << "nobody counted before";
+  EXPECT_EQ(verdict(before, {1, "/other", 4, {}}), "not known") << "kills of another group";
+  EXPECT_EQ(verdict(before, {2, "/g", 3, {}}),
             "not known; 1 process of this host killed for want of memory since the last start");
-  EXPECT_EQ(verdict([](DeathFacts* f) {
-              f->core = CoreFound{"/c/core.1", {11, 1, "e"}};
-            }),
+}
+
+TEST(Verdicts, TellWhatElseWasFound) {
+  EXPECT_EQ(Verdict({{}, {}, {}, CoreFound{"/c/core.1", {11, 1, "e"}}, {}, {}}),
             "ended by SIGSEGV, core in /c/core.1");
-  EXPECT_EQ(verdict([](DeathFacts* f) {
-              f->seen.queue_known = true, f->seen.queue = {true, 129, 128};
-            }),
+  EngineSeen full;
+  full.queue_known = true;
+  full.queue = {true, 129, 128};
+  EXPECT_EQ(Verdict({{}, {}, {}, {}, full, {}}),
             "not known; it took no connections before: 129 waited, room for 128");
-  const auto unit = [&](const char* text) {
-    return verdict([&](DeathFacts* f) { f->unit = ParseUnitWord("stt.service", text); });
+  const auto unit = [](const char* text) {
+    return Verdict({{}, {}, ParseUnitWord("stt.service", text), {}, {}, {}});
   };
   EXPECT_EQ(unit("Result=oom-kill\nExecMainStatus=9\n"),
             "killed for want of memory, says the service manager of stt.service");
@@ -254,11 +251,7 @@ TEST(Cores, AreLookedForWhereTheKernelLeavesThem) {
   EXPECT_EQ(CoreFolder("|/usr/share/other %P", "/x"), "");
   EXPECT_EQ(CoreFolder("/cores/%u/core", "/x"), "");
   EXPECT_EQ(CoreFolder("core", ""), "");
-  for (const char* text : {"",
-                           "\x7f"
-                           "ELF",
-                           "not a core"})
-    EXPECT_FALSE(ParseCore(text));
+  for (const char* text : {"", "\177ELF", "not a core"}) EXPECT_FALSE(ParseCore(text));
 }
 
 TEST(EvidenceTexts, AreTheLastOnesAndHarmless) {
@@ -266,12 +259,6 @@ TEST(EvidenceTexts, AreTheLastOnesAndHarmless) {
   EXPECT_EQ(LastLines("", 2), "");
   EXPECT_EQ(LastFigures("x System CPU [ 1 ]\nSystem Memory [ 2 ]\ny System CPU [ 3 ]\n"),
             "  System Memory [ 2 ]\n  y System CPU [ 3 ]\n");
-}
-
-TEST(AcceptQueues, TellWhatWaitsAndTheRoom) {
-  EXPECT_EQ(AcceptQueueWords(9100, AcceptQueue{true, 2, 1}), "port 9100 listening, 2 of 1 waiting");
-  EXPECT_TRUE((AcceptQueue{true, 2, 1}).Full());
-  EXPECT_FALSE((AcceptQueue{true, 1, 1}).Full());
 }
 
 }  // namespace

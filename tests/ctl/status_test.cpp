@@ -53,6 +53,13 @@ TEST(StatusRules, QueueAtItsEdges) {
   EXPECT_EQ(found(UINT32_MAX, UINT32_MAX), "queue-half ");
 }
 
+TEST(StatusRules, AStoppedEngineIsBrokenHoweverManyWait) {
+  Picture seen = Well();
+  seen.engine.process->state = 'T';
+  seen.port.queue->waiting = 64;
+  EXPECT_EQ(Ids(seen), "engine-stopped queue-half ");
+}
+
 TEST(StatusRules, NothingKnownIsNothingFound) {
   Picture seen;
   EXPECT_EQ(Ids(seen), "");
@@ -90,6 +97,12 @@ TEST(StatusRules, DescriptorsAndSilence) {
   EXPECT_EQ(Ids(seen), "");
   seen.log->last = NOW - 600;
   EXPECT_EQ(Ids(seen), "agent-silent ");
+}
+
+TEST(StatusRules, StandInTheManual) {
+  const std::string manual = support::ReadFile(TREE "/man/dunrasttctl.8");
+  for (const StatusRule& rule : StatusRules())
+    EXPECT_TRUE(support::Has(manual, std::string("\n.It ") + rule.id + "\n"));
 }
 
 TEST(StatusLogs, ReadWhatTheAgentWrites) {
@@ -154,23 +167,25 @@ TEST(StatusForms, TellWhatTheOperatorNeeds) {
                    "port      9100 listening, 129 of 128 waiting; 3117 overflows on this host since boot\n"));
 }
 
+TEST(StatusMetrics, EscapeTheEnginesName) {
+  Picture seen = Well();
+  seen.config->process = "a\"b\\\xea\xb0\x80";
+  EXPECT_TRUE(support::Has(StatusMetrics(seen, {}), "engine=\"a\\\"b\\\\\xea\xb0\x80\""));
+}
+
 // Dashboard and alerting rules name only metrics that exist, and each metric stands in the fleet's page.
 TEST(StatusMetrics, AreThoseThatTheExamplesName) {
-  std::string known = " ";
+  std::set<std::string> known;
   const std::string page = support::ReadFile(TREE "/docs/fleet.md");
   for (const MetricRow& row : MetricRows()) {
-    known += std::string(row.name) + " ";
-    EXPECT_TRUE(support::Has(page, "`" + std::string(row.name) + "`")) << row.name;
+    known.insert(row.name);
+    EXPECT_TRUE(support::Has(page, "`" + std::string(row.name) + "`"));
   }
   for (const char* file : {"alerts.yml", "alerts-test.yml", "dashboard.json"}) {
-    const std::string text = support::ReadFile(std::string(TREE "/examples/") + file);
-    size_t count = 0;
-    for (size_t at = text.find("dunrastt_"); at != text.npos; at = text.find("dunrastt_", at + 1)) {
-      const size_t end = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz_", at);
-      EXPECT_TRUE(support::Has(known, " " + text.substr(at, end - at) + " ")) << text.substr(at, end - at);
-      ++count;
-    }
-    EXPECT_GT(count, 5U) << file;
+    const auto names =
+        support::AllMatches(support::ReadFile(std::string(TREE "/examples/") + file), "(dunrastt_[a-z_]+)");
+    EXPECT_GT(names.size(), 5U) << file;
+    for (const std::string& name : names) EXPECT_EQ(known.count(name), 1U) << name << " in " << file;
   }
 }
 

@@ -8,10 +8,12 @@
 #include <csignal>
 #include <map>
 
+#include "ctl/process_table.h"
+
 namespace {
 
-constexpr long OPTIONS = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
-                         PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
+constexpr long OPTIONS = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEFORK | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
+constexpr int HELPER = 2;
 
 pid_t StartTraced(std::vector<std::string>& words) {
   std::vector<char*> pointers;
@@ -27,52 +29,46 @@ pid_t StartTraced(std::vector<std::string>& words) {
   _exit(127);
 }
 
+// Generations: the starter; the child that forks the helper; the helper. What comes behind goes free, and so
+// does the starter once it is the command.
 class Tracer {
  public:
-  Tracer(pid_t starter, Victim victim, int step) : starter_(starter), victim_(victim), step_(step) {
-    generation_[starter] = 0;
-  }
+  Tracer(Victim victim, int step) : victim_(victim == Victim::STARTER ? 0 : HELPER), step_(step) {}
 
-  bool Run() {
+  bool Run(pid_t starter) {
     int status = 0;
-    waitpid(starter_, &status, 0);
-    ptrace(PTRACE_SETOPTIONS, starter_, nullptr, OPTIONS);
-    ptrace(PTRACE_SYSCALL, starter_, nullptr, nullptr);
-    while (!Over()) {
+    waitpid(starter, &status, 0);
+    ptrace(PTRACE_SETOPTIONS, starter, nullptr, OPTIONS);
+    ptrace(PTRACE_SYSCALL, starter, nullptr, nullptr);
+    generation_[starter] = 0;
+    while (!generation_.empty()) {
       const pid_t pid = waitpid(-1, &status, __WALL);
       if (pid < 0) break;
       if (WIFSTOPPED(status)) {
         Stopped(pid, status);
-      } else if (generation_.count(pid) > 0) {
-        ended_[generation_[pid]] = true;
+      } else {
+        generation_.erase(pid);
       }
     }
     return killed_;
   }
 
  private:
-  // Generations: the starter; the child that forks the helper; the helper. What comes behind goes free, and
-  // so does the starter once it is the command.
   void Stopped(pid_t pid, int status) {
     const int event = status >> 16;
-    if (event == PTRACE_EVENT_FORK || event == PTRACE_EVENT_CLONE || event == PTRACE_EVENT_VFORK) {
+    const int generation = GenerationOf(pid);
+    if (event == PTRACE_EVENT_FORK) {
       unsigned long child = 0;
       ptrace(PTRACE_GETEVENTMSG, pid, nullptr, &child);
-      generation_[static_cast<pid_t>(child)] = generation_[pid] + 1;
+      generation_[static_cast<pid_t>(child)] = generation + 1;
     }
-    if (event == PTRACE_EVENT_EXEC && ++execs_ == 2) {
-      ended_[0] = true;
-      ptrace(PTRACE_DETACH, pid, nullptr, nullptr);
-      return;
-    }
-    if (generation_.count(pid) == 0) generation_[pid] = generation_[starter_] + Unknown(pid);
-    const int generation = generation_[pid];
-    if (generation > 2) {
+    if (generation > HELPER || (event == PTRACE_EVENT_EXEC && ++execs_ == 2)) {
+      generation_.erase(pid);
       ptrace(PTRACE_DETACH, pid, nullptr, nullptr);
       return;
     }
     const bool call = WSTOPSIG(status) == (SIGTRAP | 0x80);
-    if (call && generation == (victim_ == Victim::STARTER ? 0 : 2) && execs_ == 1 && ++steps_ == step_) {
+    if (call && generation == victim_ && execs_ == 1 && ++steps_ == step_) {
       killed_ = true;
       kill(pid, SIGKILL);
       return;
@@ -81,29 +77,19 @@ class Tracer {
     ptrace(PTRACE_SYSCALL, pid, nullptr, ours ? 0 : WSTOPSIG(status));
   }
 
-  bool Over() const {
-    for (const auto& [pid, generation] : generation_) {
-      if (generation <= 2 && !ended_[generation]) return false;
+  // A child may be seen before its parent's word of it.
+  int GenerationOf(pid_t pid) {
+    if (generation_.count(pid) == 0) {
+      const auto row = ctl::ReadProcess(pid);
+      const auto parent = generation_.find(row ? row->parent : 0);
+      generation_[pid] = parent == generation_.end() ? HELPER + 1 : parent->second + 1;
     }
-    return true;
+    return generation_[pid];
   }
 
-  // A child may be seen before its parent's word of it: then its parent tells its generation.
-  int Unknown(pid_t pid) const {
-    const std::string path = "/proc/" + std::to_string(pid) + "/stat";
-    FILE* file = fopen(path.c_str(), "re");
-    int parent = 0;
-    if (file != nullptr && fscanf(file, "%*d (%*[^)]) %*c %d", &parent) != 1) parent = 0;
-    if (file != nullptr) fclose(file);
-    const auto known = generation_.find(parent);
-    return known == generation_.end() ? 1 : known->second + 1;
-  }
-
-  pid_t starter_;
-  Victim victim_;
+  int victim_;
   int step_;
-  std::map<pid_t, int> generation_;
-  bool ended_[3] = {};
+  std::map<pid_t, int> generation_;  // of the living
   int execs_ = 0;
   int steps_ = 0;
   bool killed_ = false;
@@ -112,5 +98,5 @@ class Tracer {
 }  // namespace
 
 bool RunKilledAt(std::vector<std::string> words, Victim victim, int step) {
-  return Tracer(StartTraced(words), victim, step).Run();
+  return Tracer(victim, step).Run(StartTraced(words));
 }

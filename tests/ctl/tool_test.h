@@ -35,11 +35,7 @@ class ToolTest : public testing::Test {
               "\nSHELL_METHOD start -- " +
               script_ + "\nHISTORY_PATH " + (home_ / "record") + "\n";
   }
-  ~ToolTest() override {
-    KillEngine();
-    while (waitpid(-1, nullptr, WNOHANG) > 0) {
-    }
-  }
+  ~ToolTest() override { KillEngine(); }
 
   Words Tool(const Words& words) const {
     return Joined({TOOL, "-f", home_.Write("agent.conf", config_)}, words);
@@ -54,11 +50,20 @@ class ToolTest : public testing::Test {
   }
   size_t Runs() const { return support::Count(ReadFile(home_ / "runs"), "\n"); }
   std::string Errors() const { return ReadFile(home_ / "err"); }
+  // The exit status of these words and what they print.
+  struct Answer {
+    int status;
+    std::string text;
+  };
+  Answer Ask(const Words& words) const {
+    fs::remove(home_ / "out");
+    const int status = Run(words).ExitStatus();
+    return {status, ReadFile(home_ / "out")};
+  }
   Json History(const std::string& since = "1h") const {
-    std::error_code absent;
-    fs::remove(home_ / "out", absent);
-    EXPECT_EQ(Run(Tool({"--json", "history", "--since", since})).ExitStatus(), 0) << Errors();
-    return Json::parse(ReadFile(home_ / "out"), nullptr, false)["starts"];
+    const auto [status, text] = Ask(Tool({"--json", "history", "--since", since}));
+    EXPECT_EQ(status, 0) << Errors();
+    return Json::parse(text, nullptr, false)["starts"];
   }
   std::string Records() const { return home_ / ("record/restarts-" + engine_ + "/"); }
   std::string EvidenceText() const {
