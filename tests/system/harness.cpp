@@ -81,9 +81,8 @@ bool AgentTest::WaitForOut(const std::string& text, size_t count) const {
 bool AgentTest::WaitForHandlers(const Process& agent) {
   return WaitUntil([&] {
     const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
-    const size_t at = status.find("SigCgt:");
-    return at != std::string::npos &&
-           (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGALRM - 1) & 1) != 0;
+    const auto caught = support::AllMatches(status, "^SigCgt:\\s*(\\w+)$");
+    return !caught.empty() && (std::stoull(*caught.begin(), nullptr, 16) >> (SIGALRM - 1) & 1) != 0;
   });
 }
 
