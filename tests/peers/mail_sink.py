@@ -63,12 +63,8 @@ class Keeper:
 def keep(number, session, envelope):
     raw = envelope.original_content
     mail = email.message_from_bytes(raw)
-    html = [part for part in mail.walk() if part.get_content_type() == "text/html"]
     attached = [part for part in mail.walk() if part.get_filename() is not None]
-    peer.keep(OPTIONS.folder, number + ".eml", raw)
-    peer.keep(OPTIONS.folder, number + ".html", b"".join(part.get_payload(decode=True) for part in html))
-    for index, part in enumerate(attached, 1):
-        peer.keep(OPTIONS.folder, f"{number}.attached-{index}", part.get_payload(decode=True))
+    html = [part.get_payload(decode=True) for part in mail.walk() if part.get_content_type() == "text/html"]
     head = raw.partition(b"\r\n\r\n")[0].decode("latin-1").replace("\r\n ", " ").split("\r\n")
     headers = dict(line.split(": ", 1) for line in head if ": " in line)
     record = {"from": envelope.mail_from, "to": envelope.rcpt_tos,
@@ -77,24 +73,22 @@ def keep(number, session, envelope):
               "attached": [part.get_filename() for part in attached],
               "defects": [repr(defect) for part in mail.walk() for defect in part.defects],
               "strict": strictly(raw, session)}
+    peer.keep(OPTIONS.folder, number + ".eml", raw)
+    peer.keep(OPTIONS.folder, number + ".html", b"".join(html))
+    for index, part in enumerate(attached, 1):
+        peer.keep(OPTIONS.folder, f"{number}.attached-{index}", part.get_payload(decode=True))
     peer.keep(OPTIONS.folder, number + ".json", json.dumps(record).encode("ascii"))
 
 
 def strictly(raw, session):
     mail = email.message_from_bytes(raw, policy=email.policy.default)
     parts = list(mail.walk())
+    holders = [holder for part in parts for holder in (part, *part.values())]
     return {"subject": mail["Subject"], "from": str(mail["From"]), "to": str(mail["To"]),
             "longest": max(map(len, raw.split(b"\r\n"))), "tls": OPTIONS.smtps or session.ssl is not None,
             "names": [part.get_filename() for part in parts if part.get_filename() is not None],
-            "defects": [repr(defect) for part in parts for holder in (part, *part.values())
-                        for defect in getattr(holder, "defects", ())],
+            "defects": [repr(defect) for holder in holders for defect in getattr(holder, "defects", ())],
             "id": mail["Message-ID"] is not None}
-
-
-def certificate():
-    context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
-    context.load_cert_chain(OPTIONS.certificate)
-    return context
 
 
 def authenticate(_server, _session, _envelope, _mechanism, data):
@@ -105,7 +99,9 @@ def authenticate(_server, _session, _envelope, _mechanism, data):
 async def serve():
     keeper = Keeper()
     secured = {"auth_required": True, "authenticator": authenticate} if OPTIONS.user else {}
-    tls = certificate() if OPTIONS.certificate else None
+    tls = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH) if OPTIONS.certificate else None
+    if tls:
+        tls.load_cert_chain(OPTIONS.certificate)
     server = await asyncio.get_running_loop().create_server(
         lambda: LongLines(keeper, hostname="localhost", enable_SMTPUTF8=True, data_size_limit=None,
                           auth_require_tls=False, tls_context=None if OPTIONS.smtps else tls, loop=asyncio.get_running_loop(), **secured),

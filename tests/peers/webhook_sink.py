@@ -6,6 +6,7 @@ and whether the body is valid JSON ("parsed"). "count" there says how many came;
 It answers --status with the body --answer; a status of 3xx names another path of its own.
 """
 import http.server
+import itertools
 import json
 import os
 import pathlib
@@ -14,13 +15,17 @@ import threading
 import peer
 
 OPTIONS = peer.options(__doc__, folder=pathlib.Path(), count_only=False, status=200, answer="1")
+NUMBERS = itertools.count(1)
+ONE_AT_A_TIME = threading.Lock()
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
 
     def do_POST(self):
-        self.server.keep(self, self.rfile.read(int(self.headers.get("content-length", "0"))))
+        body = self.rfile.read(int(self.headers.get("content-length", "0")))
+        with ONE_AT_A_TIME:
+            keep(next(NUMBERS), self, body)
         answer = os.fsencode(OPTIONS.answer)
         self.send_response(OPTIONS.status)
         if OPTIONS.status // 100 == 3:
@@ -35,29 +40,19 @@ class Handler(http.server.BaseHTTPRequestHandler):
         pass
 
 
-class Sink(http.server.ThreadingHTTPServer):
-    daemon_threads = True
-
-    def __init__(self):
-        super().__init__(None, Handler, bind_and_activate=False)
-        self.socket.close()
-        self.socket = peer.listen()
-        self.count = 0
-        self.lock = threading.Lock()
-
-    def keep(self, request, body):
-        with self.lock:
-            self.count += 1
-            if not OPTIONS.count_only:
-                try:
-                    parsed = json.loads(body) is not None
-                except ValueError:
-                    parsed = False
-                record = {"method": request.command, "path": request.path, "parsed": parsed,
-                          "headers": {name.lower(): value for name, value in request.headers.items()}}
-                peer.keep(OPTIONS.folder, f"{self.count}.body", body)
-                peer.keep(OPTIONS.folder, f"{self.count}.json", json.dumps(record).encode("ascii"))
-            peer.keep(OPTIONS.folder, "count", b"%d\n" % self.count)
+def keep(number, request, body):
+    if not OPTIONS.count_only:
+        try:
+            parsed = json.loads(body) is not None
+        except ValueError:
+            parsed = False
+        record = {"method": request.command, "path": request.path, "parsed": parsed,
+                  "headers": {name.lower(): value for name, value in request.headers.items()}}
+        peer.keep(OPTIONS.folder, f"{number}.body", body)
+        peer.keep(OPTIONS.folder, f"{number}.json", json.dumps(record).encode("ascii"))
+    peer.keep(OPTIONS.folder, "count", b"%d\n" % number)
 
 
-Sink().serve_forever()
+server = http.server.ThreadingHTTPServer(None, Handler, bind_and_activate=False)
+server.socket = peer.listen()
+server.serve_forever()

@@ -95,6 +95,9 @@ class Peer {
       count += Count(ReadFile(entry.path()), text);
     return count;
   }
+  bool WaitFor(std::string_view text, size_t count = 1) const {
+    return WaitUntil([&] { return Seen(text) >= count; });
+  }
   int Arrived() const { return atoi(ReadFile(folder_ + "count").c_str()); }
 
  private:

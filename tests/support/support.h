@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -49,13 +50,9 @@ class TempFolder {
 
 // The text of a file; empty when there is none.
 inline std::string ReadFile(const std::string& path) {
-  const base::UniqueFile file(std::fopen(path.c_str(), "rbe"));
-  std::string text;
-  char buffer[4096];
-  for (size_t got = 1; file != nullptr && got > 0; text.append(buffer, got)) {
-    got = std::fread(buffer, 1, sizeof buffer, file.get());
-  }
-  return text;
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
 }
 
 // Waits until the condition holds. Returns false when the limit passes first. The default limit is long, for
@@ -92,8 +89,6 @@ class Listener {
   int Port() const { return port_; }
   // Takes connections from now on.
   void Listen(int backlog = SOMAXCONN) const { ::listen(fd_.Get(), backlog); }
-  // Makes an Accept on another thread return without a connection.
-  void Shut() const { ::shutdown(fd_.Get(), SHUT_RDWR); }
   base::UniqueFd Accept() const {
     return base::UniqueFd(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
   }

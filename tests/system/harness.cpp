@@ -65,7 +65,8 @@ Process AgentTest::Start(const Words& arguments, Words by) const {
   return Run(Joined(by, arguments));
 }
 
-Process AgentTest::StartedAgent(const Words& arguments) const {
+Process AgentTest::StartedAgent(const std::string& lines, const Words& arguments) {
+  config_ += lines;
   folder_.Write("out.txt", "");
   Process agent = Start(arguments);
   EXPECT_TRUE(WaitUntil([&] { return !agent.Alive() || Count(Out(), "Start DunraSTT_Admin Service") > 0; }));
@@ -73,16 +74,15 @@ Process AgentTest::StartedAgent(const Words& arguments) const {
   return agent;
 }
 
-bool AgentTest::WaitForOut(const std::string& text) const {
-  return WaitUntil([&] { return Out().find(text) != std::string::npos; });
+bool AgentTest::WaitForOut(const std::string& text, size_t count) const {
+  return WaitUntil([&] { return Count(Out(), text) >= count; });
 }
 
 bool AgentTest::WaitForHandlers(const Process& agent) {
   return WaitUntil([&] {
     const std::string status = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
-    const size_t at = status.find("SigCgt:");
-    return at != std::string::npos &&
-           (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGALRM - 1) & 1) != 0;
+    const auto caught = support::AllMatches(status, "^SigCgt:\\s*(\\w+)$");
+    return !caught.empty() && (std::stoull(*caught.begin(), nullptr, 16) >> (SIGALRM - 1) & 1) != 0;
   });
 }
 
@@ -119,11 +119,12 @@ void AgentTest::KillEngine() const {
   }
 }
 
-std::string AgentTest::Log(const std::string& name) const {
+std::string AgentTest::Log(const std::string& name, const std::string& root) const {
   std::string text;
   std::error_code absent;
   // There are two dated folders when the test runs over midnight.
-  for (const auto& day : fs::directory_iterator(folder_ / "log", absent)) text += ReadFile(day.path() / name);
+  for (const auto& day : fs::directory_iterator(root + folder_ / "log", absent))
+    text += ReadFile(day.path() / name);
   return text;
 }
 

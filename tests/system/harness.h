@@ -44,10 +44,10 @@ class AgentTest : public testing::Test {
   // Writes the configuration and runs the agent with it and these arguments. by, when given, is a program
   // (env, say) that in turn executes the agent.
   Process Start(const Words& arguments = {}, Words by = {}) const;
-  // The same, and waits until the agent is up.
-  Process StartedAgent(const Words& arguments = {}) const;
+  // The same with these lines of configuration more, and waits until the agent is up.
+  Process StartedAgent(const std::string& lines = "", const Words& arguments = {});
   std::string Out() const { return ReadFile(folder_ / "out.txt"); }
-  bool WaitForOut(const std::string& text) const;
+  bool WaitForOut(const std::string& text, size_t count = 1) const;
   // Waits until the agent handles signals.
   static bool WaitForHandlers(const Process& agent);
   // Sends the signals and expects that the agent prints its last line and dies of SIGINT within the limit.
@@ -58,8 +58,8 @@ class AgentTest : public testing::Test {
   void StartEngine() const;
   void KillEngine() const;  // kills and reaps every engine
   bool EngineAlive() const { return !Named(engine_).empty(); }
-  // The text of the agent's log of that name, from all dated folders.
-  std::string Log(const std::string& name) const;
+  // The text of the agent's log of that name, from all dated folders, as a process with this root sees it.
+  std::string Log(const std::string& name, const std::string& root = "") const;
 
   support::TempFolder folder_{"/tmp/agent test XXXXXX"};
   std::string agent_ = "agt" + std::to_string(getpid());  // short process names

@@ -19,6 +19,7 @@ void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
 void __libc_free(void* block);
+int curl_global_init(long flags);
 }
 
 namespace {
@@ -42,73 +43,59 @@ bool Fails(const char* name, int error) {
   return true;
 }
 
+// Blocks of memory that are made.
 void Live(int change) {
   if (control != nullptr) control->live += change;
 }
 
 }  // namespace
 
-#define REAL(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
+#define REAL(name)                                                                         \
+  ([] {                                                                                    \
+    static const auto real = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name)); \
+    return real;                                                                           \
+  }())
 
-#define FALLIBLE(result, name, parameters, arguments, error, failure) \
-  extern "C" result name parameters {                                 \
-    static const auto real = REAL(name);                              \
-    return Fails(#name, error) ? (failure) : real arguments;          \
+#define FALLIBLE(result, name, parameters, error, failure, call) \
+  extern "C" result name parameters {                            \
+    return Fails(#name, error) ? (failure) : (call);             \
   }
 
-// What is made is so for everybody to read: modes are not this shim's matter.
-#define FALLIBLE_OPEN(name, parameters, arguments)     \
-  extern "C" int name parameters {                     \
-    static const auto real = REAL(name);               \
-    return Fails(#name, EMFILE) ? -1 : real arguments; \
-  }
-
-FALLIBLE(int, socket, (int family, int type, int protocol), (family, type, protocol), EMFILE, -1)
-FALLIBLE(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size), ENETUNREACH, -1)
-FALLIBLE(ssize_t, send, (int fd, const void* data, size_t size, int flags), (fd, data, size, flags),
-         ECONNRESET, -1)
-FALLIBLE(ssize_t, recv, (int fd, void* data, size_t size, int flags), (fd, data, size, flags), ECONNRESET, -1)
-FALLIBLE(ssize_t, read, (int fd, void* data, size_t size), (fd, data, size), EIO, -1)
-FALLIBLE(ssize_t, write, (int fd, const void* data, size_t size), (fd, data, size), ENOSPC, -1)
-FALLIBLE(FILE*, fopen, (const char* path, const char* mode), (path, mode), EMFILE, nullptr)
-FALLIBLE(FILE*, fopen64, (const char* path, const char* mode), (path, mode), EMFILE, nullptr)
+FALLIBLE(int, socket, (int family, int type, int protocol), EMFILE, -1, REAL(socket)(family, type, protocol))
+FALLIBLE(int, connect, (int fd, const sockaddr* to, socklen_t size), ENETUNREACH, -1,
+         REAL(connect)(fd, to, size))
+FALLIBLE(ssize_t, send, (int fd, const void* data, size_t size, int flags), ECONNRESET, -1,
+         REAL(send)(fd, data, size, flags))
+FALLIBLE(ssize_t, recv, (int fd, void* data, size_t size, int flags), ECONNRESET, -1,
+         REAL(recv)(fd, data, size, flags))
+FALLIBLE(ssize_t, read, (int fd, void* data, size_t size), EIO, -1, REAL(read)(fd, data, size))
+FALLIBLE(ssize_t, write, (int fd, const void* data, size_t size), ENOSPC, -1, REAL(write)(fd, data, size))
+FALLIBLE(FILE*, fopen, (const char* path, const char* mode), EMFILE, nullptr, REAL(fopen)(path, mode))
+FALLIBLE(FILE*, fopen64, (const char* path, const char* mode), EMFILE, nullptr, REAL(fopen64)(path, mode))
 FALLIBLE(int, pthread_create,
-         (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
-         (thread, attributes, body, argument), EAGAIN, EAGAIN)
-FALLIBLE_OPEN(open, (const char* path, int flags, ...), (path, flags, 0644))
-FALLIBLE_OPEN(open64, (const char* path, int flags, ...), (path, flags, 0644))
-FALLIBLE_OPEN(openat, (int folder, const char* path, int flags, ...), (folder, path, flags, 0644))
-
-// Fails at start-up, before anything is counted.
-extern "C" int curl_global_init(long flags) {
-  static const auto real = reinterpret_cast<int (*)(long)>(dlsym(RTLD_NEXT, "curl_global_init"));
-  return getenv("TORTURE_CURL") != nullptr ? -1 : real(flags);
-}
-
+         (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument), EAGAIN,
+         EAGAIN, REAL(pthread_create)(thread, attributes, body, argument))
+// What is made is so for everybody to read: modes are not this shim's matter.
+FALLIBLE(int, open, (const char* path, int flags, ...), EMFILE, -1, REAL(open)(path, flags, 0644))
+FALLIBLE(int, open64, (const char* path, int flags, ...), EMFILE, -1, REAL(open64)(path, flags, 0644))
+FALLIBLE(int, openat, (int at, const char* path, int flags, ...), EMFILE, -1,
+         REAL(openat)(at, path, flags, 0644))
 // Closed all the same, as Linux does.
-extern "C" int close(int fd) {
-  static const auto real = REAL(close);
-  const int result = real(fd);
-  return Fails("close", EIO) ? -1 : result;
-}
+FALLIBLE(int, close, (int fd), EIO, (REAL(close)(fd), -1), REAL(close)(fd))
+FALLIBLE(void*, malloc, (size_t size), ENOMEM, nullptr, (Live(1), __libc_malloc(size)))
+FALLIBLE(void*, calloc, (size_t count, size_t size), ENOMEM, nullptr, (Live(1), __libc_calloc(count, size)))
+FALLIBLE(void*, realloc, (void* block, size_t size), ENOMEM, nullptr,
+         (Live(block == nullptr ? 1
+               : size == 0      ? -1
+                                : 0),
+          __libc_realloc(block, size)))
 
-extern "C" void* malloc(size_t size) {
-  if (Fails("malloc", ENOMEM)) return nullptr;
-  Live(1);
-  return __libc_malloc(size);
-}
-extern "C" void* calloc(size_t count, size_t size) {
-  if (Fails("calloc", ENOMEM)) return nullptr;
-  Live(1);
-  return __libc_calloc(count, size);
-}
-extern "C" void* realloc(void* block, size_t size) {
-  if (Fails("realloc", ENOMEM)) return nullptr;
-  if (block == nullptr) Live(1);
-  if (block != nullptr && size == 0) Live(-1);
-  return __libc_realloc(block, size);
-}
 extern "C" void free(void* block) {
   if (block != nullptr) Live(-1);
   __libc_free(block);
+}
+
+// Fails at start-up, before anything is counted.
+extern "C" int curl_global_init(long flags) {
+  return getenv("TORTURE_CURL") != nullptr ? -1 : REAL(curl_global_init)(flags);
 }

@@ -18,9 +18,7 @@ namespace {
 class Torture : public AllChannels {
  protected:
   struct Held {
-    size_t descriptors = SIZE_MAX;
-    size_t threads = SIZE_MAX;
-    int64_t blocks = INT64_MAX;
+    int64_t descriptors = INT64_MAX, threads = INT64_MAX, blocks = INT64_MAX;
   };
 
   Torture() {
@@ -49,31 +47,31 @@ class Torture : public AllChannels {
   // The least that is held at any moment: what comes and goes with each cycle does not count.
   Held Least(const Process& agent) const {
     const auto entries = [&agent](const std::string& folder) {
-      std::error_code gone;
-      const fs::directory_iterator first("/proc/" + std::to_string(agent.Pid()) + folder, gone);
-      return size_t(std::distance(first, fs::directory_iterator()));
+      const fs::directory_iterator first("/proc/" + std::to_string(agent.Pid()) + folder);
+      return std::distance(first, fs::directory_iterator());
     };
     Held least;
-    WaitUntil(
-        [&] {
-          least.descriptors = std::min(least.descriptors, entries("/fd"));
-          least.threads = std::min(least.threads, entries("/task"));
-          least.blocks = std::min(least.blocks, control_->live.load());
-          return false;
-        },
-        milliseconds(2500));
+    const auto look = [&] {
+      least.descriptors = std::min<int64_t>(least.descriptors, entries("/fd"));
+      least.threads = std::min<int64_t>(least.threads, entries("/task"));
+      least.blocks = std::min<int64_t>(least.blocks, control_->live);
+      return false;
+    };
+    WaitUntil(look, milliseconds(2500));
     return least;
+  }
+  // The variable tells the library what to do.
+  Process StartPreloaded(const std::string& variable) const {
+    return Start({}, {"env", std::string("LD_PRELOAD=") + TORTURE_SHIM, variable});
   }
 
   TortureControl* control_;
-  // The engine's port.
   Peer link_{folder_, "link", "engine_peer.py", {"--script", "garbage"}};
 };
 
 TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
   constexpr int64_t CLEAN_EVERY = 8;
-  Process agent =
-      Start({}, {"env", std::string("LD_PRELOAD=") + TORTURE_SHIM, "TORTURE_CONTROL=" + folder_ / "control"});
+  Process agent = StartPreloaded("TORTURE_CONTROL=" + folder_ / "control");
   ASSERT_TRUE(WaitForOut("Start DunraSTT_Admin Service"));
   ExpectAlarmOnAllChannels("first");
   const int64_t calls = FailingPass(0);
@@ -100,7 +98,7 @@ TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
 }
 
 TEST_F(Torture, TellsThatPostsCannotWork) {
-  Process agent = Start({}, {"env", std::string("LD_PRELOAD=") + TORTURE_SHIM, "TORTURE_CURL=1"});
+  Process agent = StartPreloaded("TORTURE_CURL=1");
   EXPECT_TRUE(WaitForOut("[WebHook: libcurl cannot be made ready]"));
   EXPECT_TRUE(agent.Alive());
 }
