@@ -8,8 +8,8 @@
 
 #include "DIOSVC/frames.h"
 #include "DIOSVC/report_types.h"
-#include "Tovik/alarms/mail.h"
-#include "Tovik/alarms/mail_body.h"
+#include "Tovik/alarms/alarm_mail.h"
+#include "Tovik/alarms/alarm_mail_body.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook_body.h"
 #include "Tovik/checks/result_check.h"

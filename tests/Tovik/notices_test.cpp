@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "Tovik/alarms/delivery_notices.h"
-#include "Tovik/alarms/recipient_notices.h"
+#include "Tovik/alarms/recipients.h"
 #include "Tovik/checks/engine_notices.h"
 #include "Tovik/config/config.h"
 #include "base/lossy_stream.h"

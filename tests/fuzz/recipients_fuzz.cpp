@@ -3,7 +3,6 @@
 #include <sstream>
 
 #include "Tovik/alarms/recipient_line.h"
-#include "Tovik/alarms/recipient_notices.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/notices/notice_text.h"
 #include "charset/repair.h"

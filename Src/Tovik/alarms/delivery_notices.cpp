@@ -1,33 +1,17 @@
 #include "Tovik/alarms/delivery_notices.h"
 
 #include <cstring>
-#include <new>
 
 #include "Tovik/config/config.h"
 #include "Tovik/notices/notices.h"
 #include "base/owners.h"
 #include "base/stop.h"
-#include "smtp/smtp.h"
 #include "smtp/smtp_base64.h"
 
 namespace alarms {
 namespace {
 
 using notices::Notice;
-
-thread_local MailDialogue* heard = nullptr;
-
-// The content of a mail is no command: it ends with the reply behind it.
-void Hear(const char* who, std::string_view text) try {
-  if (heard == nullptr) return;
-  if (*who == 'S') {
-    heard->Received(text);
-  } else if (!heard->InContent()) {
-    heard->Sent(text);
-  }
-} catch (const std::bad_alloc&) {
-  // A word less to tell.
-}
 
 // An exchange that a stop has cut is nobody's failure.
 bool Silent() {
@@ -57,18 +41,6 @@ std::string Encoded(const std::string& secret) {
 }
 
 }  // namespace
-
-void HearMailServers() {
-  if (notices::On()) smtp_overhear = Hear;
-}
-
-MailHearing::MailHearing() {
-  if (notices::On()) heard = &dialogue_;
-}
-
-MailHearing::~MailHearing() {
-  heard = nullptr;
-}
 
 void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue& dialogue) {
   if (Silent()) return;

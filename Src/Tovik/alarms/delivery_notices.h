@@ -7,25 +7,9 @@
 #include <string_view>
 
 #include "Tovik/alarms/alarm.h"
-#include "Tovik/alarms/mail_dialogue.h"
+#include "Tovik/alarms/alarm_mail_dialogue.h"
 
 namespace alarms {
-
-// Lets the dialogues of the own mail client be heard. Once, before the first thread.
-void HearMailServers();
-
-// While it lives, what the own mail client exchanges on this thread is followed.
-class MailHearing {
- public:
-  MailHearing();
-  ~MailHearing();
-  MailHearing(const MailHearing&) = delete;
-  MailHearing& operator=(const MailHearing&) = delete;
-  const MailDialogue& Dialogue() const { return dialogue_; }
-
- private:
-  MailDialogue dialogue_;
-};
 
 // A mail is over. failure: why it was lost, without the server's words; empty when the server took it.
 void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue& dialogue);

@@ -1,17 +1,18 @@
 #include "Tovik/alarms/recipients.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cinttypes>
+#include <cstring>
 #include <new>
 
 #include "Tovik/alarms/recipient_line.h"
-#include "Tovik/alarms/recipient_notices.h"
 #include "Tovik/config/config.h"
+#include "Tovik/notices/notices.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/owners.h"
@@ -22,11 +23,6 @@ base::SharedRecord<EMAIL_LIST> gEmailLists;
 namespace {
 
 constexpr size_t LEFT_OUT_TOLD = 100;
-
-// Modification times of the three files when they were kept; 0 when missing.
-time_t m_Receivertime;
-time_t m_Referencetime;
-time_t m_Blindtime;
 
 // The next word between white space; false at the end of the file.
 bool NextWord(FILE* input, std::string& word) {
@@ -169,36 +165,51 @@ bool LoadRecipients() {
   return false;
 }
 
-void KeepRecipientTimes() {
-  m_Receivertime = ModificationTime(m_receiver_email).value_or(0);
-  m_Referencetime = ModificationTime(m_reference_email).value_or(0);
-  m_Blindtime = ModificationTime(m_blind_email).value_or(0);
-  TRACE(TRACE_DEBUG, "Receiver [ %d ] Reference [ %d ] Blind [ %d ]", static_cast<int>(m_Receivertime),
-        static_cast<int>(m_Referencetime), static_cast<int>(m_Blindtime));
-}
+namespace alarms {
+namespace {
 
-void ReloadChangedRecipients() {
-  const double receiver = NewerBy(ModificationTime(m_receiver_email), m_Receivertime);
-  const double reference = NewerBy(ModificationTime(m_reference_email), m_Referencetime);
-  const double blind = NewerBy(ModificationTime(m_blind_email), m_Blindtime);
-  if (receiver <= 0 && reference <= 0 && blind <= 0) {
-    TRACE(TRACE_WARN, "Diff Over");
+using notices::Notice;
+
+constexpr size_t LOOKED_AT = size_t{256} * 1024;  // of a file
+constexpr size_t WORDS = 1000;                    // a notice shows fewer
+
+}  // namespace
+
+void TellBadRecipients(const char* path) {
+  if (!notices::On() || m_send_email_used == 0) return;
+  size_t size = 0;
+  const base::UniqueFd file = base::OpenRegular(path, &size);
+  if (!file.Valid()) {
+    const int error = errno;
+    notices::Tell<Notice::BAD_RECIPIENTS>(path, std::string("cannot be read: ") + std::strerror(error));
     return;
   }
-  TRACE(TRACE_INFO, "ReceiverDiff [ %lf ] ReferenceDiff [ %lf ] BlindDiff [ %lf ]", receiver, reference,
-        blind);
-  EMailListFree(*gEmailLists.Get());
-  static_cast<void>(LoadRecipients());  // without memory the lists stay
+  std::string text(std::min(size, LOOKED_AT), '\0');
+  text.resize(base::ReadUpTo(file.Get(), text.data(), text.size()));
+  // A line that the limit cuts is not judged.
+  if (size > LOOKED_AT) text.resize(text.rfind('\n') + 1);
+  const std::string words = BadLineWords(text, m_mail_skip_bad != 0);
+  if (!words.empty()) notices::Tell<Notice::BAD_RECIPIENTS>(path, words);
 }
 
-double NewerBy(std::optional<time_t> now, time_t before) {
-  return now ? std::difftime(*now, before) : 0.0;
+std::string BadLineWords(std::string_view text, bool byLine) {
+  std::string faults;
+  size_t count = 0;
+  for (size_t number = 1; !text.empty(); ++number) {
+    const size_t end = text.find('\n');
+    const bool ended = end != std::string_view::npos;
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(ended ? end + 1 : text.size());
+    const RecipientLine parsed = byLine ? ParseRecipient(line) : RecipientLine{};
+    const char* const fault = !byLine ? WordLineFault(line, ended) : parsed.blank ? nullptr : parsed.fault;
+    if (fault == nullptr) continue;
+    ++count;
+    if (faults.size() < WORDS)
+      faults += base::Format("%sline %zu: %s", faults.empty() ? "" : "; ", number, fault);
+  }
+  return count == 0 ? ""
+                    : base::Format("has %zu %s that cannot be used: ", count, count == 1 ? "line" : "lines") +
+                          faults;
 }
 
-std::optional<time_t> ModificationTime(const char* path) {
-  struct stat status {};
-  if (::stat(path, &status) != 0) return std::nullopt;
-  std::tm local{};
-  localtime_r(&status.st_mtime, &local);
-  return std::mktime(&local);
-}
+}  // namespace alarms

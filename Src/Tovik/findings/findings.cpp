@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "DIOSVC/report_types.h"
-#include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/alarm_mail.h"
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"

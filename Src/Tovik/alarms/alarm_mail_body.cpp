@@ -1,4 +1,4 @@
-#include "Tovik/alarms/mail_body.h"
+#include "Tovik/alarms/alarm_mail_body.h"
 
 #include "Tovik/alarms/alarm_body.h"
 #include "Tovik/alarms/alarm_pictures.h"

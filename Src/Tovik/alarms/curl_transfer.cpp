@@ -1,16 +1,15 @@
-#include "Tovik/alarms/transfer.h"
+#include "Tovik/alarms/curl_transfer.h"
 
 #include <sys/socket.h>
 
 #include <csignal>
 
-#include "Tovik/alarms/webhook.h"
 #include "base/stop.h"
 
 namespace alarms {
 namespace {
 
-constexpr int SLICE_MS = 100;  // between two looks at the stop
+constexpr int POLL_MS = 100;  // between two looks at the stop
 
 struct MultiCleanup {
   void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
@@ -56,7 +55,7 @@ CURLcode Perform(CURL* handle) {
     if (curl_multi_perform(multi.get(), &running) != CURLM_OK) return CURLE_FAILED_INIT;
     if (running == 0) return TransferResult(multi.get());
     if (base::StopGraceOver()) return CURLE_ABORTED_BY_CALLBACK;
-    if (curl_multi_poll(multi.get(), nullptr, 0, SLICE_MS, nullptr) != CURLM_OK) return CURLE_FAILED_INIT;
+    if (curl_multi_poll(multi.get(), nullptr, 0, POLL_MS, nullptr) != CURLM_OK) return CURLE_FAILED_INIT;
   }
 }
 
@@ -70,7 +69,7 @@ CURLcode Transfer(CURL* handle) {
   return Perform(handle);
 }
 
-void LimitTime(CURL* handle, long seconds) {
+void LimitTransferTime(CURL* handle, long seconds) {
   if (seconds == 0) return;
   curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, seconds);
   curl_easy_setopt(handle, CURLOPT_TIMEOUT, seconds);

@@ -1,4 +1,4 @@
-#include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/alarm_mail.h"
 
 #include <cctype>
 #include <cerrno>
@@ -10,10 +10,10 @@
 #include <optional>
 #include <utility>
 
+#include "Tovik/alarms/alarm_attachment.h"
+#include "Tovik/alarms/alarm_mail_body.h"
+#include "Tovik/alarms/alarm_mail_by_url.h"
 #include "Tovik/alarms/delivery_notices.h"
-#include "Tovik/alarms/enclosure.h"
-#include "Tovik/alarms/mail_body.h"
-#include "Tovik/alarms/mail_by_url.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/config/config.h"
 #include "Tovik/notices/notices.h"
@@ -46,9 +46,9 @@ int Attach(smtp_session* session, const char* path) {
 }
 
 // What a mail carries: a file that was read already, or one that the session is to read. As Attach.
-int AddFile(smtp_session* session, const char* path, const alarms::Enclosure* enclosure) {
-  if (enclosure == nullptr) return path == nullptr ? 0 : Attach(session, path);
-  smtp_attachment_add_mem(session, enclosure->name.c_str(), enclosure->content.get(), enclosure->size);
+int AddFile(smtp_session* session, const char* path, const alarms::Attachment* attachment) {
+  if (attachment == nullptr) return path == nullptr ? 0 : Attach(session, path);
+  smtp_attachment_add_mem(session, attachment->name.c_str(), attachment->content.get(), attachment->size);
   return 0;
 }
 
@@ -68,7 +68,7 @@ std::string SessionFailure(const Alarm& alarm, int status, const std::string& un
 }
 
 // No result is looked at on the way: the session's status is sticky, and the close returns it.
-int Send(const Alarm& alarm, const char* body, const alarms::Enclosure* enclosure) {
+int Send(const Alarm& alarm, const char* body, const alarms::Attachment* attachment) {
   const std::shared_ptr<const EMAIL_LIST> lists = gEmailLists.Get();
   const alarms::MailHearing hearing;
   smtp_session* session = nullptr;
@@ -78,7 +78,7 @@ int Send(const Alarm& alarm, const char* body, const alarms::Enclosure* enclosur
   smtp_auth(session, static_cast<int>(m_stmp_auth), m_stmp_auth_id, m_stmp_auth_password);
   AddAddresses(session, *lists);
   smtp_header_add(session, "Subject", Subject(alarm.title).c_str());
-  const int fileError = AddFile(session, alarm.attachment, enclosure);
+  const int fileError = AddFile(session, alarm.attachment, attachment);
   smtp_mail(session, body);
   const int status = smtp_close(session);
   if (notices::On())
@@ -99,16 +99,16 @@ bool IsNoFile(const char* path) {
 
 // Reads the attachment, unless the mail session will. When it cannot be read: with MAIL_SKIP_BAD the mail
 // goes out without it and says so; otherwise returns false, and no mail goes out.
-bool Enclose(Alarm* alarm, std::optional<alarms::Enclosure>* enclosure) {
+bool TakeAttachment(Alarm* alarm, std::optional<alarms::Attachment>* attachment) {
   const char* const path = alarm->attachment;
   if (path == nullptr || (m_mail_skip_bad == 0 && !ByUrl())) return true;
   if (m_mail_skip_bad != 0 && IsNoFile(path)) {
     alarm->attachment = nullptr;
     return true;
   }
-  alarms::Enclosure read = alarms::ReadEnclosure(path);
+  alarms::Attachment read = alarms::ReadAttachment(path);
   if (read.error == 0) {
-    *enclosure = std::move(read);
+    *attachment = std::move(read);
   } else if (m_mail_skip_bad != 0) {
     TRACE(TRACE_WARN, "Mail without %s: %s", path, std::strerror(read.error));
     alarms::TellMailWithoutFile(path, read.error);
@@ -122,8 +122,8 @@ bool Enclose(Alarm* alarm, std::optional<alarms::Enclosure>* enclosure) {
 }
 
 int ComposeAndSend(Alarm alarm) {
-  std::optional<alarms::Enclosure> file;
-  if (!Enclose(&alarm, &file)) return -1;
+  std::optional<alarms::Attachment> file;
+  if (!TakeAttachment(&alarm, &file)) return -1;
   const char* reason = nullptr;
   const base::UniqueText body = alarms::MailBody(alarm, std::time(nullptr), &reason);
   if (body == nullptr) {
@@ -131,8 +131,8 @@ int ComposeAndSend(Alarm alarm) {
     alarms::TellMailLost(alarm, reason);
     return -1;
   }
-  const alarms::Enclosure* const enclosure = file ? &*file : nullptr;
-  return ByUrl() ? alarms::MailByUrl(alarm, body.get(), enclosure) : Send(alarm, body.get(), enclosure);
+  const alarms::Attachment* const attachment = file ? &*file : nullptr;
+  return ByUrl() ? alarms::MailByUrl(alarm, body.get(), attachment) : Send(alarm, body.get(), attachment);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The HTML of an alarm's mail.
-#ifndef TOVIK_ALARMS_MAIL_BODY_H
-#define TOVIK_ALARMS_MAIL_BODY_H
+#ifndef TOVIK_ALARMS_ALARM_MAIL_BODY_H
+#define TOVIK_ALARMS_ALARM_MAIL_BODY_H
 
 #include <ctime>
 

@@ -1,4 +1,4 @@
-#include "Tovik/alarms/mail_by_url.h"
+#include "Tovik/alarms/alarm_mail_by_url.h"
 
 #include <array>
 #include <chrono>
@@ -13,12 +13,12 @@
 #include <utility>
 #include <vector>
 
+#include "Tovik/alarms/alarm_mail_dialogue.h"
+#include "Tovik/alarms/alarm_mail_head.h"
+#include "Tovik/alarms/curl_transfer.h"
 #include "Tovik/alarms/delivery_notices.h"
-#include "Tovik/alarms/mail_dialogue.h"
-#include "Tovik/alarms/mail_head.h"
 #include "Tovik/alarms/recipient_line.h"
 #include "Tovik/alarms/recipients.h"
-#include "Tovik/alarms/transfer.h"
 #include "Tovik/config/config.h"
 #include "base/stop.h"
 #include "charset/repair.h"
@@ -116,12 +116,12 @@ CURLcode AddPart(curl_mime* mime, const char* type, const char* data, size_t siz
   return code;
 }
 
-CURLcode AddParts(curl_mime* mime, const char* body, const Enclosure* enclosure, TextList* disposition) {
+CURLcode AddParts(curl_mime* mime, const char* body, const Attachment* attachment, TextList* disposition) {
   if (mime == nullptr) return CURLE_OUT_OF_MEMORY;
   const CURLcode code = AddPart(mime, "text/html; charset=UTF-8", body, CURL_ZERO_TERMINATED, nullptr);
-  if (code != CURLE_OK || enclosure == nullptr) return code;
-  disposition->Add(DispositionHeader(charset::OneLine(enclosure->name, FILE_NAME)));
-  return AddPart(mime, "application/octet-stream", enclosure->content.get(), enclosure->size,
+  if (code != CURLE_OK || attachment == nullptr) return code;
+  disposition->Add(DispositionHeader(charset::OneLine(attachment->name, FILE_NAME)));
+  return AddPart(mime, "application/octet-stream", attachment->content.get(), attachment->size,
                  disposition->Get());
 }
 
@@ -188,7 +188,7 @@ void SetLogin(CURL* handle) {
 
 void SetServer(CURL* handle) {
   const long seconds = m_mail_timeout == 0 ? USUAL_TIMEOUT : m_mail_timeout;
-  LimitTime(handle, seconds);
+  LimitTransferTime(handle, seconds);
   curl_easy_setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, seconds);
   curl_easy_setopt(handle, CURLOPT_URL, static_cast<const char*>(m_mail_url));
   curl_easy_setopt(handle, CURLOPT_PROXY, "");
@@ -231,7 +231,7 @@ int Conclude(const Alarm& alarm, CURLcode code, const char* details, const MailD
   return Fail(alarm, what);
 }
 
-int Deliver(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
+int Deliver(const Alarm& alarm, const char* body, const Attachment* attachment) {
   const Recipients recipients = TakeAll(*gEmailLists.Get());
   if (recipients.all.Get() == nullptr) return Fail(alarm, "no recipients");
   const TextList headers = Headers(alarm, recipients);
@@ -243,7 +243,7 @@ int Deliver(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
   const UniqueCurl handle(curl_easy_init());
   if (handle == nullptr) return Fail(alarm, smtp_status_code_errstr(SMTP_NO_MEMORY));
   mime.reset(curl_mime_init(handle.get()));
-  const CURLcode composed = AddParts(mime.get(), body, enclosure, &disposition);
+  const CURLcode composed = AddParts(mime.get(), body, attachment, &disposition);
   if (composed != CURLE_OK) return Fail(alarm, curl_easy_strerror(composed));
   SetServer(handle.get());
   SetCallbacks(handle.get(), &delivery);
@@ -258,11 +258,11 @@ int Deliver(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
 
 }  // namespace
 
-int MailByUrl(const Alarm& alarm, const char* body, const Enclosure* enclosure) {
+int MailByUrl(const Alarm& alarm, const char* body, const Attachment* attachment) {
   const bool sender_fits = *m_send_email == '\0' || RecipientFault("", m_send_email) == nullptr;
   const bool method_fits = m_stmp_auth >= SMTP_METHOD_NONE && m_stmp_auth <= SMTP_METHOD_LOGIN;
   if (!sender_fits || !method_fits) return Fail(alarm, smtp_status_code_errstr(SMTP_INVALID));
-  return Deliver(alarm, body, enclosure);
+  return Deliver(alarm, body, attachment);
 }
 
 }  // namespace alarms

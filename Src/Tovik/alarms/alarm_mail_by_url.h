@@ -1,9 +1,9 @@
 // An alarm's mail when MAIL_URL is set: libcurl composes and delivers it.
-#ifndef TOVIK_ALARMS_MAIL_BY_URL_H
-#define TOVIK_ALARMS_MAIL_BY_URL_H
+#ifndef TOVIK_ALARMS_ALARM_MAIL_BY_URL_H
+#define TOVIK_ALARMS_ALARM_MAIL_BY_URL_H
 
 #include "Tovik/alarms/alarm.h"
-#include "Tovik/alarms/enclosure.h"
+#include "Tovik/alarms/alarm_attachment.h"
 
 namespace alarms {
 
@@ -14,7 +14,7 @@ namespace alarms {
 //
 // Any thread. Gives up after MAIL_TIMEOUT seconds (60 when 0), and once a stop's grace is over. A server that
 // took the mail and does not answer QUIT holds it up for some three seconds more.
-int MailByUrl(const Alarm& alarm, const char* body, const Enclosure* enclosure);
+int MailByUrl(const Alarm& alarm, const char* body, const Attachment* attachment);
 
 }  // namespace alarms
 

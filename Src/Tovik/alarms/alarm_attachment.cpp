@@ -1,4 +1,4 @@
-#include "Tovik/alarms/enclosure.h"
+#include "Tovik/alarms/alarm_attachment.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -24,19 +24,20 @@ std::string NameOf(const char* path) {
 
 }  // namespace
 
-Enclosure ReadEnclosure(const char* path) {
-  Enclosure enclosure;
-  enclosure.name = NameOf(path);
-  enclosure.content.reset(smtp_file_get_contents(path, &enclosure.size));
-  if (enclosure.content == nullptr) enclosure.error = errno;
-  return enclosure;
+Attachment ReadAttachment(const char* path) {
+  Attachment attachment;
+  attachment.name = NameOf(path);
+  attachment.content.reset(smtp_file_get_contents(path, &attachment.size));
+  if (attachment.content == nullptr) attachment.error = errno;
+  return attachment;
 }
 
-std::string LeftOutSentence(const Enclosure& enclosure, bool ascii) {
-  std::string name = enclosure.name;
+std::string LeftOutSentence(const Attachment& attachment, bool ascii) {
+  std::string name = attachment.name;
   for (char& c : name)
     if (ascii && static_cast<uint8_t>(c) >= 0x80) c = '?';
-  return base::Format("The file %s could not be attached: %s.", name.c_str(), std::strerror(enclosure.error));
+  return base::Format("The file %s could not be attached: %s.", name.c_str(),
+                      std::strerror(attachment.error));
 }
 
 }  // namespace alarms

@@ -1,10 +1,14 @@
-// A transfer of libcurl that a stop can cut, for posts and mails alike.
-#ifndef TOVIK_ALARMS_TRANSFER_H
-#define TOVIK_ALARMS_TRANSFER_H
+// A transfer of libcurl that a stop can cut, for posts and for the mails of MAIL_URL.
+#ifndef TOVIK_ALARMS_CURL_TRANSFER_H
+#define TOVIK_ALARMS_CURL_TRANSFER_H
 
 #include <curl/curl.h>
 
 #include <memory>
+
+// Initialises libcurl (curl_global_init(3)) and ignores SIGPIPE, which a broken TLS connection would raise.
+// Call it once, before the first thread starts. Returns 0, or -1 on failure.
+[[nodiscard]] int AlarmTransportInit();
 
 namespace alarms {
 
@@ -23,7 +27,7 @@ using UniqueList = std::unique_ptr<curl_slist, ListFree>;
 CURLcode Transfer(CURL* handle);
 
 // Limits connecting, and the whole transfer, to so many seconds. 0 leaves libcurl's defaults.
-void LimitTime(CURL* handle, long seconds);
+void LimitTransferTime(CURL* handle, long seconds);
 
 }  // namespace alarms
 

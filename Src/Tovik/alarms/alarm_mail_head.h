@@ -1,8 +1,8 @@
 // The header lines of a mail that goes out by MAIL_URL (RFC 5322, 2047, 2231). Texts must be well-formed
 // UTF-8 without control characters. The results are ASCII, without the last line end, folded to lines of 76
 // bytes; only a long address makes a longer line.
-#ifndef TOVIK_ALARMS_MAIL_HEAD_H
-#define TOVIK_ALARMS_MAIL_HEAD_H
+#ifndef TOVIK_ALARMS_ALARM_MAIL_HEAD_H
+#define TOVIK_ALARMS_ALARM_MAIL_HEAD_H
 
 #include <ctime>
 #include <string>

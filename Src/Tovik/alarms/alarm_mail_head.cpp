@@ -1,4 +1,4 @@
-#include "Tovik/alarms/mail_head.h"
+#include "Tovik/alarms/alarm_mail_head.h"
 
 #include <sys/random.h>
 
@@ -18,7 +18,7 @@
 namespace alarms {
 namespace {
 
-constexpr size_t LINE = 76;
+constexpr size_t HEADER_LINE = 76;
 constexpr size_t LONGEST_WORD = 60;   // that needs no encoding to be folded
 constexpr size_t ENCODED_BYTES = 39;  // so that an encoded word fits the line behind a header's key
 constexpr const char* FOLD = "\r\n ";
@@ -55,7 +55,7 @@ std::string Folded(std::string_view text, size_t column) {
   while (!text.empty()) {
     const size_t begin = std::min(text.find_first_not_of(' '), text.size());
     const size_t end = std::min(text.find(' ', begin), text.size());
-    if (column + end > LINE && begin > 0) {
+    if (column + end > HEADER_LINE && begin > 0) {
       folded += "\r\n";
       column = 0;
     }
@@ -80,7 +80,7 @@ std::string MailboxText(const Mailbox& mailbox) {
   if (mailbox.name.empty()) return address;
   const bool plain = IsAscii(mailbox.name) && mailbox.name.size() <= LONGEST_WORD;
   const std::string name = plain ? Quoted(mailbox.name) : EncodedWords(mailbox.name);
-  return name + (name.size() + address.size() < LINE ? " " : FOLD) + address;
+  return name + (name.size() + address.size() < HEADER_LINE ? " " : FOLD) + address;
 }
 
 }  // namespace

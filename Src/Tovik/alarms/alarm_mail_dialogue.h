@@ -1,7 +1,7 @@
-// What a mail server said to each step of a delivery that libcurl carries out. It does no input or output:
-// the caller passes the lines.
-#ifndef TOVIK_ALARMS_MAIL_DIALOGUE_H
-#define TOVIK_ALARMS_MAIL_DIALOGUE_H
+// What a mail server said to each step of a delivery, be it libcurl or the own mail client that carries it
+// out.
+#ifndef TOVIK_ALARMS_ALARM_MAIL_DIALOGUE_H
+#define TOVIK_ALARMS_ALARM_MAIL_DIALOGUE_H
 
 #include <string>
 #include <string_view>
@@ -9,6 +9,7 @@
 
 namespace alarms {
 
+// Does no input or output: the caller passes the lines.
 class MailDialogue {
  public:
   // Takes a command that was sent, or a line of a reply. Returns the text to show of it: one line, at most
@@ -37,6 +38,23 @@ class MailDialogue {
   bool accepted_ = false;
   std::string refusal_;
   std::vector<std::string> refused_;
+};
+
+// Lets the dialogues of the own mail client be heard where there is a journal to tell them to. Once, before
+// the first thread.
+void HearMailServers();
+
+// While it lives, what the own mail client exchanges on this thread is followed.
+class MailHearing {
+ public:
+  MailHearing();
+  ~MailHearing();
+  MailHearing(const MailHearing&) = delete;
+  MailHearing& operator=(const MailHearing&) = delete;
+  const MailDialogue& Dialogue() const { return dialogue_; }
+
+ private:
+  MailDialogue dialogue_;
 };
 
 }  // namespace alarms
