@@ -16,7 +16,7 @@
 #include "Tovik/checks/result_table.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
-#include "Tovik/findings/messages.h"
+#include "Tovik/findings/findings.h"
 #include "base/text_file.h"
 #include "ctl/text.h"
 #include "smtp/smtp.h"

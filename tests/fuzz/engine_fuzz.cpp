@@ -1,6 +1,6 @@
 // The engine's reply to a channel query: header and payload from a socket, and the decoded payload.
 #include "DIOSVC/frames.h"
-#include "Tovik/engine/channel_reply.h"
+#include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_socket.h"
 #include "fuzz/fuzz.h"
 #include "support/support.h"

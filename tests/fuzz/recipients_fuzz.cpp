@@ -4,7 +4,7 @@
 
 #include "Tovik/alarms/recipient_line.h"
 #include "Tovik/alarms/recipients.h"
-#include "Tovik/notices/notice_text.h"
+#include "Tovik/notices/notices.h"
 #include "charset/repair.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_internal.h"

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <new>
 
-#include "Tovik/checks/outcome.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/findings/findings.h"
@@ -155,4 +154,13 @@ int FindErrorLines(const ErrorLogSearch& search, char* out) {
     return 0;
   }
   return ReadTextFile(search.extract.c_str(), out);
+}
+
+bool TraceOutcome(int result) {
+  if (result == 0) {
+    TRACE(TRACE_WARN, "errorCheckProc fail");
+    return false;
+  }
+  TRACE(TRACE_INFO, "errorCheckProc success");
+  return true;
 }

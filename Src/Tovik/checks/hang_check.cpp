@@ -6,12 +6,11 @@
 #include <string>
 #include <utility>
 
+#include "Tovik/checks/engine_standing.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/checks/standing.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/engine_session.h"
 #include "Tovik/findings/findings.h"
-#include "Tovik/findings/messages.h"
 #include "Tovik/trace.h"
 #include "base/stop.h"
 #include "sysinfo/listening_port.h"

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -11,9 +12,45 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <utility>
+
+#include "base/format.h"
+#include "charset/repair.h"
 
 namespace notices {
 namespace {
+
+constexpr size_t SHOWN = 300;
+constexpr size_t READ = 4 * SHOWN;  // of a text whose length is not ours to choose
+constexpr std::string_view ELLIPSIS = "...";
+
+// Control characters beyond ASCII, and those that turn the direction of writing, as UTF-8 has them: from the
+// first to the last of a row.
+struct Range {
+  std::string_view first;
+  std::string_view last;
+};
+// NOLINTBEGIN(misc-misleading-bidirectional): they are looked for, not written
+constexpr Range HIDDEN[] = {{"\xC2\x80", "\xC2\x9F"},
+                            {"\xE2\x80\x8E", "\xE2\x80\x8F"},
+                            {"\xE2\x80\xA8", "\xE2\x80\xAE"},
+                            {"\xE2\x81\xA6", "\xE2\x81\xA9"}};
+// NOLINTEND(misc-misleading-bidirectional)
+
+bool IsHidden(std::string_view character) {
+  const auto byte = static_cast<unsigned char>(character[0]);
+  if (character.size() == 1) return byte < ' ' || byte == 0x7F;
+  return std::any_of(std::begin(HIDDEN), std::end(HIDDEN), [&](const Range& range) {
+    return character.size() == range.first.size() && character >= range.first && character <= range.last;
+  });
+}
+
+std::string Escaped(std::string_view character) {
+  if (character == "\n") return "\\n";
+  std::string escaped;
+  for (const char c : character) escaped += base::Format("\\x%02x", static_cast<unsigned char>(c));
+  return escaped;
+}
 
 std::atomic<bool> on{false};
 std::mutex mutex;
@@ -51,6 +88,73 @@ void TellRow(const Row& row, std::initializer_list<std::string_view> texts) try 
   std::fwrite(line.data(), 1, line.size(), stderr);
 } catch (const std::bad_alloc&) {
   // Nothing is left to tell it with.
+}
+
+std::string Shown(std::string_view text) {
+  const std::string sound = charset::Repaired(text.substr(0, READ));
+  std::string shown;
+  size_t whole = 0;  // up to where there is room for the ellipsis
+  for (size_t at = 0; at < sound.size();) {
+    const size_t length = std::max<size_t>(charset::Utf8Character(std::string_view(sound).substr(at)), 1);
+    const std::string character = sound.substr(at, length);
+    at += length;
+    shown += IsHidden(character) ? Escaped(character) : character;
+    if (shown.size() + ELLIPSIS.size() <= SHOWN) whole = shown.size();
+    if (shown.size() <= SHOWN) continue;
+    shown.resize(whole);
+    return shown.append(ELLIPSIS);
+  }
+  return shown;
+}
+
+Composed Compose(std::string_view sentence, std::span<const std::string_view> texts) {
+  Composed composed;
+  for (const std::string_view text : texts) {
+    const size_t at = std::min(sentence.find('{'), sentence.size());
+    const bool passing = sentence.substr(at).starts_with(PASSING);
+    const std::string shown = Shown(text);
+    composed.sentence.append(sentence.substr(0, at)).append(shown);
+    if (!passing) composed.sameness.append(shown).push_back('\n');
+    sentence.remove_prefix(std::min(at + (passing ? PASSING : TEXT).size(), sentence.size()));
+  }
+  composed.sentence.append(sentence);
+  return composed;
+}
+
+std::optional<int64_t> Repeats::Due(int kind, const std::string& sameness, int64_t now) {
+  Kind& row = kinds_[kind];
+  const auto same = std::find_if(row.told.begin(), row.told.end(),
+                                 [&](const Told& told) { return told.sameness == sameness; });
+  if (same != row.told.end()) {
+    if (now - same->when < PERIOD) {
+      ++same->held;
+      return std::nullopt;
+    }
+    same->when = now;
+    return std::exchange(same->held, 0);
+  }
+  if (row.told.size() >= MOST) {
+    const auto oldest = std::min_element(row.told.begin(), row.told.end(),
+                                         [](const Told& a, const Told& b) { return a.when < b.when; });
+    if (now - oldest->when < PERIOD) {
+      ++row.crowded;
+      return std::nullopt;
+    }
+    row.told.erase(oldest);
+  }
+  row.told.push_back({sameness, now, 0});
+  return std::exchange(row.crowded, 0);
+}
+
+std::string Line(int priority, const std::string& sentence, int64_t held) {
+  std::string line = base::Format("<%d>", priority) + sentence;
+  if (held > 0) line += base::Format(" (%lld more like this were not written)", static_cast<long long>(held));
+  return line + '\n';
+}
+
+bool NamesFile(std::string_view journal_stream, dev_t device, ino_t inode) {
+  return journal_stream == base::Format("%llu:%llu", static_cast<unsigned long long>(device),
+                                        static_cast<unsigned long long>(inode));
 }
 
 }  // namespace notices

@@ -1,4 +1,4 @@
-#include "Tovik/process/refusals.h"
+#include "Tovik/process/start_notices.h"
 
 #include <cstring>
 

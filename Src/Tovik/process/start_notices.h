@@ -1,7 +1,7 @@
 // Why the agent does not start, told to the administrator (notices/notices.h): the trace log is not open yet,
 // or is not where he looks.
-#ifndef TOVIK_PROCESS_REFUSALS_H
-#define TOVIK_PROCESS_REFUSALS_H
+#ifndef TOVIK_PROCESS_START_NOTICES_H
+#define TOVIK_PROCESS_START_NOTICES_H
 
 #include <sys/types.h>
 

@@ -1,4 +1,4 @@
-#include "Tovik/checks/standing.h"
+#include "Tovik/checks/engine_standing.h"
 
 #include "base/format.h"
 

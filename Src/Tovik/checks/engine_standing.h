@@ -1,6 +1,6 @@
 // The state of the engine as the checks last found it, for the status line that the service manager shows.
-#ifndef TOVIK_CHECKS_STANDING_H
-#define TOVIK_CHECKS_STANDING_H
+#ifndef TOVIK_CHECKS_ENGINE_STANDING_H
+#define TOVIK_CHECKS_ENGINE_STANDING_H
 
 #include <atomic>
 #include <cstdint>
