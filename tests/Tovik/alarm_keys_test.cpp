@@ -9,7 +9,7 @@
 #include "Tovik/alarms/alarm_pictures.h"
 #include "Tovik/alarms/recipient_line.h"
 #include "Tovik/alarms/webhook_body.h"
-#include "Tovik/config/mail_url.h"
+#include "Tovik/config/url.h"
 
 namespace {
 

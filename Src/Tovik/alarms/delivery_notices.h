@@ -22,10 +22,10 @@ void TellPostLost(const Alarm& alarm, const std::string& why);
 
 // "the file /x (CFG_FILE) cannot be read: Permission denied".
 std::string FileWords(const char* path, int error);
-// Scheme, host and port of an address: what may be shown of a webhook's.
-std::string WithoutPath(std::string_view url);
 // A text without the password of the mail server and what AUTH sends, as "***".
 std::string WithoutSecrets(std::string text);
+// Puts "***" in the place of a secret, wherever a text holds it. An empty secret hides nothing.
+void HideSecret(std::string_view secret, std::string* text);
 
 }  // namespace alarms
 
