@@ -201,7 +201,7 @@ std::string BadLineWords(std::string_view text, bool byLine) {
     const std::string_view line = text.substr(0, end);
     text.remove_prefix(ended ? end + 1 : text.size());
     const RecipientLine parsed = byLine ? ParseRecipient(line) : RecipientLine{};
-    const char* const fault = !byLine ? WordLineFault(line, ended) : parsed.blank ? nullptr : parsed.fault;
+    const char* const fault = !byLine ? FirstFault(FaultsOf(WordsOf(line), ended)) : parsed.blank ? nullptr : parsed.fault;
     if (fault == nullptr) continue;
     ++count;
     if (faults.size() < WORDS)
