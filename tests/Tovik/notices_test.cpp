@@ -102,18 +102,20 @@ TEST(NoticesTest, ScriptAndPortAreToldInWords) {
 TEST(NoticesTest, LinesOfRecipientsThatCannotBeUsed) {
   const struct {
     const char* text;
-    bool byLine;
     std::string words;
-  } rows[] = {{"kim kim@example.com\n\nlee lee@example.com\n", true, ""},
-              {"kim kim@example.com\nlee lee@example.com\n", false, ""},
-              {"kim\nJo Lee lee@example.com", true, "has 1 line that cannot be used: line 1: no address"},
-              {"kim\n\nlee lee@example.com", false,
+  } rows[] = {{"kim kim@example.com\nlee lee@example.com\n", ""},
+              {"kim\n\nlee lee@example.com",
                "has 3 lines that cannot be used: line 1: it is not one name and one address: it and all "
-               "behind it are "
-               "misread; line 2: it is blank: each mail gets a recipient without an address; line 3: it has "
-               "no line end "
-               "and is not read"}};
-  for (const auto& row : rows) EXPECT_EQ(alarms::BadLineWords(row.text, row.byLine), row.words);
+               "behind it are misread; line 2: it is blank: each mail gets a recipient without an address; "
+               "line 3: it has no line end and is not read"},
+              {"\"kim\" kim@example.com\n",
+               "has 1 line that cannot be used: line 1: a quote, a bracket, a control character or too long: "
+               "no mail is sent at all"}};
+  for (const auto& row : rows) {
+    alarms::BadLines bad;
+    bad.AddWordLines(row.text);
+    EXPECT_EQ(bad.Words(), row.words);
+  }
 }
 
 TEST(NoticesTest, SecretsAreNotShown) {

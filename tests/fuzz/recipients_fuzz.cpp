@@ -28,7 +28,9 @@ FUZZ_TARGET(text) {
     HOLDS(entries->At(i).address == next());
   }
   HOLDS(*entries->At(count).name == '\0' && *entries->At(-1).address == '\0');
-  const std::string shown = notices::Shown(alarms::BadLineWords(text, count % 2 == 0) + text);
+  alarms::BadLines bad;
+  bad.AddWordLines(text);
+  const std::string shown = notices::Shown(bad.Words() + text);
   HOLDS(shown.size() <= 300 && charset::Repaired(shown) == shown);
   HOLDS(std::none_of(shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }));
   std::istringstream lines(text);

@@ -6,9 +6,7 @@
 // is read by itself (recipient_line.h), and one that cannot be used is left out and traced.
 //
 // The lists are read at start-up, and again when a file has changed (checks/recipients_check.h).
-//
-// What is told to the administrator (notices/notices.h) of a file of recipients whose mails will not go where
-// he believes.
+// With a journal, the administrator is told of a file whose mails will not go where he believes.
 #ifndef TOVIK_ALARMS_RECIPIENTS_H
 #define TOVIK_ALARMS_RECIPIENTS_H
 
@@ -77,12 +75,25 @@ int EMailListFree(EMAIL_LIST list);
 
 namespace alarms {
 
-// Looks at a file that mails go to. Without a journal, and while no mail is sent, it is not looked at.
-void TellBadRecipients(const char* path);
+// The lines of a file that its list cannot use, in words.
+class BadLines {
+ public:
+  void Add(size_t number, const char* fault);
+  // Adds the bad ones of a text that is read by the word.
+  void AddWordLines(std::string_view text);
+  // "has 2 lines that cannot be used: line 3: no address; line 5: ..."; empty when all can.
+  std::string Words() const;
 
-// "has 2 lines that cannot be used: line 3: no address; line 5: ..."; empty when all can. byLine: as
-// MAIL_SKIP_BAD reads them.
-std::string BadLineWords(std::string_view text, bool byLine);
+ private:
+  size_t count_ = 0;
+  std::string words_;
+};
+
+// What reading a file found that is told to the administrator (notices/notices.h).
+struct ListNotice {
+  int error = 0;  // errno of opening it
+  BadLines bad;
+};
 
 }  // namespace alarms
 
