@@ -20,37 +20,8 @@
 namespace notices {
 namespace {
 
-constexpr size_t SHOWN = 300;
-constexpr size_t READ = 4 * SHOWN;  // of a text whose length is not ours to choose
-constexpr std::string_view ELLIPSIS = "...";
-
-// Control characters beyond ASCII, and those that turn the direction of writing, as UTF-8 has them: from the
-// first to the last of a row.
-struct Range {
-  std::string_view first;
-  std::string_view last;
-};
-// NOLINTBEGIN(misc-misleading-bidirectional): they are looked for, not written
-constexpr Range HIDDEN[] = {{"\xC2\x80", "\xC2\x9F"},
-                            {"\xE2\x80\x8E", "\xE2\x80\x8F"},
-                            {"\xE2\x80\xA8", "\xE2\x80\xAE"},
-                            {"\xE2\x81\xA6", "\xE2\x81\xA9"}};
-// NOLINTEND(misc-misleading-bidirectional)
-
-bool IsHidden(std::string_view character) {
-  const auto byte = static_cast<unsigned char>(character[0]);
-  if (character.size() == 1) return byte < ' ' || byte == 0x7F;
-  return std::any_of(std::begin(HIDDEN), std::end(HIDDEN), [&](const Range& range) {
-    return character.size() == range.first.size() && character >= range.first && character <= range.last;
-  });
-}
-
-std::string Escaped(std::string_view character) {
-  if (character == "\n") return "\\n";
-  std::string escaped;
-  for (const char c : character) escaped += base::Format("\\x%02x", static_cast<unsigned char>(c));
-  return escaped;
-}
+constexpr size_t TEXT_SHOWN = 300;
+constexpr size_t TEXT_READ = 4 * TEXT_SHOWN;  // of a text whose length is not ours to choose
 
 std::atomic<bool> on{false};
 std::mutex mutex;
@@ -91,20 +62,8 @@ void TellRow(const Row& row, std::initializer_list<std::string_view> texts) try 
 }
 
 std::string Shown(std::string_view text) {
-  const std::string sound = charset::Repaired(text.substr(0, READ));
-  std::string shown;
-  size_t whole = 0;  // up to where there is room for the ellipsis
-  for (size_t at = 0; at < sound.size();) {
-    const size_t length = std::max<size_t>(charset::Utf8Character(std::string_view(sound).substr(at)), 1);
-    const std::string character = sound.substr(at, length);
-    at += length;
-    shown += IsHidden(character) ? Escaped(character) : character;
-    if (shown.size() + ELLIPSIS.size() <= SHOWN) whole = shown.size();
-    if (shown.size() <= SHOWN) continue;
-    shown.resize(whole);
-    return shown.append(ELLIPSIS);
-  }
-  return shown;
+  return charset::Printable(charset::Repaired(text.substr(0, TEXT_READ)), TEXT_SHOWN,
+                            charset::Escapes::BYTES);
 }
 
 Composed Compose(std::string_view sentence, std::span<const std::string_view> texts) {
