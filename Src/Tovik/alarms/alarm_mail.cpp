@@ -37,7 +37,7 @@ void AddAddresses(smtp_session* session, const EMAIL_LIST& lists) {
 }
 
 // Returns errno of a file that could not be read, else 0.
-int Attach(smtp_session* session, const char* path) {
+int AttachPath(smtp_session* session, const char* path) {
   const char* const slash = std::strrchr(path, '/');
   const int before = smtp_status_code_get(session);
   const int status = smtp_attachment_add_path(session, slash == nullptr ? path : slash + 1, path);
@@ -45,15 +45,15 @@ int Attach(smtp_session* session, const char* path) {
   return status == SMTP_FILE_FAILED && before == SMTP_SUCCESS ? error : 0;
 }
 
-// What a mail carries: a file that was read already, or one that the session is to read. As Attach.
+// What a mail carries: a file that was read already, or one that the session is to read. As AttachPath.
 int AddFile(smtp_session* session, const char* path, const alarms::Attachment* attachment) {
-  if (attachment == nullptr) return path == nullptr ? 0 : Attach(session, path);
+  if (attachment == nullptr) return path == nullptr ? 0 : AttachPath(session, path);
   smtp_attachment_add_mem(session, attachment->name.c_str(), attachment->content.get(), attachment->size);
   return 0;
 }
 
 // The title. With TEXT_REPAIR its control characters, which a header cannot hold, become blanks.
-std::string Subject(std::string title) {
+std::string MailSubject(std::string title) {
   for (char& c : title)
     if (m_text_repair != 0 && std::iscntrl(static_cast<unsigned char>(c)) != 0) c = ' ';
   return title;
@@ -68,7 +68,7 @@ std::string SessionFailure(const Alarm& alarm, int status, const std::string& un
 }
 
 // No result is looked at on the way: the session's status is sticky, and the close returns it.
-int Send(const Alarm& alarm, const char* body, const alarms::Attachment* attachment) {
+int SendBySession(const Alarm& alarm, const char* body, const alarms::Attachment* attachment) {
   const std::shared_ptr<const EMAIL_LIST> lists = gEmailLists.Get();
   const alarms::MailHearing hearing;
   smtp_session* session = nullptr;
@@ -77,7 +77,7 @@ int Send(const Alarm& alarm, const char* body, const alarms::Attachment* attachm
   const std::string unreached = notices::On() ? smtp_connect_errstr(session) : "";
   smtp_auth(session, static_cast<int>(m_stmp_auth), m_stmp_auth_id, m_stmp_auth_password);
   AddAddresses(session, *lists);
-  smtp_header_add(session, "Subject", Subject(alarm.title).c_str());
+  smtp_header_add(session, "Subject", MailSubject(alarm.title).c_str());
   const int fileError = AddFile(session, alarm.attachment, attachment);
   smtp_mail(session, body);
   const int status = smtp_close(session);
@@ -132,7 +132,8 @@ int ComposeAndSend(Alarm alarm) {
     return -1;
   }
   const alarms::Attachment* const attachment = file ? &*file : nullptr;
-  return ByUrl() ? alarms::MailByUrl(alarm, body.get(), attachment) : Send(alarm, body.get(), attachment);
+  return ByUrl() ? alarms::MailByUrl(alarm, body.get(), attachment)
+                 : SendBySession(alarm, body.get(), attachment);
 }
 
 }  // namespace

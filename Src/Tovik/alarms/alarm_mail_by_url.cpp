@@ -29,11 +29,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr long USUAL_TIMEOUT = 60;  // seconds
-constexpr std::chrono::seconds GOOD_BYE{2};
-constexpr size_t SUBJECT = 1000;
-constexpr size_t FILE_NAME = 200;
-constexpr size_t WORDS = 300;
+constexpr long USUAL_MAIL_TIMEOUT = 60;  // seconds
+constexpr std::chrono::seconds QUIT_SECONDS{2};
+constexpr size_t SUBJECT_BYTES = 1000;
+constexpr size_t FILE_NAME_BYTES = 200;
+constexpr size_t WORDS_SHOWN = 300;
 
 struct MimeFree {
   void operator()(curl_mime* mime) const { curl_mime_free(mime); }
@@ -63,7 +63,8 @@ struct Recipients {
 };
 
 void Refuse(const Mailbox& mailbox, const char* reason) {
-  const std::string shown = charset::OneLine("\"" + mailbox.name + "\" <" + mailbox.address + ">", WORDS);
+  const std::string shown =
+      charset::OneLine("\"" + mailbox.name + "\" <" + mailbox.address + ">", WORDS_SHOWN);
   std::fprintf(stderr, "smtp refused: %s: %s\n", shown.c_str(), reason);
 }
 
@@ -102,7 +103,7 @@ TextList Headers(const Alarm& alarm, const Recipients& recipients) {
   if (!sender.address.empty()) headers.Add(AddressHeader("From", {sender}));
   if (!recipients.to.empty()) headers.Add(AddressHeader("To", recipients.to));
   if (!recipients.cc.empty()) headers.Add(AddressHeader("Cc", recipients.cc));
-  headers.Add(TextHeader("Subject", charset::OneLine(alarm.title, SUBJECT)));
+  headers.Add(TextHeader("Subject", charset::OneLine(alarm.title, SUBJECT_BYTES)));
   return headers;
 }
 
@@ -120,7 +121,7 @@ CURLcode AddParts(curl_mime* mime, const char* body, const Attachment* attachmen
   if (mime == nullptr) return CURLE_OUT_OF_MEMORY;
   const CURLcode code = AddPart(mime, "text/html; charset=UTF-8", body, CURL_ZERO_TERMINATED, nullptr);
   if (code != CURLE_OK || attachment == nullptr) return code;
-  disposition->Add(DispositionHeader(charset::OneLine(attachment->name, FILE_NAME)));
+  disposition->Add(DispositionHeader(charset::OneLine(attachment->name, FILE_NAME_BYTES)));
   return AddPart(mime, "application/octet-stream", attachment->content.get(), attachment->size,
                  disposition->Get());
 }
@@ -162,7 +163,7 @@ int Listen(CURL*, curl_infotype type, char* data, size_t size, void* user) try {
 // second.
 int GiveUp(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
   const auto* const delivery = static_cast<const Delivery*>(user);
-  const bool no_answer = delivery->accepted && Clock::now() - *delivery->accepted > GOOD_BYE;
+  const bool no_answer = delivery->accepted && Clock::now() - *delivery->accepted > QUIT_SECONDS;
   return base::StopGraceOver() || no_answer ? 1 : 0;
 }
 
@@ -187,7 +188,7 @@ void SetLogin(CURL* handle) {
 }
 
 void SetServer(CURL* handle) {
-  const long seconds = m_mail_timeout == 0 ? USUAL_TIMEOUT : m_mail_timeout;
+  const long seconds = m_mail_timeout == 0 ? USUAL_MAIL_TIMEOUT : m_mail_timeout;
   LimitTransferTime(handle, seconds);
   curl_easy_setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, seconds);
   curl_easy_setopt(handle, CURLOPT_URL, static_cast<const char*>(m_mail_url));
@@ -225,7 +226,7 @@ int Conclude(const Alarm& alarm, CURLcode code, const char* details, const MailD
     TellMail(alarm, "", dialogue);
     return 1;
   }
-  std::string what = charset::OneLine(*details != '\0' ? details : curl_easy_strerror(code), WORDS);
+  std::string what = charset::OneLine(*details != '\0' ? details : curl_easy_strerror(code), WORDS_SHOWN);
   if (!dialogue.Refusal().empty()) what += "; " + dialogue.Refusal();
   if (code == CURLE_OPERATION_TIMEDOUT) what += "; waiting at " + dialogue.Step();
   return Fail(alarm, what);

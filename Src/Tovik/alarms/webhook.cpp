@@ -72,7 +72,7 @@ const alarms::Chat& ChatInUse() {
 }
 
 // The post's failure as told on standard error; empty when the post was taken.
-std::string Failure(CURLcode code, const Answer& answer) {
+std::string PostFailure(CURLcode code, const Answer& answer) {
   if (code != CURLE_OK) return std::string("curl_easy_perform() failed: ") + curl_easy_strerror(code);
   if (m_webhook_strict == 0) return {};
   const std::string denial = alarms::Denial(answer.status, answer.body, ChatInUse().success);
@@ -80,7 +80,7 @@ std::string Failure(CURLcode code, const Answer& answer) {
 }
 
 // Without WEBHOOK_STRICT no failure is one that the service answers, and still nobody has read the post.
-std::string Loss(CURLcode code, const Answer& answer) {
+std::string PostLoss(CURLcode code, const Answer& answer) {
   if (code != CURLE_OK) return curl_easy_strerror(code);
   return alarms::Denial(answer.status, answer.body, m_webhook_strict != 0 ? ChatInUse().success : "");
 }
@@ -96,9 +96,9 @@ int Post(const Alarm& alarm, const char* body) {
   const bool asked = m_webhook_strict != 0 || notices::On();
   const CURLcode code = PostJson(handle.get(), static_cast<const char*>(m_webhook_server_url), body,
                                  m_webhook_timeout, asked ? &answer : nullptr);
-  const std::string loss = notices::On() ? Loss(code, answer) : "";
+  const std::string loss = notices::On() ? PostLoss(code, answer) : "";
   if (!loss.empty()) alarms::TellPostLost(alarm, loss);
-  const std::string failure = Failure(code, answer);
+  const std::string failure = PostFailure(code, answer);
   if (failure.empty()) return 1;
   std::fprintf(stderr, "%s\n", failure.c_str());
   return -1;

@@ -78,11 +78,11 @@ std::span<const LVCSR_CHANNEL> CountedChannels(const LVCSR_DATA_CHANNEL& status)
 }
 
 int64_t UsedPercent(const LVCSR_DATA_CHANNEL& status) {
-  constexpr float LIMIT = 9223372036854775808.0F;  // 2^63
+  constexpr float PERCENT_LIMIT = 9223372036854775808.0F;  // 2^63
   // In single precision. The division by 0 channels would give infinity or not-a-number.
   if (status.nChannelCnt == 0) return INT64_MIN;
   const float percent = static_cast<float>(status.nUsedCnt) / static_cast<float>(status.nChannelCnt) * 100.0F;
-  return percent >= -LIMIT && percent < LIMIT ? static_cast<int64_t>(percent) : INT64_MIN;
+  return percent >= -PERCENT_LIMIT && percent < PERCENT_LIMIT ? static_cast<int64_t>(percent) : INT64_MIN;
 }
 
 static_assert(std::endian::native == std::endian::little, "the engine's integers are copied as they come");
