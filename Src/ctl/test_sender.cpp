@@ -265,6 +265,7 @@ void RunTrials(std::vector<Trial>* trials, int64_t milliseconds,
   for (Trial& trial : *trials) running.push_back(StartTrial(&trial, environment));
   const auto open = [&] {
     std::vector<pollfd> fds;
+    fds.reserve(running.size());
     for (const Running& one : running) fds.push_back({one.pipe.Get(), POLLIN, 0});
     return fds;
   };

@@ -87,7 +87,7 @@ CountedList ReadWords(const char* path, alarms::ListNotice* notice) {
   const int64_t count = GetTotalLine(path);
   const base::UniqueFile input = base::OpenRegularStream(path);
   const int error = errno;
-  const CountedList list = {count, TakeWords(input.get(), count)};
+  CountedList list = {count, TakeWords(input.get(), count)};
   if (notice != nullptr && input) JudgeLines(input.get(), &notice->bad);
   if (notice != nullptr && !input) notice->error = error;
   return list;
