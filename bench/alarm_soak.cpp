@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/alarm_mail.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/config/config.h"

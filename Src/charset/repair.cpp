@@ -2,13 +2,18 @@
 
 #include <iconv.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
+
+#include "base/format.h"
 
 namespace charset {
 namespace {
 
 constexpr std::string_view REPLACEMENT_CHARACTER = "\xEF\xBF\xBD";
+constexpr std::string_view ELLIPSIS = "...";
 
 uint8_t Byte(std::string_view text, size_t at) {
   return static_cast<uint8_t>(text[at]);
@@ -118,12 +123,52 @@ class Cp949Conversion {
   iconv_t handle_;
 };
 
+// Control characters beyond ASCII, and those that turn the direction of writing, as UTF-8 has them: from the
+// first to the last of a row.
+struct Range {
+  std::string_view first;
+  std::string_view last;
+};
+// NOLINTBEGIN(misc-misleading-bidirectional): they are looked for, not written
+constexpr Range UNPRINTABLE[] = {{"\xC2\x80", "\xC2\x9F"},
+                                 {"\xE2\x80\x8E", "\xE2\x80\x8F"},
+                                 {"\xE2\x80\xA8", "\xE2\x80\xAE"},
+                                 {"\xE2\x81\xA6", "\xE2\x81\xA9"}};
+// NOLINTEND(misc-misleading-bidirectional)
+
+bool IsUnprintable(std::string_view character) {
+  const auto byte = Byte(character, 0);
+  if (character.size() == 1) return byte < ' ' || byte == 0x7F;
+  return std::any_of(std::begin(UNPRINTABLE), std::end(UNPRINTABLE), [&](const Range& range) {
+    return character.size() == range.first.size() && character >= range.first && character <= range.last;
+  });
+}
+
+std::string Escaped(std::string_view character, Escapes escapes) {
+  if (character == "\n") return "\\n";
+  if (escapes == Escapes::CODE_POINTS) {
+    const char32_t c = CodePoint(character);
+    if (c == '\t') return "\\t";
+    return base::Format(c < 0x100 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(c));
+  }
+  std::string escaped;
+  for (const char c : character) escaped += base::Format("\\x%02x", static_cast<unsigned char>(c));
+  return escaped;
+}
+
 }  // namespace
 
 size_t Utf8Character(std::string_view text) {
   if (text.empty()) return 0;
   const size_t length = Utf8LengthByLead(Byte(text, 0));
   return FittingUtf8(text, length) == length ? length : 0;
+}
+
+char32_t CodePoint(std::string_view character) {
+  static constexpr uint8_t LEAD_BITS[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+  char32_t c = Byte(character, 0) & LEAD_BITS[character.size()];
+  for (size_t i = 1; i < character.size(); ++i) c = (c << 6) | (Byte(character, i) & 0x3F);
+  return c;
 }
 
 std::string_view Utf8Prefix(std::string_view text, size_t limit) {
@@ -162,6 +207,28 @@ std::string OneLine(std::string_view text, size_t limit) {
   if (begin == std::string::npos) return {};
   line = line.substr(begin, line.find_last_not_of(' ') + 1 - begin);
   return std::string(Utf8Prefix(line, limit));
+}
+
+std::string Printable(std::string_view text, size_t limit, Escapes escapes) {
+  std::string shown;
+  size_t whole = 0;  // up to where there is room for the ellipsis
+  while (!text.empty()) {
+    const size_t length = Utf8Character(text);
+    const std::string_view character = text.substr(0, std::max<size_t>(length, 1));
+    text.remove_prefix(character.size());
+    if (length == 0) {
+      shown += REPLACEMENT_CHARACTER;
+    } else if (IsUnprintable(character)) {
+      shown += Escaped(character, escapes);
+    } else {
+      shown += character;
+    }
+    if (shown.size() + ELLIPSIS.size() <= limit) whole = shown.size();
+    if (shown.size() <= limit) continue;
+    shown.resize(whole);
+    return shown.append(ELLIPSIS);
+  }
+  return shown;
 }
 
 }  // namespace charset

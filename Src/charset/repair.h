@@ -14,6 +14,9 @@ namespace charset {
 // form, a surrogate and a value above U+10FFFF are none), or is empty.
 size_t Utf8Character(std::string_view text);
 
+// The code point of one such character.
+char32_t CodePoint(std::string_view character);
+
 // The longest beginning of a UTF-8 text, whole characters only, of at most limit bytes.
 std::string_view Utf8Prefix(std::string_view text, size_t limit);
 
@@ -25,6 +28,14 @@ std::string Repaired(std::string_view text);
 
 // Repaired, on one line of at most limit bytes: control characters are blanks, none stands at either end.
 std::string OneLine(std::string_view text, size_t limit);
+
+// How a character that must not be printed is written: as its bytes ("\xe2\x80\xae"), or as its code point
+// ("\u202e", "\x9b"; a tab is "\t").
+enum class Escapes { BYTES, CODE_POINTS };
+// UTF-8 on one line of at most limit bytes (3 at least), for people to read: a newline becomes "\n", other
+// control characters and those that turn the direction of writing are escaped, a byte that begins no
+// character becomes U+FFFD. "..." ends a text that was cut.
+std::string Printable(std::string_view text, size_t limit, Escapes escapes);
 
 }  // namespace charset
 

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "Tovik/config/config.h"
+#include "Tovik/config/url.h"
 #include "base/owners.h"
 #include "charset/cp949.h"
 #include "ctl/check_rules.h"
@@ -138,31 +139,17 @@ void NameThatDoesNotConvert(const Facts& facts, Hits* hits) {
     hits->Add(LineOf(facts, "PROC_NAME"), "PROC_NAME", {name});
 }
 
-// Only the scheme of the URL is shown: the rest is a secret.
-std::string_view SchemeOf(std::string_view url) {
-  const size_t end = url.find("://");
-  return end == std::string_view::npos ? std::string_view() : url.substr(0, end);
-}
-
 bool Same(std::string_view one, const char* other) {
   return one.size() == std::strlen(other) && ::strncasecmp(one.data(), other, one.size()) == 0;
-}
-
-std::string_view HostOf(std::string_view url) {
-  const std::string_view scheme = SchemeOf(url);
-  if (!scheme.empty()) url.remove_prefix(scheme.size() + 3);
-  url = url.substr(0, url.find_first_of("/?#"));
-  const size_t at = url.rfind('@');
-  if (at != std::string_view::npos) url.remove_prefix(at + 1);
-  return url.starts_with('[') ? url.substr(0, url.find(']') + 1) : url.substr(0, url.find(':'));
 }
 
 // With MAIL_TLS 1 the server, or whoever stands before it, decides.
 void PasswordInTheClear(const Facts& facts, Hits* hits) {
   const int64_t method = facts.Number("SMTP_AUTH");
   const std::string& url = facts.Text("MAIL_URL");
-  const std::string_view host = facts.ByUrl() ? HostOf(url) : std::string_view(facts.Text("SMTP_SERVER_URL"));
-  const bool safe = facts.ByUrl() && (Same(SchemeOf(url), "smtps") || facts.Number("MAIL_TLS") == 2);
+  const std::string_view host =
+      facts.ByUrl() ? SplitUrl(url).host : std::string_view(facts.Text("SMTP_SERVER_URL"));
+  const bool safe = facts.ByUrl() && (Same(SplitUrl(url).scheme, "smtps") || facts.Number("MAIL_TLS") == 2);
   if (!facts.Mails() || method <= 1 || method > LAST_LOGIN || safe || ThisHost(host)) return;
   const bool offered = facts.ByUrl() && facts.Number("MAIL_TLS") == 1;
   hits->Add(
@@ -172,7 +159,7 @@ void PasswordInTheClear(const Facts& facts, Hits* hits) {
 
 void HookAddress(const Facts& facts, Hits* hits) {
   const std::string& url = facts.Text("WEBHOOK_SERVER_URL");
-  const std::string_view scheme = SchemeOf(url);
+  const std::string_view scheme = SplitUrl(url).scheme;  // the rest is a secret
   const size_t line = LineOf(facts, "WEBHOOK_SERVER_URL");
   if (!facts.Posts()) return;
   if (Empty(url)) {
@@ -186,10 +173,10 @@ void HookAddress(const Facts& facts, Hits* hits) {
 
 void HookInTheClear(const Facts& facts, Hits* hits) {
   const std::string& url = facts.Text("WEBHOOK_SERVER_URL");
-  const std::string_view scheme = SchemeOf(url);
-  if (!facts.Posts() || Empty(url) || (!scheme.empty() && !Same(scheme, "http")) || ThisHost(HostOf(url)))
-    return;
-  hits->Add(LineOf(facts, "WEBHOOK_SERVER_URL"), "WEBHOOK_SERVER_URL", {HostOf(url)});
+  const std::string_view scheme = SplitUrl(url).scheme;
+  const std::string_view host = SplitUrl(url).host;
+  if (!facts.Posts() || Empty(url) || (!scheme.empty() && !Same(scheme, "http")) || ThisHost(host)) return;
+  hits->Add(LineOf(facts, "WEBHOOK_SERVER_URL"), "WEBHOOK_SERVER_URL", {host});
 }
 
 constexpr Rule RULES[] = {

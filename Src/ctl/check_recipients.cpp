@@ -15,8 +15,8 @@ constexpr char END_FOR_THE_AGENT = '\xFF';  // the agent counts lines up to this
 
 struct ListLine {
   size_t number;
-  bool ended;  // with a line end
   std::vector<std::string_view> words;
+  alarms::WordLineFaults faults;
   alarms::RecipientLine alone;  // as MAIL_SKIP_BAD reads it
 };
 
@@ -26,7 +26,8 @@ std::vector<ListLine> LinesOf(std::string_view text) {
     const size_t end = text.find('\n');
     const bool ended = end != std::string_view::npos;
     const std::string_view line = text.substr(0, end);
-    lines.push_back({number, ended, alarms::WordsOf(line), alarms::ParseRecipient(line)});
+    const std::vector<std::string_view> words = alarms::WordsOf(line);
+    lines.push_back({number, words, alarms::FaultsOf(words, ended), alarms::ParseRecipient(line)});
     text.remove_prefix(ended ? end + 1 : text.size());
   }
   return lines;
@@ -46,17 +47,6 @@ void EachLine(const Facts& facts, Visit visit) {
   });
 }
 
-bool Spoils(std::string_view text, std::string_view refused, unsigned char lowest) {
-  return std::any_of(text.begin(), text.end(), [&](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte < lowest || byte == 127 || refused.find(c) != std::string_view::npos;
-  });
-}
-
-bool Refused(const ListLine& line) {
-  return line.words.size() >= 2 && (Spoils(line.words[0], "\"", ' ') || Spoils(line.words.back(), "<>", '!'));
-}
-
 void Unreadable(const Facts& facts, Hits* hits) {
   EachList(facts, [&](const char* key, const Look& look) {
     const int error = look.error != 0 ? look.error : look.read;
@@ -73,41 +63,40 @@ void Nobody(const Facts& facts, Hits* hits) {
   size_t recipients = 0;
   EachLine(facts, [&](const char*, const Look&, const ListLine& line) {
     const bool alone = !line.alone.blank && line.alone.fault == nullptr;
-    recipients += (facts.SkipsBad() ? alone : line.ended && !line.words.empty()) ? 1 : 0;
+    recipients += (facts.SkipsBad() ? alone : !line.faults.unended && !line.words.empty()) ? 1 : 0;
   });
   if (facts.Mails() && recipients == 0) hits->Add(facts.Of("RECEIVER_FILE").line, "RECEIVER_FILE", {});
 }
 
 void WithoutLineEnd(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!facts.SkipsBad() && !line.ended && !line.words.empty())
+    if (!facts.SkipsBad() && line.faults.unended)
       hits->AddIn(look.path, line.number, key, {line.words.back()});
   });
 }
 
 void BlankLines(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!facts.SkipsBad() && !facts.ByUrl() && line.ended && line.words.empty())
+    if (!facts.SkipsBad() && !facts.ByUrl() && line.faults.blank)
       hits->AddIn(look.path, line.number, key, {});
   });
 }
 
 void NamesWithBlanks(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!facts.SkipsBad() && line.words.size() > 2) hits->AddIn(look.path, line.number, key, {});
+    if (!facts.SkipsBad() && line.faults.more_words) hits->AddIn(look.path, line.number, key, {});
   });
 }
 
 void SingleWords(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!facts.SkipsBad() && line.words.size() == 1)
-      hits->AddIn(look.path, line.number, key, {line.words[0]});
+    if (!facts.SkipsBad() && line.faults.one_word) hits->AddIn(look.path, line.number, key, {line.words[0]});
   });
 }
 
 void BadBytes(const Facts& facts, Hits* hits) {
   EachLine(facts, [&](const char* key, const Look& look, const ListLine& line) {
-    if (!facts.SkipsBad() && Refused(line))
+    if (!facts.SkipsBad() && line.faults.bad_bytes)
       hits->AddIn(look.path, line.number, key,
                   {facts.ByUrl() ? "this entry gets no mail" : "no mail is sent at all"});
   });

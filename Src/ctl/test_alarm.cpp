@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "Tovik/alarms/delivery_notices.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook_body.h"
 #include "Tovik/config/config.h"
+#include "Tovik/config/url.h"
 #include "base/format.h"
 #include "ctl/agent_config.h"
 #include "ctl/command.h"
@@ -90,7 +90,7 @@ std::vector<Trial> TrialsOf(const Wish& wish) {
         NewTrial(Channel::MAIL, Shown(std::string(m_stmp_server_url) + ":" + m_smtp_server_port)));
   }
   if (wish.chat && *m_webhook_server_url != '\0')
-    trials.push_back(NewTrial(Channel::CHAT, Shown(alarms::WithoutPath(m_webhook_server_url) + "/...")));
+    trials.push_back(NewTrial(Channel::CHAT, Shown(UrlWithoutPath(m_webhook_server_url) + "/...")));
   for (int64_t i = 0; wish.servers && i < gSendInfo->server_count; ++i) {
     const SVC_SERVER& server = gSendInfo->servers[i];
     Trial trial =

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "Tovik/alarms/webhook_answer.h"
+#include "Tovik/alarms/webhook.h"
 #include "base/number.h"
 #include "ctl/render_alarm.h"
 #include "ctl/text.h"

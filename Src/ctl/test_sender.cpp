@@ -15,15 +15,17 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "DIOSVC/CDIOSVC.h"
 #include "DIOSVC/report_types.h"
 #include "Tovik/alarms/alarm.h"
-#include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/alarm_mail.h"
+#include "Tovik/alarms/delivery_notices.h"
 #include "Tovik/alarms/webhook.h"
-#include "Tovik/alarms/webhook_post.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
+#include "Tovik/config/url.h"
 #include "base/format.h"
 #include "ctl/small_file.h"
 #include "smtp/smtp.h"
@@ -40,17 +42,19 @@ constexpr const char* HIDDEN = "***\r\n";
 // --- In the child. Each process sends one alarm, so its state may be global.
 int tellFd = -1;
 bool hiding = false;  // credentials are being sent
-std::vector<std::string> secrets;
+std::vector<std::string> urlSecrets;
 std::string chatBody;
 
 // Writes a record: who, the length in eight digits, the text.
-void Tell(Heard::Who who, std::string text) {
-  for (const std::string& secret : secrets) {
-    for (size_t at = 0; (at = text.find(secret, at)) != std::string::npos;)
-      text.replace(at, secret.size(), "***");
-  }
-  const std::string record = base::Format("%c%08zu", static_cast<char>(who), text.size()) + text;
+void TellHidden(Heard::Who who, std::string_view text) {
+  const std::string record = base::Format("%c%08zu", static_cast<char>(who), text.size()).append(text);
   WriteAll(tellFd, record.data(), record.size());
+}
+
+void Tell(Heard::Who who, std::string text) {
+  text = alarms::WithoutSecrets(std::move(text));
+  for (const std::string& secret : urlSecrets) alarms::HideSecret(secret, &text);
+  TellHidden(who, text);
 }
 
 void HearMail(const char* who, std::string_view text) {
@@ -63,9 +67,11 @@ void HearMail(const char* who, std::string_view text) {
   if (text.starts_with("AUTH ")) {
     hiding = true;
     const size_t blank = text.find_first_of(" \r\n", 5);
-    Tell(Heard::Who::CLIENT, std::string(text.substr(0, blank)) + " " + HIDDEN);
+    TellHidden(Heard::Who::CLIENT, std::string(text.substr(0, blank)) + " " + HIDDEN);
+  } else if (hiding) {
+    TellHidden(Heard::Who::CLIENT, HIDDEN);
   } else {
-    Tell(Heard::Who::CLIENT, hiding ? HIDDEN : std::string(text));
+    Tell(Heard::Who::CLIENT, std::string(text));
   }
 }
 
@@ -140,25 +146,8 @@ void SendMail() {
   TellFailures(ReadDescriptor(errors.Get(), TOLD_LIMIT).value_or(""), sent);
 }
 
-// What of the address is not to be told: all behind the host, each long part of it (a chat may repeat only
-// its key), and a user before the host.
-void KeepSecret(const std::string& url) {
-  constexpr size_t LONG = 8;
-  const size_t scheme = url.find("://");
-  const size_t host = scheme == std::string::npos ? 0 : scheme + 3;
-  const size_t path = std::min(url.find_first_of("/?#", host), url.size());
-  const size_t at = url.substr(0, path).rfind('@');
-  if (at != std::string::npos && at > host) secrets.push_back(url.substr(host, at - host));
-  if (path + 1 < url.size()) secrets.push_back(url.substr(path + 1));
-  for (size_t begin = path + 1; begin < url.size();) {
-    const size_t end = std::min(url.find_first_of("/?#&=", begin), url.size());
-    if (end - begin >= LONG) secrets.push_back(url.substr(begin, end - begin));
-    begin = end + 1;
-  }
-}
-
 void SendPost() {
-  KeepSecret(m_webhook_server_url);
+  urlSecrets = UrlSecrets(m_webhook_server_url);
   alarms::postWatch = {BeforePost, BehindPost};
   PostAlarm(TestAlarm());
 }
@@ -198,7 +187,6 @@ void TakeOnEnvironment(const std::vector<std::string>& environment) {
   const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null, stream);
   if (AlarmTransportInit() != 0) ::_exit(1);
-  if (*m_stmp_auth_password != '\0') secrets.emplace_back(m_stmp_auth_password);
   switch (trial.channel) {
     case Channel::MAIL:
       SendMail();
@@ -277,6 +265,7 @@ void RunTrials(std::vector<Trial>* trials, int64_t milliseconds,
   for (Trial& trial : *trials) running.push_back(StartTrial(&trial, environment));
   const auto open = [&] {
     std::vector<pollfd> fds;
+    fds.reserve(running.size());
     for (const Running& one : running) fds.push_back({one.pipe.Get(), POLLIN, 0});
     return fds;
   };

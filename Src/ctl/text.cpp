@@ -1,18 +1,16 @@
 #include "ctl/text.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
+#include <iterator>
 
-#include "base/format.h"
 #include "charset/cp949.h"
+#include "charset/repair.h"
 
 namespace ctl {
 namespace {
 
 constexpr char32_t REPLACEMENT = 0xFFFD;
 constexpr size_t FIRST_CODE = 0x8141;
-constexpr std::string_view ELLIPSIS = "...";
 
 struct Range {
   char32_t first;
@@ -24,36 +22,13 @@ bool In(const Range (&ranges)[SIZE], char32_t c) {
                      [c](const Range& range) { return c >= range.first && c <= range.last; });
 }
 
-constexpr Range CONTROLS[] = {{0, 0x1F}, {0x7F, 0x9F}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
 constexpr Range WIDE[] = {{0x1100, 0x115F}, {0x2E80, 0x303E},   {0x3041, 0x4DBF},  {0x4E00, 0xA4CF},
                           {0xAC00, 0xD7A3}, {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},  {0xFF00, 0xFF60},
                           {0xFFE0, 0xFFE6}, {0x1F300, 0x1FAFF}, {0x20000, 0x3FFFD}};
 constexpr Range WITHOUT_WIDTH[] = {{0x300, 0x36F}, {0x1160, 0x11FF}, {0x200B, 0x200D}, {0xFE00, 0xFE0F}};
 
-// The length of a character by its first byte, and the lowest code point that needs this length.
-struct Form {
-  size_t length;
-  char32_t lowest;
-  unsigned char mask;
-  unsigned char lead;
-};
-constexpr Form FORMS[] = {
-    {1, 0, 0x80, 0x00}, {2, 0x80, 0xE0, 0xC0}, {3, 0x800, 0xF0, 0xE0}, {4, 0x10000, 0xF8, 0xF0}};
-
 unsigned char Byte(std::string_view text, size_t at) {
   return static_cast<unsigned char>(text[at]);
-}
-
-// Decodes one character; 0 when it is not of this form.
-char32_t Decode(std::string_view text, size_t at, const Form& form) {
-  if (at + form.length > text.size()) return 0;
-  char32_t c = Byte(text, at) & static_cast<unsigned char>(~form.mask);
-  for (size_t i = 1; i < form.length; ++i) {
-    if ((Byte(text, at + i) & 0xC0) != 0x80) return 0;
-    c = (c << 6) | (Byte(text, at + i) & 0x3F);
-  }
-  const bool surrogate = c >= 0xD800 && c <= 0xDFFF;
-  return c < form.lowest || c > 0x10FFFF || surrogate ? 0 : c;
 }
 
 void Append(std::string* text, char32_t c) {
@@ -75,12 +50,6 @@ void Append(std::string* text, char32_t c) {
   }
 }
 
-std::string Escaped(char32_t c) {
-  if (c == '\n') return "\\n";
-  if (c == '\t') return "\\t";
-  return base::Format(c < 0x100 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(c));
-}
-
 bool IsSound(std::string_view text) {
   for (size_t at = 0; at < text.size();) {
     const size_t start = at;
@@ -92,15 +61,10 @@ bool IsSound(std::string_view text) {
 }  // namespace
 
 char32_t NextCharacter(std::string_view text, size_t* at) {
-  for (const Form& form : FORMS) {
-    if ((Byte(text, *at) & form.mask) != form.lead) continue;
-    const char32_t c = Decode(text, *at, form);
-    if (c == 0 && form.length > 1) break;
-    *at += form.length;
-    return c;
-  }
-  ++*at;
-  return REPLACEMENT;
+  const size_t length = charset::Utf8Character(text.substr(*at));
+  const std::string_view character = text.substr(*at, std::max<size_t>(length, 1));
+  *at += character.size();
+  return length == 0 ? REPLACEMENT : charset::CodePoint(character);
 }
 
 std::string FromCp949(std::string_view bytes) {
@@ -126,26 +90,13 @@ std::string ToUtf8(std::string_view bytes) {
 }
 
 std::string Printable(std::string_view text, size_t limit) {
-  std::string shown;
-  size_t whole = 0;  // length that leaves room for the ellipsis
-  for (size_t at = 0; at < text.size();) {
-    const char32_t c = NextCharacter(text, &at);
-    if (In(CONTROLS, c)) {
-      shown += Escaped(c);
-    } else {
-      Append(&shown, c);
-    }
-    if (shown.size() + ELLIPSIS.size() <= limit) whole = shown.size();
-    if (shown.size() <= limit) continue;
-    shown.resize(whole);
-    return shown.append(ELLIPSIS);
-  }
-  return shown;
+  return charset::Printable(text, limit, charset::Escapes::CODE_POINTS);
 }
 
 std::string Shown(std::string_view bytes) {
-  // The text is cut before it is converted too, as others chose its length.
-  return Printable(ToUtf8(bytes.substr(0, 4 * SHOWN_BYTES)));
+  // The text is cut before it is converted too, as others chose its length; between two characters, or all of
+  // it would count as code page 949.
+  return Printable(ToUtf8(charset::Utf8Prefix(bytes, 4 * SHOWN_BYTES)));
 }
 
 size_t DisplayWidth(std::string_view text) {

@@ -1,7 +1,9 @@
+#include "tls/tls_error.h"
+
+#include <openssl/ssl.h>
+
 #include <array>
 #include <cstddef>
-
-#include "tls/tls_socket.h"
 
 namespace {
 
@@ -60,6 +62,14 @@ constexpr const char* UNKNOWN =
     "\xbe\xcb \xbc\xf6 \xbe\xf8\xb4\xc2 \xbf\xc0\xb7\xf9\xc0\xd4\xb4\xcf\xb4\xd9.";
 
 }  // namespace
+
+bool TimedOut(const LVCSR_SOCK_HEAD* head) {
+  return head->uLastError == SSL_ERROR_WANT_READ || head->uLastError == SSL_ERROR_WANT_WRITE;
+}
+
+int ErrorCode(const LVCSR_SOCK_HEAD* head) {
+  return head->uLastError;
+}
 
 const char* ErrorMessage(const LVCSR_SOCK_HEAD* head) {
   const auto row = static_cast<size_t>(head->uLastError);

@@ -131,6 +131,16 @@ int ExpiresCheck(const char* path) {
   return order > 0 ? 1 : -1;
 }
 
+int DunraSTT_SSL(const char* cert, const char* key, const char* ca, const char* pass, LVCSR_SOCK_HEAD* head) {
+  head->bVerify = cert != nullptr && *cert != '\0' ? 1 : 0;
+  if (head->bVerify == 1) {
+    CertificateLoad(head, cert, key, pass);
+    CACheck(head, ca);
+  }
+  head->bUseSSL = 1;
+  return 0;
+}
+
 int ServerSockSetting(LVCSR_SOCK_HEAD* head, int socket) {
   if (!NewSession(head, socket)) return FailSession(head, SSL_ERROR_SSL);
   return CallSession(head, CallLimit(*head), SSL_accept) > 0 ? 1 : -1;
@@ -168,12 +178,4 @@ int ReadWithin(LVCSR_SOCK_HEAD* head, char* buffer, int count, int64_t milliseco
 
 int Write(LVCSR_SOCK_HEAD* head, const char* buffer, int count) {
   return CallSession(head, CallLimit(*head), [=](SSL* session) { return SSL_write(session, buffer, count); });
-}
-
-bool TimedOut(const LVCSR_SOCK_HEAD* head) {
-  return head->uLastError == SSL_ERROR_WANT_READ || head->uLastError == SSL_ERROR_WANT_WRITE;
-}
-
-int ErrorCode(const LVCSR_SOCK_HEAD* head) {
-  return head->uLastError;
 }

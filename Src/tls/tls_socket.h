@@ -7,14 +7,29 @@
 // socket is never closed here.
 //
 // Handshake, Read and Write block until the peer answers, until uRecvTimeout seconds have passed since the
-// call began (below 1: no limit), or until a stop cuts them (base/stop.h). Texts are ASCII, except those of
-// ErrorMessage. Nothing is traced.
+// call began (below 1: no limit), or until a stop cuts them (base/stop.h). Texts are ASCII. Nothing is
+// traced.
 #ifndef TLS_TLS_SOCKET_H
 #define TLS_TLS_SOCKET_H
 
 #include <cstdint>
 
-#include "tls/engine_socket_record.h"
+using SSL = struct ssl_st;
+using SSL_CTX = struct ssl_ctx_st;
+
+// The record of one connection to the engine, which the engine link opens. The caller zero-fills it before
+// use.
+struct LVCSR_SOCK_HEAD {
+  int32_t uSock;         // connected socket; below 0 once the link has closed it
+  int32_t uChannel;      // channel id of the connection, -1 after connecting
+  SSL* pSSL;             // null unless a TLS handshake has succeeded
+  SSL_CTX* pCTX;         // context from which sessions are made
+  int32_t bUseSSL;       // 1: use TLS
+  int32_t bVerify;       // 1: check the server's certificate after the handshake
+  int32_t uConnTimeout;  // seconds, at least 1
+  int32_t uRecvTimeout;  // seconds, at least 1
+  int32_t uLastError;    // last TLS error: a value of SSL_get_error(3), 0 for none
+};
 
 // Initialises the library; repeated calls do no harm. Clears socket, session, context and last error without
 // releasing them. Returns the record.
@@ -41,6 +56,11 @@ int CACheck(LVCSR_SOCK_HEAD* head, const char* ca);
 // does, else -1; the reason is printed on standard output.
 int ExpiresCheck(const char* path);
 
+// Prepares TLS on a record that has its client context. With a certificate file (neither null nor empty) it
+// loads that file, its key and the authority's file, ignores errors, and asks for a check of the engine's
+// certificate. pass is borrowed until DunraSTT_EXIT. Always returns 0.
+int DunraSTT_SSL(const char* cert, const char* key, const char* ca, const char* pass, LVCSR_SOCK_HEAD* head);
+
 // Store the connected socket in the record and run the accept or connect handshake. Return 1 or -1.
 // ClientSockSetting prints protocol and cipher on standard output, whatever the outcome.
 int ServerSockSetting(LVCSR_SOCK_HEAD* head, int socket);
@@ -55,12 +75,5 @@ int Read(LVCSR_SOCK_HEAD* head, char* buffer, int count);
 int Write(LVCSR_SOCK_HEAD* head, const char* buffer, int count);
 // The same as Read with a limit of its own, or with none for base::FOREVER.
 int ReadWithin(LVCSR_SOCK_HEAD* head, char* buffer, int count, int64_t milliseconds);
-
-// Whether the last error is a time-out (SSL_ERROR_WANT_READ or SSL_ERROR_WANT_WRITE).
-bool TimedOut(const LVCSR_SOCK_HEAD* head);
-int ErrorCode(const LVCSR_SOCK_HEAD* head);
-// The last error as text: OpenSSL's name of it, a colon, and a Korean sentence in code page 949. The text is
-// static.
-const char* ErrorMessage(const LVCSR_SOCK_HEAD* head);
 
 #endif

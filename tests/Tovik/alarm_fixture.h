@@ -6,7 +6,7 @@
 
 #include <initializer_list>
 
-#include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/alarm_mail.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/config/config.h"

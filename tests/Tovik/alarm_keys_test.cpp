@@ -4,13 +4,12 @@
 #include <map>
 
 #include "Tovik/alarm_fixture.h"
-#include "Tovik/alarms/adaptive_card.h"
 #include "Tovik/alarms/alarm_body.h"
+#include "Tovik/alarms/alarm_mail_head.h"
 #include "Tovik/alarms/alarm_pictures.h"
-#include "Tovik/alarms/mail_head.h"
 #include "Tovik/alarms/recipient_line.h"
 #include "Tovik/alarms/webhook_body.h"
-#include "Tovik/config/mail_url.h"
+#include "Tovik/config/url.h"
 
 namespace {
 

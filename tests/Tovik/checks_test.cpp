@@ -11,6 +11,7 @@
 #include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/hang_check.h"
 #include "Tovik/checks/process_search.h"
+#include "Tovik/checks/recipients_check.h"
 #include "Tovik/checks/result_check.h"
 #include "Tovik/checks/result_table.h"
 #include "Tovik/checks/thresholds.h"

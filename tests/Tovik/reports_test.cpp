@@ -4,11 +4,10 @@
 #include <cstring>
 
 #include "DIOSVC/report_types.h"
-#include "Tovik/checks/standing.h"
+#include "Tovik/checks/engine_standing.h"
 #include "Tovik/config/config.h"
 #include "Tovik/process/service_manager.h"
 #include "Tovik/reports/report_mailbox.h"
-#include "Tovik/reports/report_queue.h"
 #include "Tovik/timers/timer_budgets.h"
 #include "Tovik/traced.h"
 

@@ -60,6 +60,7 @@ TEST(Texts, AreCutAtACharacter) {
   while (hangul.size() < 3000) hangul += "한";
   const std::string shown = Shown(hangul);
   EXPECT_EQ(shown, hangul.substr(0, 297) + "...");
+  EXPECT_EQ(Shown("a" + hangul), "a" + hangul.substr(0, 294) + "...");
   EXPECT_EQ(Shown(std::string(300, 'a')), std::string(300, 'a'));
   EXPECT_EQ(Shown(std::string(1 << 20, '\x1b')).size(), 299U);
 }

@@ -62,12 +62,13 @@ const Row ROWS[] = {
      "bcc.txt line 1 left out: a bracket or a blank in the address\n"
      "3 of 3 took it.\n",
      "MAIL_URL smtp://localhost:{port}\nMAIL_SKIP_BAD 1\n", "Han <han\nPark Ji park@example.com\n"},
+    // To hide a password of one star must come to an end.
     {"UrlsServerRefusesTheLogin", "mail sink --certificate {localhost} --smtps --user stt --password other",
      2,
      "mail    smtps://localhost:...\n"
      "  REFUSED     the login   535 5.7.8 Authentication credentials invalid\n"
      "0 of 1 took it.\n",
-     "MAIL_URL smtps://localhost:{port}\nSMTP_AUTH 3\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
+     "MAIL_URL smtps://localhost:{port}\nSMTP_AUTH 3\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD *\n"},
     {"UrlsServerTakesNoLogin", "mail smtp", 2, "  REFUSED     the login   Login denied\n",
      "MAIL_URL smtp://localhost:{port}\nSMTP_AUTH 2\nSMTP_AUTHID stt\nSMTP_AUTHPASSWORD hush\n"},
     {"UrlsServerIsAnother", "mail sink --certificate {server}", 2,

@@ -7,13 +7,12 @@
 #include <vector>
 
 #include "Tovik/alarms/recipient_line.h"
-#include "Tovik/alarms/recipient_notices.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/checks/result_file.h"
 #include "Tovik/checks/result_table.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/config_line.h"
-#include "Tovik/notices/notice_text.h"
+#include "Tovik/notices/notices.h"
 #include "base/format.h"
 #include "charset/repair.h"
 #include "fuzz/fuzz.h"
@@ -67,7 +66,9 @@ void fuzz_recipients(const std::string& text) {
     HOLDS(entries->At(i).address == next());
   }
   HOLDS(*entries->At(count).name == '\0' && *entries->At(-1).address == '\0');
-  const std::string shown = notices::Shown(alarms::BadLineWords(text, count % 2 == 0) + text);
+  alarms::BadLines bad;
+  bad.AddWordLines(text);
+  const std::string shown = notices::Shown(bad.Words() + text);
   HOLDS(shown.size() <= 300 && charset::Repaired(shown) == shown);
   HOLDS(std::none_of(shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }));
   std::istringstream lines(text);

@@ -2,7 +2,7 @@
 #include "DIOSVC/CDIOSVC.h"
 #include "DIOSVC/frames.h"
 #include "DIOSVC/report_types.h"
-#include "Tovik/engine/channel_reply.h"
+#include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_socket.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_session.h"

@@ -1,4 +1,5 @@
 #include "tls/tls_socket.h"
+#include "tls/tls_error.h"
 
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>

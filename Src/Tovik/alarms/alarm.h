@@ -1,4 +1,4 @@
-// An alarm to people: one record, until a channel turns it into bytes (mail_body.h, webhook_body.h).
+// An alarm to people: one record, until a channel turns it into bytes (alarm_mail_body.h, webhook_body.h).
 #ifndef TOVIK_ALARMS_ALARM_H
 #define TOVIK_ALARMS_ALARM_H
 

@@ -52,4 +52,8 @@ base::UniqueText RepairedBody(const Alarm& alarm, Layout layout, const Writing& 
 
 }  // namespace alarms
 
+// Returns a copy of str with every occurrence of from, left to right and without overlap, replaced by to. The
+// caller frees the copy with free(). Returns str itself when from is empty, null without memory.
+char* replaceAll(char* str, const char* from, const char* to);
+
 #endif

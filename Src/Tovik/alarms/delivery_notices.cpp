@@ -1,13 +1,12 @@
 #include "Tovik/alarms/delivery_notices.h"
 
 #include <cstring>
-#include <new>
 
 #include "Tovik/config/config.h"
+#include "Tovik/config/url.h"
 #include "Tovik/notices/notices.h"
 #include "base/owners.h"
 #include "base/stop.h"
-#include "smtp/smtp.h"
 #include "smtp/smtp_base64.h"
 
 namespace alarms {
@@ -15,19 +14,7 @@ namespace {
 
 using notices::Notice;
 
-thread_local MailDialogue* heard = nullptr;
-
-// The content of a mail is no command: it ends with the reply behind it.
-void Hear(const char* who, std::string_view text) try {
-  if (heard == nullptr) return;
-  if (*who == 'S') {
-    heard->Received(text);
-  } else if (!heard->InContent()) {
-    heard->Sent(text);
-  }
-} catch (const std::bad_alloc&) {
-  // A word less to tell.
-}
+constexpr std::string_view HIDDEN = "***";
 
 // An exchange that a stop has cut is nobody's failure.
 bool Silent() {
@@ -46,29 +33,12 @@ std::string RefusedWords(const MailDialogue& dialogue) {
   return words;
 }
 
-void Hide(const std::string& secret, std::string* text) {
-  for (size_t at = 0; !secret.empty() && (at = text->find(secret, at)) != std::string::npos; at += 3)
-    text->replace(at, secret.size(), "***");
-}
-
 std::string Encoded(const std::string& secret) {
   const base::UniqueText encoded(smtp_base64_encode(secret.data(), secret.size()));
   return encoded == nullptr ? "" : encoded.get();
 }
 
 }  // namespace
-
-void HearMailServers() {
-  if (notices::On()) smtp_overhear = Hear;
-}
-
-MailHearing::MailHearing() {
-  if (notices::On()) heard = &dialogue_;
-}
-
-MailHearing::~MailHearing() {
-  heard = nullptr;
-}
 
 void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue& dialogue) {
   if (Silent()) return;
@@ -92,7 +62,7 @@ void TellMailWithoutFile(const char* path, int error) {
 }
 
 void TellPostLost(const Alarm& alarm, const std::string& why) {
-  if (!Silent()) notices::Tell<Notice::POST_LOST>(alarm.title, WithoutPath(m_webhook_server_url), why);
+  if (!Silent()) notices::Tell<Notice::POST_LOST>(alarm.title, UrlWithoutPath(m_webhook_server_url), why);
 }
 
 std::string FileWords(const char* path, int error) {
@@ -100,23 +70,21 @@ std::string FileWords(const char* path, int error) {
   return std::string("the file ") + path + key + " cannot be read: " + std::strerror(error);
 }
 
-std::string WithoutPath(std::string_view url) {
-  const size_t scheme = url.find("://");
-  const size_t host = scheme == std::string_view::npos ? 0 : scheme + 3;
-  const std::string_view authority = url.substr(host, url.find_first_of("/?#\\", host) - host);
-  const size_t at = authority.rfind('@');
-  const std::string_view named = at == std::string_view::npos ? authority : authority.substr(at + 1);
-  return std::string(url.substr(0, host)).append(named);
-}
-
 std::string WithoutSecrets(std::string text) {
   const std::string password = m_stmp_auth_password;
   if (password.empty()) return text;
   const std::string user = m_stmp_auth_id;
-  Hide(Encoded(std::string(1, '\0') + user + '\0' + password), &text);
-  Hide(Encoded(password), &text);
-  Hide(password, &text);
+  HideSecret(Encoded(std::string(1, '\0') + user + '\0' + password), &text);
+  HideSecret(Encoded(password), &text);
+  HideSecret(password, &text);
   return text;
+}
+
+void HideSecret(std::string_view secret, std::string* text) {
+  // Goes on behind the stars: they may hold the secret, too.
+  for (size_t at = 0; !secret.empty() && (at = text->find(secret, at)) != std::string::npos;
+       at += HIDDEN.size())
+    text->replace(at, secret.size(), HIDDEN);
 }
 
 }  // namespace alarms

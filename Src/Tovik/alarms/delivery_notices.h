@@ -7,25 +7,9 @@
 #include <string_view>
 
 #include "Tovik/alarms/alarm.h"
-#include "Tovik/alarms/mail_dialogue.h"
+#include "Tovik/alarms/alarm_mail_dialogue.h"
 
 namespace alarms {
-
-// Lets the dialogues of the own mail client be heard. Once, before the first thread.
-void HearMailServers();
-
-// While it lives, what the own mail client exchanges on this thread is followed.
-class MailHearing {
- public:
-  MailHearing();
-  ~MailHearing();
-  MailHearing(const MailHearing&) = delete;
-  MailHearing& operator=(const MailHearing&) = delete;
-  const MailDialogue& Dialogue() const { return dialogue_; }
-
- private:
-  MailDialogue dialogue_;
-};
 
 // A mail is over. failure: why it was lost, without the server's words; empty when the server took it.
 void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue& dialogue);
@@ -38,10 +22,10 @@ void TellPostLost(const Alarm& alarm, const std::string& why);
 
 // "the file /x (CFG_FILE) cannot be read: Permission denied".
 std::string FileWords(const char* path, int error);
-// Scheme, host and port of an address: what may be shown of a webhook's.
-std::string WithoutPath(std::string_view url);
 // A text without the password of the mail server and what AUTH sends, as "***".
 std::string WithoutSecrets(std::string text);
+// Puts "***" in the place of a secret, wherever a text holds it. An empty secret hides nothing.
+void HideSecret(std::string_view secret, std::string* text);
 
 }  // namespace alarms
 

@@ -17,6 +17,29 @@ bool Any(std::string_view text, bool (*is)(char)) {
   return std::any_of(text.begin(), text.end(), is);
 }
 
+bool HasQuote(std::string_view name) {
+  return name.find('"') != name.npos;
+}
+
+bool HasBracketOrBlank(std::string_view address) {
+  return address.find_first_of("<> ") != address.npos;
+}
+
+constexpr const char* MISREAD = "it is not one name and one address: it and all behind it are misread";
+constexpr const char* UNSENT = "a quote, a bracket, a control character or too long: no mail is sent at all";
+struct WordFault {
+  bool WordLineFaults::*fault;
+  const char* words;
+};
+constexpr WordFault WORD_FAULTS[] = {
+    {&WordLineFaults::blank, "it is blank: each mail gets a recipient without an address"},
+    {&WordLineFaults::unended, "it has no line end and is not read"},
+    {&WordLineFaults::one_word, MISREAD},
+    {&WordLineFaults::more_words, MISREAD},
+    {&WordLineFaults::bad_bytes, UNSENT},
+    {&WordLineFaults::too_long, UNSENT},
+};
+
 }  // namespace
 
 std::vector<std::string_view> WordsOf(std::string_view line) {
@@ -34,19 +57,30 @@ const char* RecipientFault(std::string_view name, std::string_view address) {
   if (name.size() > LONGEST_NAME) return "the name is too long";
   if (address.size() > LONGEST_ADDRESS) return "the address is too long";
   if (Any(name, IsControl) || Any(address, IsControl)) return "a control character";
-  if (name.find('"') != name.npos) return "a quote in the name";
-  if (address.find_first_of("<> ") != address.npos) return "a bracket or a blank in the address";
+  if (HasQuote(name)) return "a quote in the name";
+  if (HasBracketOrBlank(address)) return "a bracket or a blank in the address";
   return nullptr;
 }
 
-const char* WordLineFault(std::string_view line, bool ended) {
-  const std::vector<std::string_view> words = WordsOf(line);
-  if (words.empty()) return ended ? "it is blank: each mail gets a recipient without an address" : nullptr;
-  if (!ended) return "it has no line end and is not read";
-  if (words.size() != 2) return "it is not one name and one address: it and all behind it are misread";
-  const char* const fault = RecipientFault(words[0], words[1]);
-  return fault == nullptr ? nullptr
-                          : "a quote, a bracket, a control character or too long: no mail is sent at all";
+WordLineFaults FaultsOf(const std::vector<std::string_view>& words, bool ended) {
+  WordLineFaults faults;
+  faults.blank = words.empty() && ended;
+  faults.unended = !words.empty() && !ended;
+  faults.one_word = words.size() == 1;
+  faults.more_words = words.size() > 2;
+  if (words.size() < 2) return faults;
+  const std::string_view name = words.front();
+  const std::string_view address = words.back();
+  faults.bad_bytes =
+      Any(name, IsControl) || Any(address, IsControl) || HasQuote(name) || HasBracketOrBlank(address);
+  faults.too_long = name.size() > LONGEST_NAME || address.size() > LONGEST_ADDRESS;
+  return faults;
+}
+
+const char* FirstFault(const WordLineFaults& faults) {
+  for (const WordFault& row : WORD_FAULTS)
+    if (faults.*row.fault) return row.words;
+  return nullptr;
 }
 
 RecipientLine ParseRecipient(std::string_view line) {

@@ -1,4 +1,5 @@
-// One line of a recipient file, as MAIL_SKIP_BAD reads it.
+// One line of a recipient file: as a list read by the word takes it, and as MAIL_SKIP_BAD does; and the only
+// list of what may be wrong with it.
 #ifndef TOVIK_ALARMS_RECIPIENT_LINE_H
 #define TOVIK_ALARMS_RECIPIENT_LINE_H
 
@@ -30,9 +31,20 @@ struct RecipientLine {
 // single word is the address when it holds a "@", else the name.
 RecipientLine ParseRecipient(std::string_view line);
 
-// Why a list that is read by the word, by turns name and address, cannot use a line of its file, or what
-// follows from it; null when it can. ended: a line end follows.
-const char* WordLineFault(std::string_view line, bool ended);
+// What is wrong with a line of a list that is read by the word, by turns name and address. A line may have
+// several faults.
+struct WordLineFaults {
+  bool blank = false;       // makes a recipient without an address
+  bool unended = false;     // not read, as it has no line end
+  bool one_word = false;    // misread, and all behind it
+  bool more_words = false;  // the same
+  bool bad_bytes = false;   // a quote in the name, a bracket in the address, a control character
+  bool too_long = false;    // name or address
+};
+// words as by WordsOf. ended: a line end follows. A blank end of the file is no line.
+WordLineFaults FaultsOf(const std::vector<std::string_view>& words, bool ended);
+// The first of them in words, with what follows from it; null when there is none.
+const char* FirstFault(const WordLineFaults& faults);
 
 }  // namespace alarms
 

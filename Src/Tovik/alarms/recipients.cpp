@@ -1,17 +1,19 @@
 #include "Tovik/alarms/recipients.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <cerrno>
 #include <cinttypes>
+#include <cstring>
 #include <new>
 
 #include "Tovik/alarms/recipient_line.h"
-#include "Tovik/alarms/recipient_notices.h"
 #include "Tovik/config/config.h"
+#include "Tovik/notices/notices.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/owners.h"
@@ -22,11 +24,8 @@ base::SharedRecord<EMAIL_LIST> gEmailLists;
 namespace {
 
 constexpr size_t LEFT_OUT_TOLD = 100;
-
-// Modification times of the three files when they were kept; 0 when missing.
-time_t m_Receivertime;
-time_t m_Referencetime;
-time_t m_Blindtime;
+constexpr size_t JUDGED = size_t{256} * 1024;  // bytes of a file that is read by the word
+constexpr size_t BAD_LINES_KEPT = 1000;        // bytes; a notice shows fewer
 
 // The next word between white space; false at the end of the file.
 bool NextWord(FILE* input, std::string& word) {
@@ -61,32 +60,81 @@ struct CountedList {
   std::shared_ptr<const EMAIL_ENTRIES> entries;
 };
 
-CountedList ReadWords(const char* path) {
-  const int64_t count = GetTotalLine(path);
-  return {count, GetMailInfo(path, count)};
+// The first count recipients of a stream, read by the word.
+std::shared_ptr<const EMAIL_ENTRIES> TakeWords(FILE* input, int64_t count) {
+  auto entries = std::make_shared<EMAIL_ENTRIES>();
+  std::string name;
+  std::string address;
+  for (int64_t read = 0; input != nullptr && read < count && NextWord(input, name); ++read) {
+    NextWord(input, address);
+    entries->Add(name, address);
+  }
+  return entries;
 }
 
-CountedList ReadUsableLines(const char* path, std::vector<std::string>* left_out) {
+// Judges the lines of a stream that is read by the word, from its beginning.
+void JudgeLines(FILE* input, alarms::BadLines* bad) {
+  std::rewind(input);
+  std::string text(JUDGED + 1, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), input));
+  // A line that the limit cuts is not judged.
+  if (text.size() > JUDGED) text.resize(text.rfind('\n', JUDGED - 1) + 1);
+  bad->AddWordLines(text);
+}
+
+// notice may be null, as may be those below.
+CountedList ReadWords(const char* path, alarms::ListNotice* notice) {
+  const int64_t count = GetTotalLine(path);
   const base::UniqueFile input = base::OpenRegularStream(path);
-  if (!input) return {-1, std::make_shared<EMAIL_ENTRIES>()};
+  const int error = errno;
+  CountedList list = {count, TakeWords(input.get(), count)};
+  if (notice != nullptr && input) JudgeLines(input.get(), &notice->bad);
+  if (notice != nullptr && !input) notice->error = error;
+  return list;
+}
+
+CountedList ReadUsableLines(const char* path, std::vector<std::string>* left_out,
+                            alarms::ListNotice* notice) {
   auto entries = std::make_shared<EMAIL_ENTRIES>();
+  const base::UniqueFile input = base::OpenRegularStream(path);
+  if (!input) {
+    if (notice != nullptr) notice->error = errno;
+    return {-1, entries};
+  }
   int64_t count = 0;
   std::string line;
-  for (int number = 1; NextLine(input.get(), line); ++number) {
+  for (size_t number = 1; NextLine(input.get(), line); ++number) {
     const alarms::RecipientLine parsed = alarms::ParseRecipient(line);
     if (parsed.blank) continue;
     if (parsed.fault == nullptr) {
       entries->Add(parsed.name, parsed.address);
       ++count;
-    } else if (left_out->size() < LEFT_OUT_TOLD) {
-      left_out->push_back(base::Format("%s line %d left out: %s", path, number, parsed.fault));
+      continue;
     }
+    if (left_out->size() < LEFT_OUT_TOLD)
+      left_out->push_back(base::Format("%s line %zu left out: %s", path, number, parsed.fault));
+    if (notice != nullptr) notice->bad.Add(number, parsed.fault);
   }
   return {count, entries};
 }
 
-CountedList ReadList(const char* path, std::vector<std::string>* left_out) {
-  return m_mail_skip_bad != 0 ? ReadUsableLines(path, left_out) : ReadWords(path);
+CountedList ReadList(const char* path, std::vector<std::string>* left_out, alarms::ListNotice* notice) {
+  return m_mail_skip_bad != 0 ? ReadUsableLines(path, left_out, notice) : ReadWords(path, notice);
+}
+
+EMAIL_LIST ReadLists(const std::array<const char*, 3>& paths, std::array<alarms::ListNotice, 3>* found) {
+  const auto notice = [found](size_t file) { return found == nullptr ? nullptr : &found->at(file); };
+  EMAIL_LIST list;
+  const CountedList receivers = ReadList(paths[0], &list.left_out, notice(0));
+  const CountedList references = ReadList(paths[1], &list.left_out, notice(1));
+  const CountedList blinds = ReadList(paths[2], &list.left_out, notice(2));
+  list.receiver_count = receivers.count;
+  list.receivers = receivers.entries;
+  list.reference_count = references.count;
+  list.references = references.entries;
+  list.blind_count = blinds.count;
+  list.blinds = blinds.entries;
+  return list;
 }
 
 // Each line is told once, though the files may be read again every second.
@@ -96,6 +144,12 @@ void TellLeftOut(const EMAIL_LIST& list, const EMAIL_LIST& before) {
         std::find(before.left_out.begin(), before.left_out.end(), line) != before.left_out.end();
     if (!told) TRACE(TRACE_WARN, "%s", line.c_str());
   }
+}
+
+void TellNotice(const char* path, const alarms::ListNotice& found) {
+  const std::string words =
+      found.error == 0 ? found.bad.Words() : std::string("cannot be read: ") + std::strerror(found.error);
+  if (!words.empty()) notices::Tell<notices::Notice::BAD_RECIPIENTS>(path, words);
 }
 
 }  // namespace
@@ -114,25 +168,19 @@ EMAIL_ENTRIES::Entry EMAIL_ENTRIES::At(int64_t index) const {
 }
 
 EMAIL_LIST ReadEMailLists(const char* receiver_path, const char* reference_path, const char* blind_path) {
-  EMAIL_LIST list;
-  const CountedList receivers = ReadList(receiver_path, &list.left_out);
-  const CountedList references = ReadList(reference_path, &list.left_out);
-  const CountedList blinds = ReadList(blind_path, &list.left_out);
-  list.receiver_count = receivers.count;
-  list.receivers = receivers.entries;
-  list.reference_count = references.count;
-  list.references = references.entries;
-  list.blind_count = blinds.count;
-  list.blinds = blinds.entries;
-  return list;
+  return ReadLists({receiver_path, reference_path, blind_path}, nullptr);
 }
 
 int GetEMailList(const char* receiver_path, const char* reference_path, const char* blind_path) {
-  for (const char* path : {receiver_path, reference_path, blind_path}) CreateMissing(path);
+  const std::array<const char*, 3> paths = {receiver_path, reference_path, blind_path};
+  for (const char* path : paths) CreateMissing(path);
   try {
-    const EMAIL_LIST list = ReadEMailLists(receiver_path, reference_path, blind_path);
+    // Without a journal, and while no mail is sent, no line is judged.
+    const bool judged = notices::On() && m_send_email_used != 0;
+    std::array<alarms::ListNotice, 3> found;
+    const EMAIL_LIST list = ReadLists(paths, judged ? &found : nullptr);
     TellLeftOut(list, *gEmailLists.Get());
-    for (const char* path : {receiver_path, reference_path, blind_path}) alarms::TellBadRecipients(path);
+    for (size_t file = 0; judged && file < paths.size(); ++file) TellNotice(paths.at(file), found.at(file));
     gEmailLists.Set(list);
     TRACE(TRACE_INFO, "Receiver Cnt [ %" PRId64 " ] Reference Cnt [ %" PRId64 " ] Blind Cnt [ %" PRId64 " ]",
           list.receiver_count, list.reference_count, list.blind_count);
@@ -147,15 +195,8 @@ int64_t GetTotalLine(const char* path) {
 }
 
 std::shared_ptr<const EMAIL_ENTRIES> GetMailInfo(const char* path, int64_t count) {
-  auto entries = std::make_shared<EMAIL_ENTRIES>();
   const base::UniqueFile input = base::OpenRegularStream(path);
-  std::string name;
-  std::string address;
-  for (int64_t read = 0; input && read < count && NextWord(input.get(), name); ++read) {
-    NextWord(input.get(), address);
-    entries->Add(name, address);
-  }
-  return entries;
+  return TakeWords(input.get(), count);
 }
 
 int EMailListFree(EMAIL_LIST list) {
@@ -169,36 +210,27 @@ bool LoadRecipients() {
   return false;
 }
 
-void KeepRecipientTimes() {
-  m_Receivertime = ModificationTime(m_receiver_email).value_or(0);
-  m_Referencetime = ModificationTime(m_reference_email).value_or(0);
-  m_Blindtime = ModificationTime(m_blind_email).value_or(0);
-  TRACE(TRACE_DEBUG, "Receiver [ %d ] Reference [ %d ] Blind [ %d ]", static_cast<int>(m_Receivertime),
-        static_cast<int>(m_Referencetime), static_cast<int>(m_Blindtime));
+namespace alarms {
+
+void BadLines::Add(size_t number, const char* fault) {
+  ++count_;
+  if (words_.size() < BAD_LINES_KEPT)
+    words_ += base::Format("%sline %zu: %s", words_.empty() ? "" : "; ", number, fault);
 }
 
-void ReloadChangedRecipients() {
-  const double receiver = NewerBy(ModificationTime(m_receiver_email), m_Receivertime);
-  const double reference = NewerBy(ModificationTime(m_reference_email), m_Referencetime);
-  const double blind = NewerBy(ModificationTime(m_blind_email), m_Blindtime);
-  if (receiver <= 0 && reference <= 0 && blind <= 0) {
-    TRACE(TRACE_WARN, "Diff Over");
-    return;
+void BadLines::AddWordLines(std::string_view text) {
+  for (size_t number = 1; !text.empty(); ++number) {
+    const size_t end = text.find('\n');
+    const bool ended = end != std::string_view::npos;
+    const char* const fault = FirstFault(FaultsOf(WordsOf(text.substr(0, end)), ended));
+    if (fault != nullptr) Add(number, fault);
+    text.remove_prefix(ended ? end + 1 : text.size());
   }
-  TRACE(TRACE_INFO, "ReceiverDiff [ %lf ] ReferenceDiff [ %lf ] BlindDiff [ %lf ]", receiver, reference,
-        blind);
-  EMailListFree(*gEmailLists.Get());
-  static_cast<void>(LoadRecipients());  // without memory the lists stay
 }
 
-double NewerBy(std::optional<time_t> now, time_t before) {
-  return now ? std::difftime(*now, before) : 0.0;
+std::string BadLines::Words() const {
+  if (count_ == 0) return {};
+  return base::Format("has %zu %s that cannot be used: ", count_, count_ == 1 ? "line" : "lines") + words_;
 }
 
-std::optional<time_t> ModificationTime(const char* path) {
-  struct stat status {};
-  if (::stat(path, &status) != 0) return std::nullopt;
-  std::tm local{};
-  localtime_r(&status.st_mtime, &local);
-  return std::mktime(&local);
-}
+}  // namespace alarms

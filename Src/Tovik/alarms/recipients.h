@@ -5,15 +5,13 @@
 // one is lost, and a blank line makes an empty recipient at the end of the list. With MAIL_SKIP_BAD each line
 // is read by itself (recipient_line.h), and one that cannot be used is left out and traced.
 //
-// The lists are read at start-up. The timer looks once a second and compares the files' times with those of
-// the start. So from the first change on, the lists are read again at every look.
+// The lists are read at start-up, and again when a file has changed (checks/recipients_check.h).
+// With a journal, the administrator is told of a file whose mails will not go where he believes.
 #ifndef TOVIK_ALARMS_RECIPIENTS_H
 #define TOVIK_ALARMS_RECIPIENTS_H
 
 #include <cstdint>
-#include <ctime>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -74,14 +72,29 @@ int EMailListFree(EMAIL_LIST list);
 
 // Calls GetEMailList with the configured files. Returns false when that failed, which is traced.
 [[nodiscard]] bool LoadRecipients();
-// Notes the modification times of the files, 0 for one that is missing. Changes are measured against them.
-void KeepRecipientTimes();
-// Reads the lists again when one of the files is newer than its noted time. Traces what it found.
-void ReloadChangedRecipients();
 
-// Seconds by which a file is newer than it was; 0 when its time is not known.
-double NewerBy(std::optional<time_t> now, time_t before);
-// A file's modification time, taken through local time and back; none when it cannot be examined.
-std::optional<time_t> ModificationTime(const char* path);
+namespace alarms {
+
+// The lines of a file that its list cannot use, in words.
+class BadLines {
+ public:
+  void Add(size_t number, const char* fault);
+  // Adds the bad ones of a text that is read by the word.
+  void AddWordLines(std::string_view text);
+  // "has 2 lines that cannot be used: line 3: no address; line 5: ..."; empty when all can.
+  std::string Words() const;
+
+ private:
+  size_t count_ = 0;
+  std::string words_;
+};
+
+// What reading a file found that is told to the administrator (notices/notices.h).
+struct ListNotice {
+  int error = 0;  // errno of opening it
+  BadLines bad;
+};
+
+}  // namespace alarms
 
 #endif

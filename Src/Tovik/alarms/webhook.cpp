@@ -1,26 +1,78 @@
 #include "Tovik/alarms/webhook.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <new>
 
 #include "Tovik/alarms/delivery_notices.h"
-#include "Tovik/alarms/webhook_answer.h"
 #include "Tovik/alarms/webhook_body.h"
-#include "Tovik/alarms/webhook_post.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/notices/notices.h"
 #include "Tovik/trace.h"
+#include "charset/repair.h"
 
 namespace {
+
+constexpr size_t ANSWER_KEPT = 1000;
+constexpr size_t ANSWER_SHOWN = 300;
+constexpr size_t ANSWER_LIMIT = 1024UL * 1024;  // a longer one ends the transfer
+
+// What the service said to a post.
+struct Answer {
+  long status = 0;
+  std::string body;      // its beginning
+  bool printed = false;  // asked for: all of it goes to standard output, too
+};
+
+struct AnswerTaker {
+  Answer* answer;
+  size_t taken = 0;
+};
+
+size_t TakeAnswer(const char* data, size_t, size_t size, void* user) try {
+  auto* const taker = static_cast<AnswerTaker*>(user);
+  taker->taken += size;
+  std::string& body = taker->answer->body;
+  body.append(data, std::min(size, ANSWER_KEPT - body.size()));
+  if (taker->answer->printed) return std::fwrite(data, 1, size, stdout);
+  return taker->taken <= ANSWER_LIMIT ? size : 0;
+} catch (const std::bad_alloc&) {
+  // Without memory for its words an answer is printed all the same.
+  const bool printed = static_cast<AnswerTaker*>(user)->answer->printed;
+  return printed ? std::fwrite(data, 1, size, stdout) : 0;
+}
+
+// POSTs body, announced as application/json, to url with a fresh handle, and gives up after so many seconds
+// (0: as libcurl does). The answer's body goes to *answer where there is one; without, or when *answer asks
+// for it, to standard output. CURLE_ABORTED_BY_CALLBACK when a stop cut it.
+CURLcode PostJson(CURL* handle, const char* url, const char* body, long seconds, Answer* answer) {
+  const alarms::UniqueList headers(curl_slist_append(nullptr, "Content-Type: application/json"));
+  if (headers == nullptr) return CURLE_OUT_OF_MEMORY;
+  curl_easy_setopt(handle, CURLOPT_URL, url);
+  curl_easy_setopt(handle, CURLOPT_POST, 1L);
+  curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body);
+  curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
+  alarms::LimitTransferTime(handle, seconds);
+  AnswerTaker taker{answer};
+  if (answer != nullptr) {
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, TakeAnswer);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &taker);
+  }
+  if (alarms::postWatch.before != nullptr) alarms::postWatch.before(handle);
+  const CURLcode code = alarms::Transfer(handle);
+  if (alarms::postWatch.behind != nullptr) alarms::postWatch.behind(handle, code);
+  if (answer != nullptr) curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer->status);
+  return code;
+}
 
 const alarms::Chat& ChatInUse() {
   return alarms::ChatOf(m_webhook_apps, m_webhook_card != 0);
 }
 
 // The post's failure as told on standard error; empty when the post was taken.
-std::string Failure(CURLcode code, const alarms::Answer& answer) {
+std::string PostFailure(CURLcode code, const Answer& answer) {
   if (code != CURLE_OK) return std::string("curl_easy_perform() failed: ") + curl_easy_strerror(code);
   if (m_webhook_strict == 0) return {};
   const std::string denial = alarms::Denial(answer.status, answer.body, ChatInUse().success);
@@ -28,7 +80,7 @@ std::string Failure(CURLcode code, const alarms::Answer& answer) {
 }
 
 // Without WEBHOOK_STRICT no failure is one that the service answers, and still nobody has read the post.
-std::string Loss(CURLcode code, const alarms::Answer& answer) {
+std::string PostLoss(CURLcode code, const Answer& answer) {
   if (code != CURLE_OK) return curl_easy_strerror(code);
   return alarms::Denial(answer.status, answer.body, m_webhook_strict != 0 ? ChatInUse().success : "");
 }
@@ -39,20 +91,33 @@ int Post(const Alarm& alarm, const char* body) {
     TRACE(TRACE_ERROR, "CUrl Error");
     return -1;
   }
-  alarms::Answer answer;
+  Answer answer;
   answer.printed = m_webhook_strict == 0;
   const bool asked = m_webhook_strict != 0 || notices::On();
-  const CURLcode code = alarms::PostJson(handle.get(), static_cast<const char*>(m_webhook_server_url), body,
-                                         m_webhook_timeout, asked ? &answer : nullptr);
-  const std::string loss = notices::On() ? Loss(code, answer) : "";
+  const CURLcode code = PostJson(handle.get(), static_cast<const char*>(m_webhook_server_url), body,
+                                 m_webhook_timeout, asked ? &answer : nullptr);
+  const std::string loss = notices::On() ? PostLoss(code, answer) : "";
   if (!loss.empty()) alarms::TellPostLost(alarm, loss);
-  const std::string failure = Failure(code, answer);
+  const std::string failure = PostFailure(code, answer);
   if (failure.empty()) return 1;
   std::fprintf(stderr, "%s\n", failure.c_str());
   return -1;
 }
 
 }  // namespace
+
+namespace alarms {
+
+PostWatch postWatch;
+
+std::string Denial(long status, std::string_view body, std::string_view expected) {
+  const std::string words = charset::OneLine(body, ANSWER_SHOWN);
+  const bool taken = status < 300 && (expected.empty() || words == expected);
+  if (taken) return {};
+  return std::to_string(status) + ": " + (words.empty() ? "no words" : words);
+}
+
+}  // namespace alarms
 
 int PostAlarm(const Alarm& alarm) try {
   const char* reason = nullptr;

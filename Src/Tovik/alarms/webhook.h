@@ -1,14 +1,14 @@
-// Alarms by webhook: one POST per alarm to a chat service's incoming webhook.
+// Alarms by webhook: one POST per alarm to a chat service's incoming webhook, with libcurl's defaults but for
+// WEBHOOK_TIMEOUT.
 #ifndef TOVIK_ALARMS_WEBHOOK_H
 #define TOVIK_ALARMS_WEBHOOK_H
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include "Tovik/alarms/alarm.h"
-
-// Initialises libcurl (curl_global_init(3)) and ignores SIGPIPE, which a broken TLS connection would raise.
-// Call it once, before the first thread starts. Returns 0, or -1 on failure.
-[[nodiscard]] int AlarmTransportInit();
+#include "Tovik/alarms/curl_transfer.h"
 
 // Posts an alarm to WEBHOOK_SERVER_URL, in the form that webhook_body.h describes, and waits for the answer.
 // The attachment is not sent.
@@ -23,5 +23,21 @@
 int PostAlarm(const Alarm& alarm);
 // The same for an alarm in pieces, with this host's address. No text may be null.
 int SendAlarmWebHook(const char* title, uint32_t kind, const char* label, const char* message);
+
+namespace alarms {
+
+// Hooks called before and after each post, for a program that wants to hear the service. Null by default.
+struct PostWatch {
+  void (*before)(CURL* handle) = nullptr;
+  void (*behind)(CURL* handle, CURLcode code) = nullptr;
+};
+extern PostWatch postWatch;
+
+// What a service's answer means. Empty when it says that the post was taken; else the status and the answer's
+// words, one line of at most 300 bytes: "429: slow down". Redirections are not followed, so they count as not
+// taken. expected is the body with which the service confirms a post; when it is empty, any body will do.
+std::string Denial(long status, std::string_view body, std::string_view expected);
+
+}  // namespace alarms
 
 #endif

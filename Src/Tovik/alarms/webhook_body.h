@@ -1,9 +1,11 @@
-// What is posted for an alarm: a Teams message card, a Slack form, or an adaptive card (WEBHOOK_CARD).
+// What is posted for an alarm: a Teams message card, a Slack form, or (WEBHOOK_CARD) an adaptive card in the
+// envelope that chat workflows take, with the title, label, picture and facts of the message card.
 #ifndef TOVIK_ALARMS_WEBHOOK_BODY_H
 #define TOVIK_ALARMS_WEBHOOK_BODY_H
 
 #include <cstdint>
 #include <ctime>
+#include <string>
 
 #include "Tovik/alarms/alarm.h"
 #include "Tovik/alarms/alarm_body.h"
@@ -26,6 +28,9 @@ const Chat& ChatOf(int64_t apps, bool adaptive);
 // one of them breaks the JSON. For the adaptive card, and with WEBHOOK_STRICT, they are made UTF-8 as by
 // RepairedBody and escaped.
 base::UniqueText WebHookBody(const Alarm& alarm, int64_t apps, time_t now, const char** reason);
+
+// The text of an HTML table as an adaptive card shows it: a line per row, " | " between its cells.
+std::string TableWords(const std::string& html);
 
 }  // namespace alarms
 

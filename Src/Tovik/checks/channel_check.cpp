@@ -7,13 +7,15 @@
 #include "DIOSVC/report_types.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
+#include "Tovik/findings/findings.h"
 #include "Tovik/notices/notices.h"
 #include "Tovik/reports/report_mailbox.h"
+#include "Tovik/trace.h"
 #include "base/stop.h"
 
 namespace {
 
-constexpr int64_t RETRY_SECONDS = 2;
+constexpr int64_t CHANNEL_RETRY_SECONDS = 2;
 constexpr int FAILURES_TOLD = 30;  // in a row: an engine takes its time to come up
 
 bool asked = false;  // set once the first query, on the main thread, has ended
@@ -31,7 +33,7 @@ void ChannelCycle() {
   failures = answered ? 0 : std::min(failures + 1, FAILURES_TOLD);
   if (!answered) {
     if (failures == FAILURES_TOLD) TellUnwatched("30 times in a row");
-    base::SleepSeconds(RETRY_SECONDS);
+    base::SleepSeconds(CHANNEL_RETRY_SECONDS);
     return;
   }
   g_shm_open_flag = 1;
@@ -56,4 +58,16 @@ bool ChannelsAreWatched() {
 
 void send_time_proc() {
   if (g_shm_open_flag != 0) send_request(REPORT_CHANNEL_STATUS, CODE_CHANNEL_STATUS);
+}
+
+void CheckChannels(const char* name) {
+  if (g_shm_open_flag == 0) return;
+  const int64_t usage = get_recg_svr_wrk_ch_cnt();
+  const auto figure = static_cast<int>(usage);
+  const auto limit = static_cast<int>(gSendInfo->ch_over_value);
+  TRACE(TRACE_INFO, "System Channel [ %d ] Config Channel [ %d ]", figure, limit);
+  if (usage < gSendInfo->ch_over_value) return;
+  TRACE(TRACE_INFO, "Channel Over");
+  const std::string message = OverMessage(name, "Channel", figure, limit);
+  Raise({Finding::CHANNELS_OVER, name, message.c_str()});
 }

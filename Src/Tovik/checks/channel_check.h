@@ -1,4 +1,5 @@
-// The channel-status timer: asks the engine for its channels and reports them to the management servers.
+// The channel-status timer: asks the engine for its channels and reports them to the management servers. And
+// the threshold of the channels in use.
 #ifndef TOVIK_CHECKS_CHANNEL_CHECK_H
 #define TOVIK_CHECKS_CHANNEL_CHECK_H
 
@@ -15,5 +16,9 @@ bool ChannelsAreWatched();
 
 // Posts a channel-status report once the engine has been connected.
 void send_time_proc();
+
+// Compares the percentage of channels in use with its threshold, once the engine could be connected, and
+// raises an alarm when it is reached (thresholds.h).
+void CheckChannels(const char* name);
 
 #endif

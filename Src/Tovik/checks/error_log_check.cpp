@@ -9,7 +9,6 @@
 #include <cstring>
 #include <new>
 
-#include "Tovik/checks/outcome.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/findings/findings.h"
@@ -23,13 +22,13 @@
 
 namespace {
 
-constexpr time_t LOOK_BACK = 120;  // seconds
-constexpr size_t MAX_TEXT = ERROR_TEXT - 1;
+constexpr time_t ERROR_LOG_LOOK_BACK = 120;  // seconds
+constexpr size_t MAX_ERROR_TEXT = ERROR_TEXT - 1;
 constexpr const char* EXTRACT_NAME = "STTAlarmLog.txt";
-constexpr int64_t PAUSE = 1;  // seconds between two looks at the clock
+constexpr int64_t LOG_LOOK_PAUSE = 1;  // seconds between two looks at the clock
 // A matching line has at least 8 bytes, so no alarm's text can hold more lines than this. The limit keeps a
 // log flooded with errors from being copied onto its own disk.
-constexpr const char* MAX_LINES = "10240";
+constexpr const char* MAX_ERROR_LINES = "10240";
 
 void ReportOpenFailure(const char* path, int error) {
   std::printf("[%s] file open fail : file name = %s, error = %d", "ReadTextFile", path, error);
@@ -79,7 +78,7 @@ void ErrorLogCycle() {
     state.succeeded = TraceOutcome(errorCheckProc()) ? 1 : 0;
   }
   TRACE(TRACE_INFO, "send_timer ErrorCheck Time [ %d ]", static_cast<int>(m_errorlog_period));
-  base::SleepSeconds(PAUSE);
+  base::SleepSeconds(LOG_LOOK_PAUSE);
 }
 
 bool ErrorCheckDue(int minute, int64_t period, ErrorCheckState* state) {
@@ -113,14 +112,14 @@ int ReadTextFile(const char* path, char* out) {
     ReportOpenFailure(path, error);
     return 0;
   }
-  size_t length = base::ReadUpTo(file.Get(), out, MAX_TEXT);
-  if (length == MAX_TEXT) length = charset::WholeCharacters({out, length}).size();
+  size_t length = base::ReadUpTo(file.Get(), out, MAX_ERROR_TEXT);
+  if (length == MAX_ERROR_TEXT) length = charset::WholeCharacters({out, length}).size();
   out[length] = 0;
   return static_cast<int>(std::strlen(out));
 }
 
 ErrorLogSearch ErrorLogSearchAt(time_t now, const char* folder, const std::optional<std::string>& host) {
-  const time_t when = now - LOOK_BACK;
+  const time_t when = now - ERROR_LOG_LOOK_BACK;
   std::tm local{};
   localtime_r(&when, &local);
   const int month = local.tm_mon + 1;
@@ -143,9 +142,9 @@ int FindErrorLines(const ErrorLogSearch& search, char* out) {
     return 0;
   }
   // "-D skip" keeps grep from waiting for a writer when the log is a FIFO.
-  const int status =
-      base::RunProgram({"grep", "-a", "-D", "skip", "-m", MAX_LINES, "-e", search.pattern, "--", search.log},
-                       extract.Descriptor(), {"LC_ALL=C"});
+  const int status = base::RunProgram(
+      {"grep", "-a", "-D", "skip", "-m", MAX_ERROR_LINES, "-e", search.pattern, "--", search.log},
+      extract.Descriptor(), {"LC_ALL=C"});
   if (status < 0) {
     const int error = errno;
     // The stop ended the wait. The search was started all the same, so this is no failure.
@@ -155,4 +154,13 @@ int FindErrorLines(const ErrorLogSearch& search, char* out) {
     return 0;
   }
   return ReadTextFile(search.extract.c_str(), out);
+}
+
+bool TraceOutcome(int result) {
+  if (result == 0) {
+    TRACE(TRACE_WARN, "errorCheckProc fail");
+    return false;
+  }
+  TRACE(TRACE_INFO, "errorCheckProc success");
+  return true;
 }

@@ -55,4 +55,8 @@ ErrorLogSearch ErrorLogSearchAt(time_t now, const char* folder, const std::optio
 // grep could not be run (traced), or when a stop cut the search.
 int FindErrorLines(const ErrorLogSearch& search, char* out);
 
+// Traces the result of a check and returns true for a success, which is every result but 0. The line names
+// errorCheckProc, and the result check traces the same line.
+bool TraceOutcome(int result);
+
 #endif

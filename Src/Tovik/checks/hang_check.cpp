@@ -6,12 +6,11 @@
 #include <string>
 #include <utility>
 
+#include "Tovik/checks/engine_standing.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/checks/standing.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/engine_session.h"
 #include "Tovik/findings/findings.h"
-#include "Tovik/findings/messages.h"
 #include "Tovik/trace.h"
 #include "base/stop.h"
 #include "sysinfo/listening_port.h"
@@ -22,8 +21,8 @@
 namespace {
 
 constexpr const char* ENGINE_HOST = "127.0.0.1";
-constexpr int64_t FULL_CHECK = 1;
-constexpr int64_t SHORTEST_PAUSE = 60;  // seconds
+constexpr int64_t FULL_HANG_CHECK = 1;
+constexpr int64_t SHORTEST_HANG_PAUSE = 60;  // seconds
 
 // The pid in the engine's PID file; 0, which no process has, when there is none.
 int64_t ExpectedPid() {
@@ -33,13 +32,13 @@ int64_t ExpectedPid() {
 
 enum class Verdict { ALIVE, NO_CONNECTION, LONG_QUEUE, NO_PROCESS };
 // The end of a hang log line, by verdict.
-constexpr std::array<const char*, 4> WORDS = {"alived", "deaded - disconnect", "deaded - queue",
-                                              "deaded - process"};
-const char* WordsOf(Verdict verdict) {
-  return WORDS[static_cast<size_t>(verdict)];
+constexpr std::array<const char*, 4> VERDICT_WORDS = {"alived", "deaded - disconnect", "deaded - queue",
+                                                      "deaded - process"};
+const char* VerdictWords(Verdict verdict) {
+  return VERDICT_WORDS[static_cast<size_t>(verdict)];
 }
 
-HangState remembered;
+HangState hangState;
 
 // Call it before the probe connects, or the probe is counted too. A queue that cannot be read counts as
 // empty.
@@ -52,12 +51,12 @@ int64_t ConnectionsWaiting(int port) {
 
 Verdict Probe() {
   const int port = static_cast<int>(m_PROC_PORT);
-  const bool queueHangs = QueueHangs(ConnectionsWaiting(port), m_hang_queue, &remembered);
+  const bool queueHangs = QueueHangs(ConnectionsWaiting(port), m_hang_queue, &hangState);
   long session = 0;
   TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Create [%s] [%d]", ENGINE_HOST, port);
   Verdict verdict = queueHangs ? Verdict::LONG_QUEUE : Verdict::ALIVE;
   if (Session_Create(ENGINE_HOST, port, &session) != 0) verdict = Verdict::NO_CONNECTION;
-  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, WordsOf(verdict));
+  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, VerdictWords(verdict));
   // Without a connection the session is 0. Session_Destroy then puts the null device in the place of
   // descriptor 0, so that the number stays taken.
   const int destroyed = Session_Destroy(session);
@@ -66,15 +65,15 @@ Verdict Probe() {
 }
 
 Verdict WithoutProcess() {
-  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, WordsOf(Verdict::NO_PROCESS));
+  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, VerdictWords(Verdict::NO_PROCESS));
   return Verdict::NO_PROCESS;
 }
 
-void Tell(const char* name, Verdict verdict) {
-  const bool due = HangAlarmDue(verdict == Verdict::ALIVE, m_hang_alarm, &remembered);
-  standing::hangsInARow = remembered.deadInARow;
+void TellVerdict(const char* name, Verdict verdict) {
+  const bool due = HangAlarmDue(verdict == Verdict::ALIVE, m_hang_alarm, &hangState);
+  standing::hangsInARow = hangState.deadInARow;
   if (!due) return;
-  const std::string message = HangMessage(name, WordsOf(verdict), remembered.deadInARow);
+  const std::string message = HangMessage(name, VerdictWords(verdict), hangState.deadInARow);
   Raise({Finding::ENGINE_HANGS, name, message.c_str()});
 }
 
@@ -87,7 +86,7 @@ void HangCycle() {
 }
 
 int64_t HangPause(int64_t hangTime) {
-  return hangTime >= SHORTEST_PAUSE ? hangTime : hangTime + SHORTEST_PAUSE;
+  return hangTime >= SHORTEST_HANG_PAUSE ? hangTime : hangTime + SHORTEST_HANG_PAUSE;
 }
 
 int hangCheckProc(const char* name) {
@@ -95,7 +94,7 @@ int hangCheckProc(const char* name) {
   const Search verdict = FindEngine(name, ExpectedPid()).verdict;
   if (verdict == Search::NO_TABLE) return 0;
   const bool running = verdict == Search::FOUND;
-  Tell(name, running && m_hang_save_flag == FULL_CHECK ? Probe() : WithoutProcess());
+  TellVerdict(name, running && m_hang_save_flag == FULL_HANG_CHECK ? Probe() : WithoutProcess());
   return 1;
 }
 

@@ -7,13 +7,12 @@
 #include <string>
 
 #include "Tovik/checks/engine_notices.h"
+#include "Tovik/checks/engine_standing.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/checks/standing.h"
 #include "Tovik/checks/thresholds.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/findings/findings.h"
-#include "Tovik/findings/messages.h"
 #include "Tovik/trace.h"
 #include "base/child.h"
 #include "base/format.h"

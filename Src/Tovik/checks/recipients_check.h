@@ -1,8 +1,24 @@
 // The timer that reads the recipient files again when they have changed (alarms/recipients.h).
+//
+// It looks once a second and compares the files' times with those of the start. So from the first change on,
+// the lists are read again at every look.
 #ifndef TOVIK_CHECKS_RECIPIENTS_CHECK_H
 #define TOVIK_CHECKS_RECIPIENTS_CHECK_H
 
-// One look and the pause of a second.
+#include <ctime>
+#include <optional>
+
+// One look and the pause of a second. For one thread.
 void RecipientsCycle();
+
+// Notes the modification times of the files, 0 for one that is missing. Changes are measured against them.
+void KeepRecipientTimes();
+// Reads the lists again when one of the files is newer than its noted time. Traces what it found.
+void ReloadChangedRecipients();
+
+// Seconds by which a file is newer than it was; 0 when its time is not known.
+double NewerBy(std::optional<time_t> now, time_t before);
+// A file's modification time, taken through local time and back; none when it cannot be examined.
+std::optional<time_t> ModificationTime(const char* path);
 
 #endif

@@ -1,12 +1,17 @@
 #include "Tovik/checks/result_check.h"
 
+#include <fcntl.h>
+
+#include <array>
 #include <cerrno>
 #include <cinttypes>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
-#include "Tovik/checks/outcome.h"
-#include "Tovik/checks/result_day.h"
+#include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/result_table.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
@@ -14,8 +19,10 @@
 #include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/number.h"
+#include "base/owners.h"
 #include "base/stop.h"
 #include "base/text_file.h"
+#include "utils/DunraSTTUtils.h"
 
 namespace {
 
@@ -85,6 +92,47 @@ int Report(time_t now) {
   return 1;
 }
 
+constexpr mode_t RESULT_DAY_MODE = 0644;
+constexpr size_t RESULT_DAY_SIZE = 8;
+
+// The day of a report that was made in its minute but could not be noted in the file.
+std::string unkeptDay;
+
+std::string ResultDayPath() {
+  const auto host = HostNameInFiles();
+  return m_sz_txt_path + (host ? *host + "." : "") + "result.day";
+}
+
+std::string DayText(const std::tm& local) {
+  return base::Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+}
+
+// The day in the file; empty when there is none.
+std::string KeptDay(const std::string& path) {
+  const base::UniqueFd file = base::OpenRegular(path.c_str(), nullptr, O_NOFOLLOW);
+  std::array<char, RESULT_DAY_SIZE> text;
+  return file.Valid() ? std::string(text.data(), base::ReadUpTo(file.Get(), text.data(), text.size())) : "";
+}
+
+// Writes a new file and renames it. A full disk or a crash leaves either the old or the new file whole.
+bool WriteResultDay(const std::string& path, const std::string& day) {
+  const std::string next = path + ".new";
+  ::unlink(next.c_str());
+  base::UniqueFd file(
+      ::open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, RESULT_DAY_MODE));
+  if (!file.Valid()) return false;
+  const std::string line = day + "\n";
+  const bool written = ::write(file.Get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
+  return written && file.Reset() == 0 && ::rename(next.c_str(), path.c_str()) == 0;
+}
+
+bool Keep(const std::string& path, const std::string& day) {
+  if (WriteResultDay(path, day)) return true;
+  const int error = errno;
+  TRACE(TRACE_WARN, "RESULT_CATCH_UP: %s cannot be written: %s", path.c_str(), std::strerror(error));
+  return false;
+}
+
 }  // namespace
 
 void ResultCycle() {
@@ -143,4 +191,16 @@ ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::s
   const std::string name = host ? base::Format("Result.%s.csv", host->c_str()) : "Result.csv";
   return {base::Format("%s%d%02d%02d/%s", folder, year, month, day.tm_mday, name.c_str()),
           base::Format("%d/%02d/%02d", year, month, day.tm_mday)};
+}
+
+bool TakeResultDay(bool inTime, const std::tm& local) {
+  const std::string path = ResultDayPath();
+  const std::string day = DayText(local);
+  if (day == unkeptDay || day == KeptDay(path)) return false;
+  if (Keep(path, day)) {
+    if (!inTime) TRACE(TRACE_INFO, "Result check missed its minute and is made up for");
+    return true;
+  }
+  if (inTime) unkeptDay = day;
+  return inTime;
 }

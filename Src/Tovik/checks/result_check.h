@@ -1,5 +1,12 @@
 // The daily report on the engine's result file: averages as an HTML table, by mail with the file attached
 // and by webhook.
+//
+// The day of the last report is kept for RESULT_CATCH_UP, in a file: a report whose minute was missed is
+// made later that day, and no report is made twice, even when the agent is restarted.
+//
+// The file is result.day in WATCH_PATH, with the host's name before it where log files have it. That folder
+// is writable under the hardened profile too, survives a reboot, and is cleaned by last change only. The file
+// holds the local date, as 20240131.
 #ifndef TOVIK_CHECKS_RESULT_CHECK_H
 #define TOVIK_CHECKS_RESULT_CHECK_H
 
@@ -18,7 +25,7 @@ bool IsTimeOfDay(const char* text);
 
 // Makes the daily report when it is due. Call it about once a minute. Returns 1 when the report was made,
 // whether or not it could be sent. Returns -1 when RESULT_TIME is another minute (traced); with
-// RESULT_CATCH_UP, when that minute is still to come or today's report was made already (result_day.h). Also
+// RESULT_CATCH_UP, when that minute is still to come or today's report was made already. Also
 // returns -1 when yesterday's result file cannot be opened, and, with a trace line, when it is no regular
 // file, has more than MAX_RESULT_RECORDS lines or does not fit into memory. Blocks while the file is read and
 // for the mail and the post.
@@ -45,5 +52,10 @@ struct ResultDay {
 };
 // folder is a path prefix. host, when present, becomes part of the file's name, even if it is empty.
 ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::string>& host);
+
+// Returns true when today's report should be made now; today then counts as done, even if the report fails.
+// inTime: RESULT_TIME is this minute; otherwise it has passed. When the day cannot be written (traced), the
+// report is made in its own minute only, so that it is not repeated in every later minute. For one thread.
+bool TakeResultDay(bool inTime, const std::tm& local);
 
 #endif

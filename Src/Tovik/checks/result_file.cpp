@@ -22,9 +22,9 @@
 
 namespace {
 
-constexpr size_t READ_SIZE = size_t{256} << 10;
-constexpr size_t BLOCK = 64;               // bytes whose commas are looked for at once
-constexpr size_t PIECE = RESULT_LINE - 1;  // longest line that the line buffer holds
+constexpr size_t RESULT_READ_SIZE = size_t{256} << 10;
+constexpr size_t COMMA_BLOCK = 64;              // bytes whose commas are looked for at once
+constexpr size_t LINE_PIECE = RESULT_LINE - 1;  // longest line that the line buffer holds
 constexpr size_t RECOGNITION_FIELD = 13;
 constexpr size_t FILE_FIELD = 16;
 constexpr size_t XRT_FIELD = 19;
@@ -34,15 +34,15 @@ constexpr size_t LAST_FIELD = RESPONSE_FIELD;
 using UniqueRecords = std::unique_ptr<RESULT_LIST, base::MallocFree>;
 
 // Returns a file's lines as fgets does, without copying them.
-class LineReader {
+class ResultLineReader {
  public:
-  explicit LineReader(base::UniqueFd file)
-      : file_(std::move(file)), buffer_(static_cast<char*>(std::calloc(READ_SIZE + BLOCK, 1))) {}
+  explicit ResultLineReader(base::UniqueFd file)
+      : file_(std::move(file)), buffer_(static_cast<char*>(std::calloc(RESULT_READ_SIZE + COMMA_BLOCK, 1))) {}
   // False when there was no memory; nothing else may be called then.
   bool Ready() const { return buffer_ != nullptr; }
 
-  // The next line with its newline, or a piece of PIECE bytes; valid until the next call, and BLOCK bytes
-  // behind it are readable. False at the end.
+  // The next line with its newline, or a piece of LINE_PIECE bytes; valid until the next call, and
+  // COMMA_BLOCK bytes behind it are readable. False at the end.
   bool Next(std::string_view* line) {
     size_t length = PieceLength();
     while (length == 0 && Fill()) length = PieceLength();
@@ -57,16 +57,16 @@ class LineReader {
  private:
   // The length of the first line or piece that is complete in the buffer; 0 when none is.
   size_t PieceLength() const {
-    const size_t limit = std::min(end_ - begin_, PIECE);
+    const size_t limit = std::min(end_ - begin_, LINE_PIECE);
     const char* start = buffer_.get() + begin_;
     const void* newline = limit == 0 ? nullptr : std::memchr(start, '\n', limit);
     if (newline != nullptr) return static_cast<size_t>(static_cast<const char*>(newline) - start) + 1;
-    return limit == PIECE ? PIECE : 0;
+    return limit == LINE_PIECE ? LINE_PIECE : 0;
   }
   bool Fill() {
     std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
     end_ -= std::exchange(begin_, 0);
-    const size_t got = base::ReadUpTo(file_.Get(), buffer_.get() + end_, READ_SIZE - end_);
+    const size_t got = base::ReadUpTo(file_.Get(), buffer_.get() + end_, RESULT_READ_SIZE - end_);
     nuls_ = nuls_ || std::memchr(buffer_.get() + end_, '\0', got) != nullptr;
     end_ += got;
     return got > 0;
@@ -91,7 +91,7 @@ int64_t ToInteger(std::string_view text) {
 // Slow, but reads every form: blanks, signs, exponents, hexadecimal, infinities.
 double ToDoubleByLibrary(std::string_view text) {
   char copy[RESULT_LINE];
-  copy[text.copy(copy, PIECE)] = 0;
+  copy[text.copy(copy, LINE_PIECE)] = 0;
   return std::strtod(copy, nullptr);
 }
 
@@ -129,24 +129,24 @@ float ToFloat(std::string_view text) {
 uint64_t Commas(const char* block) {
   uint64_t commas = 0;
 #ifdef __SSE2__
-  for (size_t i = 0; i < BLOCK; i += sizeof(__m128i)) {
+  for (size_t i = 0; i < COMMA_BLOCK; i += sizeof(__m128i)) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + i));
     const int found = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(',')));
     commas |= uint64_t{static_cast<unsigned>(found)} << i;
   }
 #else
-  for (size_t i = 0; i < BLOCK; ++i) commas |= uint64_t{block[i] == ','} << i;
+  for (size_t i = 0; i < COMMA_BLOCK; ++i) commas |= uint64_t{block[i] == ','} << i;
 #endif
   return commas;
 }
 
-// The fields of a line up to the last one that is used. BLOCK bytes after the line must be readable.
-class LineFields {
+// The fields of a line up to the last one that is used. COMMA_BLOCK bytes after the line must be readable.
+class ResultFields {
  public:
-  explicit LineFields(std::string_view line) : line_(line) {
-    for (size_t at = 0; at < line.size() && count_ < LAST_FIELD; at += BLOCK) {
+  explicit ResultFields(std::string_view line) : line_(line) {
+    for (size_t at = 0; at < line.size() && count_ < LAST_FIELD; at += COMMA_BLOCK) {
       uint64_t commas = Commas(line.data() + at);
-      if (line.size() - at < BLOCK) commas &= (uint64_t{1} << (line.size() - at)) - 1;
+      if (line.size() - at < COMMA_BLOCK) commas &= (uint64_t{1} << (line.size() - at)) - 1;
       for (; commas != 0 && count_ < LAST_FIELD; commas &= commas - 1) {
         ends_[++count_] = at + static_cast<size_t>(std::countr_zero(commas));
       }
@@ -167,14 +167,14 @@ class LineFields {
 };
 
 // A line up to its first NUL byte, without its newline.
-std::string_view LineText(std::string_view piece, bool mayHoldNul) {
+std::string_view ResultLineText(std::string_view piece, bool mayHoldNul) {
   if (mayHoldNul) piece = piece.substr(0, piece.find('\0'));
   if (piece.ends_with('\n')) piece.remove_suffix(1);
   return piece;
 }
 
-void ParseLine(std::string_view line, RESULT_LIST& record) {
-  const LineFields fields(line);
+void ParseResultLine(std::string_view line, RESULT_LIST& record) {
+  const ResultFields fields(line);
   record.recognition_time = ToInteger(fields.Field(RECOGNITION_FIELD));
   record.file_time = ToFloat(fields.Field(FILE_FIELD));
   record.xrt = ToFloat(fields.Field(XRT_FIELD));
@@ -201,13 +201,13 @@ RESULT_LIST* GetResultReadData(const char* path, int64_t count) {
   if (count < 0 || count > MAX_RESULT_RECORDS) return Refuse(count < 0 ? EINVAL : EFBIG);
   base::UniqueFd file = base::OpenRegular(path);
   if (!file.Valid()) return nullptr;
-  LineReader lines(std::move(file));
+  ResultLineReader lines(std::move(file));
   const auto room = static_cast<size_t>(std::max<int64_t>(count, 1));
   UniqueRecords records(static_cast<RESULT_LIST*>(std::calloc(room, sizeof(RESULT_LIST))));
   if (records == nullptr || !lines.Ready()) return Refuse(ENOMEM);
   std::string_view line;
   for (int64_t i = 0; i < count && lines.Next(&line); ++i) {
-    ParseLine(LineText(line, lines.MetNul()), records.get()[i]);
+    ParseResultLine(ResultLineText(line, lines.MetNul()), records.get()[i]);
   }
   return records.release();
 }

@@ -3,10 +3,9 @@
 #include <string>
 
 #include "DIOSVC/report_types.h"
+#include "Tovik/checks/channel_check.h"
 #include "Tovik/config/config.h"
-#include "Tovik/engine/channel_status.h"
 #include "Tovik/findings/findings.h"
-#include "Tovik/findings/messages.h"
 #include "Tovik/reports/report_mailbox.h"
 #include "Tovik/reports/report_senders.h"
 #include "Tovik/trace.h"
@@ -15,21 +14,6 @@
 namespace {
 
 constexpr int32_t NO_CPU_USAGE = -999;  // no figure: the CPU is neither reported nor checked
-
-void RaiseOver(Finding finding, const char* name, const std::string& message) {
-  Raise({finding, name, message.c_str()});
-}
-
-void CheckChannels(const char* name) {
-  if (g_shm_open_flag == 0) return;
-  const int64_t usage = get_recg_svr_wrk_ch_cnt();
-  const auto figure = static_cast<int>(usage);
-  const auto limit = static_cast<int>(gSendInfo->ch_over_value);
-  TRACE(TRACE_INFO, "System Channel [ %d ] Config Channel [ %d ]", figure, limit);
-  if (usage < gSendInfo->ch_over_value) return;
-  TRACE(TRACE_INFO, "Channel Over");
-  RaiseOver(Finding::CHANNELS_OVER, name, OverMessage(name, "Channel", figure, limit));
-}
 
 // Returns true when the engine's true share of the host's memory, put into *share, reaches MEM_OVER_PERCENT.
 bool ShareIsOver(int pid, int64_t total_kb, int* share) {
@@ -57,7 +41,8 @@ void CheckMemory(const char* name, int pid) {
     figure = share;
     limit = static_cast<int>(m_mem_over_percent);
   }
-  RaiseOver(Finding::MEMORY_OVER, name, OverMessage(name, "Memory", figure, limit));
+  const std::string message = OverMessage(name, "Memory", figure, limit);
+  Raise({Finding::MEMORY_OVER, name, message.c_str()});
 }
 
 void CheckCpu(const char* name) {
@@ -69,7 +54,8 @@ void CheckCpu(const char* name) {
   send_request(REPORT_RESOURCE_USAGE, CODE_RESOURCE_USAGE);
   if (figure < gSendInfo->cpu_over_value) return;
   TRACE(TRACE_INFO, "CPU Over");
-  RaiseOver(Finding::CPU_OVER, name, OverMessage(name, "CPU", figure, limit));
+  const std::string message = OverMessage(name, "CPU", figure, limit);
+  Raise({Finding::CPU_OVER, name, message.c_str()});
 }
 
 }  // namespace

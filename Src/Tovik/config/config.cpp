@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Tovik/config/config_line.h"
-#include "Tovik/config/mail_url.h"
+#include "Tovik/config/url.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/number.h"

@@ -1,13 +1,15 @@
 #include "Tovik/engine/channel_status.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <utility>
 
 #include "Tovik/config/config.h"
-#include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/trace.h"
 #include "base/owners.h"
@@ -76,11 +78,54 @@ std::span<const LVCSR_CHANNEL> CountedChannels(const LVCSR_DATA_CHANNEL& status)
 }
 
 int64_t UsedPercent(const LVCSR_DATA_CHANNEL& status) {
-  constexpr float LIMIT = 9223372036854775808.0F;  // 2^63
+  constexpr float PERCENT_LIMIT = 9223372036854775808.0F;  // 2^63
   // In single precision. The division by 0 channels would give infinity or not-a-number.
   if (status.nChannelCnt == 0) return INT64_MIN;
   const float percent = static_cast<float>(status.nUsedCnt) / static_cast<float>(status.nChannelCnt) * 100.0F;
-  return percent >= -LIMIT && percent < LIMIT ? static_cast<int64_t>(percent) : INT64_MIN;
+  return percent >= -PERCENT_LIMIT && percent < PERCENT_LIMIT ? static_cast<int64_t>(percent) : INT64_MIN;
+}
+
+static_assert(std::endian::native == std::endian::little, "the engine's integers are copied as they come");
+
+// Reads one integer after the other, and none beyond the end.
+class ChannelReplyReader {
+ public:
+  ChannelReplyReader(const char* data, size_t length) : next_(data), left_(length) {}
+
+  template <typename Integer>
+  bool TakeInteger(Integer* out) {
+    if (left_ < sizeof *out) return false;
+    std::memcpy(out, next_, sizeof *out);
+    next_ += sizeof *out;
+    left_ -= sizeof *out;
+    return true;
+  }
+  size_t Left() const { return left_; }
+
+ private:
+  const char* next_;
+  size_t left_;
+};
+
+int32_t LowHalf(int64_t value) {
+  return static_cast<int32_t>(static_cast<uint64_t>(value) & UINT32_MAX);
+}
+
+// Reads up to `claimed` pairs of Integers into a new array.
+template <typename Integer>
+void TakeChannels(ChannelReplyReader* reply, int32_t claimed, LVCSR_DATA_CHANNEL* record) {
+  const size_t count = std::min(static_cast<size_t>(claimed), reply->Left() / (2 * sizeof(Integer)));
+  record->nEntries = 0;
+  record->pChannel = nullptr;
+  if (count == 0) return;
+  record->pChannel = static_cast<LVCSR_CHANNEL*>(std::calloc(count, sizeof *record->pChannel));
+  if (record->pChannel == nullptr) return;
+  Integer id = 0;
+  Integer state = 0;
+  for (size_t i = 0; i < count && reply->TakeInteger(&id) && reply->TakeInteger(&state); ++i) {
+    record->pChannel[i] = {LowHalf(id), LowHalf(state)};
+  }
+  record->nEntries = static_cast<int32_t>(count);
 }
 
 }  // namespace
@@ -151,4 +196,27 @@ int64_t ch_status_check() {
 std::shared_ptr<const LVCSR_DATA_CHANNEL> CurrentChannelStatus() {
   const auto status = gSTAT.Get();
   return {status, &status->record};
+}
+
+void DecodeChannelReply(const char* payload, size_t length, LVCSR_DATA_CHANNEL* record) {
+  *record = {};
+  ChannelReplyReader reply(payload, length);
+  for (int32_t* count :
+       {&record->nThreadCnt, &record->nChannelCnt, &record->nUsedCnt, &record->nWaitCnt, &record->nIdleCnt}) {
+    reply.TakeInteger(count);
+  }
+  if (record->nThreadCnt > 0) TakeChannels<int32_t>(&reply, record->nThreadCnt, record);
+}
+
+void DecodeTextChannelReply(const char* data, size_t length, LVCSR_DATA_CHANNEL* record) {
+  ChannelReplyReader reply(data, length);
+  int64_t channels = 0;
+  if (!reply.TakeInteger(&channels)) return;
+  record->nChannelCnt = LowHalf(channels);
+  int64_t used = 0;
+  if (reply.TakeInteger(&used)) {
+    record->nUsedCnt = LowHalf(used);
+    record->nWaitCnt = static_cast<int32_t>(used >> 32);
+  }
+  if (record->nChannelCnt > 0) TakeChannels<int64_t>(&reply, record->nChannelCnt, record);
 }

@@ -14,7 +14,7 @@
 
 #include <cstdint>
 
-#include "tls/engine_socket_record.h"
+#include "tls/tls_socket.h"
 
 // All fields are in the host's byte order.
 struct LVCSR_NET_HEADER {
@@ -29,11 +29,6 @@ inline constexpr int ENGINE_OK = 0;
 inline constexpr int ENGINE_FAILED = -1;
 inline constexpr int ENGINE_TIMED_OUT = -2;
 inline constexpr int ENGINE_REFUSED = -3;
-
-// Prepares TLS on a record that has its client context. With a certificate file (neither null nor empty) it
-// loads that file, its key and the authority's file, ignores errors, and asks for a check of the engine's
-// certificate. pass is borrowed until DunraSTT_EXIT. Always returns 0.
-int DunraSTT_SSL(const char* cert, const char* key, const char* ca, const char* pass, LVCSR_SOCK_HEAD* head);
 
 // Connects to the engine by name or numeric address; only the first address is tried. Time-outs are in
 // seconds, at least 1. Returns ENGINE_OK; ENGINE_TIMED_OUT when the kernel gave up the attempt; otherwise

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "DIOSVC/report_types.h"
-#include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/alarm_mail.h"
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
@@ -64,4 +64,16 @@ void Raise(const Found& found) {
     PostAlarm(alarm);
     TRACE(TRACE_INFO, "WebHook Send [ %s ] %s %s", gIpaddr, found.process, row.traced);
   }
+}
+
+std::string RestartMessage(const char* process) {
+  return base::Format("%s is Die and Restart", process);
+}
+
+std::string OverMessage(const char* process, const char* what, int figure, int limit) {
+  return base::Format("%s System %s[%d %%] Config %s[%d %%] is check", process, what, figure, what, limit);
+}
+
+std::string HangMessage(const char* process, const char* verdict, int64_t times) {
+  return base::Format("%s health check : %s, %lld in a row", process, verdict, static_cast<long long>(times));
 }

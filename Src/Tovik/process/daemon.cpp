@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "Tovik/process/refusals.h"
+#include "Tovik/process/start_notices.h"
 #include "base/format.h"
 #include "base/owners.h"
 #include "base/standard_descriptors.h"

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Tovik/process/conf_file.h"
 #include "Tovik/process/log_stream.h"
+#include "Tovik/process/options.h"
 #include "Tovik/process/signals.h"
 
 int counter = 0;

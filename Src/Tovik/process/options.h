@@ -1,4 +1,5 @@
-// The agent's command line.
+// The agent's command line, and whether the configuration file that it names can be read. The settings
+// themselves are read by config/config.h.
 #ifndef TOVIK_PROCESS_OPTIONS_H
 #define TOVIK_PROCESS_OPTIONS_H
 
@@ -38,5 +39,15 @@ extern Options given_options;
 int ParseOptions(int argc, char** argv, Options* options);
 
 void print_help();
+
+// Seconds between two heartbeats. Only test_conf_file changes it.
+extern int delay;
+
+// Opens the file of option -f and reports the result to syslog. reload is 1 after SIGHUP. Returns 0 when no
+// file was given, else -1.
+int read_conf_file(int reload);
+
+// Reads one decimal number from a file into delay. Returns 0, or 1 after a message on standard error.
+int test_conf_file(const char* path);
 
 #endif

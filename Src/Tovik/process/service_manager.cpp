@@ -15,19 +15,19 @@
 
 namespace {
 
-constexpr timeval LONGEST_SEND{1, 0};
+constexpr timeval LONGEST_MANAGER_SEND{1, 0};
 constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
 
-sockaddr_un manager;
+sockaddr_un managerAddress;
 socklen_t managerLength = 0;  // 0: there is none
 int64_t watchdogMs = 0;
 int64_t patienceSeconds = 0;
 
-int Send(const std::string& message) {
+int SendToManager(const std::string& message) {
   const base::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!socket.Valid()) return -1;
-  ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &LONGEST_SEND, sizeof LONGEST_SEND);
-  const auto* const to = reinterpret_cast<const sockaddr*>(&manager);
+  ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &LONGEST_MANAGER_SEND, sizeof LONGEST_MANAGER_SEND);
+  const auto* const to = reinterpret_cast<const sockaddr*>(&managerAddress);
   return ::sendto(socket.Get(), message.data(), message.size(), MSG_NOSIGNAL, to, managerLength) < 0 ? -1 : 0;
 }
 
@@ -36,7 +36,7 @@ int Send(const std::string& message) {
 void TakeServiceManager() {
   const char* const socket = std::getenv("NOTIFY_SOCKET");
   const char* const patience = std::getenv("DUNRASTT_PATIENCE");
-  if (socket != nullptr) managerLength = NotifyAddress(socket, &manager);
+  if (socket != nullptr) managerLength = NotifyAddress(socket, &managerAddress);
   watchdogMs = WatchdogOf(std::getenv("WATCHDOG_USEC"), std::getenv("WATCHDOG_PID"), ::getpid());
   patienceSeconds = patience == nullptr ? 0 : base::LeadingNumber(patience);
   for (const char* name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID", "DUNRASTT_PATIENCE"})
@@ -48,7 +48,7 @@ bool HasServiceManager() {
 }
 
 void TellServiceManager(const std::string& message) {
-  if (!HasServiceManager() || Send(message) == 0) return;
+  if (!HasServiceManager() || SendToManager(message) == 0) return;
   const int error = errno;
   TRACE(TRACE_WARN, "the service manager could not be told \"%s\": %s", message.c_str(),
         std::strerror(error));

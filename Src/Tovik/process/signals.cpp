@@ -5,8 +5,8 @@
 #include <csignal>
 #include <initializer_list>
 
-#include "Tovik/process/conf_file.h"
 #include "Tovik/process/log_stream.h"
+#include "Tovik/process/options.h"
 
 namespace {
 

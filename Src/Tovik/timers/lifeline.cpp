@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <string>
 
-#include "Tovik/checks/standing.h"
+#include "Tovik/checks/engine_standing.h"
 #include "Tovik/engine/channel_status.h"
-#include "Tovik/process/refusals.h"
 #include "Tovik/process/service_manager.h"
+#include "Tovik/process/start_notices.h"
 #include "Tovik/timers/timers.h"
 #include "Tovik/trace.h"
 #include "base/stop.h"

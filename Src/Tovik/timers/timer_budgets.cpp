@@ -12,12 +12,13 @@ constexpr int64_t HOUR = 3600;  // seconds
 // A peer that is slow must never get the agent killed, only one that is lost. So each figure is beyond what
 // the peer can take before an exchange of the agent gives it up; and where nothing bounds the exchange,
 // beyond all patience: then an agent that starts anew is worth more than one that waits.
-constexpr int64_t MAIL = 12 * HOUR;    // five minutes for each reply, of which each recipient takes one
-constexpr int64_t POST = HOUR;         // not bounded unless WEBHOOK_TIMEOUT is set
-constexpr int64_t SCRIPT = 24 * HOUR;  // not bounded: it should come back at once
-constexpr int64_t QUERY = HOUR;  // 10 s to connect, 30 to secure, 30 to reply; what has begun is not bounded
-constexpr int64_t PROBE = 60;    // 5 s to connect, a second between two snapshots
-constexpr int64_t FILES = HOUR;  // a disk that sleeps, a log of many gigabytes
+constexpr int64_t MAIL_BUDGET = 12 * HOUR;  // five minutes for each reply, of which each recipient takes one
+constexpr int64_t POST_BUDGET = HOUR;       // not bounded unless WEBHOOK_TIMEOUT is set
+constexpr int64_t SCRIPT_BUDGET = 24 * HOUR;  // not bounded: it should come back at once
+// 10 s to connect, 30 to secure, 30 to reply; what has begun is not bounded.
+constexpr int64_t QUERY_BUDGET = HOUR;
+constexpr int64_t PROBE_BUDGET = 60;    // 5 s to connect, a second between two snapshots
+constexpr int64_t FILES_BUDGET = HOUR;  // a disk that sleeps, a log of many gigabytes
 
 // As a sleep takes a period.
 int64_t Seconds(int64_t period) {
@@ -31,12 +32,12 @@ struct Budget {
   int64_t others;       // the other peers' seconds
 };
 constexpr Budget BUDGETS[] = {
-    {10, [] { return 2 * Seconds(m_restart_period); }, 3, SCRIPT + PROBE},
-    {3000, [] { return Seconds(HangPause(m_Hang_Time)); }, 1, PROBE},
-    {4000, [] { return int64_t{61}; }, 1, FILES},
-    {5000, [] { return int64_t{1}; }, 1, FILES},
-    {6000, [] { return int64_t{1}; }, 0, FILES},
-    {1000, [] { return Seconds(m_restart_period); }, 0, QUERY},
+    {10, [] { return 2 * Seconds(m_restart_period); }, 3, SCRIPT_BUDGET + PROBE_BUDGET},
+    {3000, [] { return Seconds(HangPause(m_Hang_Time)); }, 1, PROBE_BUDGET},
+    {4000, [] { return int64_t{61}; }, 1, FILES_BUDGET},
+    {5000, [] { return int64_t{1}; }, 1, FILES_BUDGET},
+    {6000, [] { return int64_t{1}; }, 0, FILES_BUDGET},
+    {1000, [] { return Seconds(m_restart_period); }, 0, QUERY_BUDGET},
 };
 
 }  // namespace
@@ -45,6 +46,6 @@ int64_t CycleBudget(uint32_t id, int64_t patience) {
   const auto* const row = std::find_if(std::begin(BUDGETS), std::end(BUDGETS),
                                        [id](const Budget& budget) { return budget.id == id; });
   if (row == std::end(BUDGETS)) return 0;
-  const int64_t peers = row->alarms * (MAIL + POST) + row->others;
+  const int64_t peers = row->alarms * (MAIL_BUDGET + POST_BUDGET) + row->others;
   return row->pauses() + (patience > 0 ? std::min(patience, peers) : peers);
 }

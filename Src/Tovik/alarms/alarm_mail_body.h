@@ -1,0 +1,17 @@
+// The HTML of an alarm's mail.
+#ifndef TOVIK_ALARMS_ALARM_MAIL_BODY_H
+#define TOVIK_ALARMS_ALARM_MAIL_BODY_H
+
+#include <ctime>
+
+#include "Tovik/alarms/alarm.h"
+#include "base/owners.h"
+
+namespace alarms {
+
+// As AlarmBody (alarm_body.h), in the mail's layout.
+base::UniqueText MailBody(const Alarm& alarm, time_t now, const char** reason);
+
+}  // namespace alarms
+
+#endif

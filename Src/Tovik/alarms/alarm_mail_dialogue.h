@@ -1,0 +1,62 @@
+// What a mail server said to each step of a delivery, be it libcurl or the own mail client that carries it
+// out.
+#ifndef TOVIK_ALARMS_ALARM_MAIL_DIALOGUE_H
+#define TOVIK_ALARMS_ALARM_MAIL_DIALOGUE_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace alarms {
+
+// Does no input or output: the caller passes the lines.
+class MailDialogue {
+ public:
+  // Takes a command that was sent, or a line of a reply. Returns the text to show of it: one line, at most
+  // 300 bytes, without credentials.
+  std::string Sent(std::string_view command);
+  std::string Received(std::string_view line);
+
+  // "<lee@example.com>: 550 5.1.1 User unknown", in their order.
+  const std::vector<std::string>& RefusedRecipients() const { return refused_; }
+  // Whether the server took the message.
+  bool Accepted() const { return accepted_; }
+  // The last refusal of anything else, "AUTH: 535 wrong password"; empty when a later step went well.
+  const std::string& Refusal() const { return refusal_; }
+  // The step under way: "the greeting", "EHLO", "RCPT <lee@example.com>", "the message".
+  const std::string& Step() const { return step_; }
+  // Whether that is the message, whose lines are no commands.
+  bool InContent() const;
+
+ private:
+  void Conclude(int code);
+
+  std::string step_ = "the greeting";
+  std::string recipient_;  // of a RCPT
+  std::string words_;      // of the reply so far
+  bool secret_ = false;    // within AUTH
+  bool accepted_ = false;
+  std::string refusal_;
+  std::vector<std::string> refused_;
+};
+
+// Lets the dialogues of the own mail client be heard where there is a journal to tell them to. Once, before
+// the first thread.
+void HearMailServers();
+
+// While it lives, what the own mail client exchanges on this thread is followed.
+class MailHearing {
+ public:
+  MailHearing();
+  ~MailHearing();
+  MailHearing(const MailHearing&) = delete;
+  MailHearing& operator=(const MailHearing&) = delete;
+  const MailDialogue& Dialogue() const { return dialogue_; }
+
+ private:
+  MailDialogue dialogue_;
+};
+
+}  // namespace alarms
+
+#endif

@@ -1,0 +1,70 @@
+#include "Tovik/process/start_notices.h"
+
+#include <cstring>
+
+#include "Tovik/config/config.h"
+#include "Tovik/config/config_line.h"
+#include "Tovik/notices/notices.h"
+
+namespace {
+
+using notices::Notice;
+
+std::string NameOf(const sysinfo::ProcessNames& processes, pid_t pid) {
+  for (size_t i = 0; i < processes.Size(); ++i)
+    if (processes[i].pid == pid && processes[i].name != nullptr) return processes[i].name;
+  return {};
+}
+
+bool HasNameless(const sysinfo::ProcessNames& processes) {
+  for (size_t i = 0; i < processes.Size(); ++i)
+    if (processes[i].name == nullptr) return true;
+  return false;
+}
+
+void TellBadKey(const char* key, const std::string& why) {
+  notices::Tell<Notice::BAD_KEY>(key, ConfigFileName(m_sz_configfile), why);
+}
+
+}  // namespace
+
+void TellNoConfiguration(int error) {
+  if (*m_sz_configfile == '\0')
+    return notices::Tell<Notice::NO_START>("no configuration is given (option -f)");
+  notices::Tell<Notice::NO_CONFIGURATION>(ConfigFileName(m_sz_configfile), std::strerror(error));
+}
+
+void TellNoTimeOfDay() {
+  TellBadKey("RESULT_TIME", "is \"" + std::string(m_result_check_time) +
+                                "\", no time of day as 07:30, and RESULT_CHECK is set");
+}
+
+void TellNotAlone(const sysinfo::ProcessNames& processes, const char* name, pid_t own) {
+  if (!notices::On()) return;
+  const std::string others = OthersNamed(processes, name, own);
+  const std::string own_name = NameOf(processes, own);
+  if (*name == '\0') {
+    TellBadKey("WATCHDOG_NAME", "has no value");
+  } else if (HasNameless(processes)) {
+    notices::Tell<Notice::NO_START>("/proc hides the names of processes (hidepid): another agent may run");
+  } else if (own_name != name) {
+    TellBadKey("WATCHDOG_NAME",
+               "is \"" + std::string(name) + "\", and this program is named \"" + own_name + '"');
+  } else {
+    notices::Tell<Notice::ALREADY_RUNNING>(others, name);
+  }
+}
+
+void TellNoStart(const char* what, int error) {
+  if (notices::On()) notices::Tell<Notice::NO_START>(std::string(what) + ": " + std::strerror(error));
+}
+
+std::string OthersNamed(const sysinfo::ProcessNames& processes, const char* name, pid_t own) {
+  std::string others;
+  for (size_t i = 0; i < processes.Size(); ++i) {
+    const sysinfo::ProcessName process = processes[i];
+    if (process.name == nullptr || process.pid == own || std::strcmp(process.name, name) != 0) continue;
+    others += (others.empty() ? "" : ", ") + std::to_string(process.pid);
+  }
+  return others;
+}
