@@ -9,6 +9,7 @@
 #include "Tovik/alarms/mail.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
+#include "Tovik/alarms/webhook_body.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/traced.h"
@@ -29,16 +30,13 @@ class AlarmTest : public testing::Test {
     SetText(m_send_name, "STT Agent");
     SetText(m_send_email, "agent@example.com");
     SetText(m_stmp_server_url, "127.0.0.1");
-    m_stmp_auth = m_webhook_apps = 1;
-    Lists("kim kim@example.com\nlee lee@example.com\n", "", "");
-  }
-  void TearDown() override {
-    SetText(gIpaddr, "");
     SetText(m_mail_url, "");
+    m_stmp_auth = m_webhook_apps = 1;
     m_text_repair = m_mail_skip_bad = m_mail_tls = m_mail_timeout = 0;
     m_webhook_timeout = m_webhook_strict = m_webhook_card = 0;
+    Lists("kim kim@example.com\nlee lee@example.com\n");
   }
-  void Lists(const std::string& to, const std::string& cc, const std::string& bcc) const {
+  void Lists(const std::string& to, const std::string& cc = "", const std::string& bcc = "") const {
     ASSERT_EQ(GetEMailList(folder_.Write("to", to).c_str(), folder_.Write("cc", cc).c_str(),
                            folder_.Write("bcc", bcc).c_str()),
               1);
@@ -64,10 +62,11 @@ class AlarmTest : public testing::Test {
   static void ExpectParts(const std::string& record, std::initializer_list<const char*> parts) {
     for (const char* part : parts) EXPECT_TRUE(Has(record, part));
   }
-  // The text with its "yyyy/mm/dd hh:mm:ss" behind a mark replaced by "DATE".
-  static std::string WithoutDate(std::string text, const std::string& mark) {
-    const size_t at = text.find(mark);
-    return at == std::string::npos ? text : text.replace(at + mark.size(), 19, "DATE");
+  // What is posted for this message; without a body, why there is none.
+  static std::string PostOf(const std::string& message, const std::string& title = "t") {
+    const char* reason = "";
+    const base::UniqueText body = alarms::WebHookBody({2, title, "l", message, ""}, 1, 0, &reason);
+    return body == nullptr ? reason : body.get();
   }
   support::TempFolder folder_;
 };

@@ -22,6 +22,8 @@ namespace {
 
 using namespace std::string_literals;
 using support::Has;
+using support::SetText;
+using test::Lines;
 namespace fs = std::filesystem;
 
 // In Central Europe, where clocks change at 2 o'clock of 31 March and at 3 o'clock of 27 October 2024.
@@ -30,9 +32,8 @@ class ChecksTest : public testing::Test {
   ChecksTest() {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     tzset();
-    std::snprintf(m_sz_svc_txt_path, sizeof m_sz_svc_txt_path, "%s", engine_.c_str());
-    std::snprintf(m_result_check_time, sizeof m_result_check_time, "07:30");
-    m_send_email_used = m_send_webhook_used = m_log_hostname_inc_flag = m_txt_save = 0;
+    SetText(m_sz_svc_txt_path, engine_);
+    SetText(m_result_check_time, "07:30");
     fs::create_directories(engine_ + "20240131");
   }
   ~ChecksTest() override {
@@ -50,6 +51,7 @@ class ChecksTest : public testing::Test {
 
 class ErrorLogTest : public ChecksTest {
  protected:
+  ~ErrorLogTest() override { setenv("PATH", programs_.c_str(), 1); }
   void WriteLog(const std::string& content) const { std::ofstream(log_, std::ios::binary) << content; }
   std::string Find() {
     const int length = FindErrorLines(ErrorLogSearchAt(now_, engine_.c_str(), {}), out_.data());
@@ -60,6 +62,7 @@ class ErrorLogTest : public ChecksTest {
   const std::string log_ = engine_ + "20240131/0131.ERR.LOG";
   const std::string extract_ = engine_ + "STTAlarmLog.txt";
   std::string out_ = std::string(ERROR_TEXT, '\0');
+  const std::string programs_ = getenv("PATH");
 };
 
 TEST_F(ErrorLogTest, LooksAtTheMinuteTwoMinutesAgo) {
@@ -117,46 +120,45 @@ TEST_F(ErrorLogTest, SucceedsWithErrorLinesOnly) {
   WriteLog(" 14:05:00 error\n");
   EXPECT_EQ(ErrorCheckAt(now_), 1);
   EXPECT_EQ(ErrorCheckAt(now_ + 60), -1);
-  const std::string path = getenv("PATH");
   setenv("PATH", "/nowhere", 1);
-  const std::string traced = test::TraceOf([&] { EXPECT_EQ(ErrorCheckAt(now_), -1); });
-  setenv("PATH", path.c_str(), 1);
-  EXPECT_TRUE(Has(traced,
+  EXPECT_TRUE(Has(test::TraceOf([&] { EXPECT_EQ(ErrorCheckAt(now_), -1); }),
                   "Unable to execute distrib server error log script (2)\nNo such file or directory, "
                   "command = grep \" 14:05:\" "));
 }
 
 TEST_F(ErrorLogTest, SaysNothingOfASearchThatAStopCuts) {
-  const std::string path = getenv("PATH");
-  folder_.Write("grep", "#!/bin/sh\nexec sleep 5 2>&1\n", 0755);
-  setenv("PATH", (folder_.Path() + ":" + path).c_str(), 1);
+  folder_.Write("grep", "#!/bin/sh\nexec sleep 5\n", 0755);
+  setenv("PATH", (folder_.Path() + ":" + programs_).c_str(), 1);
   sigset_t stop;
   sigemptyset(&stop);
   sigaddset(&stop, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stop, nullptr);
   ::kill(::getpid(), SIGTERM);
-  const std::string traced = test::TraceOf([&] {
-    const base::StopOnPendingSignal stoppable;
-    EXPECT_EQ(ErrorCheckAt(now_), -1);
-  });
+  EXPECT_EQ(test::TraceOf([&] {
+              const base::StopOnPendingSignal stoppable;
+              EXPECT_EQ(ErrorCheckAt(now_), -1);
+            }),
+            "");
+  EXPECT_FALSE(fs::exists(extract_));
   int taken = 0;
   sigwait(&stop, &taken);
   pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
-  setenv("PATH", path.c_str(), 1);
-  EXPECT_EQ(traced, "");
-  EXPECT_FALSE(fs::exists(extract_));
 }
-
-using Records = std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)>;
 
 class ResultTest : public ChecksTest {
  protected:
-  std::string CheckAt(time_t now, int expected) {
-    const test::Lines lines = test::Messages(test::TraceOf([&] { EXPECT_EQ(ResultCheckAt(now), expected); }));
-    return lines.empty() ? "" : lines.back();
+  ~ResultTest() override { m_result_catch_up = 0; }
+  void WriteResult(const std::string& day, const std::string& text) const {
+    fs::create_directories(engine_ + day);
+    std::ofstream(engine_ + day + "/Result.csv") << text;
+  }
+  static Lines CheckAt(time_t now, int expected) {
+    return test::MessagesOf([=] { EXPECT_EQ(ResultCheckAt(now), expected); });
   }
   const time_t due_ = Utc("2024-02-01 06:30");  // 07:30 local time
   const std::string path_ = engine_ + "20240131/Result.csv";
+  const Lines other_hour_ = {"ERROR Result check Hour Over"};
+  const Lines other_minute_ = {"ERROR Result check Min Over"};
 };
 
 TEST_F(ResultTest, YesterdayIsTheDayOf86400SecondsAgo) {
@@ -189,146 +191,123 @@ TEST_F(ResultTest, MomentComparesHourThenMinute) {
 }
 
 TEST_F(ResultTest, ReportsAReadableFileInItsMinute) {
-  EXPECT_EQ(CheckAt(due_, -1), "");
-  folder_.Write("errors;$'\"/20240131/Result.csv", "1,2\n");
-  EXPECT_EQ(CheckAt(due_, 1), "");
-  EXPECT_EQ(CheckAt(due_ + 60, -1), "ERROR Result check Min Over");
-  EXPECT_EQ(CheckAt(due_ + 3600, -1), "ERROR Result check Hour Over");
-  fs::remove(path_);
-  ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
-  EXPECT_EQ(CheckAt(due_, -1), "ERROR Result file " + path_ + " is no regular file");
+  EXPECT_EQ(CheckAt(due_, -1), Lines());
+  WriteResult("20240131", "1,2\n");
+  EXPECT_EQ(CheckAt(due_, 1), Lines());
+  EXPECT_EQ(CheckAt(due_ + 60, -1), other_minute_);
+  EXPECT_EQ(CheckAt(due_ + 3600, -1), other_hour_);
 }
 
 // The days and hours at which the agent is up and looks, and which of its looks report.
 TEST_F(ResultTest, CatchesUpWithAMissedMinuteOnceADay) {
-  folder_.Write("errors;$'\"/20240131/Result.csv", "1,2\n");
-  fs::create_directories(engine_ + "20240201");
-  folder_.Write("errors;$'\"/20240201/Result.csv", "1,2\n");
-  support::SetText(m_sz_txt_path, folder_.Path());
-  EXPECT_EQ(CheckAt(due_ + 3600, -1), "ERROR Result check Hour Over");
-  EXPECT_FALSE(fs::exists(folder_ / "result.day"));
+  for (const char* day : {"20240131", "20240201"}) WriteResult(day, "1,2\n");
+  SetText(m_sz_txt_path, folder_.Path());
+  const std::string kept = folder_ / "result.day";
+  EXPECT_EQ(CheckAt(due_ + 3600, -1), other_hour_);
+  EXPECT_FALSE(fs::exists(kept));
   m_result_catch_up = 1;
   constexpr time_t DAY = 86400;
-  const std::tuple<time_t, int, const char*> looks[] = {
-      {-3600, -1, "ERROR Result check Hour Over"},
-      {3600, 1, "INFO Result check missed its minute and is made up for"},
-      {3661, -1, "ERROR Result check Hour Over"},
-      {DAY - 3600, -1, "ERROR Result check Hour Over"},
-      {DAY, 1, ""},
-      {DAY + 20, -1, ""},  // started again within the minute
-      {DAY + 61, -1, "ERROR Result check Min Over"}};
+  const std::tuple<time_t, int, Lines> looks[] = {
+      {-3600, -1, other_hour_},
+      {3600, 1, {"INFO Result check missed its minute and is made up for"}},
+      {3661, -1, other_hour_},
+      {DAY - 3600, -1, other_hour_},
+      {DAY, 1, {}},
+      {DAY + 20, -1, {}},  // started again within the minute
+      {DAY + 61, -1, other_minute_}};
   for (const auto& [after, result, said] : looks) EXPECT_EQ(CheckAt(due_ + after, result), said) << after;
-  EXPECT_EQ(support::ReadFile(folder_ / "result.day"), "20240202\n");
+  EXPECT_EQ(support::ReadFile(kept), "20240202\n");
   // Where the day cannot be kept, its minute alone counts.
-  fs::remove(folder_ / "result.day");
-  fs::create_directory(folder_ / "result.day");
-  folder_.Write("result.day/in the way", "");
-  const std::string refused =
-      "WARN RESULT_CATCH_UP: " + folder_ / "result.day cannot be written: Is a directory";
-  const auto lines = [this](time_t now, int result) {
-    return test::Messages(test::TraceOf([&] { EXPECT_EQ(ResultCheckAt(now), result); }));
-  };
-  EXPECT_EQ(lines(due_ + 3600, -1), (test::Lines{refused, "ERROR Result check Hour Over"}));
-  EXPECT_EQ(lines(due_, 1), test::Lines{refused});
-  fs::remove_all(folder_ / "result.day");
-  EXPECT_EQ(CheckAt(due_ + 61, -1), "ERROR Result check Min Over");
-  m_result_catch_up = 0;
+  fs::remove(kept);
+  fs::create_directories(kept + "/in the way");
+  const std::string refused = "WARN RESULT_CATCH_UP: " + kept + " cannot be written: Is a directory";
+  EXPECT_EQ(CheckAt(due_ + 3600, -1), (Lines{refused, other_hour_[0]}));
+  EXPECT_EQ(CheckAt(due_, 1), Lines{refused});
+  fs::remove_all(kept);
+  EXPECT_EQ(CheckAt(due_ + 61, -1), other_minute_);
 }
 
 TEST_F(ResultTest, SaysWhyAFileIsNotRead) {
-  const auto checkedWithLines = [this](int64_t lines) {
-    std::ofstream(path_) << std::string(static_cast<size_t>(lines), '\n');
-    return CheckAt(due_, -1);
-  };
-  EXPECT_EQ(checkedWithLines(MAX_RESULT_RECORDS + 1),
-            "ERROR Result file " + path_ + " has more than 16777216 lines");
+  const auto said = [this](const char* why) { return Lines{"ERROR Result file " + path_ + why}; };
+  ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+  EXPECT_EQ(CheckAt(due_, -1), said(" is no regular file"));
+  fs::remove(path_);
+  WriteResult("20240131", std::string(MAX_RESULT_RECORDS, '\n'));
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
   rlimit old{};
   ::getrlimit(RLIMIT_AS, &old);
   const rlimit narrow{rlim_t{256} << 20, old.rlim_max};
   ::setrlimit(RLIMIT_AS, &narrow);
-  const std::string said = checkedWithLines(MAX_RESULT_RECORDS);
+  EXPECT_EQ(CheckAt(due_, -1), said(": no memory to read it"));
   ::setrlimit(RLIMIT_AS, &old);
-  EXPECT_EQ(said, "ERROR Result file " + path_ + ": no memory to read it");
 #endif
+  std::ofstream(path_, std::ios::app) << "one more\n";
+  EXPECT_EQ(CheckAt(due_, -1), said(" has more than 16777216 lines"));
 }
 
+// Of a file that is larger than the buffer it is read by.
 TEST_F(ResultTest, AveragesIntoTheTable) {
-  const std::string path = folder_.Write("Result.csv",
-                                         ",,text,,,,,,,,,,100,,,3000,,,0.5,,,200,,\n"
-                                         ",,text,,,,,,,,,,201,,,4001,,,1.0,,,300\n");
-  const Records records(GetResultReadData(path.c_str(), 2), FreeResultData);
+  std::string text;
+  for (int i = 0; i < 20'000; i += 2) {
+    text += ",,text,,,,,,,,,," + std::to_string(i) + ",,,3000,,,0.5,,,200,,\n";
+    text += ",,text,,,,,,,,,," + std::to_string(i + 1) + ",,,4001,,,1.0,,,300\n";
+  }
+  const std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)> records(
+      GetResultReadData(folder_.Write("Result.csv", text).c_str(), 20'000), FreeResultData);
   ASSERT_NE(records, nullptr);
   char table[RESULT_TABLE];
-  FormatResultTable("2024/01/31", 2, AverageOf(records.get(), 2), table);
+  FormatResultTable("2024/01/31", 20'000, AverageOf(records.get(), 20'000), table);
   // In code page 949: average, items. The columns in their order.
   const char* at = table;
-  for (const char* part : {">[2024/01/31] / [\xC6\xF2\xB1\xD5]<", ">2\xB0\xC7<", ">0.75 xRT<", ">3500.50 ms<",
-                           ">150.50 ms<", ">250.00 ms<"}) {
+  for (const char* part : {">[2024/01/31] / [\xC6\xF2\xB1\xD5]<", ">20000\xB0\xC7<", ">0.75 xRT<",
+                           ">3500.50 ms<", ">9999.50 ms<", ">250.00 ms<"}) {
     at = std::strstr(at, part);
     ASSERT_NE(at, nullptr) << part;
   }
-  EXPECT_EQ(GetResultReadData(path.c_str(), MAX_RESULT_RECORDS + 1), nullptr);
 }
 
-TEST_F(ResultTest, ReadsThroughEveryBufferBorder) {
-  std::string content;
-  for (int i = 0; i < 20000; ++i) content += ",,,,,,,,,,,," + std::to_string(i) + ",,,1,,,1,,,1,,\n";
-  const Records records(GetResultReadData(folder_.Write("Result.csv", content).c_str(), 20000),
-                        FreeResultData);
-  ASSERT_NE(records, nullptr);
-  for (int i = 0; i < 20000; ++i) ASSERT_EQ(records.get()[i].recognition_time, i);
-}
-
-// This process plays the engine.
-// Hands out processes one by one, and counts them.
-struct Table {
-  std::vector<sysinfo::ProcessName> processes;
-  size_t asked = 0;
-  SearchResult Find(int64_t pid = ANY_PID, bool (*isDead)(int32_t) = nullptr) {
-    asked = 0;
-    const auto next = [this](sysinfo::ProcessName* process) {
-      if (asked == processes.size()) return false;
-      *process = processes[asked++];
+TEST(ProcessSearchTest, ReadsNoFurtherThanToWhatDecides) {
+  constexpr const char* NAMELESS = nullptr;
+  const auto ended = [](int32_t pid) { return pid < 3; };
+  const std::vector<sysinfo::ProcessName> engines = {{1, "stt"}, {2, "stt"}, {3, "stt"}};
+  const std::vector<sysinfo::ProcessName> hidden = {{3, "stt"}, {1, NAMELESS}, {2, "stt"}};
+  const struct {
+    const char* what;
+    std::vector<sysinfo::ProcessName> processes;
+    Search verdict;
+    int32_t found = 0;
+    size_t read = 0;
+    int64_t wanted = ANY_PID;
+    bool (*isDead)(int32_t) = nullptr;
+  } rows[] = {{"no process at all", {}, Search::NO_TABLE},
+              {"other names", {{1, ""}, {2, "stt2"}, {3, "st"}}, Search::ABSENT, 0, 3},
+              {"the first of the name", engines, Search::FOUND, 1, 1},
+              {"the one of a pid", engines, Search::FOUND, 2, 2, 2},
+              {"none of a pid", engines, Search::ABSENT, 0, 3, 4},
+              {"before a nameless one", hidden, Search::FOUND, 3, 1},
+              {"behind a nameless one", hidden, Search::NAMELESS, 0, 2, 2},
+              {"alive behind zombies", engines, Search::FOUND, 3, 3, ANY_PID, ended},
+              {"a zombie of a pid", engines, Search::ABSENT, 0, 3, 2, ended}};
+  for (const auto& row : rows) {
+    size_t read = 0;
+    const auto next = [&](sysinfo::ProcessName* process) {
+      if (read == row.processes.size()) return false;
+      *process = row.processes[read++];
       return true;
     };
-    return FindProcess(next, "stt", pid, isDead);
-  }
-};
-
-TEST(ProcessSearchTest, EndsAtTheFirstMatchAndAtANamelessProcess) {
-  constexpr const char* NAMELESS = nullptr;
-  const struct {
-    std::vector<sysinfo::ProcessName> processes;
-    Search any, second;  // whatever its pid; of pid 2
-    int32_t pid;         // of the first, where there is one
-    size_t asked;        // processes read for it
-    int count;
-  } rows[] = {{{}, Search::NO_TABLE, Search::NO_TABLE, 0, 0, 0},
-              {{{1, ""}, {2, "stt2"}, {3, "st"}}, Search::ABSENT, Search::ABSENT, 0, 3, 0},
-              {{{1, "stt"}, {2, "stt"}}, Search::FOUND, Search::FOUND, 1, 1, 2},
-              {{{3, "stt"}, {1, NAMELESS}, {2, "stt"}}, Search::FOUND, Search::NAMELESS, 3, 1, 0},
-              {{{1, NAMELESS}, {2, "stt"}}, Search::NAMELESS, Search::NAMELESS, 0, 1, 0}};
-  for (const auto& row : rows) {
-    Table table{row.processes};
-    sysinfo::ProcessNames all;
-    for (const auto& process : row.processes) all.Add(process);
-    EXPECT_EQ(table.Find(2).verdict, row.second);
-    const SearchResult any = table.Find();
-    EXPECT_EQ(any.verdict, row.any);
-    EXPECT_EQ(any.pid, row.pid);
-    EXPECT_EQ(table.asked, row.asked);
-    EXPECT_EQ(CountProcesses(all, "stt"), row.count);
+    const SearchResult result = FindProcess(next, "stt", row.wanted, row.isDead);
+    EXPECT_EQ(result.verdict, row.verdict) << row.what;
+    EXPECT_EQ(result.pid, row.found) << row.what;
+    EXPECT_EQ(read, row.read) << row.what;
   }
 }
 
-TEST(ProcessSearchTest, PassesOverTheDead) {
-  Table table{{{1, "stt"}, {2, "stt"}, {3, "stt"}}};
-  const auto found = [&](bool (*isDead)(int32_t)) { return table.Find(ANY_PID, isDead).pid; };
-  EXPECT_EQ(found(nullptr), 1);
-  EXPECT_EQ(found([](int32_t pid) { return pid < 3; }), 3);  // a living engine behind its zombies
-  EXPECT_EQ(found([](int32_t) { return true; }), 0);
-  EXPECT_EQ(table.Find(2, [](int32_t pid) { return pid == 2; }).verdict, Search::ABSENT);
+TEST(ProcessSearchTest, CountsNoneWhereOneIsNameless) {
+  sysinfo::ProcessNames processes;
+  for (const char* name : {"stt", "st", "stt"}) processes.Add({1, name});
+  EXPECT_EQ(CountProcesses(processes, "stt"), 2);
+  processes.Add({1, nullptr});
+  EXPECT_EQ(CountProcesses(processes, "stt"), 0);
 }
 
 TEST(ThresholdTest, ShareIsInPercentWhereTheFigureIsNot) {
@@ -360,9 +339,10 @@ TEST(HangTest, TellsAfterEachSoManyDeathsInARow) {
   }
 }
 
+// This process plays the engine.
 TEST_F(ChecksTest, HangCheckComparesPidAndFlag) {
   std::ifstream("/proc/self/comm") >> m_sz_proc_name;
-  std::snprintf(m_sz_svc_pid_file, sizeof m_sz_svc_pid_file, "%s", (folder_ / "pid").c_str());
+  SetText(m_sz_svc_pid_file, folder_ / "pid");
   DunraSTTUtils::SetHangPath(folder_.Path().c_str());
   const support::Listener listener;
   m_PROC_PORT = listener.Port();
@@ -371,8 +351,8 @@ TEST_F(ChecksTest, HangCheckComparesPidAndFlag) {
   for (const auto& [pid, save, verdict] : cases) {
     folder_.Write("pid", std::to_string(pid));
     m_hang_save_flag = save;
-    const std::string said = test::TraceOf([] { EXPECT_EQ(hangCheckProc(m_sz_proc_name), 1); });
-    EXPECT_TRUE(Has(said, "] : [[ "s + m_sz_proc_name + " ] health check : " + verdict + "]\n"));
+    EXPECT_TRUE(Has(test::TraceOf([] { EXPECT_EQ(hangCheckProc(m_sz_proc_name), 1); }),
+                    "] : [[ "s + m_sz_proc_name + " ] health check : " + verdict + "]\n"));
   }
 }
 
@@ -383,11 +363,9 @@ TEST(TimerRulesTest, ErrorCheckRunsFromTheSecondLookOfADueMinuteUntilItSucceeds)
     int64_t period;
     std::vector<Look> looks;  // a second apart
   } rows[] = {{0, 15, {NO_RUN, RUN_SUCCEEDS, NO_RUN, NO_RUN}},
-              {1, 15, {NO_RUN, NO_RUN, NO_RUN}},
               {15, 15, {NO_RUN, RUN_FAILS, RUN_FAILS, RUN_SUCCEEDS, NO_RUN}},
               {30, 15, {NO_RUN, RUN_FAILS, RUN_FAILS}},
               {31, 15, {NO_RUN, NO_RUN}},
-              {45, 15, {NO_RUN}},
               {0, 90, {NO_RUN, RUN_SUCCEEDS, NO_RUN}},
               {30, 90, {NO_RUN, NO_RUN, NO_RUN}}};
   ErrorCheckState state;
