@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <regex>
 
 #include "Tovik/alarm_fixture.h"
 #include "Tovik/alarms/adaptive_card.h"
@@ -67,48 +68,46 @@ TEST_F(KeysTest, ATextThatDoesNotConvertIsLostWithoutThem) {
 // Line, name, address, and why it is left out.
 TEST(RecipientLineTest, TakesTheLastWordAsTheAddress) {
   const std::string name255(255, 'n'), address254 = "a@" + std::string(252, 'b');
-  const struct {
-    std::string line, name, address, fault;
-  } cases[] = {
-      {"kim kim@example.com\r", "kim", "kim@example.com", ""},
-      {" Kim \t Min-su  kim@example.com ", "Kim Min-su", "kim@example.com", ""},
-      {"root@example.com", "", "root@example.com", ""},
-      {"Admin root", "Admin", "root", ""},
-      {name255 + " " + address254, name255, address254, ""},
+  const std::tuple<std::string, std::string, std::string, const char*> cases[] = {
+      {"kim kim@example.com\r", "kim", "kim@example.com", nullptr},
+      {" Kim \t Min-su  kim@example.com ", "Kim Min-su", "kim@example.com", nullptr},
+      {"root@example.com", "", "root@example.com", nullptr},
+      {"Admin root", "Admin", "root", nullptr},
+      {name255 + " " + address254, name255, address254, nullptr},
       {"kim", "kim", "", "no address"},
-      {std::string(1000, 'n') + " a@b", std::string(1000, 'n'), "a@b", "the name is too long"},
+      {name255 + "n a@b", name255 + "n", "a@b", "the name is too long"},
       {"kim " + address254 + "b", "kim", address254 + "b", "the address is too long"},
       {"k\x01m kim@example.com", "k\x01m", "kim@example.com", "a control character"},
       {"\"kim\" kim@example.com", "\"kim\"", "kim@example.com", "a quote in the name"},
       {"kim <kim@example.com>", "kim", "<kim@example.com>", "a bracket or a blank in the address"},
   };
-  for (const auto& c : cases) {
-    const alarms::RecipientLine parsed = alarms::ParseRecipient(c.line);
-    EXPECT_EQ(parsed.name, c.name);
-    EXPECT_EQ(parsed.address, c.address);
-    EXPECT_EQ(parsed.fault == nullptr ? "" : parsed.fault, c.fault) << c.line;
+  for (const auto& [line, name, address, fault] : cases) {
+    const alarms::RecipientLine parsed = alarms::ParseRecipient(line);
+    EXPECT_EQ(std::pair(parsed.name, parsed.address), std::pair(name, address));
+    EXPECT_STREQ(parsed.fault, fault) << line;
   }
   EXPECT_TRUE(alarms::ParseRecipient(" \t\r").blank);
 }
 
 TEST_F(KeysTest, BadLinesOfTheListsAreLeftOutAndTracedOnce) {
-  const Peer sink(folder_, "sink", "mail_sink.py");
-  Aim(sink.Port());
-  const std::string to = "\"kim\" kim@example.com\n\nlee\nPark Ji park@example.com\n" +
-                         std::string(1000, 'n') + " long@example.com\nlast last@example.com";
-  Lists(to);
-  EXPECT_EQ(Mail("m"), "smtp failed: Invalid parameter\n");
+  const std::string to = folder_ / "to";
+  const auto traced = [this] {
+    return test::MessagesOf([this] {
+      Lists(
+          "\"kim\" kim@example.com\n\nlee\nPark Ji park@example.com\nx\x01 x@example.com\nlast "
+          "last@example.com");
+    });
+  };
   m_mail_skip_bad = 1;
-  const auto traced = [&] { return test::MessagesOf([&] { Lists(to); }); };
-  const test::Lines left_out = {"WARN " + folder_ / "to" + " line 1 left out: a quote in the name",
-                                "WARN " + folder_ / "to" + " line 3 left out: no address",
-                                "WARN " + folder_ / "to" + " line 5 left out: the name is too long",
+  const test::Lines left_out = {"WARN " + to + " line 1 left out: a quote in the name",
+                                "WARN " + to + " line 3 left out: no address",
+                                "WARN " + to + " line 5 left out: a control character",
                                 "INFO Receiver Cnt [ 2 ] Reference Cnt [ 0 ] Blind Cnt [ 0 ]"};
   EXPECT_EQ(traced(), left_out);
   EXPECT_EQ(traced(), test::Lines{left_out.back()});
-  EXPECT_EQ(Mail("m"), "sent");
-  ExpectParts(sink.Kept("1.json"), {R"("to": ["park@example.com", "last@example.com"])",
-                                    R"("\"Park Ji\" <park@example.com>, \"last\" <last@example.com>")"});
+  const auto kept = gEmailLists.Get();
+  EXPECT_STREQ(kept->receivers->At(0).name, "Park Ji");
+  EXPECT_STREQ(kept->receivers->At(1).address, "last@example.com");
 }
 
 TEST_F(KeysTest, AnAttachmentThatCannotBeReadIsLeftOutAndTold) {
@@ -150,11 +149,8 @@ TEST_F(KeysTest, MailByUrlIsSoundWhateverItSays) {
   SetText(m_mail_url, "smtp://127.0.0.1:" + sink.Port() + "/");
   const std::string file = folder_.Write("\xB0\xA1 \"1\".cfg", std::string(300, 'x') + "\n.\n");
   const std::string title = "[ IP ] stt \xB0\xA1 " + std::string(300, 'w') + "\x01";
-  ASSERT_EQ(Outcome([&] {
-              return SendAlarmEmail(title.c_str(), 4, "Label", ("\n.\n" + std::string(5000, 'm')).c_str(),
-                                    file.c_str());
-            }),
-            "sent");
+  const std::string message = "\n.\n" + std::string(5000, 'm');
+  EXPECT_EQ(SendAlarmEmail(title.c_str(), 4, "Label", message.c_str(), file.c_str()), 1);
   EXPECT_EQ(sink.Kept("1.attached-1"), support::ReadFile(file));
   ExpectParts(sink.Kept("1.html"), {("><br />.<br />" + std::string(5000, 'm') + "<").c_str()});
   const std::string record = sink.Kept("1.json");
@@ -165,9 +161,7 @@ TEST_F(KeysTest, MailByUrlIsSoundWhateverItSays) {
        R"("defects": [], "strict")", R"("names": ["\uac00 _1_.cfg"], "defects": [], "id": true)",
        subject.c_str(), R"("from": "\uac10\uc2dc agent <agent@example.com>")",
        R"("to": "\uae40 <kim@example.com>, lee <lee@example.com>, nnnn)"});
-  int longest = 0;
-  ASSERT_EQ(sscanf(record.c_str() + record.find("\"longest\": "), "\"longest\": %d", &longest), 1);
-  EXPECT_LE(longest, 100);
+  EXPECT_TRUE(std::regex_search(record, std::regex(R"("longest": \d\d,)"))) << record;
 }
 
 TEST_F(KeysTest, MailByUrlIsSecuredAsItIsAsked) {
@@ -184,33 +178,28 @@ TEST_F(KeysTest, MailByUrlIsSecuredAsItIsAsked) {
   const Peer other = server("other", "server");
   const Peer smtps = server("smtps", "localhost", {"--smtps"});
   const Peer other_smtps = server("other smtps", "server", {"--smtps"});
-  const std::string SENT = "sent";
-  const std::string NO_STARTTLS = "smtp failed: STARTTLS not supported.\n";
-  const std::string UNKNOWN =
+  constexpr const char* NO_STARTTLS = "smtp failed: STARTTLS not supported.\n";
+  constexpr const char* UNKNOWN =
       "smtp failed: SSL certificate problem: unable to get local issuer certificate\n";
-  const std::string MISMATCH =
+  constexpr const char* MISMATCH =
       "smtp failed: SSL: certificate subject name 'server' does not match target host name 'localhost'\n";
-  const struct {
-    const Peer& peer;
-    const char* scheme;
-    int tls;
-    std::string store, outcome;
-    const char* secured = "";
-  } cases[] = {
-      {offers, "smtp", 0, ours, SENT, "false"}, {other, "smtp", 1, "", SENT, "true"},
-      {plain, "smtp", 1, ours, SENT, "false"},  {offers, "SMTP", 2, ours, SENT, "true"},
-      {smtps, "smtps", 0, ours, SENT, "true"},  {plain, "smtp", 2, ours, NO_STARTTLS},
-      {offers, "smtp", 2, "", UNKNOWN},         {other, "smtp", 2, ours, MISMATCH},
-      {smtps, "smtps", 0, "", UNKNOWN},         {other_smtps, "smtps", 0, ours, MISMATCH},
+  const std::tuple<const Peer&, const char*, int, std::string, std::string> cases[] = {
+      {offers, "smtp", 0, ours, "in the clear"},  //
+      {other, "smtp", 1, "", "secured"},         {plain, "smtp", 1, ours, "in the clear"},
+      {offers, "SMTP", 2, ours, "secured"},      {smtps, "smtps", 0, ours, "secured"},
+      {plain, "smtp", 2, ours, NO_STARTTLS},     {offers, "smtp", 2, "", UNKNOWN},
+      {other, "smtp", 2, ours, MISMATCH},        {smtps, "smtps", 0, "", UNKNOWN},
+      {other_smtps, "smtps", 0, ours, MISMATCH},
   };
   std::map<const Peer*, int> mails;
-  for (const auto& c : cases) {
-    AimUrl(c.scheme, c.peer);
-    m_mail_tls = c.tls;
-    c.store.empty() ? unsetenv("SSL_CERT_FILE") : setenv("SSL_CERT_FILE", c.store.c_str(), 1);
-    EXPECT_EQ(Mail("m"), c.outcome);
-    if (c.outcome == SENT)
-      ExpectParts(Kept(c.peer, ".json", ++mails[&c.peer]), {("\"tls\": "s + c.secured).c_str()});
+  for (const auto& [peer, scheme, tls, store, expected] : cases) {
+    AimUrl(scheme, peer);
+    m_mail_tls = tls;
+    store.empty() ? unsetenv("SSL_CERT_FILE") : setenv("SSL_CERT_FILE", store.c_str(), 1);
+    std::string outcome = Mail("m");
+    if (outcome == "sent")
+      outcome = Has(Kept(peer, ".json", ++mails[&peer]), R"("tls": true)") ? "secured" : "in the clear";
+    EXPECT_EQ(outcome, expected);
   }
   unsetenv("SSL_CERT_FILE");
 }
@@ -223,12 +212,7 @@ TEST_F(KeysTest, MailByUrlLogsInAndTellsTheServersWords) {
   constexpr const char* REFUSED =
       "smtp refused: \"han\" <<han>: a bracket or a blank in the address\n"
       "smtp refused: <lee@example.com>: 550 5.1.1 Nobody 5.1.1 of that name\n";
-  const struct {
-    const char* scheme;
-    int64_t method;
-    const char* password;
-    std::string outcome;
-  } cases[] = {
+  const std::tuple<const char*, int64_t, const char*, const char*> cases[] = {
       {"smtp", 3, "pass word", REFUSED},
       {"smtp", 3, "no", "smtp failed: Login denied; AUTH: 535 5.7.8 Authentication credentials invalid\n"},
       {"smtp", 1, "", "smtp failed: MAIL failed: 530; MAIL: 530 5.7.0 Authentication required\n"},
@@ -236,11 +220,11 @@ TEST_F(KeysTest, MailByUrlLogsInAndTellsTheServersWords) {
       {"", 3, "no", "smtp failed: Failed to authenticate with the given credentials\n"},
   };
   Aim(sink.Port());
-  for (const auto& c : cases) {
-    AimUrl(c.scheme, sink);
-    m_stmp_auth = c.method;
-    SetText(m_stmp_auth_password, c.password);
-    EXPECT_TRUE(Has(Mail("m"), c.outcome));
+  for (const auto& [scheme, method, password, outcome] : cases) {
+    AimUrl(scheme, sink);
+    m_stmp_auth = method;
+    SetText(m_stmp_auth_password, password);
+    EXPECT_TRUE(Has(Mail("m"), outcome));
   }
   AimUrl("smtp", sink);
   m_stmp_auth = 2;
@@ -276,12 +260,7 @@ TEST_F(KeysTest, SilentServersHoldNobodyUp) {
 }
 
 TEST(WebHookAnswerTest, OnlyTheServicesWordsConfirmAPost) {
-  const struct {
-    int64_t apps;
-    bool adaptive;
-    long status;
-    const char *answer, *denial;
-  } cases[] = {
+  const std::tuple<int64_t, bool, long, const char*, const char*> cases[] = {
       {1, false, 200, "1\n", ""},
       {2, false, 200, "ok", ""},
       {1, true, 202, "", ""},
@@ -290,8 +269,8 @@ TEST(WebHookAnswerTest, OnlyTheServicesWordsConfirmAPost) {
       {2, false, 200, "1", "200: 1"},
       {1, false, 200, "Webhook failed\x1B\n\xB0", "200: Webhook failed  \xEF\xBF\xBD"},
   };
-  for (const auto& c : cases)
-    EXPECT_EQ(alarms::Denial(c.status, c.answer, alarms::ChatOf(c.apps, c.adaptive).success), c.denial);
+  for (const auto& [apps, adaptive, status, answer, denial] : cases)
+    EXPECT_EQ(alarms::Denial(status, answer, alarms::ChatOf(apps, adaptive).success), denial);
 }
 
 TEST_F(KeysTest, AnAnswerThatDeniesAPostIsAFailure) {
