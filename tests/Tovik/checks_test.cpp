@@ -33,6 +33,7 @@ class ChecksTest : public testing::Test {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     tzset();
     SetText(m_sz_svc_txt_path, engine_);
+    SetText(m_sz_txt_path, folder_.Path());
     SetText(m_result_check_time, "07:30");
     fs::create_directories(engine_ + "20240131");
   }
@@ -154,6 +155,7 @@ class ResultTest : public ChecksTest {
   }
   const time_t due_ = Utc("2024-02-01 06:30");  // 07:30 local time
   const std::string path_ = engine_ + "20240131/Result.csv";
+  const std::string kept_ = folder_ / "result.day";
   const Lines other_hour_ = {"ERROR Result check Hour Over"};
   const Lines other_minute_ = {"ERROR Result check Min Over"};
 };
@@ -193,15 +195,12 @@ TEST_F(ResultTest, ReportsAReadableFileInItsMinute) {
   EXPECT_EQ(CheckAt(due_, 1), Lines());
   EXPECT_EQ(CheckAt(due_ + 60, -1), other_minute_);
   EXPECT_EQ(CheckAt(due_ + 3600, -1), other_hour_);
+  EXPECT_FALSE(fs::exists(kept_));
 }
 
 // The days and hours at which the agent is up and looks, and which of its looks report.
 TEST_F(ResultTest, CatchesUpWithAMissedMinuteOnceADay) {
   for (const char* day : {"20240131", "20240201"}) WriteResult(day, "1,2\n");
-  SetText(m_sz_txt_path, folder_.Path());
-  const std::string kept = folder_ / "result.day";
-  EXPECT_EQ(CheckAt(due_ + 3600, -1), other_hour_);
-  EXPECT_FALSE(fs::exists(kept));
   m_result_catch_up = 1;
   constexpr time_t DAY = 86400;
   const std::tuple<time_t, int, Lines> looks[] = {
@@ -213,14 +212,14 @@ TEST_F(ResultTest, CatchesUpWithAMissedMinuteOnceADay) {
       {DAY + 20, -1, {}},  // started again within the minute
       {DAY + 61, -1, other_minute_}};
   for (const auto& [after, result, said] : looks) EXPECT_EQ(CheckAt(due_ + after, result), said) << after;
-  EXPECT_EQ(support::ReadFile(kept), "20240202\n");
+  EXPECT_EQ(support::ReadFile(kept_), "20240202\n");
   // Where the day cannot be kept, its minute alone counts.
-  fs::remove(kept);
-  fs::create_directories(kept + "/in the way");
-  const std::string refused = "WARN RESULT_CATCH_UP: " + kept + " cannot be written: Is a directory";
+  fs::remove(kept_);
+  fs::create_directories(kept_ + "/in the way");
+  const std::string refused = "WARN RESULT_CATCH_UP: " + kept_ + " cannot be written: Is a directory";
   EXPECT_EQ(CheckAt(due_ + 3600, -1), (Lines{refused, other_hour_[0]}));
   EXPECT_EQ(CheckAt(due_, 1), Lines{refused});
-  fs::remove_all(kept);
+  fs::remove_all(kept_);
   EXPECT_EQ(CheckAt(due_ + 61, -1), other_minute_);
 }
 
