@@ -7,6 +7,7 @@
 #include <initializer_list>
 
 #include "Tovik/alarms/mail.h"
+#include "Tovik/alarms/mail_body.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/alarms/webhook_body.h"
@@ -62,10 +63,17 @@ class AlarmTest : public testing::Test {
   static void ExpectParts(const std::string& record, std::initializer_list<const char*> parts) {
     for (const char* part : parts) EXPECT_TRUE(Has(record, part));
   }
-  // What is posted for this message; without a body, why there is none.
-  static std::string PostOf(const std::string& message, const std::string& title = "t") {
+  // What is mailed and what is posted for this message; if nothing is, why.
+  static std::string MailOf(const std::string& message) {
     const char* reason = "";
-    const base::UniqueText body = alarms::WebHookBody({2, title, "l", message, ""}, 1, 0, &reason);
+    const base::UniqueText body = alarms::MailBody({2, "[ IP ] stt", "Label", message, ""}, 0, &reason);
+    return body == nullptr ? reason : body.get();
+  }
+  static std::string PostOf(const std::string& message, const std::string& title = "[ IP ] stt",
+                            int64_t apps = 1) {
+    const char* reason = "";
+    const base::UniqueText body =
+        alarms::WebHookBody({4, title, "Label", message, "10.1.2.3"}, apps, 0, &reason);
     return body == nullptr ? reason : body.get();
   }
   support::TempFolder folder_;

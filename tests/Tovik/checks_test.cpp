@@ -189,32 +189,32 @@ TEST_F(ResultTest, MomentComparesHourThenMinute) {
   }
 }
 
-TEST_F(ResultTest, ReportsAReadableFileInItsMinute) {
-  EXPECT_EQ(CheckAt(due_, -1), Lines());
-  WriteResult("20240131", "1,2\n");
-  EXPECT_EQ(CheckAt(due_, 1), Lines());
-  EXPECT_EQ(CheckAt(due_ + 60, -1), other_minute_);
-  EXPECT_EQ(CheckAt(due_ + 3600, -1), other_hour_);
-  EXPECT_FALSE(fs::exists(kept_));
+// RESULT_CATCH_UP, and the days and hours at which the agent is up and looks.
+TEST_F(ResultTest, ReportsInItsMinuteAndCatchesUpOnceADay) {
+  EXPECT_EQ(CheckAt(due_, -1), Lines());  // no file
+  for (const char* day : {"20240131", "20240201"}) WriteResult(day, "1,2\n");
+  constexpr time_t DAY = 86400;
+  const std::tuple<int64_t, time_t, int, Lines> looks[] = {
+      {0, 0, 1, {}},
+      {0, 60, -1, other_minute_},
+      {0, 3600, -1, other_hour_},
+      {1, -3600, -1, other_hour_},
+      {1, 3600, 1, {"INFO Result check missed its minute and is made up for"}},
+      {1, 3661, -1, other_hour_},
+      {1, DAY - 3600, -1, other_hour_},
+      {1, DAY, 1, {}},
+      {1, DAY + 20, -1, {}},  // started again within the minute
+      {1, DAY + 61, -1, other_minute_}};
+  for (const auto& [catch_up, after, result, said] : looks) {
+    m_result_catch_up = catch_up;
+    EXPECT_EQ(CheckAt(due_ + after, result), said) << after;
+  }
+  EXPECT_EQ(support::ReadFile(kept_), "20240202\n");
 }
 
-// The days and hours at which the agent is up and looks, and which of its looks report.
-TEST_F(ResultTest, CatchesUpWithAMissedMinuteOnceADay) {
-  for (const char* day : {"20240131", "20240201"}) WriteResult(day, "1,2\n");
+TEST_F(ResultTest, CatchesUpWithNothingWhereTheDayCannotBeKept) {
+  WriteResult("20240131", "1,2\n");
   m_result_catch_up = 1;
-  constexpr time_t DAY = 86400;
-  const std::tuple<time_t, int, Lines> looks[] = {
-      {-3600, -1, other_hour_},
-      {3600, 1, {"INFO Result check missed its minute and is made up for"}},
-      {3661, -1, other_hour_},
-      {DAY - 3600, -1, other_hour_},
-      {DAY, 1, {}},
-      {DAY + 20, -1, {}},  // started again within the minute
-      {DAY + 61, -1, other_minute_}};
-  for (const auto& [after, result, said] : looks) EXPECT_EQ(CheckAt(due_ + after, result), said) << after;
-  EXPECT_EQ(support::ReadFile(kept_), "20240202\n");
-  // Where the day cannot be kept, its minute alone counts.
-  fs::remove(kept_);
   fs::create_directories(kept_ + "/in the way");
   const std::string refused = "WARN RESULT_CATCH_UP: " + kept_ + " cannot be written: Is a directory";
   EXPECT_EQ(CheckAt(due_ + 3600, -1), (Lines{refused, other_hour_[0]}));
@@ -310,13 +310,13 @@ TEST(ThresholdTest, ShareIsInPercentWhereTheFigureIsNot) {
 }
 
 TEST(HangTest, TwoLongQueuesInARowAreAHang) {
-  constexpr int64_t QUEUES[] = {17, 17, 99, 16, 17, 0, 17, 18};
-  constexpr bool HANGS[] = {false, true, true, false, false, false, false, true};
+  const std::pair<int64_t, bool> looks[] = {{17, false}, {17, true}, {99, true},  {16, false},
+                                            {17, false}, {0, false}, {17, false}, {18, true}};
   HangState state;
   HangState off;
-  for (size_t look = 0; look < std::size(QUEUES); ++look) {
-    EXPECT_EQ(QueueHangs(QUEUES[look], 16, &state), HANGS[look]) << look;
-    EXPECT_FALSE(QueueHangs(QUEUES[look], 0, &off));
+  for (const auto& [waiting, hangs] : looks) {
+    EXPECT_EQ(QueueHangs(waiting, 16, &state), hangs) << waiting;
+    EXPECT_FALSE(QueueHangs(waiting, 0, &off));
   }
 }
 
