@@ -1,7 +1,6 @@
 // What the keys change about mails and posts: each fault without its key, and its cure.
 #include <gtest/gtest.h>
 
-#include <map>
 #include <regex>
 
 #include "Tovik/alarm_fixture.h"
@@ -188,14 +187,13 @@ TEST_F(KeysTest, MailByUrlIsSecuredAsItIsAsked) {
       {smtps, "smtps", 0, "", UNKNOWN},
       {other_smtps, "smtps", 0, ours, MISMATCH},
   };
-  std::map<const Peer*, int> mails;
   for (const auto& [peer, scheme, tls, store, expected] : cases) {
     AimUrl(scheme, peer);
     m_mail_tls = tls;
     store.empty() ? unsetenv("SSL_CERT_FILE") : setenv("SSL_CERT_FILE", store.c_str(), 1);
     std::string outcome = Mail("m");
     if (outcome == "sent")
-      outcome = Has(Kept(peer, ".json", ++mails[&peer]), R"("tls": true)") ? "secured" : "in the clear";
+      outcome = Has(Kept(peer, ".json", peer.Arrived()), R"("tls": true)") ? "secured" : "in the clear";
     EXPECT_EQ(outcome, expected);
   }
   unsetenv("SSL_CERT_FILE");

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/checks/error_log_check.h"

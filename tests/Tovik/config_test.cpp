@@ -2,8 +2,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "Tovik/config/config.h"
 #include "Tovik/config/config_line.h"
 #include "Tovik/config/host_address.h"
