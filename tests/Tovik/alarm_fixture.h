@@ -54,8 +54,8 @@ class AlarmTest : public testing::Test {
     const std::string errors = testing::internal::GetCapturedStderr();
     return result == 1 && errors.empty() ? "sent" : errors + (result == -1 ? "" : "?");
   }
-  static std::string Mail(const char* message, const char* attachment = nullptr, uint32_t kind = 2) {
-    return Outcome([&] { return SendAlarmEmail("[ IP ] stt", kind, "Label", message, attachment); });
+  static std::string Mail(const char* message, const char* attachment = nullptr) {
+    return Outcome([&] { return SendAlarmEmail("[ IP ] stt", 2, "Label", message, attachment); });
   }
   static std::string Post(const char* message, uint32_t kind = 2) {
     return Outcome([&] { return SendAlarmWebHook("[ IP ] stt", kind, "Label", message); });

@@ -97,32 +97,26 @@ TEST(EnginePacket, IsSentWhole) {
 }
 
 TEST(EngineChannel, TakesEveryReplyForAClaim) {
-  const struct {
-    const char* what;
-    std::string reply;
-    int result;
-    std::vector<int32_t> counts;
-    int channel = -1;  // of the connection afterwards
-  } cases[] = {
-      {"whole", Packet(1, TWO), 0, TWO_COUNTS, 7},
+  const std::tuple<const char*, std::string, int, std::vector<int32_t>> cases[] = {
+      {"whole", Packet(1, TWO), 0, TWO_COUNTS},
       {"status 2", Packet(2, TWO), -1, TWO_COUNTS},
       {"status 4", Packet(4, TWO), -3, TWO_COUNTS},
-      {"no payload", Packet(0, {}), 0, UNTOUCHED, 7},
-      {"three counts", Packet(0, {4, 5, 6}), 0, {4, 5, 6, 0, 0, 0}, 7},
-      {"half an entry", Packet(0, {3, 3, 1, 0, 2, 1, 1, 2}), 0, {3, 3, 1, 0, 2, 1}, 7},
-      {"more than claimed", Packet(0, {1, 1, 0, 0, 0, 1, 1, 2, 2}), 0, {1, 1, 0, 0, 0, 1}, 7},
+      {"no payload", Packet(0, {}), 0, UNTOUCHED},
+      {"three counts", Packet(0, {4, 5, 6}), 0, {4, 5, 6, 0, 0, 0}},
+      {"half an entry", Packet(0, {3, 3, 1, 0, 2, 1, 1, 2}), 0, {3, 3, 1, 0, 2, 1}},
+      {"more than claimed", Packet(0, {1, 1, 0, 0, 0, 1, 1, 2, 2}), 0, {1, 1, 0, 0, 0, 1}},
       {"two thousand million bytes", Bytes({5, 0, 2'000'000'000, 7, 1}), -1, UNTOUCHED},
   };
-  for (const auto& c : cases) {
+  for (const auto& [what, reply, result, counts] : cases) {
     auto [near, far] = SocketPair();
-    Send(far.Get(), c.reply);
+    Send(far.Get(), reply);
     ::shutdown(far.Get(), SHUT_WR);
     LVCSR_SOCK_HEAD head{};
     head.uSock = near.Get();
     LVCSR_DATA_CHANNEL record{9, 9, 9, 9, 9, 0, nullptr};
-    EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), c.result) << c.what;
-    EXPECT_EQ(Counts(record), c.counts) << c.what;
-    EXPECT_EQ(head.uChannel, c.channel) << c.what;
+    EXPECT_EQ(DunraSTT_GET_CHANNEL(&head, &record), result) << what;
+    EXPECT_EQ(Counts(record), counts) << what;
+    EXPECT_EQ(head.uChannel, result == 0 ? 7 : -1) << what;
     dataFree(record.pChannel);
   }
 }
