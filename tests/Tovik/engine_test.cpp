@@ -218,6 +218,7 @@ class EngineTls : public testing::Test {
 TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
   const Peer sound = Engine("sound", "server");
   const Peer demanding = Engine("demanding", "server", {"--client-ca", Path("ca.pem")});
+  const Peer expired = Engine("expired", "expired");
   const Peer garbage = Engine("garbage", "server", {"--script", "garbage"});
   const Peer cut = Engine("cut", "server", {"--script", "cut:30"});
   const struct {
@@ -233,6 +234,7 @@ TEST_F(EngineTls, QueriesWithAndWithoutCertificates) {
       {demanding, "client.pem", "ca.pem", 1, 8, "INFO [RecvData] recvData start"},
       // The refusal comes after the handshake: connected, but the query fails.
       {demanding, "", "", 1, 0, "INFO Shared memory"},
+      {expired, "client.pem", "ca.pem", -1, 0, "ERROR [INIT] SSL_ERROR_SSL: "},
       {garbage, "", "", -1, 0, "INFO [INIT] Successed("},
       {cut, "", "", 1, 0, "ERROR recvData End [ -1 ]"},
   };
