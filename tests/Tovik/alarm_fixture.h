@@ -7,8 +7,10 @@
 #include <initializer_list>
 
 #include "Tovik/alarms/alarm_mail.h"
+#include "Tovik/alarms/alarm_mail_body.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook.h"
+#include "Tovik/alarms/webhook_body.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/traced.h"
@@ -29,16 +31,13 @@ class AlarmTest : public testing::Test {
     SetText(m_send_name, "STT Agent");
     SetText(m_send_email, "agent@example.com");
     SetText(m_stmp_server_url, "127.0.0.1");
-    m_stmp_auth = m_webhook_apps = 1;
-    Lists("kim kim@example.com\nlee lee@example.com\n", "", "");
-  }
-  void TearDown() override {
-    SetText(gIpaddr, "");
     SetText(m_mail_url, "");
+    m_stmp_auth = m_webhook_apps = 1;
     m_text_repair = m_mail_skip_bad = m_mail_tls = m_mail_timeout = 0;
     m_webhook_timeout = m_webhook_strict = m_webhook_card = 0;
+    Lists("kim kim@example.com\nlee lee@example.com\n");
   }
-  void Lists(const std::string& to, const std::string& cc, const std::string& bcc) const {
+  void Lists(const std::string& to, const std::string& cc = "", const std::string& bcc = "") const {
     ASSERT_EQ(GetEMailList(folder_.Write("to", to).c_str(), folder_.Write("cc", cc).c_str(),
                            folder_.Write("bcc", bcc).c_str()),
               1);
@@ -55,8 +54,8 @@ class AlarmTest : public testing::Test {
     const std::string errors = testing::internal::GetCapturedStderr();
     return result == 1 && errors.empty() ? "sent" : errors + (result == -1 ? "" : "?");
   }
-  static std::string Mail(const char* message, const char* attachment = nullptr, uint32_t kind = 2) {
-    return Outcome([&] { return SendAlarmEmail("[ IP ] stt", kind, "Label", message, attachment); });
+  static std::string Mail(const char* message, const char* attachment = nullptr) {
+    return Outcome([&] { return SendAlarmEmail("[ IP ] stt", 2, "Label", message, attachment); });
   }
   static std::string Post(const char* message, uint32_t kind = 2) {
     return Outcome([&] { return SendAlarmWebHook("[ IP ] stt", kind, "Label", message); });
@@ -64,10 +63,18 @@ class AlarmTest : public testing::Test {
   static void ExpectParts(const std::string& record, std::initializer_list<const char*> parts) {
     for (const char* part : parts) EXPECT_TRUE(Has(record, part));
   }
-  // The text with its "yyyy/mm/dd hh:mm:ss" behind a mark replaced by "DATE".
-  static std::string WithoutDate(std::string text, const std::string& mark) {
-    const size_t at = text.find(mark);
-    return at == std::string::npos ? text : text.replace(at + mark.size(), 19, "DATE");
+  // What is mailed and what is posted for this message; if nothing is, why.
+  static std::string MailOf(const std::string& message) {
+    const char* reason = "";
+    const base::UniqueText body = alarms::MailBody({2, "[ IP ] stt", "Label", message, ""}, 0, &reason);
+    return body == nullptr ? reason : body.get();
+  }
+  static std::string PostOf(const std::string& message, const std::string& title = "[ IP ] stt",
+                            int64_t apps = 1) {
+    const char* reason = "";
+    const base::UniqueText body =
+        alarms::WebHookBody({4, title, "Label", message, "10.1.2.3"}, apps, 0, &reason);
+    return body == nullptr ? reason : body.get();
   }
   support::TempFolder folder_;
 };

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/checks/error_log_check.h"
@@ -23,6 +22,8 @@ namespace {
 
 using namespace std::string_literals;
 using support::Has;
+using support::SetText;
+using test::Lines;
 namespace fs = std::filesystem;
 
 // In Central Europe, where clocks change at 2 o'clock of 31 March and at 3 o'clock of 27 October 2024.
@@ -31,9 +32,9 @@ class ChecksTest : public testing::Test {
   ChecksTest() {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     tzset();
-    std::snprintf(m_sz_svc_txt_path, sizeof m_sz_svc_txt_path, "%s", engine_.c_str());
-    std::snprintf(m_result_check_time, sizeof m_result_check_time, "07:30");
-    m_send_email_used = m_send_webhook_used = m_log_hostname_inc_flag = m_txt_save = 0;
+    SetText(m_sz_svc_txt_path, engine_);
+    SetText(m_sz_txt_path, folder_.Path());
+    SetText(m_result_check_time, "07:30");
     fs::create_directories(engine_ + "20240131");
   }
   ~ChecksTest() override {
@@ -51,6 +52,7 @@ class ChecksTest : public testing::Test {
 
 class ErrorLogTest : public ChecksTest {
  protected:
+  ~ErrorLogTest() override { setenv("PATH", programs_.c_str(), 1); }
   void WriteLog(const std::string& content) const { std::ofstream(log_, std::ios::binary) << content; }
   std::string Find() {
     const int length = FindErrorLines(ErrorLogSearchAt(now_, engine_.c_str(), {}), out_.data());
@@ -61,6 +63,7 @@ class ErrorLogTest : public ChecksTest {
   const std::string log_ = engine_ + "20240131/0131.ERR.LOG";
   const std::string extract_ = engine_ + "STTAlarmLog.txt";
   std::string out_ = std::string(ERROR_TEXT, '\0');
+  const std::string programs_ = getenv("PATH");
 };
 
 TEST_F(ErrorLogTest, LooksAtTheMinuteTwoMinutesAgo) {
@@ -118,46 +121,43 @@ TEST_F(ErrorLogTest, SucceedsWithErrorLinesOnly) {
   WriteLog(" 14:05:00 error\n");
   EXPECT_EQ(ErrorCheckAt(now_), 1);
   EXPECT_EQ(ErrorCheckAt(now_ + 60), -1);
-  const std::string path = getenv("PATH");
   setenv("PATH", "/nowhere", 1);
-  const std::string traced = test::TraceOf([&] { EXPECT_EQ(ErrorCheckAt(now_), -1); });
-  setenv("PATH", path.c_str(), 1);
-  EXPECT_TRUE(Has(traced,
+  EXPECT_TRUE(Has(test::TraceOf([&] { EXPECT_EQ(ErrorCheckAt(now_), -1); }),
                   "Unable to execute distrib server error log script (2)\nNo such file or directory, "
                   "command = grep \" 14:05:\" "));
 }
 
+// In a process of its own, which the signal would end.
 TEST_F(ErrorLogTest, SaysNothingOfASearchThatAStopCuts) {
-  const std::string path = getenv("PATH");
-  folder_.Write("grep", "#!/bin/sh\nexec sleep 5 2>&1\n", 0755);
-  setenv("PATH", (folder_.Path() + ":" + path).c_str(), 1);
-  sigset_t stop;
-  sigemptyset(&stop);
-  sigaddset(&stop, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stop, nullptr);
-  ::kill(::getpid(), SIGTERM);
-  const std::string traced = test::TraceOf([&] {
+  folder_.Write("grep", "#!/bin/sh\nexec sleep 5\n", 0755);
+  setenv("PATH", (folder_.Path() + ":" + programs_).c_str(), 1);
+  const auto cut_search = [&] {
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+    ::kill(::getpid(), SIGTERM);
     const base::StopOnPendingSignal stoppable;
-    EXPECT_EQ(ErrorCheckAt(now_), -1);
-  });
-  int taken = 0;
-  sigwait(&stop, &taken);
-  pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
-  setenv("PATH", path.c_str(), 1);
-  EXPECT_EQ(traced, "");
-  EXPECT_FALSE(fs::exists(extract_));
+    std::_Exit(test::TraceOf([&] { ErrorCheckAt(now_); }).empty() && !fs::exists(extract_) ? 0 : 1);
+  };
+  EXPECT_EXIT(cut_search(), testing::ExitedWithCode(0), "");
 }
-
-using Records = std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)>;
 
 class ResultTest : public ChecksTest {
  protected:
-  std::string CheckAt(time_t now, int expected) {
-    const test::Lines lines = test::Messages(test::TraceOf([&] { EXPECT_EQ(ResultCheckAt(now), expected); }));
-    return lines.empty() ? "" : lines.back();
+  ~ResultTest() override { m_result_catch_up = 0; }
+  void WriteResult(const std::string& day, const std::string& text) const {
+    fs::create_directories(engine_ + day);
+    std::ofstream(engine_ + day + "/Result.csv") << text;
+  }
+  static Lines CheckAt(time_t now, int expected) {
+    return test::MessagesOf([=] { EXPECT_EQ(ResultCheckAt(now), expected); });
   }
   const time_t due_ = Utc("2024-02-01 06:30");  // 07:30 local time
   const std::string path_ = engine_ + "20240131/Result.csv";
+  const std::string kept_ = folder_ / "result.day";
+  const Lines other_hour_ = {"ERROR Result check Hour Over"};
+  const Lines other_minute_ = {"ERROR Result check Min Over"};
 };
 
 TEST_F(ResultTest, YesterdayIsTheDayOf86400SecondsAgo) {
@@ -189,147 +189,117 @@ TEST_F(ResultTest, MomentComparesHourThenMinute) {
   }
 }
 
-TEST_F(ResultTest, ReportsAReadableFileInItsMinute) {
-  EXPECT_EQ(CheckAt(due_, -1), "");
-  folder_.Write("errors;$'\"/20240131/Result.csv", "1,2\n");
-  EXPECT_EQ(CheckAt(due_, 1), "");
-  EXPECT_EQ(CheckAt(due_ + 60, -1), "ERROR Result check Min Over");
-  EXPECT_EQ(CheckAt(due_ + 3600, -1), "ERROR Result check Hour Over");
-  fs::remove(path_);
-  ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
-  EXPECT_EQ(CheckAt(due_, -1), "ERROR Result file " + path_ + " is no regular file");
+// RESULT_CATCH_UP, and the days and hours at which the agent is up and looks.
+TEST_F(ResultTest, ReportsInItsMinuteAndCatchesUpOnceADay) {
+  EXPECT_EQ(CheckAt(due_, -1), Lines());  // no file
+  for (const char* day : {"20240131", "20240201"}) WriteResult(day, "1,2\n");
+  constexpr time_t DAY = 86400;
+  const std::tuple<int64_t, time_t, int, Lines> looks[] = {
+      {0, 0, 1, {}},
+      {0, 60, -1, other_minute_},
+      {0, 3600, -1, other_hour_},
+      {1, -3600, -1, other_hour_},
+      {1, 3600, 1, {"INFO Result check missed its minute and is made up for"}},
+      {1, 3661, -1, other_hour_},
+      {1, DAY - 3600, -1, other_hour_},
+      {1, DAY, 1, {}},
+      {1, DAY + 20, -1, {}},  // started again within the minute
+      {1, DAY + 61, -1, other_minute_}};
+  for (const auto& [catch_up, after, result, said] : looks) {
+    m_result_catch_up = catch_up;
+    EXPECT_EQ(CheckAt(due_ + after, result), said) << after;
+  }
+  EXPECT_EQ(support::ReadFile(kept_), "20240202\n");
 }
 
-// The days and hours at which the agent is up and looks, and which of its looks report.
-TEST_F(ResultTest, CatchesUpWithAMissedMinuteOnceADay) {
-  folder_.Write("errors;$'\"/20240131/Result.csv", "1,2\n");
-  fs::create_directories(engine_ + "20240201");
-  folder_.Write("errors;$'\"/20240201/Result.csv", "1,2\n");
-  support::SetText(m_sz_txt_path, folder_.Path());
-  EXPECT_EQ(CheckAt(due_ + 3600, -1), "ERROR Result check Hour Over");
-  EXPECT_FALSE(fs::exists(folder_ / "result.day"));
+TEST_F(ResultTest, CatchesUpWithNothingWhereTheDayCannotBeKept) {
+  WriteResult("20240131", "1,2\n");
   m_result_catch_up = 1;
-  constexpr time_t DAY = 86400;
-  const std::tuple<time_t, int, const char*> looks[] = {
-      {-3600, -1, "ERROR Result check Hour Over"},
-      {3600, 1, "INFO Result check missed its minute and is made up for"},
-      {3661, -1, "ERROR Result check Hour Over"},
-      {DAY - 3600, -1, "ERROR Result check Hour Over"},
-      {DAY, 1, ""},
-      {DAY + 20, -1, ""},  // started again within the minute
-      {DAY + 61, -1, "ERROR Result check Min Over"}};
-  for (const auto& [after, result, said] : looks) EXPECT_EQ(CheckAt(due_ + after, result), said) << after;
-  EXPECT_EQ(support::ReadFile(folder_ / "result.day"), "20240202\n");
-  // Where the day cannot be kept, its minute alone counts.
-  fs::remove(folder_ / "result.day");
-  fs::create_directory(folder_ / "result.day");
-  folder_.Write("result.day/in the way", "");
-  const std::string refused =
-      "WARN RESULT_CATCH_UP: " + folder_ / "result.day cannot be written: Is a directory";
-  const auto lines = [this](time_t now, int result) {
-    return test::Messages(test::TraceOf([&] { EXPECT_EQ(ResultCheckAt(now), result); }));
-  };
-  EXPECT_EQ(lines(due_ + 3600, -1), (test::Lines{refused, "ERROR Result check Hour Over"}));
-  EXPECT_EQ(lines(due_, 1), test::Lines{refused});
-  fs::remove_all(folder_ / "result.day");
-  EXPECT_EQ(CheckAt(due_ + 61, -1), "ERROR Result check Min Over");
-  m_result_catch_up = 0;
+  fs::create_directories(kept_ + "/in the way");
+  const std::string refused = "WARN RESULT_CATCH_UP: " + kept_ + " cannot be written: Is a directory";
+  EXPECT_EQ(CheckAt(due_ + 3600, -1), (Lines{refused, other_hour_[0]}));
+  EXPECT_EQ(CheckAt(due_, 1), Lines{refused});
+  fs::remove_all(kept_);
+  EXPECT_EQ(CheckAt(due_ + 61, -1), other_minute_);
 }
 
 TEST_F(ResultTest, SaysWhyAFileIsNotRead) {
-  const auto checkedWithLines = [this](int64_t lines) {
-    std::ofstream(path_) << std::string(static_cast<size_t>(lines), '\n');
-    return CheckAt(due_, -1);
-  };
-  EXPECT_EQ(checkedWithLines(MAX_RESULT_RECORDS + 1),
-            "ERROR Result file " + path_ + " has more than 16777216 lines");
+  const auto said = [this](const char* why) { return Lines{"ERROR Result file " + path_ + why}; };
+  ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+  EXPECT_EQ(CheckAt(due_, -1), said(" is no regular file"));
+  fs::remove(path_);
+  WriteResult("20240131", std::string(MAX_RESULT_RECORDS, '\n'));
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
   rlimit old{};
   ::getrlimit(RLIMIT_AS, &old);
   const rlimit narrow{rlim_t{256} << 20, old.rlim_max};
   ::setrlimit(RLIMIT_AS, &narrow);
-  const std::string said = checkedWithLines(MAX_RESULT_RECORDS);
+  EXPECT_EQ(CheckAt(due_, -1), said(": no memory to read it"));
   ::setrlimit(RLIMIT_AS, &old);
-  EXPECT_EQ(said, "ERROR Result file " + path_ + ": no memory to read it");
 #endif
+  std::ofstream(path_, std::ios::app) << "one more\n";
+  EXPECT_EQ(CheckAt(due_, -1), said(" has more than 16777216 lines"));
 }
 
+// Of a file that is larger than the buffer it is read by.
 TEST_F(ResultTest, AveragesIntoTheTable) {
-  const std::string path = folder_.Write("Result.csv",
-                                         ",,text,,,,,,,,,,100,,,3000,,,0.5,,,200,,\n"
-                                         ",,text,,,,,,,,,,201,,,4001,,,1.0,,,300\n");
-  const Records records(GetResultReadData(path.c_str(), 2), FreeResultData);
+  std::string text;
+  for (int i = 0; i < 20'000; i += 2) {
+    text += ",,text,,,,,,,,,," + std::to_string(i) + ",,,3000,,,0.5,,,200,,\n";
+    text += ",,text,,,,,,,,,," + std::to_string(i + 1) + ",,,4001,,,1.0,,,300\n";
+  }
+  const std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)> records(
+      GetResultReadData(folder_.Write("Result.csv", text).c_str(), 20'000), FreeResultData);
   ASSERT_NE(records, nullptr);
   char table[RESULT_TABLE];
-  FormatResultTable("2024/01/31", 2, AverageOf(records.get(), 2), table);
+  FormatResultTable("2024/01/31", 20'000, AverageOf(records.get(), 20'000), table);
   // In code page 949: average, items. The columns in their order.
   const char* at = table;
-  for (const char* part : {">[2024/01/31] / [\xC6\xF2\xB1\xD5]<", ">2\xB0\xC7<", ">0.75 xRT<", ">3500.50 ms<",
-                           ">150.50 ms<", ">250.00 ms<"}) {
+  for (const char* part : {">[2024/01/31] / [\xC6\xF2\xB1\xD5]<", ">20000\xB0\xC7<", ">0.75 xRT<",
+                           ">3500.50 ms<", ">9999.50 ms<", ">250.00 ms<"}) {
     at = std::strstr(at, part);
     ASSERT_NE(at, nullptr) << part;
   }
-  EXPECT_EQ(GetResultReadData(path.c_str(), MAX_RESULT_RECORDS + 1), nullptr);
 }
 
-TEST_F(ResultTest, ReadsThroughEveryBufferBorder) {
-  std::string content;
-  for (int i = 0; i < 20000; ++i) content += ",,,,,,,,,,,," + std::to_string(i) + ",,,1,,,1,,,1,,\n";
-  const Records records(GetResultReadData(folder_.Write("Result.csv", content).c_str(), 20000),
-                        FreeResultData);
-  ASSERT_NE(records, nullptr);
-  for (int i = 0; i < 20000; ++i) ASSERT_EQ(records.get()[i].recognition_time, i);
-}
-
-// This process plays the engine.
-// Hands out processes one by one, and counts them.
-struct Table {
-  std::vector<sysinfo::ProcessName> processes;
-  size_t asked = 0;
-  SearchResult Find(int64_t pid = ANY_PID, bool (*isDead)(int32_t) = nullptr) {
-    asked = 0;
-    const auto next = [this](sysinfo::ProcessName* process) {
-      if (asked == processes.size()) return false;
-      *process = processes[asked++];
+TEST(ProcessSearchTest, ReadsNoFurtherThanToWhatDecides) {
+  using enum Search;
+  const auto ended = [](int32_t pid) { return pid < 3; };
+  const std::vector<sysinfo::ProcessName> engines = {{1, "stt"}, {2, "stt"}, {3, "stt"}};
+  const std::vector<sysinfo::ProcessName> hidden = {{3, "stt"}, {1, nullptr}, {2, "stt"}};
+  const struct {
+    const char* what;
+    std::vector<sysinfo::ProcessName> processes;
+    std::tuple<Search, int32_t, size_t> found;  // the verdict, the pid, and how many were read
+    int64_t wanted = ANY_PID;
+    bool (*isDead)(int32_t) = nullptr;
+  } rows[] = {{"no process at all", {}, {NO_TABLE, 0, 0}},
+              {"other names", {{1, ""}, {2, "stt2"}, {3, "st"}}, {ABSENT, 0, 3}},
+              {"the first of the name", engines, {FOUND, 1, 1}},
+              {"the one of a pid", engines, {FOUND, 2, 2}, 2},
+              {"none of a pid", engines, {ABSENT, 0, 3}, 4},
+              {"before a nameless one", hidden, {FOUND, 3, 1}},
+              {"behind a nameless one", hidden, {NAMELESS, 0, 2}, 2},
+              {"alive behind zombies", engines, {FOUND, 3, 3}, ANY_PID, ended},
+              {"a zombie of a pid", engines, {ABSENT, 0, 3}, 2, ended}};
+  for (const auto& row : rows) {
+    size_t read = 0;
+    const auto next = [&](sysinfo::ProcessName* process) {
+      if (read == row.processes.size()) return false;
+      *process = row.processes[read++];
       return true;
     };
-    return FindProcess(next, "stt", pid, isDead);
-  }
-};
-
-TEST(ProcessSearchTest, EndsAtTheFirstMatchAndAtANamelessProcess) {
-  constexpr const char* NAMELESS = nullptr;
-  const struct {
-    std::vector<sysinfo::ProcessName> processes;
-    Search any, second;  // whatever its pid; of pid 2
-    int32_t pid;         // of the first, where there is one
-    size_t asked;        // processes read for it
-    int count;
-  } rows[] = {{{}, Search::NO_TABLE, Search::NO_TABLE, 0, 0, 0},
-              {{{1, ""}, {2, "stt2"}, {3, "st"}}, Search::ABSENT, Search::ABSENT, 0, 3, 0},
-              {{{1, "stt"}, {2, "stt"}}, Search::FOUND, Search::FOUND, 1, 1, 2},
-              {{{3, "stt"}, {1, NAMELESS}, {2, "stt"}}, Search::FOUND, Search::NAMELESS, 3, 1, 0},
-              {{{1, NAMELESS}, {2, "stt"}}, Search::NAMELESS, Search::NAMELESS, 0, 1, 0}};
-  for (const auto& row : rows) {
-    Table table{row.processes};
-    sysinfo::ProcessNames all;
-    for (const auto& process : row.processes) all.Add(process);
-    EXPECT_EQ(table.Find(2).verdict, row.second);
-    const SearchResult any = table.Find();
-    EXPECT_EQ(any.verdict, row.any);
-    EXPECT_EQ(any.pid, row.pid);
-    EXPECT_EQ(table.asked, row.asked);
-    EXPECT_EQ(CountProcesses(all, "stt"), row.count);
+    const SearchResult result = FindProcess(next, "stt", row.wanted, row.isDead);
+    EXPECT_EQ(std::tuple(result.verdict, result.pid, read), row.found) << row.what;
   }
 }
 
-TEST(ProcessSearchTest, PassesOverTheDead) {
-  Table table{{{1, "stt"}, {2, "stt"}, {3, "stt"}}};
-  const auto found = [&](bool (*isDead)(int32_t)) { return table.Find(ANY_PID, isDead).pid; };
-  EXPECT_EQ(found(nullptr), 1);
-  EXPECT_EQ(found([](int32_t pid) { return pid < 3; }), 3);  // a living engine behind its zombies
-  EXPECT_EQ(found([](int32_t) { return true; }), 0);
-  EXPECT_EQ(table.Find(2, [](int32_t pid) { return pid == 2; }).verdict, Search::ABSENT);
+TEST(ProcessSearchTest, CountsNoneWhereOneIsNameless) {
+  sysinfo::ProcessNames processes;
+  for (const char* name : {"stt", "st", "stt"}) processes.Add({1, name});
+  EXPECT_EQ(CountProcesses(processes, "stt"), 2);
+  processes.Add({1, nullptr});
+  EXPECT_EQ(CountProcesses(processes, "stt"), 0);
 }
 
 TEST(ThresholdTest, ShareIsInPercentWhereTheFigureIsNot) {
@@ -340,13 +310,13 @@ TEST(ThresholdTest, ShareIsInPercentWhereTheFigureIsNot) {
 }
 
 TEST(HangTest, TwoLongQueuesInARowAreAHang) {
-  constexpr int64_t QUEUES[] = {17, 17, 99, 16, 17, 0, 17, 18};
-  constexpr bool HANGS[] = {false, true, true, false, false, false, false, true};
+  const std::pair<int64_t, bool> looks[] = {{17, false}, {17, true}, {99, true},  {16, false},
+                                            {17, false}, {0, false}, {17, false}, {18, true}};
   HangState state;
   HangState off;
-  for (size_t look = 0; look < std::size(QUEUES); ++look) {
-    EXPECT_EQ(QueueHangs(QUEUES[look], 16, &state), HANGS[look]) << look;
-    EXPECT_FALSE(QueueHangs(QUEUES[look], 0, &off));
+  for (const auto& [waiting, hangs] : looks) {
+    EXPECT_EQ(QueueHangs(waiting, 16, &state), hangs) << waiting;
+    EXPECT_FALSE(QueueHangs(waiting, 0, &off));
   }
 }
 
@@ -361,9 +331,10 @@ TEST(HangTest, TellsAfterEachSoManyDeathsInARow) {
   }
 }
 
+// This process plays the engine.
 TEST_F(ChecksTest, HangCheckComparesPidAndFlag) {
   std::ifstream("/proc/self/comm") >> m_sz_proc_name;
-  std::snprintf(m_sz_svc_pid_file, sizeof m_sz_svc_pid_file, "%s", (folder_ / "pid").c_str());
+  SetText(m_sz_svc_pid_file, folder_ / "pid");
   DunraSTTUtils::SetHangPath(folder_.Path().c_str());
   const support::Listener listener;
   m_PROC_PORT = listener.Port();
@@ -372,30 +343,26 @@ TEST_F(ChecksTest, HangCheckComparesPidAndFlag) {
   for (const auto& [pid, save, verdict] : cases) {
     folder_.Write("pid", std::to_string(pid));
     m_hang_save_flag = save;
-    const std::string said = test::TraceOf([] { EXPECT_EQ(hangCheckProc(m_sz_proc_name), 1); });
-    EXPECT_TRUE(Has(said, "] : [[ "s + m_sz_proc_name + " ] health check : " + verdict + "]\n"));
+    EXPECT_TRUE(Has(test::TraceOf([] { EXPECT_EQ(hangCheckProc(m_sz_proc_name), 1); }),
+                    "] : [[ "s + m_sz_proc_name + " ] health check : " + verdict + "]\n"));
   }
 }
 
 TEST(TimerRulesTest, ErrorCheckRunsFromTheSecondLookOfADueMinuteUntilItSucceeds) {
-  enum Look { NO_RUN, RUN_FAILS, RUN_SUCCEEDS };
-  const struct {
-    int minute;
-    int64_t period;
-    std::vector<Look> looks;  // a second apart
-  } rows[] = {{0, 15, {NO_RUN, RUN_SUCCEEDS, NO_RUN, NO_RUN}},
-              {1, 15, {NO_RUN, NO_RUN, NO_RUN}},
-              {15, 15, {NO_RUN, RUN_FAILS, RUN_FAILS, RUN_SUCCEEDS, NO_RUN}},
-              {30, 15, {NO_RUN, RUN_FAILS, RUN_FAILS}},
-              {31, 15, {NO_RUN, NO_RUN}},
-              {45, 15, {NO_RUN}},
-              {0, 90, {NO_RUN, RUN_SUCCEEDS, NO_RUN}},
-              {30, 90, {NO_RUN, NO_RUN, NO_RUN}}};
+  enum Look { NO_RUN, FAILS, SUCCEEDS };
+  // The minute, the period, and what comes of each look, a second apart.
+  const std::tuple<int, int64_t, std::vector<Look>> rows[] = {
+      {0, 15, {NO_RUN, SUCCEEDS, NO_RUN, NO_RUN}},
+      {15, 15, {NO_RUN, FAILS, FAILS, SUCCEEDS, NO_RUN}},
+      {30, 15, {NO_RUN, FAILS, FAILS}},
+      {31, 15, {NO_RUN, NO_RUN}},
+      {0, 90, {NO_RUN, SUCCEEDS, NO_RUN}},
+      {30, 90, {NO_RUN, NO_RUN, NO_RUN}}};
   ErrorCheckState state;
-  for (const auto& row : rows) {
-    for (const Look look : row.looks) {
-      EXPECT_EQ(ErrorCheckDue(row.minute, row.period, &state), look != NO_RUN) << row.minute;
-      if (look == RUN_SUCCEEDS) state.succeeded = 1;
+  for (const auto& [minute, period, looks] : rows) {
+    for (const Look look : looks) {
+      EXPECT_EQ(ErrorCheckDue(minute, period, &state), look != NO_RUN) << minute;
+      if (look == SUCCEEDS) state.succeeded = 1;
     }
   }
 }

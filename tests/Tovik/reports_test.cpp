@@ -1,8 +1,6 @@
 // How reports wait where more than one may, and what a service manager is told.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "DIOSVC/report_types.h"
 #include "Tovik/checks/engine_standing.h"
 #include "Tovik/config/config.h"
@@ -15,19 +13,8 @@ namespace {
 
 using Added = ReportQueue::Added;
 
-TEST(ReportQueueTest, KeepsTheOrderAndEqualOnesOnce) {
-  ReportQueue queue;
-  const WaitingReport reports[] = {
-      {REPORT_ALARM, ALARM_START}, {REPORT_CHANNEL_STATUS, 4}, {REPORT_ALARM, ALARM_CPU}};
-  for (const auto& report : reports) EXPECT_EQ(queue.Add(report, 32), Added::WAITS);
-  for (const auto& report : reports) EXPECT_EQ(queue.Add(report, 32), Added::MERGED);
-  for (const auto& report : reports) EXPECT_EQ(queue.Next(), report);
-  EXPECT_EQ(queue.Next(), std::nullopt);
-  EXPECT_EQ(queue.Add(reports[0], 32), Added::WAITS);
-}
-
-// More kinds than there are today, so that it fills.
-TEST(ReportQueueTest, BeyondItsLimitTheOldestThatIsNoAlarmGivesWay) {
+// More kinds than there are today, so that it fills: then the oldest that is no alarm gives way.
+TEST(ReportQueueTest, KeepsTheOrderAndEqualOnesOnceAndWithinItsLimit) {
   ReportQueue queue;
   const auto add = [&](int type, int code) { return queue.Add({type, code}, 1); };
   for (int code = 0; code < 6; ++code) EXPECT_EQ(add(REPORT_ALARM, code), Added::WAITS);
@@ -40,6 +27,8 @@ TEST(ReportQueueTest, BeyondItsLimitTheOldestThatIsNoAlarmGivesWay) {
   EXPECT_EQ(add(REPORT_CHANNEL_STATUS, 4), Added::GAVE_WAY);
   EXPECT_EQ(add(REPORT_ALARM, 0), Added::MERGED);
   for (int code = 0; code < 8; ++code) EXPECT_EQ(queue.Next(), (WaitingReport{REPORT_ALARM, code}));
+  EXPECT_EQ(queue.Next(), std::nullopt);
+  EXPECT_EQ(add(REPORT_ALARM, 0), Added::WAITS);
 }
 
 TEST(ReportMailboxTest, QueuedAlarmsKeepTheirCodesAndAStopCountsThem) {
@@ -51,7 +40,7 @@ TEST(ReportMailboxTest, QueuedAlarmsKeepTheirCodesAndAStopCountsThem) {
   EXPECT_EQ(NextReport(), 1125);
   EXPECT_EQ(gAlarmFlag, ALARM_CPU);
   send_request(REPORT_RESOURCE_USAGE, CODE_RESOURCE_USAGE);
-  EXPECT_EQ(test::Messages(test::TraceOf(DropReports)),
+  EXPECT_EQ(test::MessagesOf(DropReports),
             test::Lines{"WARN the stop drops 2 reports that wait for the management servers"});
   EXPECT_EQ(NextReport(), std::nullopt);
   m_report_queue = 0;

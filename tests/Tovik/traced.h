@@ -28,11 +28,12 @@ std::string TraceOf(Call call) {
 
 using Lines = std::vector<std::string>;
 
-// The messages of such a text, each with its level: "ERROR [INIT] ...".
-inline Lines Messages(const std::string& trace) {
+// The messages that a call traces, each with its level: "ERROR [INIT] ...".
+template <typename Call>
+Lines MessagesOf(Call call) {
   static const std::regex LINE(R"(\[[^\]]*\]\[([A-Z]+)\]\[[^\]]*\]\[[^\]]*\] : \[(.*)\])");
   Lines messages;
-  std::istringstream lines(trace);
+  std::istringstream lines(TraceOf(call));
   std::smatch parts;
   for (std::string line; std::getline(lines, line);) {
     if (std::regex_match(line, parts, LINE)) messages.push_back(parts.str(1) + " " + parts.str(2));
