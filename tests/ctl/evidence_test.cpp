@@ -76,7 +76,9 @@ TEST_F(Deaths, OfAHungEngineNameItsQueue) {
   // A start beside it sees the queue.
   ASSERT_EQ(Start(), 0);
   KillEngine();
-  EXPECT_EQ(VerdictOfTheNextStart(), "not known; it took no connections before: 2 waited, room for 1");
+  const std::string verdict = VerdictOfTheNextStart();  // names what others of this host are killed for, too
+  EXPECT_TRUE(verdict.starts_with("not known; ")) << verdict;
+  EXPECT_TRUE(verdict.ends_with("; it took no connections before: 2 waited, room for 1")) << verdict;
 }
 
 }  // namespace
