@@ -1,6 +1,6 @@
 // Receives a payload whose announced length cannot be trusted.
-#ifndef TOVIK_ENGINE_GROWING_RECEIVE_H
-#define TOVIK_ENGINE_GROWING_RECEIVE_H
+#ifndef TOVIK_ENGINE_ENGINE_PAYLOAD_H
+#define TOVIK_ENGINE_ENGINE_PAYLOAD_H
 
 #include <sys/types.h>
 
@@ -14,20 +14,20 @@
 // the number of bytes received, or a number below 1 to give up. Returns null when it gave up or memory ran
 // out. The buffer starts at 64 KiB and doubles as bytes arrive.
 template <typename Receive>
-base::UniqueText ReceiveGrowing(int64_t length, Receive receive) {
-  constexpr int64_t FIRST = int64_t{64} * 1024;
-  base::UniqueText buffer;
-  int64_t capacity = 0;
-  for (int64_t have = 0; have < length;) {
-    if (have == capacity) {
-      capacity = std::min(length, std::max(FIRST, capacity * 2));
-      if (!base::Resize(buffer, static_cast<size_t>(capacity))) return nullptr;
+base::UniqueText ReceivePayload(int64_t length, Receive receive) {
+  constexpr int64_t FIRST_PAYLOAD_ROOM = int64_t{64} * 1024;
+  base::UniqueText payload;
+  int64_t payloadRoom = 0;
+  for (int64_t received = 0; received < length;) {
+    if (received == payloadRoom) {
+      payloadRoom = std::min(length, std::max(FIRST_PAYLOAD_ROOM, payloadRoom * 2));
+      if (!base::Resize(payload, static_cast<size_t>(payloadRoom))) return nullptr;
     }
-    const ssize_t got = receive(buffer.get() + have, static_cast<size_t>(capacity - have));
+    const ssize_t got = receive(payload.get() + received, static_cast<size_t>(payloadRoom - received));
     if (got < 1) return nullptr;
-    have += got;
+    received += got;
   }
-  return buffer;
+  return payload;
 }
 
 #endif
