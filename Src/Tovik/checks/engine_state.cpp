@@ -1,25 +1,22 @@
-#include "Tovik/checks/engine_standing.h"
+#include "Tovik/checks/engine_state.h"
 
 #include "base/format.h"
 
-namespace standing {
-
-std::string Words(Engine engine, int64_t hangs, bool channelsWatched) {
-  std::string words;
-  switch (engine) {
-    case Engine::UNKNOWN:
-      words = "Watching";
+std::string EngineStateWords(EngineState state, int64_t hangs, bool channelsWatched) {
+  std::string stateWords;
+  switch (state) {
+    case EngineState::UNKNOWN:
+      stateWords = "Watching";
       break;
-    case Engine::RUNS:
-      words = "The engine runs";
+    case EngineState::RUNS:
+      stateWords = "The engine runs";
       break;
-    case Engine::STARTED_AGAIN:
-      words = "The engine was found dead and is started again";
+    case EngineState::STARTED_AGAIN:
+      stateWords = "The engine was found dead and is started again";
       break;
   }
-  if (hangs > 0) words += base::Format("; hang check: dead, %lld in a row", static_cast<long long>(hangs));
-  if (!channelsWatched) words += "; its channels are not watched: it has not answered yet";
-  return words;
+  if (hangs > 0)
+    stateWords += base::Format("; hang check: dead, %lld in a row", static_cast<long long>(hangs));
+  if (!channelsWatched) stateWords += "; its channels are not watched: it has not answered yet";
+  return stateWords;
 }
-
-}  // namespace standing
