@@ -76,7 +76,7 @@ TEST(BudgetTest, OutlastsWhatPeersMayTake) {
   EXPECT_EQ(CycleBudget(7, 5), 0);
 }
 
-TEST(StandingTest, IsToldInWords) {
+TEST(EngineStateTest, IsToldInWords) {
   EXPECT_EQ(EngineStateWords(EngineState::RUNS, 0, true), "The engine runs");
   EXPECT_EQ(
       EngineStateWords(EngineState::STARTED_AGAIN, 3, false),
