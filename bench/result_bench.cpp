@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <string>
 
+#include "Tovik/checks/average_table.h"
 #include "Tovik/checks/result_file.h"
-#include "Tovik/checks/result_table.h"
 #include "base/owners.h"
 #include "base/text_file.h"
 

@@ -12,8 +12,8 @@
 #include "Tovik/alarms/alarm_mail_body.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/alarms/webhook_body.h"
+#include "Tovik/checks/average_table.h"
 #include "Tovik/checks/result_check.h"
-#include "Tovik/checks/result_table.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/findings/findings.h"
@@ -54,8 +54,8 @@ Content OverContent(const char* what, int64_t limit) {
 }
 
 std::string Table(const std::string& date, int64_t count, const ResultAverages& averages) {
-  char table[RESULT_TABLE] = "";
-  if (count > 0) FormatResultTable(date.c_str(), count, averages, table);
+  char table[AVERAGE_TABLE_SIZE] = "";
+  if (count > 0) FormatAverageTable(date.c_str(), count, averages, table);
   return table;
 }
 

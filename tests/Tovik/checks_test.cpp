@@ -7,13 +7,13 @@
 #include <csignal>
 
 #include "Tovik/alarms/recipients.h"
+#include "Tovik/checks/average_table.h"
 #include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/hang_check.h"
 #include "Tovik/checks/process_search.h"
 #include "Tovik/checks/recipients_check.h"
 #include "Tovik/checks/result_check.h"
-#include "Tovik/checks/result_table.h"
-#include "Tovik/checks/thresholds.h"
+#include "Tovik/checks/threshold_check.h"
 #include "Tovik/config/config.h"
 #include "Tovik/traced.h"
 #include "base/stop.h"
@@ -74,7 +74,7 @@ TEST_F(ErrorLogTest, LooksAtTheMinuteTwoMinutesAgo) {
   };
   for (const auto& [now, pattern, log] : cases) {
     EXPECT_EQ(ErrorLogSearchAt(Utc(now) + 59, "/e/", {}).pattern, pattern) << now;
-    EXPECT_EQ(ErrorLogSearchAt(Utc(now), "/e/", {}).log, "/e/"s + log) << now;
+    EXPECT_EQ(ErrorLogSearchAt(Utc(now), "/e/", {}).errorLog, "/e/"s + log) << now;
   }
   EXPECT_EQ(ErrorLogSearchAt(now_, "/e/", "stt1").command,
             "grep \" 14:05:\" /e/20240131/stt1.0131.ERR.LOG > /e/stt1.STTAlarmLog.txt");
@@ -251,8 +251,8 @@ TEST_F(ResultTest, AveragesIntoTheTable) {
   const std::unique_ptr<RESULT_LIST, void (*)(RESULT_LIST*)> records(
       GetResultReadData(folder_.Write("Result.csv", text).c_str(), 20'000), FreeResultData);
   ASSERT_NE(records, nullptr);
-  char table[RESULT_TABLE];
-  FormatResultTable("2024/01/31", 20'000, AverageOf(records.get(), 20'000), table);
+  char table[AVERAGE_TABLE_SIZE];
+  FormatAverageTable("2024/01/31", 20'000, AverageOf(records.get(), 20'000), table);
   // In code page 949: average, items. The columns in their order.
   const char* at = table;
   for (const char* part : {">[2024/01/31] / [\xC6\xF2\xB1\xD5]<", ">20000\xB0\xC7<", ">0.75 xRT<",
@@ -370,7 +370,7 @@ TEST(TimerRulesTest, ErrorCheckRunsFromTheSecondLookOfADueMinuteUntilItSucceeds)
 TEST(TimerRulesTest, ShortHangPeriodsGetAMinuteMore) {
   const int64_t cases[][2] = {{30, 90}, {60, 60}, {59, 119}, {0, 60}, {3600, 3600}, {-1, 59}};
   for (const auto& [configured, pause] : cases) EXPECT_EQ(HangPause(configured), pause);
-  EXPECT_EQ(NewerBy(ModificationTime("/nowhere/at/all"), 5), 0.0);
+  EXPECT_EQ(NewerBy(RecipientFileTime("/nowhere/at/all"), 5), 0.0);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "DIOSVC/report_types.h"
-#include "Tovik/checks/engine_standing.h"
+#include "Tovik/checks/engine_state.h"
 #include "Tovik/config/config.h"
 #include "Tovik/process/service_manager.h"
 #include "Tovik/reports/report_mailbox.h"
@@ -23,7 +23,7 @@ TEST(ReportQueueTest, KeepsTheOrderAndEqualOnesOnceAndWithinItsLimit) {
   EXPECT_EQ(add(REPORT_RESOURCE_USAGE, 6), Added::OLDEST_GAVE_WAY);  // the channels
   EXPECT_EQ(add(REPORT_ALARM, 6), Added::OLDEST_GAVE_WAY);
   EXPECT_EQ(add(REPORT_ALARM, 7), Added::OLDEST_GAVE_WAY);
-  EXPECT_EQ(queue.Size(), ReportQueue::LEAST);
+  EXPECT_EQ(queue.Size(), ReportQueue::LEAST_REPORTS);
   EXPECT_EQ(add(REPORT_CHANNEL_STATUS, 4), Added::GAVE_WAY);
   EXPECT_EQ(add(REPORT_ALARM, 0), Added::MERGED);
   for (int code = 0; code < 8; ++code) EXPECT_EQ(queue.Next(), (WaitingReport{REPORT_ALARM, code}));
@@ -76,11 +76,10 @@ TEST(BudgetTest, OutlastsWhatPeersMayTake) {
   EXPECT_EQ(CycleBudget(7, 5), 0);
 }
 
-TEST(StandingTest, IsToldInWords) {
-  using standing::Engine;
-  EXPECT_EQ(standing::Words(Engine::RUNS, 0, true), "The engine runs");
+TEST(EngineStateTest, IsToldInWords) {
+  EXPECT_EQ(EngineStateWords(EngineState::RUNS, 0, true), "The engine runs");
   EXPECT_EQ(
-      standing::Words(Engine::STARTED_AGAIN, 3, false),
+      EngineStateWords(EngineState::STARTED_AGAIN, 3, false),
       "The engine was found dead and is started again; hang check: dead, 3 in a row; its channels are not "
       "watched: it has not answered yet");
 }

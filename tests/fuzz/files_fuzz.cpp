@@ -8,8 +8,8 @@
 
 #include "Tovik/alarms/recipient_line.h"
 #include "Tovik/alarms/recipients.h"
+#include "Tovik/checks/average_table.h"
 #include "Tovik/checks/result_file.h"
-#include "Tovik/checks/result_table.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/config_line.h"
 #include "Tovik/notices/notices.h"
@@ -117,8 +117,8 @@ void fuzz_result(const std::string& text) {
   HOLDS(records != nullptr);
   for (size_t i = 0; i < lines.size(); ++i) CheckRecord(records.get()[i], lines[i]);
   if (count == 0) return;
-  char table[RESULT_TABLE];
-  FormatResultTable("2024/01/01", count, AverageOf(records.get(), count), table);
+  char table[AVERAGE_TABLE_SIZE];
+  FormatAverageTable("2024/01/01", count, AverageOf(records.get(), count), table);
   HOLDS(std::memchr(table, 0, sizeof table) != nullptr && std::strpbrk(table, "\"\\\r\n") == nullptr);
   HOLDS(std::strstr(table, "</table>") != nullptr);
 }

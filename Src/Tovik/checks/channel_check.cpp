@@ -16,11 +16,11 @@
 namespace {
 
 constexpr int64_t CHANNEL_RETRY_SECONDS = 2;
-constexpr int FAILURES_TOLD = 30;  // in a row: an engine takes its time to come up
+constexpr int CHANNEL_FAILURES_TOLD = 30;  // in a row: an engine takes its time to come up
 
-bool asked = false;  // set once the first query, on the main thread, has ended
+bool channelsAsked = false;  // set once the first query, on the main thread, has ended
 
-void TellUnwatched(const char* when) {
+void TellChannelsUnwatched(const char* when) {
   if (!notices::On() || base::StopSignalPending()) return;
   notices::Tell<notices::Notice::CHANNELS_UNWATCHED>(std::to_string(m_PROC_PORT), when);
 }
@@ -28,11 +28,11 @@ void TellUnwatched(const char* when) {
 }  // namespace
 
 void ChannelCycle() {
-  static int failures = 0;
-  const bool answered = SHM_OPEN() == 1;
-  failures = answered ? 0 : std::min(failures + 1, FAILURES_TOLD);
-  if (!answered) {
-    if (failures == FAILURES_TOLD) TellUnwatched("30 times in a row");
+  static int channelFailures = 0;
+  const bool channelsAnswered = SHM_OPEN() == 1;
+  channelFailures = channelsAnswered ? 0 : std::min(channelFailures + 1, CHANNEL_FAILURES_TOLD);
+  if (!channelsAnswered) {
+    if (channelFailures == CHANNEL_FAILURES_TOLD) TellChannelsUnwatched("30 times in a row");
     base::SleepSeconds(CHANNEL_RETRY_SECONDS);
     return;
   }
@@ -47,13 +47,14 @@ void AskForChannels() {
   } catch (const std::bad_alloc&) {
     // Without memory for the record, the engine counts as not answering.
   }
-  asked = true;
+  channelsAsked = true;
   if (!ChannelsAreWatched())
-    TellUnwatched("when the agent started; restart it beside a living engine, or set CHANNEL_RETRY 1");
+    TellChannelsUnwatched(
+        "when the agent started; restart it beside a living engine, or set CHANNEL_RETRY 1");
 }
 
 bool ChannelsAreWatched() {
-  return g_shm_open_flag != 0 || (m_channel_retry != 0 && asked);
+  return g_shm_open_flag != 0 || (m_channel_retry != 0 && channelsAsked);
 }
 
 void send_time_proc() {
@@ -62,12 +63,12 @@ void send_time_proc() {
 
 void CheckChannels(const char* name) {
   if (g_shm_open_flag == 0) return;
-  const int64_t usage = get_recg_svr_wrk_ch_cnt();
-  const auto figure = static_cast<int>(usage);
-  const auto limit = static_cast<int>(gSendInfo->ch_over_value);
-  TRACE(TRACE_INFO, "System Channel [ %d ] Config Channel [ %d ]", figure, limit);
-  if (usage < gSendInfo->ch_over_value) return;
+  const int64_t channelUsage = get_recg_svr_wrk_ch_cnt();
+  const auto channelFigure = static_cast<int>(channelUsage);
+  const auto channelThreshold = static_cast<int>(gSendInfo->ch_over_value);
+  TRACE(TRACE_INFO, "System Channel [ %d ] Config Channel [ %d ]", channelFigure, channelThreshold);
+  if (channelUsage < gSendInfo->ch_over_value) return;
   TRACE(TRACE_INFO, "Channel Over");
-  const std::string message = OverMessage(name, "Channel", figure, limit);
+  const std::string message = OverMessage(name, "Channel", channelFigure, channelThreshold);
   Raise({Finding::CHANNELS_OVER, name, message.c_str()});
 }

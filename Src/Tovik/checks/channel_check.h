@@ -18,7 +18,7 @@ bool ChannelsAreWatched();
 void send_time_proc();
 
 // Compares the percentage of channels in use with its threshold, once the engine could be connected, and
-// raises an alarm when it is reached (thresholds.h).
+// raises an alarm when it is reached (threshold_check.h).
 void CheckChannels(const char* name);
 
 #endif

@@ -16,33 +16,33 @@ using notices::Notice;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr int64_t SCRIPT_SECONDS = 30;
-constexpr int64_t PORT_SECONDS = 60;  // that an engine may take to come up
-constexpr int64_t LAST_PORT = 65535;
-constexpr size_t LONGEST_NAME = 15;  // what the kernel keeps of a process's name
-constexpr int NOT_EXECUTABLE = 126;
-constexpr int NOT_FOUND = 127;
-constexpr int BY_SIGNAL = 128;  // and above: what a shell says of a signal
+constexpr int64_t SCRIPT_LASTS_SECONDS = 30;
+constexpr int64_t SILENT_PORT_SECONDS = 60;  // that an engine may take to come up
+constexpr int64_t LAST_ENGINE_PORT = 65535;
+constexpr size_t LONGEST_PROCESS_NAME = 15;  // what the kernel keeps of a process's name
+constexpr int SCRIPT_NOT_EXECUTABLE = 126;
+constexpr int SCRIPT_NOT_FOUND = 127;
+constexpr int SCRIPT_BY_SIGNAL = 128;  // and above: what a shell says of a signal
 
 int64_t NowSeconds() {
   return std::chrono::duration_cast<std::chrono::seconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-bool IsPort(int64_t port) {
-  return port > 0 && port <= LAST_PORT;
+bool IsEnginePort(int64_t port) {
+  return port > 0 && port <= LAST_ENGINE_PORT;
 }
 
 // unknown: what counts where /proc says nothing.
-bool Listens(int64_t port, bool unknown) {
-  sysinfo::ListeningPort found;
-  if (!IsPort(port)) return false;
-  return sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &found) == 1 ? found.listening : unknown;
+bool EngineListens(int64_t port, bool unknown) {
+  sysinfo::ListeningPort engine;
+  if (!IsEnginePort(port)) return false;
+  return sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &engine) == 1 ? engine.listening : unknown;
 }
 
 void TellScriptLasts() {
-  notices::Tell<Notice::SCRIPT_LASTS>(m_sz_shell_file, std::to_string(SCRIPT_SECONDS));
+  notices::Tell<Notice::SCRIPT_LASTS>(m_sz_shell_file, std::to_string(SCRIPT_LASTS_SECONDS));
 }
-constexpr base::Overdue SCRIPT_LIMIT = {SCRIPT_SECONDS * 1000, TellScriptLasts};
+constexpr base::Overdue SCRIPT_LIMIT = {SCRIPT_LASTS_SECONDS * 1000, TellScriptLasts};
 
 std::string SignalWords(int number) {
   const char* const name = ::sigabbrev_np(number);
@@ -53,25 +53,26 @@ std::string SignalWords(int number) {
 
 void TellEngineMissing(const char* name) {
   if (!notices::On()) return;
-  std::string shown = name;
-  if (shown.size() > LONGEST_NAME) shown += ", longer than the 15 bytes of a process's name";
-  if (Listens(m_PROC_PORT, false)) {
-    notices::Tell<Notice::NAME_MISSING>(shown, std::to_string(m_PROC_PORT), m_sz_shell_file);
+  std::string shownName = name;
+  if (shownName.size() > LONGEST_PROCESS_NAME) shownName += ", longer than the 15 bytes of a process's name";
+  if (EngineListens(m_PROC_PORT, false)) {
+    notices::Tell<Notice::NAME_MISSING>(shownName, std::to_string(m_PROC_PORT), m_sz_shell_file);
   } else {
-    notices::Tell<Notice::ENGINE_DEAD>(shown, m_sz_shell_file);
+    notices::Tell<Notice::ENGINE_DEAD>(shownName, m_sz_shell_file);
   }
 }
 
 void TellEngineFound(const char* name, int32_t pid) {
   static std::optional<int64_t> since;
   if (!notices::On()) return;
-  const std::string words = SilentPortWords(m_PROC_PORT, Listens(m_PROC_PORT, true), NowSeconds(), &since);
-  if (words.empty()) return;
-  notices::Tell<Notice::PORT_SILENT>(std::to_string(pid), name, std::to_string(m_PROC_PORT), words);
+  const std::string silence =
+      SilentPortWords(m_PROC_PORT, EngineListens(m_PROC_PORT, true), NowSeconds(), &since);
+  if (silence.empty()) return;
+  notices::Tell<Notice::PORT_SILENT>(std::to_string(pid), name, std::to_string(m_PROC_PORT), silence);
 }
 
 ScriptRun::ScriptRun() {
-  if (notices::On()) began_ = steady_clock::now();
+  if (notices::On()) scriptBegan_ = steady_clock::now();
 }
 
 const base::Overdue* ScriptRun::Limit() const {
@@ -80,39 +81,39 @@ const base::Overdue* ScriptRun::Limit() const {
 
 void ScriptRun::TellEnd(int status, int error) const {
   if (!notices::On() || (status < 0 && error == ECANCELED)) return;
-  const auto took = std::chrono::duration_cast<milliseconds>(steady_clock::now() - began_);
-  const std::string seconds = base::Format("%.1f", static_cast<double>(took.count()) / 1000);
+  const auto scriptTook = std::chrono::duration_cast<milliseconds>(steady_clock::now() - scriptBegan_);
+  const std::string seconds = base::Format("%.1f", static_cast<double>(scriptTook.count()) / 1000);
   if (status == 0) {
     notices::Tell<Notice::SCRIPT_DONE>(m_sz_shell_file, seconds);
     return;
   }
-  const std::string words = status < 0 ? std::string("could not be run: ") + std::strerror(error)
-                                       : ScriptWords(status, m_sz_shell_file, m_sz_base_path);
-  notices::Tell<Notice::SCRIPT_FAILED>(m_sz_shell_file, words, seconds);
+  const std::string scriptEnd = status < 0 ? std::string("could not be run: ") + std::strerror(error)
+                                           : ScriptWords(status, m_sz_shell_file, m_sz_base_path);
+  notices::Tell<Notice::SCRIPT_FAILED>(m_sz_shell_file, scriptEnd, seconds);
 }
 
-std::string ScriptWords(int status, const std::string& script, const std::string& base) {
+std::string ScriptWords(int status, const std::string& script, const std::string& basePath) {
   if (WIFSIGNALED(status)) return "was ended by " + SignalWords(WTERMSIG(status));
-  const int code = WEXITSTATUS(status);
-  std::string words = base::Format("ended with status %d", code);
-  if (script == base) {
-    words += R"( (that is BASE_PATH: SHELL_FILE has no value, or one without "./" or "/" at its beginning))";
-  } else if (code == NOT_FOUND) {
-    words += " (the shell did not find it, or a command in it)";
-  } else if (code == NOT_EXECUTABLE) {
-    words += " (the shell could not execute it)";
-  } else if (code > BY_SIGNAL && ::sigabbrev_np(code - BY_SIGNAL) != nullptr) {
-    words += " (128 and " + SignalWords(code - BY_SIGNAL) + ")";
+  const int exitStatus = WEXITSTATUS(status);
+  std::string ended = base::Format("ended with status %d", exitStatus);
+  if (script == basePath) {
+    ended += R"( (that is BASE_PATH: SHELL_FILE has no value, or one without "./" or "/" at its beginning))";
+  } else if (exitStatus == SCRIPT_NOT_FOUND) {
+    ended += " (the shell did not find it, or a command in it)";
+  } else if (exitStatus == SCRIPT_NOT_EXECUTABLE) {
+    ended += " (the shell could not execute it)";
+  } else if (exitStatus > SCRIPT_BY_SIGNAL && ::sigabbrev_np(exitStatus - SCRIPT_BY_SIGNAL) != nullptr) {
+    ended += " (128 and " + SignalWords(exitStatus - SCRIPT_BY_SIGNAL) + ")";
   }
-  return words;
+  return ended;
 }
 
-std::string SilentPortWords(int64_t port, bool listens, int64_t now, std::optional<int64_t>* since) {
+std::string SilentPortWords(int64_t port, bool listens, int64_t now, std::optional<int64_t>* silentSince) {
   if (listens) {
-    since->reset();
+    silentSince->reset();
     return {};
   }
-  if (!IsPort(port)) return "is no port from 1 to 65535";
-  if (!*since) *since = now;
-  return now - **since < PORT_SECONDS ? "" : "has not listened for a minute";
+  if (!IsEnginePort(port)) return "is no port from 1 to 65535";
+  if (!*silentSince) *silentSince = now;
+  return now - **silentSince < SILENT_PORT_SECONDS ? "" : "has not listened for a minute";
 }

@@ -27,14 +27,14 @@ class ScriptRun {
   void TellEnd(int status, int error) const;
 
  private:
-  std::chrono::steady_clock::time_point began_{};
+  std::chrono::steady_clock::time_point scriptBegan_{};
 };
 
-// "ended with status 3", "was ended by signal 9 (KILL)". script and base are SHELL_FILE and BASE_PATH as they
-// are in use.
-std::string ScriptWords(int status, const std::string& script, const std::string& base);
+// "ended with status 3", "was ended by signal 9 (KILL)". script and basePath are SHELL_FILE and BASE_PATH as
+// they are in use.
+std::string ScriptWords(int status, const std::string& script, const std::string& basePath);
 
 // Of a port that does not listen: why that is told now; empty when it is not. since is kept between calls.
-std::string SilentPortWords(int64_t port, bool listens, int64_t now, std::optional<int64_t>* since);
+std::string SilentPortWords(int64_t port, bool listens, int64_t now, std::optional<int64_t>* silentSince);
 
 #endif

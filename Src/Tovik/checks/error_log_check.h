@@ -41,10 +41,10 @@ int ReadTextFile(const char* path, char* out);
 
 // The search of one check.
 struct ErrorLogSearch {
-  std::string pattern;  // of grep
-  std::string log;      // path of the engine's error log
-  std::string extract;  // path of the lines found
-  std::string command;  // the search as a shell command, for the trace
+  std::string pattern;   // of grep
+  std::string errorLog;  // path of the engine's error log
+  std::string extract;   // path of the lines found
+  std::string command;   // the search as a shell command, for the trace
 };
 // The search to make at this moment. folder is a path prefix. host, when present, becomes part of the files'
 // names, even if it is empty.

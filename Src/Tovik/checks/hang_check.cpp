@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "Tovik/checks/engine_standing.h"
+#include "Tovik/checks/engine_state.h"
 #include "Tovik/checks/process_search.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/engine_session.h"
@@ -20,22 +20,22 @@
 
 namespace {
 
-constexpr const char* ENGINE_HOST = "127.0.0.1";
+constexpr const char* HANG_PROBE_HOST = "127.0.0.1";
 constexpr int64_t FULL_HANG_CHECK = 1;
 constexpr int64_t SHORTEST_HANG_PAUSE = 60;  // seconds
 
 // The pid in the engine's PID file; 0, which no process has, when there is none.
-int64_t ExpectedPid() {
+int64_t ExpectedEnginePid() {
   int64_t pid = 0;
   return ReadPidFile(m_sz_svc_pid_file, &pid) ? std::max<int64_t>(pid, 0) : 0;
 }
 
-enum class Verdict { ALIVE, NO_CONNECTION, LONG_QUEUE, NO_PROCESS };
+enum class HangVerdict { ALIVE, NO_CONNECTION, LONG_QUEUE, NO_PROCESS };
 // The end of a hang log line, by verdict.
-constexpr std::array<const char*, 4> VERDICT_WORDS = {"alived", "deaded - disconnect", "deaded - queue",
-                                                      "deaded - process"};
-const char* VerdictWords(Verdict verdict) {
-  return VERDICT_WORDS[static_cast<size_t>(verdict)];
+constexpr std::array<const char*, 4> HANG_VERDICT_WORDS = {"alived", "deaded - disconnect", "deaded - queue",
+                                                           "deaded - process"};
+const char* HangVerdictWords(HangVerdict verdict) {
+  return HANG_VERDICT_WORDS[static_cast<size_t>(verdict)];
 }
 
 HangState hangState;
@@ -44,19 +44,19 @@ HangState hangState;
 // empty.
 int64_t ConnectionsWaiting(int port) {
   if (m_hang_queue == 0) return 0;
-  sysinfo::ListeningPort found;
-  sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &found);
-  return found.waiting;
+  sysinfo::ListeningPort enginePort;
+  sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &enginePort);
+  return enginePort.waiting;
 }
 
-Verdict Probe() {
+HangVerdict Probe() {
   const int port = static_cast<int>(m_PROC_PORT);
   const bool queueHangs = QueueHangs(ConnectionsWaiting(port), m_hang_queue, &hangState);
   long session = 0;
-  TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Create [%s] [%d]", ENGINE_HOST, port);
-  Verdict verdict = queueHangs ? Verdict::LONG_QUEUE : Verdict::ALIVE;
-  if (Session_Create(ENGINE_HOST, port, &session) != 0) verdict = Verdict::NO_CONNECTION;
-  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, VerdictWords(verdict));
+  TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Create [%s] [%d]", HANG_PROBE_HOST, port);
+  HangVerdict verdict = queueHangs ? HangVerdict::LONG_QUEUE : HangVerdict::ALIVE;
+  if (Session_Create(HANG_PROBE_HOST, port, &session) != 0) verdict = HangVerdict::NO_CONNECTION;
+  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, HangVerdictWords(verdict));
   // Without a connection the session is 0. Session_Destroy then puts the null device in the place of
   // descriptor 0, so that the number stays taken.
   const int destroyed = Session_Destroy(session);
@@ -64,16 +64,16 @@ Verdict Probe() {
   return verdict;
 }
 
-Verdict WithoutProcess() {
-  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, VerdictWords(Verdict::NO_PROCESS));
-  return Verdict::NO_PROCESS;
+HangVerdict WithoutProcess() {
+  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, HangVerdictWords(HangVerdict::NO_PROCESS));
+  return HangVerdict::NO_PROCESS;
 }
 
-void TellVerdict(const char* name, Verdict verdict) {
-  const bool due = HangAlarmDue(verdict == Verdict::ALIVE, m_hang_alarm, &hangState);
-  standing::hangsInARow = hangState.deadInARow;
-  if (!due) return;
-  const std::string message = HangMessage(name, VerdictWords(verdict), hangState.deadInARow);
+void TellHangVerdict(const char* name, HangVerdict verdict) {
+  const bool alarmDue = HangAlarmDue(verdict == HangVerdict::ALIVE, m_hang_alarm, &hangState);
+  engineHangsInARow = hangState.hangsInARow;
+  if (!alarmDue) return;
+  const std::string message = HangMessage(name, HangVerdictWords(verdict), hangState.hangsInARow);
   Raise({Finding::ENGINE_HANGS, name, message.c_str()});
 }
 
@@ -91,19 +91,19 @@ int64_t HangPause(int64_t hangTime) {
 
 int hangCheckProc(const char* name) {
   TRACE(TRACE_INFO, "try: hangCheckProc start [ %d ]", 0);
-  const Search verdict = FindEngine(name, ExpectedPid()).verdict;
-  if (verdict == Search::NO_TABLE) return 0;
-  const bool running = verdict == Search::FOUND;
-  TellVerdict(name, running && m_hang_save_flag == FULL_HANG_CHECK ? Probe() : WithoutProcess());
+  const Search found = FindEngine(name, ExpectedEnginePid()).verdict;
+  if (found == Search::NO_TABLE) return 0;
+  const bool engineRuns = found == Search::FOUND;
+  TellHangVerdict(name, engineRuns && m_hang_save_flag == FULL_HANG_CHECK ? Probe() : WithoutProcess());
   return 1;
 }
 
 bool QueueHangs(int64_t waiting, int64_t limit, HangState* state) {
-  const bool over = limit > 0 && waiting > limit;
-  return std::exchange(state->queueWasOver, over) && over;
+  const bool queueIsOver = limit > 0 && waiting > limit;
+  return std::exchange(state->hangQueueWasOver, queueIsOver) && queueIsOver;
 }
 
 bool HangAlarmDue(bool alive, int64_t every, HangState* state) {
-  state->deadInARow = alive ? 0 : state->deadInARow + 1;
-  return !alive && every > 0 && state->deadInARow % every == 0;
+  state->hangsInARow = alive ? 0 : state->hangsInARow + 1;
+  return !alive && every > 0 && state->hangsInARow % every == 0;
 }

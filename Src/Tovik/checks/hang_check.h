@@ -21,8 +21,8 @@ int hangCheckProc(const char* name);
 
 // What one check remembers for the next.
 struct HangState {
-  bool queueWasOver = false;
-  int64_t deadInARow = 0;
+  bool hangQueueWasOver = false;
+  int64_t hangsInARow = 0;
 };
 // Returns true when more than limit connections wait now and did in the check before. With limit 0 it is
 // never true.

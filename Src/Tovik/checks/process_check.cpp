@@ -7,9 +7,9 @@
 #include <string>
 
 #include "Tovik/checks/engine_notices.h"
-#include "Tovik/checks/engine_standing.h"
+#include "Tovik/checks/engine_state.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/checks/thresholds.h"
+#include "Tovik/checks/threshold_check.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/findings/findings.h"
@@ -25,8 +25,8 @@ int32_t m_pid = 0;  // from the engine's PID file, for the trace only
 // Returns 1 when the engine was found and measured, or when the search met a process without a name; 0 when
 // the engine is not running.
 int proc_run_func(const char* name) {
-  const SearchResult result = FindEngine(name);
-  switch (result.verdict) {
+  const SearchResult engine = FindEngine(name);
+  switch (engine.verdict) {
     case Search::ABSENT:
     case Search::NO_TABLE:
       return 0;
@@ -37,33 +37,33 @@ int proc_run_func(const char* name) {
       break;
   }
   TRACE(TRACE_INFO, "match inputProcessName [ %s ] systemProcessName [ %s ] systemProcessID [ %d ]", name,
-        name, result.pid);
+        name, engine.pid);
   TRACE(TRACE_INFO, "g_shm_open_flag = %d", g_shm_open_flag.load());
-  TellEngineFound(name, result.pid);
-  CheckThresholds(name, result.pid);
+  TellEngineFound(name, engine.pid);
+  CheckThresholds(name, engine.pid);
   return 1;
 }
 
 void StartEngine() {
-  const std::string command = base::Format("\"%s\" %s", m_sz_shell_file, m_sz_shell_method);
-  TRACE(TRACE_INFO, "process exec [ %s ]", command.c_str());
-  const ScriptRun run;
-  const int status = base::RunShell(command, run.Limit());
-  const int error = errno;
-  run.TellEnd(status, error);
-  if (status >= 0) return;
+  const std::string startCommand = base::Format("\"%s\" %s", m_sz_shell_file, m_sz_shell_method);
+  TRACE(TRACE_INFO, "process exec [ %s ]", startCommand.c_str());
+  const ScriptRun scriptRun;
+  const int scriptStatus = base::RunShell(startCommand, scriptRun.Limit());
+  const int scriptError = errno;
+  scriptRun.TellEnd(scriptStatus, scriptError);
+  if (scriptStatus >= 0) return;
   // A script that the stop no longer waits for was started all the same.
-  if (error == ECANCELED) return;
-  TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", error, std::strerror(error));
+  if (scriptError == ECANCELED) return;
+  TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", scriptError, std::strerror(scriptError));
 }
 
 int Tick(const char* name) {
   int64_t pid = m_pid;
   if (ReadPidFile(m_sz_svc_pid_file, &pid)) m_pid = static_cast<int32_t>(pid);
-  const int running = proc_run_func(name);
-  standing::engineSeen = running == 1 ? standing::Engine::RUNS : standing::Engine::STARTED_AGAIN;
-  if (running == 1) return 0;
-  TRACE(TRACE_INFO, "proc_run_func [ %d ] ProcessID [ %d ]", running, m_pid);
+  const int engineRuns = proc_run_func(name);
+  engineState = engineRuns == 1 ? EngineState::RUNS : EngineState::STARTED_AGAIN;
+  if (engineRuns == 1) return 0;
+  TRACE(TRACE_INFO, "proc_run_func [ %d ] ProcessID [ %d ]", engineRuns, m_pid);
   TRACE(TRACE_INFO, "%s process start.", name);
   TellEngineMissing(name);
   const std::string message = RestartMessage(name);

@@ -1,5 +1,5 @@
 // The central check: does the engine run? If it does, its figures are compared with their thresholds
-// (thresholds.h). If not, an alarm is raised and the start script is run.
+// (threshold_check.h). If not, an alarm is raised and the start script is run.
 #ifndef TOVIK_CHECKS_PROCESS_CHECK_H
 #define TOVIK_CHECKS_PROCESS_CHECK_H
 

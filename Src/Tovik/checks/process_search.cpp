@@ -21,23 +21,23 @@
 namespace {
 
 constexpr size_t PID_FILE_SIZE = 1024;
-constexpr int64_t SPACING_SECONDS = 1;
-constexpr size_t LINK_SIZE = 251;
+constexpr int64_t SEARCH_SPACING_SECONDS = 1;
+constexpr size_t EXECUTABLE_LINK_SIZE = 251;
 
-bool IsNumber(const char* name) {
+bool IsPidFolder(const char* name) {
   return *name != '\0' && std::all_of(name, name + std::strlen(name), [](char c) {
     return std::isdigit(static_cast<unsigned char>(c)) != 0;
   });
 }
 
-std::string ExecutableOf(const std::string& folder) {
-  std::array<char, LINK_SIZE> target;
-  const ssize_t length = ::readlink((folder + "/exe").c_str(), target.data(), target.size());
-  return length < 0 ? std::string() : std::string(target.data(), static_cast<size_t>(length));
+std::string ExecutableOf(const std::string& processFolder) {
+  std::array<char, EXECUTABLE_LINK_SIZE> executable;
+  const ssize_t length = ::readlink((processFolder + "/exe").c_str(), executable.data(), executable.size());
+  return length < 0 ? std::string() : std::string(executable.data(), static_cast<size_t>(length));
 }
 
-void WaitBetweenLooks() {
-  if (qxapi_has_process() == 1) base::SleepSeconds(SPACING_SECONDS);
+void WaitBetweenProcessLooks() {
+  if (qxapi_has_process() == 1) base::SleepSeconds(SEARCH_SPACING_SECONDS);
 }
 
 }  // namespace
@@ -57,14 +57,14 @@ SearchResult FindProcess(const ProcessSource& next, const char* name, int64_t pi
 }
 
 SearchResult FindEngine(const char* name, int64_t pid) {
-  WaitBetweenLooks();
+  WaitBetweenProcessLooks();
   sysinfo::ProcessWalk walk;
   return FindProcess([&walk](sysinfo::ProcessName* process) { return walk.Next(process); }, name, pid,
                      m_zombie_dead != 0 ? sysinfo::IsZombie : nullptr);
 }
 
 sysinfo::ProcessNames SpacedSnapshot() {
-  WaitBetweenLooks();
+  WaitBetweenProcessLooks();
   return sysinfo::ReadProcessNames();
 }
 
@@ -79,10 +79,10 @@ int CountProcesses(const sysinfo::ProcessNames& processes, const char* name) {
 }
 
 bool ReadPidFile(const char* path, int64_t* pid) {
-  const base::UniqueFd file = base::OpenRegular(path);
-  if (!file.Valid()) return false;
-  std::array<char, PID_FILE_SIZE> text;
-  *pid = base::LeadingNumber({text.data(), base::ReadUpTo(file.Get(), text.data(), text.size())});
+  const base::UniqueFd pidFile = base::OpenRegular(path);
+  if (!pidFile.Valid()) return false;
+  std::array<char, PID_FILE_SIZE> pidText;
+  *pid = base::LeadingNumber({pidText.data(), base::ReadUpTo(pidFile.Get(), pidText.data(), pidText.size())});
   return true;
 }
 
@@ -90,7 +90,7 @@ pid_t getProcessID(const char* text, const char* proc_root) {
   const base::UniqueDir root(::opendir(proc_root));
   const dirent* entry = nullptr;
   while (root && (entry = ::readdir(root.get())) != nullptr) {
-    if (!IsNumber(entry->d_name)) continue;
+    if (!IsPidFolder(entry->d_name)) continue;
     const std::string executable = ExecutableOf(std::string(proc_root) + "/" + entry->d_name);
     if (executable.empty() || executable.find(text) == std::string::npos) continue;
     const auto pid = static_cast<pid_t>(base::LeadingNumber(entry->d_name));

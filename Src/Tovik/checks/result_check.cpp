@@ -11,8 +11,8 @@
 #include <new>
 #include <string>
 
+#include "Tovik/checks/average_table.h"
 #include "Tovik/checks/error_log_check.h"
-#include "Tovik/checks/result_table.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/findings/findings.h"
@@ -26,9 +26,8 @@
 
 namespace {
 
-constexpr time_t ONE_DAY = 86400;            // seconds
-constexpr int64_t PAUSE_AFTER_A_CHECK = 60;  // seconds
-constexpr int64_t PAUSE_BETWEEN_LOOKS = 1;
+constexpr time_t RESULT_AGE = 86400;        // seconds: the file of yesterday is reported
+constexpr int64_t RESULT_CHECK_PAUSE = 61;  // seconds
 
 struct RecordsRelease {
   void operator()(RESULT_LIST* records) const { FreeResultData(records); }
@@ -44,7 +43,7 @@ bool IsDue(time_t now) {
   const std::tm local = LocalTime(now);
   const ResultMoment moment = ResultMomentOf(m_result_check_time, local);
   const bool inTime = moment == ResultMoment::DUE;
-  if (m_result_catch_up != 0 && (inTime || TimeHasPassed(m_result_check_time, local))) {
+  if (m_result_catch_up != 0 && (inTime || ResultTimePassed(m_result_check_time, local))) {
     if (TakeResultDay(inTime, local)) return true;
     if (inTime) return false;
   }
@@ -78,52 +77,53 @@ void TraceUnread(const std::string& path, int error) {
   }
 }
 
-int Report(time_t now) {
-  const ResultDay day = ResultDayAt(now, m_sz_svc_txt_path, HostNameInFiles());
-  const int64_t count = base::CountNewlines(day.path.c_str());
-  if (count < 0) return -1;
-  const std::unique_ptr<RESULT_LIST, RecordsRelease> records(GetResultReadData(day.path.c_str(), count));
+int ReportResults(time_t now) {
+  const ResultDay resultDay = ResultDayAt(now, m_sz_svc_txt_path, HostNameInFiles());
+  const int64_t jobs = base::CountNewlines(resultDay.path.c_str());
+  if (jobs < 0) return -1;
+  const std::unique_ptr<RESULT_LIST, RecordsRelease> records(GetResultReadData(resultDay.path.c_str(), jobs));
   if (records == nullptr) {
     const int error = errno;
-    TraceUnread(day.path, error);
+    TraceUnread(resultDay.path, error);
     return -1;
   }
-  GetResultShowData(day.path.c_str(), count, records.get(), day.date.c_str());
+  GetResultShowData(resultDay.path.c_str(), jobs, records.get(), resultDay.date.c_str());
   return 1;
 }
 
-constexpr mode_t RESULT_DAY_MODE = 0644;
-constexpr size_t RESULT_DAY_SIZE = 8;
+constexpr mode_t RESULT_CHECK_DAY_MODE = 0644;
+constexpr size_t RESULT_CHECK_DAY_SIZE = 8;
 
 // The day of a report that was made in its minute but could not be noted in the file.
-std::string unkeptDay;
+std::string unkeptResultDay;
 
-std::string ResultDayPath() {
+std::string ResultCheckDayPath() {
   const auto host = HostNameInFiles();
   return m_sz_txt_path + (host ? *host + "." : "") + "result.day";
 }
 
-std::string DayText(const std::tm& local) {
+std::string ResultCheckDayText(const std::tm& local) {
   return base::Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
 }
 
 // The day in the file; empty when there is none.
-std::string KeptDay(const std::string& path) {
-  const base::UniqueFd file = base::OpenRegular(path.c_str(), nullptr, O_NOFOLLOW);
-  std::array<char, RESULT_DAY_SIZE> text;
-  return file.Valid() ? std::string(text.data(), base::ReadUpTo(file.Get(), text.data(), text.size())) : "";
+std::string KeptResultDay(const std::string& path) {
+  const base::UniqueFd dayFile = base::OpenRegular(path.c_str(), nullptr, O_NOFOLLOW);
+  std::array<char, RESULT_CHECK_DAY_SIZE> day;
+  return dayFile.Valid() ? std::string(day.data(), base::ReadUpTo(dayFile.Get(), day.data(), day.size()))
+                         : "";
 }
 
 // Writes a new file and renames it. A full disk or a crash leaves either the old or the new file whole.
 bool WriteResultDay(const std::string& path, const std::string& day) {
-  const std::string next = path + ".new";
-  ::unlink(next.c_str());
-  base::UniqueFd file(
-      ::open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, RESULT_DAY_MODE));
-  if (!file.Valid()) return false;
+  const std::string newDayPath = path + ".new";
+  ::unlink(newDayPath.c_str());
+  base::UniqueFd dayFile(::open(newDayPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                RESULT_CHECK_DAY_MODE));
+  if (!dayFile.Valid()) return false;
   const std::string line = day + "\n";
-  const bool written = ::write(file.Get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
-  return written && file.Reset() == 0 && ::rename(next.c_str(), path.c_str()) == 0;
+  const bool written = ::write(dayFile.Get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
+  return written && dayFile.Reset() == 0 && ::rename(newDayPath.c_str(), path.c_str()) == 0;
 }
 
 bool Keep(const std::string& path, const std::string& day) {
@@ -137,12 +137,11 @@ bool Keep(const std::string& path, const std::string& day) {
 
 void ResultCycle() {
   TraceOutcome(resultCheckProc());
-  base::SleepSeconds(PAUSE_AFTER_A_CHECK);
-  base::SleepSeconds(PAUSE_BETWEEN_LOOKS);
+  base::SleepSeconds(RESULT_CHECK_PAUSE);
 }
 
-bool IsTimeOfDay(const char* text) {
-  return std::string_view(text).find(':') != std::string_view::npos;
+bool IsResultTime(const char* resultTime) {
+  return std::string_view(resultTime).find(':') != std::string_view::npos;
 }
 
 int resultCheckProc() {
@@ -151,7 +150,7 @@ int resultCheckProc() {
 
 int ResultCheckAt(time_t now) {
   try {
-    return IsDue(now) ? Report(now) : -1;
+    return IsDue(now) ? ReportResults(now) : -1;
   } catch (const std::bad_alloc&) {
     TRACE(TRACE_ERROR, "no memory for the result check");
     return -1;
@@ -159,48 +158,48 @@ int ResultCheckAt(time_t now) {
 }
 
 void GetResultShowData(const char* path, int64_t count, const RESULT_LIST* records, const char* date) {
-  char table[RESULT_TABLE] = "";
-  if (count > 0) FormatResultTable(date, count, AverageOf(records, count), table);
-  Raise({Finding::DAILY_RESULT, m_sz_proc_name, table, path});
+  char averageTable[AVERAGE_TABLE_SIZE] = "";
+  if (count > 0) FormatAverageTable(date, count, AverageOf(records, count), averageTable);
+  Raise({Finding::DAILY_RESULT, m_sz_proc_name, averageTable, path});
 }
 
 ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local) {
-  std::string copy(timeOfDay);
-  char part[RESULT_LINE];
-  char* rest = GetNextString(copy.data(), ':', part);
-  if (base::LeadingNumber(part) != local.tm_hour) return ResultMoment::OTHER_HOUR;
-  GetNextString(rest, ':', part);
-  return base::LeadingNumber(part) == local.tm_min ? ResultMoment::DUE : ResultMoment::OTHER_MINUTE;
+  std::string timeText(timeOfDay);
+  char timePart[RESULT_LINE];
+  char* minutePart = GetNextString(timeText.data(), ':', timePart);
+  if (base::LeadingNumber(timePart) != local.tm_hour) return ResultMoment::OTHER_HOUR;
+  GetNextString(minutePart, ':', timePart);
+  return base::LeadingNumber(timePart) == local.tm_min ? ResultMoment::DUE : ResultMoment::OTHER_MINUTE;
 }
 
-bool TimeHasPassed(const char* timeOfDay, const std::tm& local) {
-  std::string copy(timeOfDay);
-  char part[RESULT_LINE];
-  char* rest = GetNextString(copy.data(), ':', part);
-  const int64_t hour = base::LeadingNumber(part);
-  GetNextString(rest, ':', part);
-  const int64_t minute = base::LeadingNumber(part);
+bool ResultTimePassed(const char* timeOfDay, const std::tm& local) {
+  std::string timeText(timeOfDay);
+  char timePart[RESULT_LINE];
+  char* minutePart = GetNextString(timeText.data(), ':', timePart);
+  const int64_t hour = base::LeadingNumber(timePart);
+  GetNextString(minutePart, ':', timePart);
+  const int64_t minute = base::LeadingNumber(timePart);
   if (hour < 0 || hour >= 24 || minute < 0 || minute >= 60) return false;
   return local.tm_hour != hour ? local.tm_hour > hour : local.tm_min > minute;
 }
 
 ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::string>& host) {
-  const std::tm day = LocalTime(now - ONE_DAY);
+  const std::tm day = LocalTime(now - RESULT_AGE);
   const int year = day.tm_year + 1900;
   const int month = day.tm_mon + 1;
-  const std::string name = host ? base::Format("Result.%s.csv", host->c_str()) : "Result.csv";
-  return {base::Format("%s%d%02d%02d/%s", folder, year, month, day.tm_mday, name.c_str()),
+  const std::string resultFile = host ? base::Format("Result.%s.csv", host->c_str()) : "Result.csv";
+  return {base::Format("%s%d%02d%02d/%s", folder, year, month, day.tm_mday, resultFile.c_str()),
           base::Format("%d/%02d/%02d", year, month, day.tm_mday)};
 }
 
 bool TakeResultDay(bool inTime, const std::tm& local) {
-  const std::string path = ResultDayPath();
-  const std::string day = DayText(local);
-  if (day == unkeptDay || day == KeptDay(path)) return false;
+  const std::string path = ResultCheckDayPath();
+  const std::string day = ResultCheckDayText(local);
+  if (day == unkeptResultDay || day == KeptResultDay(path)) return false;
   if (Keep(path, day)) {
     if (!inTime) TRACE(TRACE_INFO, "Result check missed its minute and is made up for");
     return true;
   }
-  if (inTime) unkeptDay = day;
+  if (inTime) unkeptResultDay = day;
   return inTime;
 }

@@ -21,7 +21,7 @@
 void ResultCycle();
 
 // Returns true when the text can be a time of day: it holds a ":".
-bool IsTimeOfDay(const char* text);
+bool IsResultTime(const char* resultTime);
 
 // Makes the daily report when it is due. Call it about once a minute. Returns 1 when the report was made,
 // whether or not it could be sent. Returns -1 when RESULT_TIME is another minute (traced); with
@@ -43,7 +43,7 @@ enum class ResultMoment { DUE, OTHER_HOUR, OTHER_MINUTE };
 ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local);
 
 // Returns true when that minute of today has passed; never for a time like "25:00".
-bool TimeHasPassed(const char* timeOfDay, const std::tm& local);
+bool ResultTimePassed(const char* timeOfDay, const std::tm& local);
 
 // The day that is reported: the local date of 86,400 seconds ago.
 struct ResultDay {

@@ -90,7 +90,7 @@ std::optional<int64_t> OptionValue(const std::string& value, int64_t most);
 // Only reads: calls take for each piece that has a key, in the order of the file, with the value as ReadCfg
 // stores it.
 using TakeSetting = std::function<void(const std::string& key, const std::string& value)>;
-void ReadSettings(FILE* file, const TakeSetting& take);
+void ReadSettings(FILE* configFile, const TakeSetting& take);
 
 // Makes path absolute in place, within size bytes. "/..." stays. In "./..." base replaces the first two
 // characters. Anything else is replaced by base as a whole. Returns 1, or -1 in the last case.

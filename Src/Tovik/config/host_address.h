@@ -17,7 +17,7 @@ extern char gIpaddr[IP_TEXT];
 // when there is none.
 void GetMyIpAddr(char* out);
 // The choice behind it, on a list of getifaddrs(3); told: whether each address looked at is printed.
-void ChooseIpAddr(const ifaddrs* list, char* out, bool told = true);
+void ChooseIpAddr(const ifaddrs* interfaces, char* out, bool told = true);
 
 // The host name, at most 4,095 bytes; empty when it cannot be read.
 std::string HostName();

@@ -11,81 +11,81 @@
 namespace {
 
 constexpr size_t LONGEST_MAIL_URL = 300;  // a name has at most 253 characters
-constexpr size_t LONG_PART = 8;           // of a URL, by which it might be known
-constexpr std::string_view DIGITS = "0123456789";
-constexpr std::string_view IN_NAMES = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
-constexpr std::string_view IN_BRACKETS = "abcdefABCDEF0123456789:.";
+constexpr size_t LONG_URL_PART = 8;       // of a URL, by which it might be known
+constexpr std::string_view IN_PORTS = "0123456789";
+constexpr std::string_view IN_HOSTS = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
+constexpr std::string_view IN_IPV6 = "abcdefABCDEF0123456789:.";
 
 // Drops a beginning that equals this one, in either case.
-bool Drop(std::string_view* text, std::string_view beginning) {
-  if (text->size() < beginning.size() || ::strncasecmp(text->data(), beginning.data(), beginning.size()) != 0)
+bool Drop(std::string_view* url, std::string_view beginning) {
+  if (url->size() < beginning.size() || ::strncasecmp(url->data(), beginning.data(), beginning.size()) != 0)
     return false;
-  text->remove_prefix(beginning.size());
+  url->remove_prefix(beginning.size());
   return true;
 }
 
 // Drops one and more of these characters.
-bool DropAny(std::string_view* text, std::string_view characters) {
-  const size_t length = std::min(text->find_first_not_of(characters), text->size());
-  text->remove_prefix(length);
+bool DropAny(std::string_view* url, std::string_view characters) {
+  const size_t length = std::min(url->find_first_not_of(characters), url->size());
+  url->remove_prefix(length);
   return length > 0;
 }
 
-bool DropHost(std::string_view* text) {
-  if (Drop(text, "[")) return DropAny(text, IN_BRACKETS) && Drop(text, "]");
-  return !text->starts_with('-') && !text->starts_with('.') && DropAny(text, IN_NAMES);
+bool DropHost(std::string_view* url) {
+  if (Drop(url, "[")) return DropAny(url, IN_IPV6) && Drop(url, "]");
+  return !url->starts_with('-') && !url->starts_with('.') && DropAny(url, IN_HOSTS);
 }
 
-bool DropPort(std::string_view* text) {
-  const int64_t port = base::LeadingNumber(*text);
-  return DropAny(text, DIGITS) && port >= 1 && port <= 65535;
+bool DropPort(std::string_view* url) {
+  const int64_t port = base::LeadingNumber(*url);
+  return DropAny(url, IN_PORTS) && port >= 1 && port <= 65535;
 }
 
 }  // namespace
 
 UrlParts SplitUrl(std::string_view url) {
-  UrlParts parts;
+  UrlParts urlParts;
   if (const size_t end = url.find("://"); end != std::string_view::npos) {
-    parts.scheme = url.substr(0, end);
-    parts.prefix = url.substr(0, end + 3);
-    url.remove_prefix(parts.prefix.size());
+    urlParts.scheme = url.substr(0, end);
+    urlParts.prefix = url.substr(0, end + 3);
+    url.remove_prefix(urlParts.prefix.size());
   }
-  parts.server = url.substr(0, url.find_first_of("/?#\\"));
-  parts.rest = url.substr(parts.server.size());
-  if (const size_t at = parts.server.rfind('@'); at != std::string_view::npos) {
-    parts.user = parts.server.substr(0, at);
-    parts.server.remove_prefix(at + 1);
+  urlParts.server = url.substr(0, url.find_first_of("/?#\\"));
+  urlParts.rest = url.substr(urlParts.server.size());
+  if (const size_t at = urlParts.server.rfind('@'); at != std::string_view::npos) {
+    urlParts.user = urlParts.server.substr(0, at);
+    urlParts.server.remove_prefix(at + 1);
   }
-  const std::string_view server = parts.server;
-  parts.host = server.substr(0, server.starts_with('[') ? server.find(']') + 1 : server.find(':'));
-  return parts;
+  const std::string_view server = urlParts.server;
+  urlParts.host = server.substr(0, server.starts_with('[') ? server.find(']') + 1 : server.find(':'));
+  return urlParts;
 }
 
 std::string UrlWithoutPath(std::string_view url) {
-  const UrlParts parts = SplitUrl(url);
-  return std::string(parts.prefix).append(parts.server);
+  const UrlParts urlParts = SplitUrl(url);
+  return std::string(urlParts.prefix).append(urlParts.server);
 }
 
 std::vector<std::string> UrlSecrets(std::string_view url) {
-  const UrlParts parts = SplitUrl(url);
-  std::vector<std::string> secrets;
-  if (!parts.user.empty()) secrets.emplace_back(parts.user);
-  std::string_view rest = parts.rest.substr(parts.rest.empty() ? 0 : 1);
-  if (!rest.empty()) secrets.emplace_back(rest);
-  while (!rest.empty()) {
-    const std::string_view part = rest.substr(0, rest.find_first_of("/?#&=\\"));
-    if (part.size() >= LONG_PART) secrets.emplace_back(part);
-    rest.remove_prefix(std::min(part.size() + 1, rest.size()));
+  const UrlParts urlParts = SplitUrl(url);
+  std::vector<std::string> urlSecrets;
+  if (!urlParts.user.empty()) urlSecrets.emplace_back(urlParts.user);
+  std::string_view urlRest = urlParts.rest.substr(urlParts.rest.empty() ? 0 : 1);
+  if (!urlRest.empty()) urlSecrets.emplace_back(urlRest);
+  while (!urlRest.empty()) {
+    const std::string_view urlPart = urlRest.substr(0, urlRest.find_first_of("/?#&=\\"));
+    if (urlPart.size() >= LONG_URL_PART) urlSecrets.emplace_back(urlPart);
+    urlRest.remove_prefix(std::min(urlPart.size() + 1, urlRest.size()));
   }
-  return secrets;
+  return urlSecrets;
 }
 
 bool UsableMailUrl(const std::string& value) {
-  std::string_view text = value;
-  if (text.size() > LONGEST_MAIL_URL) return false;
-  if (!Drop(&text, "smtp://") && !Drop(&text, "smtps://")) return false;
-  if (!DropHost(&text)) return false;
-  if (Drop(&text, ":") && !DropPort(&text)) return false;
-  Drop(&text, "/");
-  return text.empty();
+  std::string_view url = value;
+  if (url.size() > LONGEST_MAIL_URL) return false;
+  if (!Drop(&url, "smtp://") && !Drop(&url, "smtps://")) return false;
+  if (!DropHost(&url)) return false;
+  if (Drop(&url, ":") && !DropPort(&url)) return false;
+  Drop(&url, "/");
+  return url.empty();
 }

@@ -20,9 +20,9 @@ std::atomic<uint8_t> g_shm_open_flag{0};
 
 namespace {
 
-constexpr const char* ENGINE_HOST = "127.0.0.1";
-constexpr int CONNECT_SECONDS = 10;
-constexpr int RECEIVE_SECONDS = 30;
+constexpr const char* QUERIED_HOST = "127.0.0.1";
+constexpr int QUERY_CONNECT_SECONDS = 10;
+constexpr int QUERY_REPLY_SECONDS = 30;
 constexpr int32_t ASK_CHANNELS = 5;
 
 // A record that owns its channel array.
@@ -48,18 +48,18 @@ int ResultOfStatus(int32_t engine_status) {
   }
 }
 
-void PrepareTls(LVCSR_SOCK_HEAD* head) {
+void PrepareQueryTls(LVCSR_SOCK_HEAD* head) {
   CreateClientContext(SSLInit(head));
   DunraSTT_SSL(m_sz_cert_file, m_sz_key_file, m_sz_ca_file, m_sz_ssl_password, head);
 }
 
-struct EngineExit {
+struct QueryExit {
   void operator()(LVCSR_SOCK_HEAD* head) const { DunraSTT_EXIT(head); }
 };
 
 // Closes the connection in every case, also without memory for the record.
 void Query(LVCSR_SOCK_HEAD* head) {
-  const std::unique_ptr<LVCSR_SOCK_HEAD, EngineExit> connection(head);
+  const std::unique_ptr<LVCSR_SOCK_HEAD, QueryExit> connection(head);
   gSTAT.Set({});
   LVCSR_DATA_CHANNEL record{};
   if (DunraSTT_GET_CHANNEL(head, &record) == ENGINE_OK) {
@@ -72,12 +72,12 @@ void Query(LVCSR_SOCK_HEAD* head) {
 }
 
 // The channels that are both counted by the engine and present in the record.
-std::span<const LVCSR_CHANNEL> CountedChannels(const LVCSR_DATA_CHANNEL& status) {
-  const int32_t count = std::clamp(status.nChannelCnt, 0, status.nEntries);
-  return {status.pChannel, static_cast<size_t>(count)};
+std::span<const LVCSR_CHANNEL> CountedChannels(const LVCSR_DATA_CHANNEL& channelStatus) {
+  const int32_t channelCount = std::clamp(channelStatus.nChannelCnt, 0, channelStatus.nEntries);
+  return {channelStatus.pChannel, static_cast<size_t>(channelCount)};
 }
 
-int64_t UsedPercent(const LVCSR_DATA_CHANNEL& status) {
+int64_t UsedChannelPercent(const LVCSR_DATA_CHANNEL& status) {
   constexpr float PERCENT_LIMIT = 9223372036854775808.0F;  // 2^63
   // In single precision. The division by 0 channels would give infinity or not-a-number.
   if (status.nChannelCnt == 0) return INT64_MIN;
@@ -90,21 +90,21 @@ static_assert(std::endian::native == std::endian::little, "the engine's integers
 // Reads one integer after the other, and none beyond the end.
 class ChannelReplyReader {
  public:
-  ChannelReplyReader(const char* data, size_t length) : next_(data), left_(length) {}
+  ChannelReplyReader(const char* data, size_t length) : reply_(data), replyLeft_(length) {}
 
   template <typename Integer>
   bool TakeInteger(Integer* out) {
-    if (left_ < sizeof *out) return false;
-    std::memcpy(out, next_, sizeof *out);
-    next_ += sizeof *out;
-    left_ -= sizeof *out;
+    if (replyLeft_ < sizeof *out) return false;
+    std::memcpy(out, reply_, sizeof *out);
+    reply_ += sizeof *out;
+    replyLeft_ -= sizeof *out;
     return true;
   }
-  size_t Left() const { return left_; }
+  size_t Left() const { return replyLeft_; }
 
  private:
-  const char* next_;
-  size_t left_;
+  const char* reply_;
+  size_t replyLeft_;
 };
 
 int32_t LowHalf(int64_t value) {
@@ -114,18 +114,18 @@ int32_t LowHalf(int64_t value) {
 // Reads up to `claimed` pairs of Integers into a new array.
 template <typename Integer>
 void TakeChannels(ChannelReplyReader* reply, int32_t claimed, LVCSR_DATA_CHANNEL* record) {
-  const size_t count = std::min(static_cast<size_t>(claimed), reply->Left() / (2 * sizeof(Integer)));
+  const size_t channelCount = std::min(static_cast<size_t>(claimed), reply->Left() / (2 * sizeof(Integer)));
   record->nEntries = 0;
   record->pChannel = nullptr;
-  if (count == 0) return;
-  record->pChannel = static_cast<LVCSR_CHANNEL*>(std::calloc(count, sizeof *record->pChannel));
+  if (channelCount == 0) return;
+  record->pChannel = static_cast<LVCSR_CHANNEL*>(std::calloc(channelCount, sizeof *record->pChannel));
   if (record->pChannel == nullptr) return;
   Integer id = 0;
   Integer state = 0;
-  for (size_t i = 0; i < count && reply->TakeInteger(&id) && reply->TakeInteger(&state); ++i) {
+  for (size_t i = 0; i < channelCount && reply->TakeInteger(&id) && reply->TakeInteger(&state); ++i) {
     record->pChannel[i] = {LowHalf(id), LowHalf(state)};
   }
-  record->nEntries = static_cast<int32_t>(count);
+  record->nEntries = static_cast<int32_t>(channelCount);
 }
 
 }  // namespace
@@ -156,9 +156,9 @@ int DunraSTT_GET_CHANNEL(LVCSR_SOCK_HEAD* head, LVCSR_DATA_CHANNEL* record) {
 
 int SHM_OPEN() {
   LVCSR_SOCK_HEAD head{};
-  if (m_ssl_check != 0) PrepareTls(&head);
+  if (m_ssl_check != 0) PrepareQueryTls(&head);
   const int port = static_cast<int>(m_PROC_PORT);
-  if (DunraSTT_INIT(ENGINE_HOST, port, CONNECT_SECONDS, RECEIVE_SECONDS, &head) != ENGINE_OK) {
+  if (DunraSTT_INIT(QUERIED_HOST, port, QUERY_CONNECT_SECONDS, QUERY_REPLY_SECONDS, &head) != ENGINE_OK) {
     TRACE(TRACE_ERROR, "[ %d ] disconnect", port);
     DunraSTT_EXIT(&head);
     return -1;
@@ -174,49 +174,49 @@ int SHM_CLOS() {
 }
 
 int64_t get_recg_svr_wrk_ch_cnt() {
-  const auto status = CurrentChannelStatus();
-  const int64_t percent = UsedPercent(*status);
+  const auto channelStatus = CurrentChannelStatus();
+  const int64_t percent = UsedChannelPercent(*channelStatus);
   TRACE(TRACE_INFO, "ch_status_check TotalCh cnt [ %ld ] MaxCh cnt [ %ld ] Percent [ %ld ]",
-        long{status->nChannelCnt}, long{status->nUsedCnt}, long{percent});
-  for (const LVCSR_CHANNEL& channel : CountedChannels(*status)) {
+        long{channelStatus->nChannelCnt}, long{channelStatus->nUsedCnt}, long{percent});
+  for (const LVCSR_CHANNEL& channel : CountedChannels(*channelStatus)) {
     TRACE(TRACE_INFO, "recog_channel_status CHID [%d], STAT[%d]", channel.id, channel.state);
   }
   return percent;
 }
 
 int64_t ch_status_check() {
-  const auto status = CurrentChannelStatus();
-  std::printf("ch_status_check TotalCh cnt [ %lld ] !!", static_cast<long long>(status->nChannelCnt));
-  for (const LVCSR_CHANNEL& channel : CountedChannels(*status)) {
+  const auto channelStatus = CurrentChannelStatus();
+  std::printf("ch_status_check TotalCh cnt [ %lld ] !!", static_cast<long long>(channelStatus->nChannelCnt));
+  for (const LVCSR_CHANNEL& channel : CountedChannels(*channelStatus)) {
     std::printf("CHID [ %ld ], STATUS [ %ld ]", long{channel.id}, long{channel.state});
   }
-  return status->nChannelCnt;
+  return channelStatus->nChannelCnt;
 }
 
 std::shared_ptr<const LVCSR_DATA_CHANNEL> CurrentChannelStatus() {
-  const auto status = gSTAT.Get();
-  return {status, &status->record};
+  const auto channelStatus = gSTAT.Get();
+  return {channelStatus, &channelStatus->record};
 }
 
 void DecodeChannelReply(const char* payload, size_t length, LVCSR_DATA_CHANNEL* record) {
   *record = {};
   ChannelReplyReader reply(payload, length);
-  for (int32_t* count :
+  for (int32_t* replyCount :
        {&record->nThreadCnt, &record->nChannelCnt, &record->nUsedCnt, &record->nWaitCnt, &record->nIdleCnt}) {
-    reply.TakeInteger(count);
+    reply.TakeInteger(replyCount);
   }
   if (record->nThreadCnt > 0) TakeChannels<int32_t>(&reply, record->nThreadCnt, record);
 }
 
 void DecodeTextChannelReply(const char* data, size_t length, LVCSR_DATA_CHANNEL* record) {
   ChannelReplyReader reply(data, length);
-  int64_t channels = 0;
-  if (!reply.TakeInteger(&channels)) return;
-  record->nChannelCnt = LowHalf(channels);
-  int64_t used = 0;
-  if (reply.TakeInteger(&used)) {
-    record->nUsedCnt = LowHalf(used);
-    record->nWaitCnt = static_cast<int32_t>(used >> 32);
+  int64_t channelCount = 0;
+  if (!reply.TakeInteger(&channelCount)) return;
+  record->nChannelCnt = LowHalf(channelCount);
+  int64_t usedChannels = 0;
+  if (reply.TakeInteger(&usedChannels)) {
+    record->nUsedCnt = LowHalf(usedChannels);
+    record->nWaitCnt = static_cast<int32_t>(usedChannels >> 32);
   }
   if (record->nChannelCnt > 0) TakeChannels<int64_t>(&reply, record->nChannelCnt, record);
 }

@@ -13,7 +13,7 @@
 #include <string>
 #include <utility>
 
-#include "Tovik/engine/growing_receive.h"
+#include "Tovik/engine/engine_payload.h"
 #include "Tovik/trace.h"
 #include "base/net.h"
 #include "base/owners.h"
@@ -27,8 +27,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int CLOSED_SOCKET = -2;
-constexpr int RECEIVE_RETRY_MS = 10;
+constexpr int CLOSED_ENGINE_SOCKET = -2;
+constexpr int HEADER_RETRY_MS = 10;
 
 bool HostGiven(const char* host) {
   if (host == nullptr) {
@@ -73,8 +73,8 @@ bool SetOptions(int fd) {
     TRACE(TRACE_ERROR, "[INIT] %d: setsockopt SO_LINGER error: %s", h_errno, std::strerror(h_errno));
     return false;
   }
-  const int on = 1;
-  if (::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) < 0) {
+  const int reuse = 1;
+  if (::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) < 0) {
     TRACE(TRACE_ERROR, "[INIT] %d: setsockopt SO_REUSEADDR error: %s", h_errno, std::strerror(h_errno));
     return false;
   }
@@ -155,7 +155,7 @@ bool Adopt(base::UniqueFd socket, LVCSR_SOCK_HEAD* head) {
     socket.Release();
     return true;
   }
-  head->uSock = CLOSED_SOCKET;  // on return; another thread may get its number from then on
+  head->uSock = CLOSED_ENGINE_SOCKET;  // on return; another thread may get its number from then on
   return false;
 }
 
@@ -165,16 +165,16 @@ ssize_t ReceivePlainHeaderPiece(int fd, char* buffer, size_t length, int flags) 
     const ssize_t got = base::ReceiveSome(fd, buffer, length, base::FOREVER, flags);
     if (got >= 0 || (errno != ENOBUFS && errno != EAGAIN)) return got;
     // A sleep that only the end of a stop's grace can cut.
-    if (base::WaitDescriptor(fd, 0, RECEIVE_RETRY_MS) < 0) return -1;
+    if (base::WaitDescriptor(fd, 0, HEADER_RETRY_MS) < 0) return -1;
   }
 }
 
 // Under TLS the wait for a reply happens here: the bytes that made the socket readable need not belong to
 // one.
 ssize_t ReceiveHeaderPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, int flags,
-                           Clock::time_point end) {
+                           Clock::time_point replyDeadline) {
   if (head->bUseSSL != 1) return ReceivePlainHeaderPiece(head->uSock, buffer, length, flags);
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(replyDeadline - Clock::now()).count();
   return ReadWithin(head, buffer, static_cast<int>(length), std::max<int64_t>(left, 0));
 }
 
@@ -189,10 +189,10 @@ ssize_t ReceivePayloadPiece(LVCSR_SOCK_HEAD* head, char* buffer, size_t length, 
   return got;
 }
 
-int ReceiveHeader(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int flags, Clock::time_point end) {
-  char bytes[sizeof *out] = {};
-  for (size_t have = 0; have < sizeof bytes;) {
-    const ssize_t got = ReceiveHeaderPiece(head, bytes + have, sizeof bytes - have, flags, end);
+int ReceiveHeader(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int flags, Clock::time_point replyDeadline) {
+  char header[sizeof *out] = {};
+  for (size_t have = 0; have < sizeof header;) {
+    const ssize_t got = ReceiveHeaderPiece(head, header + have, sizeof header - have, flags, replyDeadline);
     if (got < 1 && have == 0 && head->bUseSSL == 1 && TimedOut(head)) {
       TRACE(TRACE_ERROR, "[RecvData] %s ", ErrorMessage(head));
       return ENGINE_TIMED_OUT;
@@ -200,23 +200,23 @@ int ReceiveHeader(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int flags, Clock
     if (got < 1) return ENGINE_FAILED;
     have += static_cast<size_t>(got);
   }
-  std::memcpy(out, bytes, sizeof bytes);
+  std::memcpy(out, header, sizeof header);
   return ENGINE_OK;
 }
 
-base::UniqueText BuildPacket(const LVCSR_NET_HEADER& header, const char* data, size_t* size) {
-  const size_t length = static_cast<size_t>(std::max(header.nLength, 0));
-  *size = sizeof header + length;
-  base::UniqueText packet(static_cast<char*>(std::calloc(1, *size)));
+base::UniqueText BuildPacket(const LVCSR_NET_HEADER& header, const char* data, size_t* packetSize) {
+  const size_t payloadLength = static_cast<size_t>(std::max(header.nLength, 0));
+  *packetSize = sizeof header + payloadLength;
+  base::UniqueText packet(static_cast<char*>(std::calloc(1, *packetSize)));
   if (packet == nullptr) return packet;
   std::memcpy(packet.get(), &header, sizeof header);
-  if (length > 0 && data != nullptr) std::memcpy(packet.get() + sizeof header, data, length);
+  if (payloadLength > 0 && data != nullptr) std::memcpy(packet.get() + sizeof header, data, payloadLength);
   return packet;
 }
 
-int SendTls(LVCSR_SOCK_HEAD* head, const char* packet, size_t size) {
+int SendTls(LVCSR_SOCK_HEAD* head, const char* packet, size_t packetSize) {
   TRACE(TRACE_INFO, "[SendData] sendData start");
-  const int sent = size > INT_MAX ? 0 : Write(head, packet, static_cast<int>(size));
+  const int sent = packetSize > INT_MAX ? 0 : Write(head, packet, static_cast<int>(packetSize));
   if (sent > 0) return ENGINE_OK;
   TRACE(TRACE_ERROR, "[SendData] sendData End [ %d ]", sent);
   if (sent == -1) TRACE(TRACE_ERROR, "[SendData] %s", ErrorMessage(head));
@@ -249,7 +249,7 @@ int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, 
 int DunraSTT_EXIT(LVCSR_SOCK_HEAD* head) {
   const int socket = head->uSock;
   head->uSock = -1;
-  if (socket == CLOSED_SOCKET) {
+  if (socket == CLOSED_ENGINE_SOCKET) {
     SSLClose(head);
     head->uSock = -1;
     return -1;
@@ -266,13 +266,13 @@ int DunraSTT_EXIT(LVCSR_SOCK_HEAD* head) {
 
 int SendData(LVCSR_SOCK_HEAD* head, const LVCSR_NET_HEADER* header, const char* data, int flags) {
   if (head->uSock < 1 || header == nullptr) return ENGINE_FAILED;
-  size_t size = 0;
-  const base::UniqueText packet = BuildPacket(*header, data, &size);
+  size_t packetSize = 0;
+  const base::UniqueText packet = BuildPacket(*header, data, &packetSize);
   if (packet == nullptr) return ENGINE_FAILED;
-  if (head->bUseSSL == 1) return SendTls(head, packet.get(), size);
+  if (head->bUseSSL == 1) return SendTls(head, packet.get(), packetSize);
   // A packet that was sent in part counts as sent.
   size_t sent = 0;
-  base::SendAll(head->uSock, packet.get(), size, base::FOREVER, flags, &sent);
+  base::SendAll(head->uSock, packet.get(), packetSize, base::FOREVER, flags, &sent);
   return sent > 0 ? ENGINE_OK : ENGINE_FAILED;
 }
 
@@ -291,11 +291,11 @@ int Recv_Wait(int sock, int seconds) {
 char* RecvData(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int* status, int flags) {
   *status = ENGINE_FAILED;
   if (head->uSock < 1 || out == nullptr) return nullptr;
-  const auto end = Clock::now() + std::chrono::seconds(head->uRecvTimeout);
+  const auto replyDeadline = Clock::now() + std::chrono::seconds(head->uRecvTimeout);
   *status = Recv_Wait(head->uSock, head->uRecvTimeout);
-  if (*status == ENGINE_OK) *status = ReceiveHeader(head, out, flags, end);
+  if (*status == ENGINE_OK) *status = ReceiveHeader(head, out, flags, replyDeadline);
   if (*status != ENGINE_OK || out->nLength <= 0) return nullptr;
-  base::UniqueText payload = ReceiveGrowing(
+  base::UniqueText payload = ReceivePayload(
       out->nLength, [&](char* to, size_t length) { return ReceivePayloadPiece(head, to, length, flags); });
   if (payload == nullptr) *status = ENGINE_FAILED;
   return payload.release();

@@ -18,25 +18,25 @@ std::atomic<int64_t> gAlarmFlag{0};
 
 namespace {
 
-constexpr int64_t HANDOVER_PAUSE_MS = 10;
+constexpr int64_t MAILBOX_PAUSE_MS = 10;
 
-struct ReportRequest {
+struct MailboxRequest {
   int type;
   int code;
 };
 
 // For REPORT_QUEUE.
-std::mutex queueMutex;
-ReportQueue queue;
-int64_t givenUp = 0;  // reports that the queue dropped; guarded by queueMutex
+std::mutex reportQueueMutex;
+ReportQueue reportQueue;
+int64_t givenUp = 0;  // reports that the queue dropped; guarded by reportQueueMutex
 
 void Enqueue(int type, int code) {
   const auto limit = static_cast<size_t>(m_report_queue);
   ReportQueue::Added added{};
   int64_t lost = 0;
   {
-    const std::lock_guard<std::mutex> lock(queueMutex);
-    added = queue.Add({type, code}, limit);
+    const std::lock_guard<std::mutex> lock(reportQueueMutex);
+    added = reportQueue.Add({type, code}, limit);
     if (added == ReportQueue::Added::OLDEST_GAVE_WAY || added == ReportQueue::Added::GAVE_WAY) ++givenUp;
     lost = givenUp;
   }
@@ -53,11 +53,11 @@ void Enqueue(int type, int code) {
   }
 }
 
-std::optional<int64_t> NextOfQueue() {
+std::optional<int64_t> NextQueuedReport() {
   std::optional<WaitingReport> report;
   {
-    const std::lock_guard<std::mutex> lock(queueMutex);
-    report = queue.Next();
+    const std::lock_guard<std::mutex> lock(reportQueueMutex);
+    report = reportQueue.Next();
   }
   if (!report) return std::nullopt;
   if (report->type == REPORT_ALARM) gAlarmFlag = report->code;
@@ -73,7 +73,7 @@ void send_request(int type, int code) {
     Enqueue(type, code);
     return;
   }
-  ReportRequest request{type, code};
+  MailboxRequest request{type, code};
   if (type == REPORT_ALARM) gAlarmFlag = code;
   base::Thread poster;
   if (poster.Start(send_request_thread, &request) < 0) {
@@ -82,32 +82,32 @@ void send_request(int type, int code) {
     return;
   }
   poster.Join();
-  base::SleepMilliseconds(HANDOVER_PAUSE_MS);
+  base::SleepMilliseconds(MAILBOX_PAUSE_MS);
 }
 
 void* send_request_thread(void* argument) {
-  const ReportType* const report = FindReportType(static_cast<const ReportRequest*>(argument)->type);
+  const ReportType* const report = FindReportType(static_cast<const MailboxRequest*>(argument)->type);
   if (report != nullptr) gMsgId = report->messageId;
   gMsgFlag = 1;
-  base::SleepMilliseconds(HANDOVER_PAUSE_MS);
+  base::SleepMilliseconds(MAILBOX_PAUSE_MS);
   return reinterpret_cast<void*>(1);
 }
 
 std::optional<int64_t> NextReport() {
-  if (m_report_queue != 0) return NextOfQueue();
+  if (m_report_queue != 0) return NextQueuedReport();
   return gMsgFlag == 0 ? std::nullopt : std::optional(gMsgId.load());
 }
 
 void DropReports() {
-  const std::lock_guard<std::mutex> lock(queueMutex);
-  if (queue.Size() == 0) return;
-  TRACE(TRACE_WARN, "the stop drops %zu reports that wait for the management servers", queue.Size());
-  queue = {};
+  const std::lock_guard<std::mutex> lock(reportQueueMutex);
+  if (reportQueue.Size() == 0) return;
+  TRACE(TRACE_WARN, "the stop drops %zu reports that wait for the management servers", reportQueue.Size());
+  reportQueue = {};
 }
 
 ReportQueue::Added ReportQueue::Add(const WaitingReport& report, size_t limit) {
   if (std::find(reports_.begin(), reports_.end(), report) != reports_.end()) return Added::MERGED;
-  if (reports_.size() < std::max(limit, LEAST)) {
+  if (reports_.size() < std::max(limit, LEAST_REPORTS)) {
     reports_.push_back(report);
     return Added::WAITS;
   }
@@ -124,7 +124,7 @@ ReportQueue::Added ReportQueue::Add(const WaitingReport& report, size_t limit) {
 
 std::optional<WaitingReport> ReportQueue::Next() {
   if (reports_.empty()) return std::nullopt;
-  const WaitingReport first = reports_.front();
+  const WaitingReport firstReport = reports_.front();
   reports_.erase(reports_.begin());
-  return first;
+  return firstReport;
 }

@@ -45,7 +45,7 @@ struct WaitingReport {
 // The queue of REPORT_QUEUE: first in, first out, equal ones only once, bounded. It neither locks nor traces.
 class ReportQueue {
  public:
-  static constexpr size_t LEAST = 8;  // room for one of each report and code
+  static constexpr size_t LEAST_REPORTS = 8;  // room for one of each report and code
 
   enum class Added { WAITS, MERGED, OLDEST_GAVE_WAY, GAVE_WAY };
 

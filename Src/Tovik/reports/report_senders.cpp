@@ -29,42 +29,42 @@ std::atomic<int32_t> gMemUsage{0};
 
 namespace {
 
-constexpr std::array<ReportSender, 3> SENDERS = {{
+constexpr std::array<ReportSender, 3> REPORT_SENDERS = {{
     {REPORT_ALARM, send_alarm_thread, "SEND_ALARM", "ALARM_SEND_START"},
     {REPORT_CHANNEL_STATUS, send_ch_status_thread, "SEND_CH_STATUS", "CH_STATUS_SEND_START"},
     {REPORT_RESOURCE_USAGE, send_resouce_info_thread, "SEND_RESOURCE_USAGE", "RESOURCE_INFO_SEND_START"},
 }};
 
-std::string FailureWords(const SvcFailure& failure, const char* address) {
-  std::string words = failure.what;
-  if (::inet_addr(address) == INADDR_NONE) words += "; the address is no dotted IPv4 address";
-  if (failure.error != 0) words += std::string(": ") + std::strerror(failure.error);
-  if (failure.reply[0] != '\0') words += std::string(": \"") + failure.reply.data() + '"';
-  return words;
+std::string ReportFailureWords(const SvcFailure& failure, const char* address) {
+  std::string failureWords = failure.what;
+  if (::inet_addr(address) == INADDR_NONE) failureWords += "; the address is no dotted IPv4 address";
+  if (failure.error != 0) failureWords += std::string(": ") + std::strerror(failure.error);
+  if (failure.reply[0] != '\0') failureWords += std::string(": \"") + failure.reply.data() + '"';
+  return failureWords;
 }
 
 // A stop that cuts a report is no failure of the server's.
-void TellLost(const SVC_SERVER& entry, const SvcFailure& failure) {
+void TellReportLost(const SVC_SERVER& server, const SvcFailure& failure) {
   if (!notices::On() || failure.error == ECANCELED) return;
-  const std::string server = base::Format("%s:%lld", entry.address, static_cast<long long>(entry.port));
-  notices::Tell<notices::Notice::REPORT_LOST>(server, FailureWords(failure, entry.address));
+  const std::string shown = base::Format("%s:%lld", server.address, static_cast<long long>(server.port));
+  notices::Tell<notices::Notice::REPORT_LOST>(shown, ReportFailureWords(failure, server.address));
 }
 
 // Connects to the server and lets deliver hand over the report.
 template <typename Deliver>
-void* Send(void* argument, Deliver deliver) {
-  const SVC_SERVER& entry = *static_cast<const SVC_SERVER*>(argument);
-  long result = -1;
+void* Send(void* entry, Deliver deliver) {
+  const SVC_SERVER& server = *static_cast<const SVC_SERVER*>(entry);
+  long delivered = -1;
   try {
     CDIOSVC service;
-    const long connected = service.initialize_svc(entry.index, entry.address, entry.port, m_txt_save,
+    const long connected = service.initialize_svc(server.index, server.address, server.port, m_txt_save,
                                                   m_sz_txt_path, m_log_level);
-    if (connected == 1) result = deliver(service);
-    if (result != 1) TellLost(entry, service.LastFailure());
+    if (connected == 1) delivered = deliver(service);
+    if (delivered != 1) TellReportLost(server, service.LastFailure());
   } catch (const std::bad_alloc&) {
-    TRACE(TRACE_ERROR, "no memory for the report to %s", entry.address);
+    TRACE(TRACE_ERROR, "no memory for the report to %s", server.address);
   }
-  return reinterpret_cast<void*>(result);
+  return reinterpret_cast<void*>(delivered);
 }
 
 long DeliverAlarm(CDIOSVC& service) {
@@ -78,7 +78,7 @@ long DeliverChannelStatus(CDIOSVC& service) {
   return service.DIO_SVC_PROC(REPORT_CHANNEL_STATUS, status.get());
 }
 
-constexpr int64_t LOOK_PERIOD_SECONDS = 1;
+constexpr int64_t MAILBOX_LOOK_SECONDS = 1;
 constexpr int64_t BETWEEN_SERVERS_MS = 10;
 
 base::Thread hManageThread;
@@ -86,34 +86,34 @@ base::Thread hManageThread;
 // Sends one report to every server in turn.
 void ServeAll(const ReportSender& sender) {
   for (int64_t i = 0; i < gSendInfo->server_count; ++i) {
-    SVC_SERVER entry = gSendInfo->servers[i];
-    base::Thread thread;
-    if (thread.Start(sender.thread, &entry) < 0) {
+    SVC_SERVER server = gSendInfo->servers[i];
+    base::Thread senderThread;
+    if (senderThread.Start(sender.thread, &server) < 0) {
       const int error = errno;
       TRACE(TRACE_ERROR, "Create %s Thread fail..Errcode [ %d ]", sender.senderName, error);
       break;
     }
-    thread.Join();
+    senderThread.Join();
     gMsgFlag = 0;
     base::SleepMilliseconds(BETWEEN_SERVERS_MS);
   }
 }
 
-void Serve(int64_t messageId) {
+void ServeReport(int64_t messageId) {
   const auto* const report = std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),
                                           [&](const ReportType& row) { return row.messageId == messageId; });
   if (report == REPORT_TYPES.end()) return;
   if (report->type == REPORT_ALARM) alarm_log_message_trace(static_cast<int>(gAlarmFlag));
   ServeAll(*FindReportSender(report->type));
-  base::SleepSeconds(LOOK_PERIOD_SECONDS);
+  base::SleepSeconds(MAILBOX_LOOK_SECONDS);
 }
 
 }  // namespace
 
 const ReportSender* FindReportSender(int type) {
-  const auto* row = std::find_if(SENDERS.begin(), SENDERS.end(),
+  const auto* row = std::find_if(REPORT_SENDERS.begin(), REPORT_SENDERS.end(),
                                  [&](const ReportSender& sender) { return sender.type == type; });
-  return row == SENDERS.end() ? nullptr : row;
+  return row == REPORT_SENDERS.end() ? nullptr : row;
 }
 
 void* send_alarm_thread(void* entry) {
@@ -125,9 +125,9 @@ void* send_ch_status_thread(void* entry) {
 }
 
 void* send_resouce_info_thread(void* entry) {
-  const std::array<int32_t, 2> figures = {gCpuUsage, gMemUsage};
+  const std::array<int32_t, 2> usage = {gCpuUsage, gMemUsage};
   return Send(entry,
-              [&](CDIOSVC& service) { return service.DIO_SVC_PROC(REPORT_RESOURCE_USAGE, figures.data()); });
+              [&](CDIOSVC& service) { return service.DIO_SVC_PROC(REPORT_RESOURCE_USAGE, usage.data()); });
 }
 
 bool StartManageThread() {
@@ -146,9 +146,9 @@ void JoinManageThread() {
 void* send_svc_manage_thread(void* /*argument*/) {
   while (gSvcManageThrdExit != 1) {
     if (const std::optional<int64_t> waiting = NextReport()) {
-      Serve(*waiting);
+      ServeReport(*waiting);
     } else {
-      base::SleepSeconds(LOOK_PERIOD_SECONDS);
+      base::SleepSeconds(MAILBOX_LOOK_SECONDS);
     }
   }
   return reinterpret_cast<void*>(1);

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Tovik/checks/engine_standing.h"
+#include "Tovik/checks/engine_state.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/process/service_manager.h"
 #include "Tovik/process/start_notices.h"
@@ -25,7 +25,7 @@ base::Thread thread;
 
 std::string StatusWords(const char* stuck) {
   if (stuck != nullptr) return std::string("Hangs: ") + stuck + " has not moved for too long";
-  return standing::Words(standing::engineSeen, standing::hangsInARow, g_shm_open_flag != 0);
+  return EngineStateWords(engineState, engineHangsInARow, g_shm_open_flag != 0);
 }
 
 // Tells what has changed since the last call. For one thread at a time.

@@ -45,7 +45,7 @@ constexpr Timer TIMERS[] = {
     {10, "PROCESS_STATUS_CHECK_TIMER", [] { return m_restart_check != 0; }, Always, ProcessCycle},
     {3000, "HANG_STATUS_CHECK_TIMER", [] { return m_hang_save_flag != 0; }, Always, HangCycle},
     {4000, "RESULT_CHECK_TIMER", [] { return m_result_check != 0; },
-     [] { return IsTimeOfDay(m_result_check_time); }, ResultCycle},
+     [] { return IsResultTime(m_result_check_time); }, ResultCycle},
     {5000, "ERROR_CHECK_TIMER", [] { return m_errorlog_period > 0; }, Always, ErrorLogCycle},
     {6000, "EMAIL_CHECK_TIMER", [] { return m_send_email_used != 0; }, Always, RecipientsCycle},
     {1000, "CH_STATUS_SEND_TIMER", ChannelsAreWatched, Always, ChannelCycle},

@@ -1,4 +1,4 @@
-#include "Tovik/checks/result_table.h"
+#include "Tovik/checks/average_table.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -52,7 +52,7 @@ ResultAverages AverageOf(const RESULT_LIST* records, int64_t count) {
   return {sum.xrt / lines, sum.file_time / lines, sum.recognition_time / lines, sum.response_time / lines};
 }
 
-void FormatResultTable(const char* date, int64_t count, const ResultAverages& averages, char* out) {
-  std::snprintf(out, RESULT_TABLE, TABLE_FORMAT, date, count, averages.xrt, averages.file_time,
+void FormatAverageTable(const char* date, int64_t count, const ResultAverages& averages, char* out) {
+  std::snprintf(out, AVERAGE_TABLE_SIZE, TABLE_FORMAT, date, count, averages.xrt, averages.file_time,
                 averages.recognition_time, averages.response_time);
 }

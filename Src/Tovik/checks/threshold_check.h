@@ -1,7 +1,7 @@
 // Compares the figures of a running engine and its host with their thresholds. Each threshold that is reached
 // raises an alarm, again at every check for as long as it is reached.
-#ifndef TOVIK_CHECKS_THRESHOLDS_H
-#define TOVIK_CHECKS_THRESHOLDS_H
+#ifndef TOVIK_CHECKS_THRESHOLD_CHECK_H
+#define TOVIK_CHECKS_THRESHOLD_CHECK_H
 
 #include <cstdint>
 

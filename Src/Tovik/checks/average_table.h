@@ -1,0 +1,28 @@
+// The averages of a day's recognition jobs and the HTML table that shows them.
+#ifndef TOVIK_CHECKS_AVERAGE_TABLE_H
+#define TOVIK_CHECKS_AVERAGE_TABLE_H
+
+#include <cstdint>
+
+#include "Tovik/checks/result_file.h"
+
+inline constexpr int AVERAGE_TABLE_SIZE = 4096;  // bytes, terminator included
+inline constexpr int AVERAGE_TABLE_DATE = 64;    // bytes of the date text that the table has room for
+
+// One value that is infinite or NaN makes the average infinite or NaN.
+struct ResultAverages {
+  double xrt;
+  double file_time;         // ms
+  double recognition_time;  // ms
+  double response_time;     // ms
+};
+
+// Over the first count records, count above 0.
+ResultAverages AverageOf(const RESULT_LIST* records, int64_t count);
+
+// Formats the table into out (AVERAGE_TABLE_SIZE bytes), in code page 949. The table fits for all averages of
+// records and dates of up to AVERAGE_TABLE_DATE bytes. It holds no double quote, backslash or line break, so
+// it may stand inside a JSON text.
+void FormatAverageTable(const char* date, int64_t count, const ResultAverages& averages, char* out);
+
+#endif

@@ -1,0 +1,22 @@
+#include "Tovik/checks/engine_state.h"
+
+#include "base/format.h"
+
+std::string EngineStateWords(EngineState state, int64_t hangs, bool channelsWatched) {
+  std::string stateWords;
+  switch (state) {
+    case EngineState::UNKNOWN:
+      stateWords = "Watching";
+      break;
+    case EngineState::RUNS:
+      stateWords = "The engine runs";
+      break;
+    case EngineState::STARTED_AGAIN:
+      stateWords = "The engine was found dead and is started again";
+      break;
+  }
+  if (hangs > 0)
+    stateWords += base::Format("; hang check: dead, %lld in a row", static_cast<long long>(hangs));
+  if (!channelsWatched) stateWords += "; its channels are not watched: it has not answered yet";
+  return stateWords;
+}
