@@ -8,6 +8,7 @@
 #include "base/format.h"
 #include "base/owners.h"
 #include "charset/cp949.h"
+#include "charset/is_utf8.h"
 #include "utils/DunraSTTUtils.h"
 
 namespace trace {

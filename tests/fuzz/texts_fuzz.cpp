@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "charset/cp949.h"
+#include "charset/is_utf8.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_base64.h"
 #include "smtp/smtp_headers.h"
