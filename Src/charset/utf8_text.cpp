@@ -167,11 +167,10 @@ size_t Utf8Character(std::string_view utf8) {
   return FittingUtf8(utf8, length) == length ? length : 0;
 }
 
-char32_t CodePoint(std::string_view utf8Character) {
+char32_t CodePoint(std::string_view utf8) {
   static constexpr uint8_t LEAD_BITS[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
-  char32_t codePoint = TextByte(utf8Character, 0) & LEAD_BITS[utf8Character.size()];
-  for (size_t i = 1; i < utf8Character.size(); ++i)
-    codePoint = (codePoint << 6) | (TextByte(utf8Character, i) & 0x3F);
+  char32_t codePoint = TextByte(utf8, 0) & LEAD_BITS[utf8.size()];
+  for (size_t i = 1; i < utf8.size(); ++i) codePoint = (codePoint << 6) | (TextByte(utf8, i) & 0x3F);
   return codePoint;
 }
 

@@ -16,7 +16,7 @@ namespace charset {
 size_t Utf8Character(std::string_view utf8);
 
 // The code point of one such character.
-char32_t CodePoint(std::string_view utf8Character);
+char32_t CodePoint(std::string_view utf8);
 
 // The longest beginning of a UTF-8 text, whole characters only, of at most limit bytes.
 std::string_view Utf8Prefix(std::string_view utf8, size_t limit);
