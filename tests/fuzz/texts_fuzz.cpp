@@ -59,16 +59,16 @@ void fuzz_charset(const std::string& bytes) {
 void fuzz_trace(const std::string& bytes) {
   const std::string text = bytes.c_str();
   std::string converted;
-  fuzz::Quickly(text, [&] { converted = trace::ToUtf8(text.c_str()); });
+  fuzz::Quickly(text, [&] { converted = trace::MessageToUtf8(text.c_str()); });
   HOLDS(converted.size() <= text.size() / 2 * 3 + 3);
 
-  static char buffer[trace::LINE_SIZE];
-  trace::Text line(buffer);
-  trace::BeginOrdinaryLine(&line, trace::SecondOf({}), 0, 9, 7, {"file", "function", 1});
+  static char buffer[trace::TRACE_LINE_SIZE];
+  trace::TraceText line(buffer);
+  trace::BeginOrdinaryLine(&line, trace::TraceSecondOf({}), 0, 9, 7, {"file", "function", 1});
   const size_t head = line.Size();
   line.Add(converted).Add("]\n");
   HOLDS(line.Size() == std::min(head + converted.size() + 2, sizeof buffer - 1));
-  HOLDS(!trace::IsPlain(text) || (converted == text && trace::AsPrintFormat(text) == text));
+  HOLDS(!trace::IsPlainMessage(text) || (converted == text && trace::AsPrintFormat(text) == text));
 
   // The expansion halves each doubled percent sign and changes nothing else.
   std::string doubled;
