@@ -13,6 +13,7 @@
 
 #include "base/owners.h"
 #include "charset/cp949.h"
+#include "charset/is_utf8.h"
 
 namespace {
 

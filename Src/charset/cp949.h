@@ -43,9 +43,4 @@ extern const uint16_t uni2ksc_code[11172];
 // not be a continuation byte unless the text goes on there. A NUL is fine.
 [[nodiscard]] int32_t decode_UTF8(const char* src, int32_t len, char* dst, int32_t cap);
 
-// Returns 1 when the NUL-terminated str consists of whole UTF-8 characters or is empty, else 0. Lead bytes up
-// to 0xFD are accepted, and so are characters of five and six bytes. Overlong forms, surrogates and values
-// above U+10FFFF are not detected.
-[[nodiscard]] int is_UTF8(const char* str);
-
 #endif

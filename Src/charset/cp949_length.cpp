@@ -1,55 +1,57 @@
 #include "charset/cp949_length.h"
 
-#include "charset/utf8_form.h"
+#include "charset/cp949_utf8_forms.h"
 
 namespace charset {
 namespace {
 
-constexpr size_t FIRST_CODE = 0x8141;  // the code of kUtf8Forms[0]
-constexpr size_t WITHOUT_A_FORM = 2;   // UTF-8 bytes of a code outside the table
+constexpr size_t UTF8_LENGTH_WITHOUT_FORM = 2;  // of a code outside the table
 
-struct Character {
-  size_t bytes;
-  size_t utf8_bytes;
+struct Cp949Character {
+  size_t cp949Bytes;
+  size_t utf8Bytes;
 };
 
 // A lead byte at the end of the text gets 0 as its trail byte.
-Character CharacterAt(std::string_view text, size_t at) {
-  const auto lead = static_cast<unsigned char>(text[at]);
+Cp949Character Cp949CharacterAt(std::string_view cp949, size_t at) {
+  const auto lead = static_cast<unsigned char>(cp949[at]);
   if (lead < 0x80) return {1, 1};
-  const size_t trail = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
-  const size_t index = lead * size_t{256} + trail - FIRST_CODE;  // wraps around below the first code
-  return {2, index < kUtf8Forms.size() ? size_t{kUtf8Forms[index].length} : WITHOUT_A_FORM};
+  const size_t trail = at + 1 < cp949.size() ? static_cast<unsigned char>(cp949[at + 1]) : 0;
+  const size_t codeIndex =
+      lead * size_t{256} + trail - FIRST_CP949_CODE;  // wraps around below the first code
+  if (codeIndex >= CP949_UTF8_FORMS.size()) return {2, UTF8_LENGTH_WITHOUT_FORM};
+  return {2, CP949_UTF8_FORMS[codeIndex].length};
 }
 
 }  // namespace
 
-std::string_view WholeCharacters(std::string_view text) {
-  size_t at = 0;
-  while (at < text.size()) at += CharacterAt(text, at).bytes;
-  return at > text.size() ? text.substr(0, text.size() - 1) : text;
+std::string_view WholeCp949Characters(std::string_view cp949) {
+  size_t cp949Length = 0;
+  while (cp949Length < cp949.size()) cp949Length += Cp949CharacterAt(cp949, cp949Length).cp949Bytes;
+  return cp949Length > cp949.size() ? cp949.substr(0, cp949.size() - 1) : cp949;
 }
 
-size_t Utf8Length(std::string_view text) {
-  size_t length = 0;
-  for (size_t at = 0; at < text.size();) {
-    const Character character = CharacterAt(text, at);
-    at += character.bytes;
-    length += character.utf8_bytes;
+size_t Utf8LengthOfCp949(std::string_view cp949) {
+  size_t utf8Length = 0;
+  for (size_t at = 0; at < cp949.size();) {
+    const Cp949Character character = Cp949CharacterAt(cp949, at);
+    at += character.cp949Bytes;
+    utf8Length += character.utf8Bytes;
   }
-  return length;
+  return utf8Length;
 }
 
-std::string_view PrefixWithinUtf8(std::string_view text, size_t limit) {
-  size_t length = 0;
-  size_t at = 0;
-  while (at < text.size()) {
-    const Character character = CharacterAt(text, at);
-    if (at + character.bytes > text.size() || length + character.utf8_bytes > limit) break;
-    at += character.bytes;
-    length += character.utf8_bytes;
+std::string_view Cp949PrefixWithinUtf8(std::string_view cp949, size_t utf8Limit) {
+  size_t utf8Length = 0;
+  size_t cp949Length = 0;
+  while (cp949Length < cp949.size()) {
+    const Cp949Character character = Cp949CharacterAt(cp949, cp949Length);
+    if (cp949Length + character.cp949Bytes > cp949.size()) break;
+    if (utf8Length + character.utf8Bytes > utf8Limit) break;
+    cp949Length += character.cp949Bytes;
+    utf8Length += character.utf8Bytes;
   }
-  return text.substr(0, at);
+  return cp949.substr(0, cp949Length);
 }
 
 }  // namespace charset

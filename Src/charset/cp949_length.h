@@ -9,13 +9,13 @@
 namespace charset {
 
 // The text without the half character that it may end in.
-std::string_view WholeCharacters(std::string_view text);
+std::string_view WholeCp949Characters(std::string_view cp949);
 
 // The length of the text as UTF-8, in bytes. A code without a mapping or outside the table counts 2.
-size_t Utf8Length(std::string_view text);
+size_t Utf8LengthOfCp949(std::string_view cp949);
 
-// The longest prefix of whole characters that takes at most limit bytes as UTF-8.
-std::string_view PrefixWithinUtf8(std::string_view text, size_t limit);
+// The longest prefix of whole characters that takes at most utf8Limit bytes as UTF-8.
+std::string_view Cp949PrefixWithinUtf8(std::string_view cp949, size_t utf8Limit);
 
 }  // namespace charset
 

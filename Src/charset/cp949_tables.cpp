@@ -1,6 +1,6 @@
 // Written by scripts/generate-cp949-tables: change that, not this.
 #include "charset/cp949.h"
-#include "charset/utf8_form.h"
+#include "charset/cp949_utf8_forms.h"
 
 // clang-format off
 constexpr uint16_t ksc2uni_code[18366] = {
@@ -2472,4 +2472,4 @@ constexpr uint16_t uni2ksc_code[11172] = {
 };
 // clang-format on
 
-constexpr charset::Utf8Forms charset::kUtf8Forms = MakeUtf8Forms(ksc2uni_code);
+constexpr charset::Cp949Utf8Forms charset::CP949_UTF8_FORMS = MakeCp949Utf8Forms(ksc2uni_code);

@@ -20,19 +20,19 @@ std::string Host() {
   return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
 }
 
-trace::Second SecondAt(time_t time) {
+trace::TraceSecond SecondAt(time_t time) {
   std::tm local{};
   localtime_r(&time, &local);
-  return trace::SecondOf(local);
+  return trace::TraceSecondOf(local);
 }
 
 DayFile TraceFile(const AgentConfig& config, char type, long channel, const std::string& prefix, time_t day) {
-  const trace::Second second = SecondAt(day);
+  const trace::TraceSecond second = SecondAt(day);
   const std::string host = Host();
-  char path[trace::PATH_SIZE];
-  trace::Text text(path);
-  trace::AddDatedFolder(&text, "", second);
-  trace::AddFileName(&text, type, channel, second, config.host_in_names ? host.c_str() : nullptr);
+  char path[trace::LOG_PATH_SIZE];
+  trace::TraceText text(path);
+  trace::AddDatedLogFolder(&text, "", second);
+  trace::AddLogFileName(&text, type, channel, second, config.host_in_names ? host.c_str() : nullptr);
   return {prefix, std::string(text.View())};
 }
 

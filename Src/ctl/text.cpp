@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "charset/cp949.h"
-#include "charset/repair.h"
+#include "charset/utf8_text.h"
 
 namespace ctl {
 namespace {

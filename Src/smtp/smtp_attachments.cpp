@@ -10,23 +10,24 @@
 
 namespace {
 
-constexpr smtp_text_rule ATTACHMENT_NAME{32, "'\"", false, true};
+constexpr smtp_text_rule ATTACHMENT_NAME_RULE{32, "'\"", false, true};
 
 // Sets the status of a file that could not be read, by errno.
-int FileFailure(smtp_session* session, int error) {
+int AttachmentFileFailure(smtp_session* session, int error) {
   return smtp_status_code_set(session, error == ENOMEM ? SMTP_NO_MEMORY : SMTP_FILE_FAILED);
 }
 
 bool ValidAttachmentName(const char* name) {
-  return name != nullptr && ATTACHMENT_NAME.Allows(name);
+  return name != nullptr && ATTACHMENT_NAME_RULE.Allows(name);
 }
 
 // Adds an encoded attachment. Null lines mean that the file failed with errno.
-int AddAttachment(smtp_session* session, const char* name, base::UniqueText lines, size_t length) {
-  if (lines == nullptr) return FileFailure(session, errno);
+int AddAttachment(smtp_session* session, const char* name, base::UniqueText base64Lines,
+                  size_t base64Length) {
+  if (base64Lines == nullptr) return AttachmentFileFailure(session, errno);
   return smtp_guarded(session, [&] {
     if (!ValidAttachmentName(name)) return smtp_status_code_set(session, SMTP_INVALID);
-    session->attachments.push_back({name, std::move(lines), length});
+    session->attachments.push_back({name, std::move(base64Lines), base64Length});
     return session->status;
   });
 }
@@ -35,18 +36,18 @@ int AddAttachment(smtp_session* session, const char* name, base::UniqueText line
 
 int smtp_attachment_add_path(smtp_session* session, const char* name, const char* path) {
   if (session->status != SMTP_SUCCESS) return session->status;
-  if (path == nullptr) return FileFailure(session, ENOENT);
-  size_t length = 0;
-  base::UniqueText lines(smtp_file_base64_lines(path, &length));
-  return AddAttachment(session, name, std::move(lines), length);
+  if (path == nullptr) return AttachmentFileFailure(session, ENOENT);
+  size_t base64Length = 0;
+  base::UniqueText base64Lines(smtp_file_base64_lines(path, &base64Length));
+  return AddAttachment(session, name, std::move(base64Lines), base64Length);
 }
 
 int smtp_attachment_add_fp(smtp_session* session, const char* name, FILE* stream) {
   if (session->status != SMTP_SUCCESS) return session->status;
-  if (stream == nullptr) return FileFailure(session, EBADF);
-  size_t length = 0;
-  base::UniqueText lines(smtp_ffile_base64_lines(stream, &length));
-  return AddAttachment(session, name, std::move(lines), length);
+  if (stream == nullptr) return AttachmentFileFailure(session, EBADF);
+  size_t base64Length = 0;
+  base::UniqueText base64Lines(smtp_ffile_base64_lines(stream, &base64Length));
+  return AddAttachment(session, name, std::move(base64Lines), base64Length);
 }
 
 int smtp_attachment_add_mem(smtp_session* session, const char* name, const void* data, size_t length) {
@@ -54,9 +55,9 @@ int smtp_attachment_add_mem(smtp_session* session, const char* name, const void*
   if (!ValidAttachmentName(name) || (data == nullptr && length != 0)) {
     return smtp_status_code_set(session, SMTP_INVALID);
   }
-  size_t linesLength = 0;
-  base::UniqueText lines(smtp_base64_lines(data, length, &linesLength));
-  return AddAttachment(session, name, std::move(lines), linesLength);
+  size_t base64Length = 0;
+  base::UniqueText base64Lines(smtp_base64_lines(data, length, &base64Length));
+  return AddAttachment(session, name, std::move(base64Lines), base64Length);
 }
 
 void smtp_attachment_clear_all(smtp_session* session) {

@@ -9,8 +9,8 @@
 
 struct smtp_attachment {
   std::string name;
-  base::UniqueText body;  // base64, already in lines
-  size_t bodyLength;
+  base::UniqueText base64Lines;
+  size_t base64Length;
 };
 
 #endif

@@ -11,7 +11,7 @@
 // is a text.
 char* smtp_base64_encode(const void* data, size_t length, size_t* encodedLength = nullptr);
 // Writes the four characters of the last 1, 2 or 3 bytes of the data, with padding and without a terminator.
-void smtp_base64_encode_block(const unsigned char* block, size_t count, char* out);
+void smtp_base64_encode_block(const unsigned char* block, size_t count, char* base64);
 
 // Base64 of data that arrives in pieces, in the lines of an attachment. The result equals smtp_chunk_split of
 // smtp_base64_encode of all the data: lines of 78 characters with CRLF, or a single CRLF without data. The
@@ -19,26 +19,27 @@ void smtp_base64_encode_block(const unsigned char* block, size_t count, char* ou
 class smtp_base64_lines_writer {
  public:
   // The number of data bytes that make two whole lines. Every piece but the last must be a multiple of it.
-  static constexpr size_t UNIT = 117;
+  static constexpr size_t TWO_LINES_DATA = 117;
 
   // Makes room for the lines of so much more data. Returns 0, or -1 without memory.
-  int Reserve(size_t dataLength);
+  int ReserveLines(size_t dataLength);
   // Appends the lines of a piece and makes room as needed. Returns 0, or -1 without memory.
-  int Add(const void* data, size_t length);
+  int AddLines(const void* data, size_t length);
   // Returns the text and its length, or null without memory.
-  base::UniqueText Finish(size_t* length);
+  base::UniqueText FinishLines(size_t* linesLength);
 
  private:
-  int Grow(size_t more, bool ahead);
-  void AddLast(const unsigned char* data, size_t length);
+  int GrowLines(size_t more, bool ahead);
+  void AddLastLines(const unsigned char* data, size_t length);
 
-  base::UniqueText text_;
-  size_t used_ = 0;
-  size_t allocated_ = 0;
+  base::UniqueText lines_;
+  size_t linesUsed_ = 0;
+  size_t linesAllocated_ = 0;
 };
 
-// Writes the two lines of UNIT bytes of data: 160 characters with the line ends, without a terminator.
-using smtp_base64_two_lines_t = void(const unsigned char* data, char* out);
+// Writes the two lines of TWO_LINES_DATA bytes of data: 160 characters with the line ends, without a
+// terminator.
+using smtp_base64_two_lines_t = void(const unsigned char* data, char* base64);
 smtp_base64_two_lines_t smtp_base64_two_lines_by_table;
 // Returns the fastest implementation for this processor.
 smtp_base64_two_lines_t* smtp_base64_two_lines();

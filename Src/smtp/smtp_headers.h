@@ -32,15 +32,15 @@ int smtp_print_header(smtp_session* session, const smtp_header& header);
 // possible: the last blank before width - 2 becomes CRLF and a space. Words are never split. A width below 3
 // counts as 3. The result is a new zero-terminated text on the heap, which the caller frees with free(); null
 // without memory.
-char* smtp_fold_whitespace(const char* line, size_t width);
+char* smtp_fold_whitespace(const char* headerLine, size_t width);
 // The length of the first of those lines: the index of the blank to replace, or the length of the whole text.
-size_t smtp_fold_whitespace_get_offset(const char* line, size_t width);
+size_t smtp_fold_whitespace_get_offset(const char* headerLine, size_t width);
 
 // Writes the present time as an RFC 5322 date of 31 characters and a terminator. Returns 0, or -1 when the
 // time cannot be told. The zone is given in whole hours, without its minutes (+0530 reads +0500) and without
 // summer time.
-int smtp_date_rfc_2822(char* destination);
-// The same for a local time that is offset seconds ahead of UTC.
-int smtp_date_format(const tm& local, long offset, char* destination);
+int smtp_date_rfc_2822(char* date);
+// The same for a local time that is zoneOffset seconds ahead of UTC.
+int smtp_date_format(const tm& local, long zoneOffset, char* date);
 
 #endif

@@ -19,8 +19,9 @@ constexpr int CODE_MAIL_ACCEPTED = 250;
 // Sends the sender, then the recipients in their order.
 int SendEnvelope(smtp_session* session) {
   const auto& addresses = session->addresses;
-  const auto sender = std::find_if(addresses.begin(), addresses.end(),
-                                   [](const smtp_address& a) { return a.kind == SMTP_ADDRESS_FROM; });
+  const auto sender = std::find_if(addresses.begin(), addresses.end(), [](const smtp_address& address) {
+    return address.kind == SMTP_ADDRESS_FROM;
+  });
   if (sender == addresses.end()) return smtp_status_code_set(session, SMTP_INVALID);
   smtp_set_read_timeout(session, ENVELOPE_TIMEOUT);
   smtp_mail_envelope_header(session, "MAIL FROM", *sender);
@@ -32,12 +33,12 @@ int SendEnvelope(smtp_session* session) {
   return session->status;
 }
 
-// Sends a command whose reply must have this code.
-int SendCommand(smtp_session* session, const char* line, int64_t timeout, int code) {
-  if (smtp_puts(session, line) != SMTP_SUCCESS) return session->status;
+// Sends a command whose reply must have the wanted code.
+int SendMailCommand(smtp_session* session, const char* command, int64_t timeout, int wantedCode) {
+  if (smtp_puts(session, command) != SMTP_SUCCESS) return session->status;
   smtp_set_read_timeout(session, timeout);
-  const int got = smtp_read_and_parse_code(session);
-  if (session->status != SMTP_SUCCESS || got == code) return session->status;
+  const int replyCode = smtp_read_and_parse_code(session);
+  if (session->status != SMTP_SUCCESS || replyCode == wantedCode) return session->status;
   return smtp_status_code_set(session, SMTP_UNEXPECTED_CODE);
 }
 
@@ -57,16 +58,16 @@ int smtp_mail(smtp_session* session, const char* body) {
     if (session->print != nullptr) return PrintMail(session, body);
     if (SendEnvelope(session) != SMTP_SUCCESS) return session->status;
     smtp_set_read_timeout(session, DATA_TIMEOUT);
-    if (SendCommand(session, "DATA\r\n", DATA_TIMEOUT, CODE_DATA_ACCEPTED) != SMTP_SUCCESS)
+    if (SendMailCommand(session, "DATA\r\n", DATA_TIMEOUT, CODE_DATA_ACCEPTED) != SMTP_SUCCESS)
       return session->status;
     if (PrintMail(session, body) != SMTP_SUCCESS) return session->status;
-    return SendCommand(session, ".\r\n", FINAL_REPLY_TIMEOUT, CODE_MAIL_ACCEPTED);
+    return SendMailCommand(session, ".\r\n", FINAL_REPLY_TIMEOUT, CODE_MAIL_ACCEPTED);
   });
 }
 
 int smtp_mail_envelope_header(smtp_session* session, const char* command, const smtp_address& address) {
-  const char* extension = smtp_str_has_nonascii_utf8(address.email.c_str()) != 0 ? " SMTPUTF8" : "";
-  smtp_puts(session, command + (":<" + address.email) + ">" + extension + "\r\n");
+  const char* utf8Extension = smtp_str_has_nonascii_utf8(address.email.c_str()) != 0 ? " SMTPUTF8" : "";
+  smtp_puts(session, command + (":<" + address.email) + ">" + utf8Extension + "\r\n");
   if (session->status == SMTP_SUCCESS) smtp_read_and_parse_code(session);
   return session->status;
 }

@@ -20,35 +20,35 @@ constexpr std::string_view BOUNDARY_START = "mime";
 constexpr size_t BOUNDARY_LETTERS = 10;
 
 // Fills in random numbers, or, where the kernel has none yet, numbers made from the clock.
-void FillWithRandom(std::array<uint32_t, BOUNDARY_LETTERS>& numbers) {
-  const ssize_t got = ::getrandom(numbers.data(), sizeof numbers, GRND_NONBLOCK);
-  if (got == static_cast<ssize_t>(sizeof numbers)) return;
+void FillBoundaryNumbers(std::array<uint32_t, BOUNDARY_LETTERS>& letterNumbers) {
+  const ssize_t randomBytes = ::getrandom(letterNumbers.data(), sizeof letterNumbers, GRND_NONBLOCK);
+  if (randomBytes == static_cast<ssize_t>(sizeof letterNumbers)) return;
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
-  auto state = static_cast<uint64_t>(now.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(now.tv_nsec);
-  for (auto& number : numbers) {
-    state = state * 6364136223846793005U + 1442695040888963407U;
-    number = static_cast<uint32_t>(state >> 33U);
+  auto clockRandom = static_cast<uint64_t>(now.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(now.tv_nsec);
+  for (auto& letterNumber : letterNumbers) {
+    clockRandom = clockRandom * 6364136223846793005U + 1442695040888963407U;
+    letterNumber = static_cast<uint32_t>(clockRandom >> 33U);
   }
 }
 
 }  // namespace
 
 void smtp_gen_mime_boundary(char* destination) {
-  std::array<uint32_t, BOUNDARY_LETTERS> numbers{};
-  FillWithRandom(numbers);
+  std::array<uint32_t, BOUNDARY_LETTERS> letterNumbers{};
+  FillBoundaryNumbers(letterNumbers);
   std::memcpy(destination, BOUNDARY_START.data(), BOUNDARY_START.size());
-  char* out = destination + BOUNDARY_START.size();
-  for (const uint32_t number : numbers) *out++ = static_cast<char>('A' + number % 26);
-  *out = '\0';
+  char* letter = destination + BOUNDARY_START.size();
+  for (const uint32_t letterNumber : letterNumbers) *letter++ = static_cast<char>('A' + letterNumber % 26);
+  *letter = '\0';
 }
 
 int smtp_print_email(smtp_session* session, const char* body) {
-  const base::UniqueText stuffed(smtp_str_replace("\n.", "\n..", body));
-  if (stuffed == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
+  const base::UniqueText dotStuffed(smtp_str_replace("\n.", "\n..", body));
+  if (dotStuffed == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
   if (smtp_header_exists(session, "Content-Type") != 0)
-    return smtp_print_nomime_email(session, stuffed.get());
-  return smtp_print_mime_email(session, stuffed.get());
+    return smtp_print_nomime_email(session, dotStuffed.get());
+  return smtp_print_mime_email(session, dotStuffed.get());
 }
 
 int smtp_print_nomime_email(smtp_session* session, const char* body) {
@@ -67,21 +67,21 @@ int smtp_print_mime_email(smtp_session* session, const char* body) {
 }
 
 int smtp_print_mime_header_and_body(smtp_session* session, const char* boundary, const char* body) {
-  std::string text = "MIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=";
-  text.append(boundary).append("\r\n\r\nMultipart MIME message.\r\n--").append(boundary);
-  text.append("\r\nContent-Type: text/html; charset=\"UTF-8\"\r\n\r\n").append(body).append("\r\n\r\n");
-  return smtp_puts(session, text);
+  std::string mimeBody = "MIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=";
+  mimeBody.append(boundary).append("\r\n\r\nMultipart MIME message.\r\n--").append(boundary);
+  mimeBody.append("\r\nContent-Type: text/html; charset=\"UTF-8\"\r\n\r\n").append(body).append("\r\n\r\n");
+  return smtp_puts(session, mimeBody);
 }
 
 int smtp_print_mime_attachment(smtp_session* session, const char* boundary,
                                const smtp_attachment& attachment) {
-  std::string head = "--";
-  head.append(boundary).append("\r\nContent-Type: application/octet-stream\r\n");
-  head.append("Content-Disposition: attachment; filename=\"").append(attachment.name);
-  head.append("\"\r\nContent-Transfer-Encoding: base64\r\n\r\n");
-  if (smtp_puts(session, head) != SMTP_SUCCESS) return session->status;
+  std::string mimeHead = "--";
+  mimeHead.append(boundary).append("\r\nContent-Type: application/octet-stream\r\n");
+  mimeHead.append("Content-Disposition: attachment; filename=\"").append(attachment.name);
+  mimeHead.append("\"\r\nContent-Transfer-Encoding: base64\r\n\r\n");
+  if (smtp_puts(session, mimeHead) != SMTP_SUCCESS) return session->status;
   // Written without a copy: an attachment may be too large for another one.
-  if (smtp_write(session, attachment.body.get(), attachment.bodyLength) != SMTP_SUCCESS)
+  if (smtp_write(session, attachment.base64Lines.get(), attachment.base64Length) != SMTP_SUCCESS)
     return session->status;
   return smtp_puts(session, "\r\n\r\n");
 }

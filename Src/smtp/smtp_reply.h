@@ -37,14 +37,14 @@ enum smtp_line_result : int {
 };
 // Reads the next line into reader->line. A line longer than SMTP_LINE_LIMIT is a failure.
 int smtp_str_getdelimfd(smtp_line_reader* reader);
-// Returns 1 and sets *position when the delimiter is among the bytes, else 0.
-int smtp_str_getdelimfd_search_delim(const char* bytes, size_t length, char delimiter, size_t* position);
-// Turns the first length bytes held into the line, and removes them and the delimiter after them from the
+// Returns 1 and sets *position when the delimiter is among the bytes received, else 0.
+int smtp_str_getdelimfd_search_delim(const char* received, size_t length, char delimiter, size_t* position);
+// Turns the first lineLength bytes held into the line, and removes them and the delimiter after them from the
 // buffer. Returns 0, or -1 without memory.
-int smtp_str_getdelimfd_set_line_and_buf(smtp_line_reader* reader, size_t length);
+int smtp_str_getdelimfd_set_line_and_buf(smtp_line_reader* reader, size_t lineLength);
 void smtp_str_getdelimfd_free(smtp_line_reader* reader);
 // Frees the reader's memory and returns the given result.
-int smtp_str_getdelimfd_throw_error(smtp_line_reader* reader, int result);
+int smtp_str_getdelimfd_throw_error(smtp_line_reader* reader, int lineResult);
 // The read callback of a session (its userData): waits, then receives.
 ptrdiff_t smtp_str_getdelimfd_read(smtp_line_reader* reader, char* destination, size_t count);
 // Waits until the socket can be read, at most for the read time-out. Returns 0, or -1 with status 6.
@@ -56,7 +56,7 @@ struct smtp_reply_line {
   std::string_view text;  // part of the given line
 };
 // Splits a reply line. Only a line of more than 4 characters has a code.
-smtp_reply_line smtp_parse_cmd_line(std::string_view line);
+smtp_reply_line smtp_parse_cmd_line(std::string_view replyLine);
 // Reads one line into reader.line and drops its last character (the carriage return). Results as
 // smtp_str_getdelimfd; a failure sets status 1 or 6.
 int smtp_getline(smtp_session* session);

@@ -25,7 +25,7 @@ constexpr int64_t HANDSHAKE_TIMEOUT = 300;
 constexpr int CODE_AUTHENTICATED = 235;
 constexpr int CODE_AUTH_GOES_ON = 334;
 
-constexpr std::array<const char*, SMTP_UNKNOWN + 1> STATUS_TEXTS = {
+constexpr std::array<const char*, SMTP_UNKNOWN + 1> SESSION_STATUS_TEXTS = {
     "Success",
     "Memory allocation failed",
     "Failed to connect to the mail server",
@@ -55,10 +55,9 @@ std::unique_ptr<smtp_session> NewSession(unsigned flags, const char* cafile) {
   return session;
 }
 
-// Sends one AUTH line: the command, the base64 of data, CRLF. Returns the status.
-int WriteAuthLine(smtp_session* session, const std::string& command, std::string_view data) {
-  size_t length = 0;
-  const base::UniqueText encoded(smtp_base64_encode(data.data(), data.size(), &length));
+// Sends one AUTH line: the command, the base64 of the credentials, CRLF. Returns the status.
+int WriteAuthLine(smtp_session* session, const std::string& command, std::string_view credentials) {
+  const base::UniqueText encoded(smtp_base64_encode(credentials.data(), credentials.size()));
   if (encoded == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
   return smtp_puts_terminate(session, (command + encoded.get()).c_str());
 }
@@ -74,19 +73,19 @@ int ExpectAuthReply(smtp_session* session, int code) {
 smtp_printed* smtp_print_instead = nullptr;
 
 int smtp_connect(smtp_session* session, const char* server, const char* port) {
-  base::AddressList addresses;
-  session->connectError = base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &addresses);
+  base::AddressList serverAddresses;
+  session->connectError = base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &serverAddresses);
   if (session->connectError == EAI_SYSTEM) session->connectError = errno;
   if (session->connectError == 0) {
-    for (const addrinfo* at = addresses.get(); at != nullptr; at = at->ai_next) {
-      base::UniqueFd sock = base::OpenSocket(at->ai_family, at->ai_protocol);
-      if (!sock.Valid() || base::Connect(sock.Get(), at->ai_addr, at->ai_addrlen) != 0) {
+    for (const addrinfo* address = serverAddresses.get(); address != nullptr; address = address->ai_next) {
+      base::UniqueFd sock = base::OpenSocket(address->ai_family, address->ai_protocol);
+      if (!sock.Valid() || base::Connect(sock.Get(), address->ai_addr, address->ai_addrlen) != 0) {
         session->connectError = errno;
         continue;
       }
       // A mail ends with several small writes. They must not wait for each other's acknowledgement.
-      const int on = 1;
-      ::setsockopt(sock.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+      const int noDelay = 1;
+      ::setsockopt(sock.Get(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
       session->sock = std::move(sock);
       return session->status;
     }
@@ -95,8 +94,8 @@ int smtp_connect(smtp_session* session, const char* server, const char* port) {
 }
 
 const char* smtp_connect_errstr(const smtp_session* session) {
-  const int error = session->connectError;
-  return error < 0 ? ::gai_strerror(error) : std::strerror(error);
+  const int connectError = session->connectError;
+  return connectError < 0 ? ::gai_strerror(connectError) : std::strerror(connectError);
 }
 
 int smtp_ehlo(smtp_session* session) {
@@ -144,35 +143,35 @@ int smtp_auth(smtp_session* session, int method, const char* user, const char* p
   const bool known = method == SMTP_METHOD_PLAIN || method == SMTP_METHOD_LOGIN;
   if (!known || user == nullptr || password == nullptr) return smtp_status_code_set(session, SMTP_INVALID);
   if (session->print != nullptr) return SMTP_SUCCESS;
-  const int result = smtp_guarded(session, [&] {
+  const int authStatus = smtp_guarded(session, [&] {
     return method == SMTP_METHOD_PLAIN ? smtp_auth_plain(session, user, password)
                                        : smtp_auth_login(session, user, password);
   });
-  return result == SMTP_SUCCESS ? result : smtp_status_code_set(session, SMTP_AUTH_FAILED);
+  return authStatus == SMTP_SUCCESS ? authStatus : smtp_status_code_set(session, SMTP_AUTH_FAILED);
 }
 
 int smtp_close(smtp_session* session) {
   if (session == smtp_no_memory_session()) return session->status;
-  const std::unique_ptr<smtp_session> owned(session);
-  const int before = smtp_status_code_clear(session);
-  if (session->print != nullptr) session->print->status = before;
+  const std::unique_ptr<smtp_session> ownedSession(session);
+  const int statusBefore = smtp_status_code_clear(session);
+  if (session->print != nullptr) session->print->status = statusBefore;
   if (session->sock.Valid()) {
     // After a failure the server's window may be full: do not wait for it again.
-    if (before != SMTP_SUCCESS) smtp_set_read_timeout(session, 0);
+    if (statusBefore != SMTP_SUCCESS) smtp_set_read_timeout(session, 0);
     smtp_puts(session, "QUIT\r\n");
     if (session->sock.Reset() != 0 && session->status == SMTP_SUCCESS) {
       smtp_status_code_set(session, SMTP_CLOSE_FAILED);
     }
   }
-  return before != SMTP_SUCCESS ? before : session->status;
+  return statusBefore != SMTP_SUCCESS ? statusBefore : session->status;
 }
 
 smtp_session* smtp_no_memory_session() {
   static smtp_session session = [] {
-    smtp_session fixed;
-    fixed.flags = UINT_MAX;
-    fixed.status = SMTP_NO_MEMORY;
-    return fixed;
+    smtp_session noMemory;
+    noMemory.flags = UINT_MAX;
+    noMemory.status = SMTP_NO_MEMORY;
+    return noMemory;
   }();
   return &session;
 }
@@ -193,6 +192,6 @@ int smtp_status_code_set(smtp_session* session, int status) {
 }
 
 const char* smtp_status_code_errstr(int status) {
-  const bool known = status >= 0 && status < SMTP_UNKNOWN;
-  return known ? STATUS_TEXTS[static_cast<size_t>(status)] : STATUS_TEXTS.back();
+  const bool knownStatus = status >= 0 && status < SMTP_UNKNOWN;
+  return knownStatus ? SESSION_STATUS_TEXTS[static_cast<size_t>(status)] : SESSION_STATUS_TEXTS.back();
 }

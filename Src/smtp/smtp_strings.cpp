@@ -24,11 +24,13 @@ int smtp_si_mul_size_t(size_t a, size_t b, size_t* result) {
 
 void* smtp_reallocarray(void* block, size_t count, size_t size) {
   size_t total = 0;
-  if (smtp_si_mul_size_t(count, size, &total) != 0) {
-    errno = ENOMEM;
-    return nullptr;
-  }
+  if (smtp_si_mul_size_t(count, size, &total) != 0) return smtp_out_of_memory();
   return std::realloc(block, total);
+}
+
+char* smtp_out_of_memory() {
+  errno = ENOMEM;
+  return nullptr;
 }
 
 char* smtp_strdup(const char* text) {
@@ -46,22 +48,25 @@ char* smtp_stpcpy(char* destination, const char* text) {
 namespace {
 
 size_t CountOccurrences(const char* text, const char* search, size_t searchLength) {
-  size_t count = 0;
-  for (const char* at = std::strstr(text, search); at != nullptr;
-       at = std::strstr(at + searchLength, search)) {
-    ++count;
+  size_t occurrences = 0;
+  for (const char* found = std::strstr(text, search); found != nullptr;
+       found = std::strstr(found + searchLength, search)) {
+    ++occurrences;
   }
-  return count;
+  return occurrences;
 }
 
-// Computes length - count * removed + count * added + 1. Returns 1 on overflow, else 0.
-int ReplacedSize(size_t length, size_t count, size_t removed, size_t added, size_t* size) {
-  size_t gone = 0;
-  size_t come = 0;
-  return static_cast<int>(
-      smtp_si_mul_size_t(count, removed, &gone) != 0 || smtp_si_mul_size_t(count, added, &come) != 0 ||
-      smtp_si_sub_size_t(length, gone, size) != 0 || smtp_si_add_size_t(*size, come, size) != 0 ||
-      smtp_si_add_size_t(*size, 1, size) != 0);
+// Computes length - occurrences * searchLength + occurrences * replaceLength + 1. Returns 1 on overflow, else
+// 0.
+int ReplacedSize(size_t length, size_t occurrences, size_t searchLength, size_t replaceLength,
+                 size_t* replacedSize) {
+  size_t removed = 0;
+  size_t added = 0;
+  return static_cast<int>(smtp_si_mul_size_t(occurrences, searchLength, &removed) != 0 ||
+                          smtp_si_mul_size_t(occurrences, replaceLength, &added) != 0 ||
+                          smtp_si_sub_size_t(length, removed, replacedSize) != 0 ||
+                          smtp_si_add_size_t(*replacedSize, added, replacedSize) != 0 ||
+                          smtp_si_add_size_t(*replacedSize, 1, replacedSize) != 0);
 }
 
 }  // namespace
@@ -70,45 +75,44 @@ char* smtp_str_replace(const char* search, const char* replace, const char* text
   const size_t searchLength = std::strlen(search);
   const size_t replaceLength = std::strlen(replace);
   if (searchLength == 0) return smtp_strdup(text);
-  size_t size = 0;
+  size_t replacedSize = 0;
   if (ReplacedSize(std::strlen(text), CountOccurrences(text, search, searchLength), searchLength,
-                   replaceLength, &size) != 0) {
-    errno = ENOMEM;
-    return nullptr;
+                   replaceLength, &replacedSize) != 0) {
+    return smtp_out_of_memory();
   }
-  auto* result = static_cast<char*>(std::malloc(size));
-  if (result == nullptr) return nullptr;
-  char* out = result;
-  for (const char* at = std::strstr(text, search); at != nullptr; at = std::strstr(text, search)) {
-    std::memcpy(out, text, static_cast<size_t>(at - text));
-    out = smtp_stpcpy(out + (at - text), replace);
-    text = at + searchLength;
+  auto* replaced = static_cast<char*>(std::malloc(replacedSize));
+  if (replaced == nullptr) return nullptr;
+  char* replacedEnd = replaced;
+  for (const char* found = std::strstr(text, search); found != nullptr; found = std::strstr(text, search)) {
+    std::memcpy(replacedEnd, text, static_cast<size_t>(found - text));
+    replacedEnd = smtp_stpcpy(replacedEnd + (found - text), replace);
+    text = found + searchLength;
   }
-  smtp_stpcpy(out, text);
-  return result;
+  smtp_stpcpy(replacedEnd, text);
+  return replaced;
 }
 
 size_t smtp_utf8_charlen(char lead) {
-  const auto byte = static_cast<unsigned char>(lead);
-  if (byte < 0x80) return 1;
-  if (byte < 0xC0) return 0;
-  if (byte < 0xE0) return 2;
-  if (byte < 0xF0) return 3;
-  return byte < 0xF8 ? 4 : 0;
+  const auto leadByte = static_cast<unsigned char>(lead);
+  if (leadByte < 0x80) return 1;
+  if (leadByte < 0xC0) return 0;
+  if (leadByte < 0xE0) return 2;
+  if (leadByte < 0xF0) return 3;
+  return leadByte < 0xF8 ? 4 : 0;
 }
 
 namespace {
 
 // The length of the text's ASCII prefix, in steps of 8 bytes.
 size_t AsciiPrefix(std::string_view text) {
-  size_t at = 0;
-  uint64_t word = 0;
-  while (text.size() - at >= sizeof word) {
-    std::memcpy(&word, text.data() + at, sizeof word);
-    if ((word & 0x8080808080808080U) != 0) break;
-    at += sizeof word;
+  size_t asciiLength = 0;
+  uint64_t eightBytes = 0;
+  while (text.size() - asciiLength >= sizeof eightBytes) {
+    std::memcpy(&eightBytes, text.data() + asciiLength, sizeof eightBytes);
+    if ((eightBytes & 0x8080808080808080U) != 0) break;
+    asciiLength += sizeof eightBytes;
   }
-  return at;
+  return asciiLength;
 }
 
 }  // namespace
@@ -116,9 +120,9 @@ size_t AsciiPrefix(std::string_view text) {
 size_t smtp_strnlen_utf8(std::string_view text, size_t minimum) {
   size_t length = AsciiPrefix(text.substr(0, minimum));
   while (length < minimum && length < text.size()) {
-    const size_t character = smtp_utf8_charlen(text[length]);
-    if (character == 0) return SIZE_MAX;
-    length += character;
+    const size_t characterLength = smtp_utf8_charlen(text[length]);
+    if (characterLength == 0) return SIZE_MAX;
+    length += characterLength;
   }
   return length < text.size() ? length : text.size();
 }
@@ -130,46 +134,44 @@ int smtp_str_has_nonascii_utf8(const char* text) {
   return 0;
 }
 
-char* smtp_split_into(std::string_view text, size_t n, std::string_view ending, char* out) {
+char* smtp_split_into(std::string_view text, size_t n, std::string_view pieceEnding, char* split) {
   while (!text.empty()) {
-    const size_t piece = smtp_strnlen_utf8(text, n);
-    if (piece == SIZE_MAX) return nullptr;
-    std::memcpy(out, text.data(), piece);
-    std::memcpy(out + piece, ending.data(), ending.size());
-    out += piece + ending.size();
-    text.remove_prefix(piece);
+    const size_t pieceLength = smtp_strnlen_utf8(text, n);
+    if (pieceLength == SIZE_MAX) return nullptr;
+    std::memcpy(split, text.data(), pieceLength);
+    std::memcpy(split + pieceLength, pieceEnding.data(), pieceEnding.size());
+    split += pieceLength + pieceEnding.size();
+    text.remove_prefix(pieceLength);
   }
-  return out;
+  return split;
 }
 
-int smtp_split_size(size_t length, size_t n, size_t ending, size_t* size) {
-  const size_t pieces = length / n + static_cast<size_t>(length % n != 0);
-  return static_cast<int>(smtp_si_mul_size_t(pieces, ending, size) != 0 ||
-                          smtp_si_add_size_t(*size, length, size) != 0 ||
-                          smtp_si_add_size_t(*size, 1, size) != 0);
+int smtp_split_size(size_t textLength, size_t n, size_t endingLength, size_t* splitSize) {
+  const size_t pieces = textLength / n + static_cast<size_t>(textLength % n != 0);
+  return static_cast<int>(smtp_si_mul_size_t(pieces, endingLength, splitSize) != 0 ||
+                          smtp_si_add_size_t(*splitSize, textLength, splitSize) != 0 ||
+                          smtp_si_add_size_t(*splitSize, 1, splitSize) != 0);
 }
 
-char* smtp_chunk_split(const char* text, size_t n, const char* ending) {
+char* smtp_chunk_split(const char* text, size_t n, const char* pieceEnding) {
   if (n == 0) {
     errno = EINVAL;
     return nullptr;
   }
-  if (*text == '\0') return smtp_strdup(ending);
-  const std::string_view whole(text);
-  size_t size = 0;
-  if (smtp_split_size(whole.size(), n, std::strlen(ending), &size) != 0) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  UniqueText result(static_cast<char*>(std::malloc(size)));
-  if (result == nullptr) return nullptr;
-  char* end = smtp_split_into(whole, n, ending, result.get());
-  if (end == nullptr) {
+  if (*text == '\0') return smtp_strdup(pieceEnding);
+  const std::string_view unsplit(text);
+  size_t splitSize = 0;
+  if (smtp_split_size(unsplit.size(), n, std::strlen(pieceEnding), &splitSize) != 0)
+    return smtp_out_of_memory();
+  UniqueText split(static_cast<char*>(std::malloc(splitSize)));
+  if (split == nullptr) return nullptr;
+  char* splitEnd = smtp_split_into(unsplit, n, pieceEnding, split.get());
+  if (splitEnd == nullptr) {
     errno = EINVAL;
     return nullptr;
   }
-  *end = '\0';
-  return result.release();
+  *splitEnd = '\0';
+  return split.release();
 }
 
 bool smtp_text_rule::Allows(char c) const {

@@ -14,6 +14,8 @@ int smtp_si_mul_size_t(size_t a, size_t b, size_t* result);
 
 // realloc(3) of count * size bytes. Null with ENOMEM also on overflow; the old block then stays.
 void* smtp_reallocarray(void* block, size_t count, size_t size);
+// Sets errno to ENOMEM and returns null.
+char* smtp_out_of_memory();
 char* smtp_strdup(const char* text);
 // Copies the text with its terminator. Returns the terminator's address.
 char* smtp_stpcpy(char* destination, const char* text);
@@ -34,13 +36,13 @@ int smtp_str_has_nonascii_utf8(const char* text);
 
 // The text in pieces of n bytes, each followed by the ending. A piece that would cut a character is extended
 // to its end. An empty text gives one ending. EINVAL when n is 0 or the text is not UTF-8.
-char* smtp_chunk_split(const char* text, size_t n, const char* ending);
-// Sets *size to the most bytes that a text of this length, split into pieces of n (not 0) with an ending of
-// this length each, can take, terminator included. Returns 1 when that overflows, else 0.
-int smtp_split_size(size_t length, size_t n, size_t ending, size_t* size);
+char* smtp_chunk_split(const char* text, size_t n, const char* pieceEnding);
+// Sets *splitSize to the most bytes that a text of this length, split into pieces of n (not 0) with an ending
+// of this length each, can take, terminator included. Returns 1 when that overflows, else 0.
+int smtp_split_size(size_t textLength, size_t n, size_t endingLength, size_t* splitSize);
 // Writes the pieces of a text as smtp_chunk_split does, nothing for an empty text. Returns the end of what
 // was written, or null when the text is not UTF-8.
-char* smtp_split_into(std::string_view text, size_t n, std::string_view ending, char* out);
+char* smtp_split_into(std::string_view text, size_t n, std::string_view pieceEnding, char* split);
 
 // The bytes that a text may have: none below lowestByte, no 127 and none of refusedBytes. Line breaks are
 // below every lowestByte.

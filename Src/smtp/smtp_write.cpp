@@ -13,10 +13,10 @@ void smtp_puts_dbg(const smtp_session* session, const char* label, std::string_v
   if (smtp_overhear != nullptr) smtp_overhear(label, text);
   if ((session->flags & SMTP_FLAG_DEBUG) == 0) return;
   try {
-    std::string copy(text);
+    std::string printedText(text);
     std::replace_if(
-        copy.begin(), copy.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
-    std::fprintf(stderr, "[smtp %s]: %s\n", label, copy.c_str());
+        printedText.begin(), printedText.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
+    std::fprintf(stderr, "[smtp %s]: %s\n", label, printedText.c_str());
   } catch (const std::exception&) {
     return;  // a debug print must not make the mail fail
   }
@@ -30,8 +30,8 @@ int smtp_write(smtp_session* session, const char* data, size_t length) {
     session->print->text.append(data, length);
     return session->status;
   }
-  const int64_t wait = std::clamp<int64_t>(session->readTimeout, 0, INT32_MAX) * 1000;
-  if (base::SendAll(session->sock.Get(), data, length, wait) != 0) {
+  const int64_t sendTimeout = std::clamp<int64_t>(session->readTimeout, 0, INT32_MAX) * 1000;
+  if (base::SendAll(session->sock.Get(), data, length, sendTimeout) != 0) {
     return smtp_status_code_set(session, SMTP_SEND_FAILED);
   }
   return session->status;
@@ -47,7 +47,7 @@ int smtp_puts(smtp_session* session, const std::string& text) {
 
 int smtp_puts_terminate(smtp_session* session, const char* text) {
   return smtp_guarded(session, [&] {
-    const std::string line = std::string(text) + "\r\n";
-    return smtp_write(session, line.data(), line.size());
+    const std::string terminated = std::string(text) + "\r\n";
+    return smtp_write(session, terminated.data(), terminated.size());
   });
 }

@@ -1,4 +1,4 @@
-// The fixed names. LogTrace stands in trace_log.cpp, MakeFolders in folders.cpp.
+// The fixed names. LogTrace stands in trace_log.cpp, MakeFolders in make_folders.cpp.
 #include "utils/DunraSTTUtils.h"
 
 #include <algorithm>
@@ -37,9 +37,9 @@ void DunraSTTUtils::SetLogHostnameFlag(long flag) {
 }
 
 void DunraSTTUtils::StrNCopy(char* dst, unsigned /*size*/, const char* src, unsigned len) {
-  const size_t text = strnlen(src, len);
-  std::memcpy(dst, src, text);
-  std::memset(dst + text, 0, len - text);
+  const size_t copied = strnlen(src, len);
+  std::memcpy(dst, src, copied);
+  std::memset(dst + copied, 0, len - copied);
 }
 
 char* DunraSTTUtils::StrCate(char* dst, unsigned /*size*/, const char* src) {

@@ -22,163 +22,167 @@
 
 namespace {
 
-constexpr size_t FORMATTED_LIMIT = 99'999;
+constexpr size_t FORMATTED_MESSAGE_LIMIT = 99'999;
 constexpr size_t LOG_FOLDER_SIZE = 4096;
-constexpr size_t HOST_NAME_SIZE = 4096;
+constexpr size_t LOG_HOST_NAME_SIZE = 4096;
 constexpr mode_t LOG_FILE_MODE = 0655;
 constexpr mode_t LOG_FOLDER_MODE = 0755;
-constexpr mode_t MODE_BITS = 07777;
+constexpr mode_t FOLDER_MODE_BITS = 07777;
 
 // What the path of a log file depends on, unless it contains the host name.
-struct PathKey {
-  time_t since;
+struct LogPathKey {
+  time_t secondTime;
   unsigned settings;
-  char type;
-  bool dated;
-  long channel;
-  bool operator==(const PathKey&) const = default;
+  char traceType;
+  bool datedFolder;
+  long traceChannel;
+  bool operator==(const LogPathKey&) const = default;
 };
 
 std::atomic<unsigned> logSettings{0};  // the number of changes
 
 // The buffers for one line. The arrays are never cleared: usually only their first bytes are touched.
-struct LineWorkspace {
-  time_t since;  // the time of `second`; 0: none yet
-  trace::Second second;
-  PathKey pathKey;  // what `path` was made from; its `since` is 0 at first
-  char line[trace::LINE_SIZE];
-  char folder[trace::PATH_SIZE];
-  char path[trace::PATH_SIZE];
-  char host[HOST_NAME_SIZE];
+struct TraceWorkspace {
+  time_t secondTime;  // the time of `second`; 0: none yet
+  trace::TraceSecond second;
+  LogPathKey logPathKey;  // what `logPath` was made from; its `secondTime` is 0 at first
+  char traceLine[trace::TRACE_LINE_SIZE];
+  char logFolder[trace::LOG_PATH_SIZE];
+  char logPath[trace::LOG_PATH_SIZE];
+  char logHost[LOG_HOST_NAME_SIZE];
 };
 
 // One workspace serves all threads; it is too large for a thread's stack. A thread that finds it in use
 // allocates another.
-LineWorkspace sharedWorkspace;
-std::atomic_flag sharedInUse;
+TraceWorkspace sharedTraceWorkspace;
+std::atomic_flag sharedWorkspaceInUse;
 
-class BorrowedWorkspace {
+class BorrowedTraceWorkspace {
  public:
-  BorrowedWorkspace() {
-    if (!sharedInUse.test_and_set(std::memory_order_acquire)) return;
-    own_.reset(new LineWorkspace);
-    own_->since = 0;
-    own_->pathKey.since = 0;
+  BorrowedTraceWorkspace() {
+    if (!sharedWorkspaceInUse.test_and_set(std::memory_order_acquire)) return;
+    ownWorkspace_.reset(new TraceWorkspace);
+    ownWorkspace_->secondTime = 0;
+    ownWorkspace_->logPathKey.secondTime = 0;
   }
-  ~BorrowedWorkspace() {
-    if (!own_) sharedInUse.clear(std::memory_order_release);
+  ~BorrowedTraceWorkspace() {
+    if (!ownWorkspace_) sharedWorkspaceInUse.clear(std::memory_order_release);
   }
-  BorrowedWorkspace(const BorrowedWorkspace&) = delete;
-  BorrowedWorkspace& operator=(const BorrowedWorkspace&) = delete;
-  LineWorkspace& operator*() const { return own_ ? *own_ : sharedWorkspace; }
+  BorrowedTraceWorkspace(const BorrowedTraceWorkspace&) = delete;
+  BorrowedTraceWorkspace& operator=(const BorrowedTraceWorkspace&) = delete;
+  TraceWorkspace& operator*() const { return ownWorkspace_ ? *ownWorkspace_ : sharedTraceWorkspace; }
 
  private:
-  std::unique_ptr<LineWorkspace> own_;
+  std::unique_ptr<TraceWorkspace> ownWorkspace_;
 };
 
 // What few lines need is kept out of the way of the others (gnu::cold): between two lines the kernel takes
 // most of the processor's cache, and code that is not there costs more than code that runs.
 
-[[gnu::cold]] void BeginSecond(time_t now, LineWorkspace* work) {
+[[gnu::cold]] void BeginTraceSecond(time_t now, TraceWorkspace* workspace) {
   std::tm local{};
   localtime_r(&now, &local);
-  work->second = trace::SecondOf(local);
-  work->since = now;
+  workspace->second = trace::TraceSecondOf(local);
+  workspace->secondTime = now;
 }
 
 // Returns the nanoseconds of the present time and updates the workspace's second. Most lines share their
 // second with the line before, so it is kept.
-long TellTime(LineWorkspace* work) {
+long TellTraceTime(TraceWorkspace* workspace) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  if (now.tv_sec != work->since) BeginSecond(now.tv_sec, work);
+  if (now.tv_sec != workspace->secondTime) BeginTraceSecond(now.tv_sec, workspace);
   return now.tv_nsec;
 }
 
-[[gnu::cold]] const char* HostName(LineWorkspace* work) {
-  if (gethostname(work->host, HOST_NAME_SIZE) != 0) work->host[0] = '\0';
-  work->host[HOST_NAME_SIZE - 1] = '\0';
-  return work->host;
+[[gnu::cold]] const char* LogHostName(TraceWorkspace* workspace) {
+  if (gethostname(workspace->logHost, LOG_HOST_NAME_SIZE) != 0) workspace->logHost[0] = '\0';
+  workspace->logHost[LOG_HOST_NAME_SIZE - 1] = '\0';
+  return workspace->logHost;
 }
 
-[[gnu::cold]] void MakePath(const PathKey& key, const char* host, LineWorkspace* work) {
-  const auto [since, changes, type, dated, channel] = key;
-  work->pathKey = key;
-  trace::Text path(work->path);
+[[gnu::cold]] void MakeLogPath(const LogPathKey& key, const char* host, TraceWorkspace* workspace) {
+  const auto [secondTime, changes, type, dated, channel] = key;
+  workspace->logPathKey = key;
+  trace::TraceText logPath(workspace->logPath);
   if (dated) {
-    const char* const parent = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
-    trace::AddDatedFolder(&path, parent, work->second);
-    trace::Text(work->folder).Add(path.View()).Terminated();
+    const char* const logRoot = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
+    trace::AddDatedLogFolder(&logPath, logRoot, workspace->second);
+    trace::TraceText(workspace->logFolder).Add(logPath.View()).Terminated();
   }
-  trace::AddFileName(&path, type, channel, work->second, host);
-  path.Terminated();
+  trace::AddLogFileName(&logPath, type, channel, workspace->second, host);
+  logPath.Terminated();
 }
 
 // Sets the paths of the line's file and of its folder. Both are kept, because most lines go to the same file
 // as the line before.
-void SetPaths(char type, long channel, bool dated, LineWorkspace* work) {
-  const char* const host = DunraSTTUtils::GetLogHostnameFlag() != 0 ? HostName(work) : nullptr;
-  const PathKey key{work->since, logSettings.load(std::memory_order_relaxed), type, dated, channel};
-  if (key != work->pathKey || host != nullptr) MakePath(key, host, work);
+void SetLogPaths(char type, long channel, bool dated, TraceWorkspace* workspace) {
+  const char* const host = DunraSTTUtils::GetLogHostnameFlag() != 0 ? LogHostName(workspace) : nullptr;
+  const LogPathKey key{workspace->secondTime, logSettings.load(std::memory_order_relaxed), type, dated,
+                       channel};
+  if (key != workspace->logPathKey || host != nullptr) MakeLogPath(key, host, workspace);
 }
 
 // Creates the folder unless it exists with the right mode.
-void EnsureFolder(const char* path) {
+void EnsureLogFolder(const char* logFolder) {
   struct stat status;
-  if (::stat(path, &status) == 0 && (status.st_mode & MODE_BITS) == LOG_FOLDER_MODE) return;
-  DunraSTTUtils::MakeFolders(path);
+  if (::stat(logFolder, &status) == 0 && (status.st_mode & FOLDER_MODE_BITS) == LOG_FOLDER_MODE) return;
+  DunraSTTUtils::MakeFolders(logFolder);
 }
 
-int AppendToLogFile(const char* path, std::string_view line) {
-  const base::UniqueFd file(::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, LOG_FILE_MODE));
-  if (!file.Valid()) return -1;
-  [[maybe_unused]] const ssize_t written = ::write(file.Get(), line.data(), line.size());
+int AppendToLogFile(const char* logPath, std::string_view traceLine) {
+  const base::UniqueFd logFile(::open(logPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, LOG_FILE_MODE));
+  if (!logFile.Valid()) return -1;
+  [[maybe_unused]] const ssize_t written = ::write(logFile.Get(), traceLine.data(), traceLine.size());
   return 0;
 }
 
-void SaveInLogFile(char type, long channel, long save, LineWorkspace* work, std::string_view line) {
+void SaveInLogFile(char type, long channel, long save, TraceWorkspace* workspace,
+                   std::string_view traceLine) {
   const bool dated = save != 0;
-  SetPaths(type, channel, dated, work);
-  if (dated) EnsureFolder(work->folder);
-  if (AppendToLogFile(work->path, line) != 0 && type == TRACE_ORDINARY)
+  SetLogPaths(type, channel, dated, workspace);
+  if (dated) EnsureLogFolder(workspace->logFolder);
+  if (AppendToLogFile(workspace->logPath, traceLine) != 0 && type == TRACE_ORDINARY)
     std::fputs("log file open error", stdout);
 }
 
 // The message follows the head of a line.
-[[gnu::cold]] void ConvertMessage(size_t head, size_t limit, trace::Text* line) {
-  const std::string message = trace::ToUtf8(std::string(line->View().substr(head)));
-  line->CutTo(head);
-  line->Add(std::string_view(message).substr(0, limit));
+[[gnu::cold]] void ConvertTraceMessage(size_t headSize, size_t messageLimit, trace::TraceText* traceLine) {
+  const std::string message = trace::MessageToUtf8(std::string(traceLine->View().substr(headSize)));
+  traceLine->CutTo(headSize);
+  traceLine->Add(std::string_view(message).substr(0, messageLimit));
 }
 
-[[gnu::cold]] void EchoAsFormat(std::string_view line) {
-  base::Echo(trace::AsPrintFormat(line));
+[[gnu::cold]] void EchoTraceAsFormat(std::string_view traceLine) {
+  base::Echo(trace::AsPrintFormat(traceLine));
 }
 
-[[gnu::format(printf, 6, 0)]] void LogLine(char type, long level, long channel, long save,
-                                           const trace::Place& place, const char* format, va_list arguments) {
+[[gnu::format(printf, 6, 0)]] void LogTraceLine(char type, long level, long channel, long save,
+                                                const trace::TracePlace& place, const char* format,
+                                                va_list arguments) {
   const bool hang = type == TRACE_HANG;
-  const size_t limit = hang ? trace::HANG_LIMIT : trace::MESSAGE_LIMIT;
-  const BorrowedWorkspace borrowed;
-  LineWorkspace& work = *borrowed;
-  const long nanoseconds = TellTime(&work);
-  trace::Text line(work.line);
+  const size_t messageLimit = hang ? trace::HANG_MESSAGE_LIMIT : trace::TRACE_MESSAGE_LIMIT;
+  const BorrowedTraceWorkspace borrowed;
+  TraceWorkspace& workspace = *borrowed;
+  const long nanoseconds = TellTraceTime(&workspace);
+  trace::TraceText traceLine(workspace.traceLine);
   if (hang) {
-    trace::BeginHangLine(&line, work.second, nanoseconds);
+    trace::BeginHangLine(&traceLine, workspace.second, nanoseconds);
   } else {
-    trace::BeginOrdinaryLine(&line, work.second, nanoseconds, level, channel, place);
+    trace::BeginOrdinaryLine(&traceLine, workspace.second, nanoseconds, level, channel, place);
   }
-  const size_t head = line.Size();
-  line.AddFormatted(FORMATTED_LIMIT, format, arguments);
-  const bool plain = trace::IsPlain(line.View().substr(head));
-  if (!plain || line.Size() - head > limit) ConvertMessage(head, limit, &line);
-  line.Add("]\n");
+  const size_t headSize = traceLine.Size();
+  traceLine.AddFormatted(FORMATTED_MESSAGE_LIMIT, format, arguments);
+  const bool plain = trace::IsPlainMessage(traceLine.View().substr(headSize));
+  if (!plain || traceLine.Size() - headSize > messageLimit)
+    ConvertTraceMessage(headSize, messageLimit, &traceLine);
+  traceLine.Add("]\n");
   if (plain) {
-    base::Echo(line.View());
+    base::Echo(traceLine.View());
   } else {
-    EchoAsFormat(line.View());
+    EchoTraceAsFormat(traceLine.View());
   }
-  if (hang || save != 0) SaveInLogFile(type, channel, save, &work, line.View());
+  if (hang || save != 0) SaveInLogFile(type, channel, save, &workspace, traceLine.View());
 }
 
 }  // namespace
@@ -191,7 +195,7 @@ void DunraSTTUtils::LogTrace(char type, long level, long channel, long save, con
   va_list arguments;
   va_start(arguments, format);
   try {
-    LogLine(type, level, channel, save, {file, function, line}, format, arguments);
+    LogTraceLine(type, level, channel, save, {file, function, line}, format, arguments);
   } catch (const std::bad_alloc&) {
     std::fputs("no memory for a trace line\n", stderr);
   }
@@ -201,40 +205,41 @@ void DunraSTTUtils::LogTrace(char type, long level, long channel, long save, con
 namespace trace {
 namespace {
 
-std::string_view Day(const Second& second) {
+std::string_view LogDay(const TraceSecond& second) {
   return {second.day, sizeof second.day - 1};
 }
 
 }  // namespace
 
-[[gnu::cold]] void AddDatedFolder(Text* path, const char* folder, const Second& second) {
-  path->Add(folder).Add(Day(second)).Add("/");
+[[gnu::cold]] void AddDatedLogFolder(TraceText* logPath, const char* logFolder, const TraceSecond& second) {
+  logPath->Add(logFolder).Add(LogDay(second)).Add("/");
 }
 
-[[gnu::cold]] void AddFileName(Text* path, char type, long channel, const Second& second, const char* host) {
+[[gnu::cold]] void AddLogFileName(TraceText* logPath, char type, long channel, const TraceSecond& second,
+                                  const char* host) {
   const auto addHost = [&] {
-    if (host != nullptr) path->Add(host).Add(".");
+    if (host != nullptr) logPath->Add(host).Add(".");
   };
   if (type == TRACE_HANG) {
-    path->Add("hang.");
+    logPath->Add("hang.");
     addHost();
-    path->Add(Day(second)).Add(".log");
+    logPath->Add(LogDay(second)).Add(".log");
   } else if (channel == TRACE_MAIN_CHANNEL) {
-    path->Add("MAIN.");
+    logPath->Add("MAIN.");
     addHost();
-    path->Add("LOG");
+    logPath->Add("LOG");
   } else {
-    path->AddNumber(channel, 5).Add(".");
+    logPath->AddNumber(channel, 5).Add(".");
     addHost();
-    path->Add(Day(second).substr(4)).Add(".LOG");  // without the year
+    logPath->Add(LogDay(second).substr(4)).Add(".LOG");  // without the year
   }
 }
 
 // An unchanged path is not written again: every report sets the paths, and writing would race with readers.
-void KeepLogFolder(char* buffer, const char* path) {
-  const auto length = static_cast<unsigned>(std::min(std::strlen(path), LOG_FOLDER_SIZE - 1));
-  if (std::strncmp(buffer, path, length) == 0) return;
-  DunraSTTUtils::StrNCopy(buffer, LOG_FOLDER_SIZE, path, length);
+void KeepLogFolder(char* keptFolder, const char* logFolder) {
+  const auto length = static_cast<unsigned>(std::min(std::strlen(logFolder), LOG_FOLDER_SIZE - 1));
+  if (std::strncmp(keptFolder, logFolder, length) == 0) return;
+  DunraSTTUtils::StrNCopy(keptFolder, LOG_FOLDER_SIZE, logFolder, length);
   LogPathChanged();
 }
 

@@ -10,18 +10,18 @@
 namespace trace {
 
 // Longer than any path that the kernel accepts, so a path that was cut never names another file.
-inline constexpr size_t PATH_SIZE = 12'288;
+inline constexpr size_t LOG_PATH_SIZE = 12'288;
 
-// Adds "<folder>YYYYMMDD/".
-void AddDatedFolder(Text* path, const char* folder, const Second& second);
+// Adds "<logFolder>YYYYMMDD/".
+void AddDatedLogFolder(TraceText* logPath, const char* logFolder, const TraceSecond& second);
 
 // Adds the file name of an ordinary line ('A') or a hang line ('H'). It contains the host unless host is
 // null.
-void AddFileName(Text* path, char type, long channel, const Second& second, const char* host);
+void AddLogFileName(TraceText* logPath, char type, long channel, const TraceSecond& second, const char* host);
 
 // Copies the path of a log folder into one of the buffers of 4,096 bytes that keep these paths, unless it
 // stands there.
-void KeepLogFolder(char* buffer, const char* path);
+void KeepLogFolder(char* keptFolder, const char* logFolder);
 
 // To be called when a setting has changed that a path depends on: the next line makes its path anew.
 void LogPathChanged();

@@ -4,7 +4,8 @@
 
 #include "base/owners.h"
 #include "charset/cp949_length.h"
-#include "charset/repair.h"
+#include "charset/is_utf8.h"
+#include "charset/utf8_text.h"
 
 namespace {
 
@@ -92,8 +93,8 @@ TEST(Length, PrefixHoldsWholeCharactersWithinTheLimitOfUtf8) {
       {"half a character", "a\xB0", 9, 1},
   };
   for (const auto& [what, text, limit, bytes] : cases)
-    EXPECT_EQ(charset::PrefixWithinUtf8(text, limit).size(), bytes) << what;
-  EXPECT_EQ(charset::Utf8Length("a\xB0\xA1\xFE\xA1"), 1U + 3U + 2U);
+    EXPECT_EQ(charset::Cp949PrefixWithinUtf8(text, limit).size(), bytes) << what;
+  EXPECT_EQ(charset::Utf8LengthOfCp949("a\xB0\xA1\xFE\xA1"), 1U + 3U + 2U);
 }
 
 TEST(Repair, EachLineByItself) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "charset/cp949.h"
+#include "charset/is_utf8.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_base64.h"
 #include "smtp/smtp_headers.h"
@@ -58,16 +59,16 @@ void fuzz_charset(const std::string& bytes) {
 void fuzz_trace(const std::string& bytes) {
   const std::string text = bytes.c_str();
   std::string converted;
-  fuzz::Quickly(text, [&] { converted = trace::ToUtf8(text.c_str()); });
+  fuzz::Quickly(text, [&] { converted = trace::MessageToUtf8(text.c_str()); });
   HOLDS(converted.size() <= text.size() / 2 * 3 + 3);
 
-  static char buffer[trace::LINE_SIZE];
-  trace::Text line(buffer);
-  trace::BeginOrdinaryLine(&line, trace::SecondOf({}), 0, 9, 7, {"file", "function", 1});
+  static char buffer[trace::TRACE_LINE_SIZE];
+  trace::TraceText line(buffer);
+  trace::BeginOrdinaryLine(&line, trace::TraceSecondOf({}), 0, 9, 7, {"file", "function", 1});
   const size_t head = line.Size();
   line.Add(converted).Add("]\n");
   HOLDS(line.Size() == std::min(head + converted.size() + 2, sizeof buffer - 1));
-  HOLDS(!trace::IsPlain(text) || (converted == text && trace::AsPrintFormat(text) == text));
+  HOLDS(!trace::IsPlainMessage(text) || (converted == text && trace::AsPrintFormat(text) == text));
 
   // The expansion halves each doubled percent sign and changes nothing else.
   std::string doubled;
@@ -162,17 +163,18 @@ void CheckBase64(const std::string& data, size_t piece) {
   HOLDS(encoded.get() == expected && length == expected.size());
   for (size_t at = 78; at < expected.size(); at += 80) expected.insert(at, "\r\n");
   smtp_base64_lines_writer writer;
-  const size_t step = piece * smtp_base64_lines_writer::UNIT;
+  const size_t step = piece * smtp_base64_lines_writer::TWO_LINES_DATA;
   for (size_t at = 0; at < data.size(); at += step) {
-    HOLDS(writer.Add(data.data() + at, std::min(step, data.size() - at)) == 0);
+    HOLDS(writer.AddLines(data.data() + at, std::min(step, data.size() - at)) == 0);
   }
-  const base::UniqueText lines = writer.Finish(&length);
+  const base::UniqueText lines = writer.FinishLines(&length);
   HOLDS(std::string_view(lines.get(), length) == expected + "\r\n");
   // The slower implementation. On a processor without SSSE3 it is the same one.
-  for (size_t at = 0; at + writer.UNIT < data.size(); at += writer.UNIT) {
+  for (size_t at = 0; at + writer.TWO_LINES_DATA < data.size(); at += writer.TWO_LINES_DATA) {
     char by_table[160];
     smtp_base64_two_lines_by_table(reinterpret_cast<const unsigned char*>(data.data() + at), by_table);
-    HOLDS(std::memcmp(lines.get() + at / writer.UNIT * sizeof by_table, by_table, sizeof by_table) == 0);
+    HOLDS(std::memcmp(lines.get() + at / writer.TWO_LINES_DATA * sizeof by_table, by_table,
+                      sizeof by_table) == 0);
   }
 }
 

@@ -148,7 +148,7 @@ TEST(TlsErrorMessage, HasTheNameOfTheCodeAndAKoreanSentence) {
   LVCSR_SOCK_HEAD head{};
   for (const auto& [code, text] : cases) {
     head.uLastError = code;
-    EXPECT_EQ(trace::ToUtf8(ErrorMessage(&head)), text);
+    EXPECT_EQ(trace::MessageToUtf8(ErrorMessage(&head)), text);
   }
 }
 

@@ -13,12 +13,12 @@ namespace {
 using support::Has;
 
 // 3 March 2024, 04:05:06.789.
-const trace::Second AT = trace::SecondOf({6, 5, 4, 3, 2, 124, 0, 0, 0, 0, nullptr});
+const trace::TraceSecond AT = trace::TraceSecondOf({6, 5, 4, 3, 2, 124, 0, 0, 0, 0, nullptr});
 constexpr long NANOSECONDS = 789'999'999;
 
 std::string Formatted(size_t limit, const char* format, ...) {
   char buffer[64];
-  trace::Text text(buffer);
+  trace::TraceText text(buffer);
   va_list arguments;
   va_start(arguments, format);
   text.Add("<").AddFormatted(limit, format, arguments);
@@ -29,7 +29,7 @@ std::string Formatted(size_t limit, const char* format, ...) {
 TEST(TraceLineTest, BeginsWithTimeLevelChannelAndPlace) {
   const auto head = [](long level, long channel) {
     char buffer[100];
-    trace::Text line(buffer);
+    trace::TraceText line(buffer);
     trace::BeginOrdinaryLine(&line, AT, NANOSECONDS, level, channel, {"Src/a.cpp", "Run", 42});
     return std::string(line.View());
   };
@@ -39,11 +39,11 @@ TEST(TraceLineTest, BeginsWithTimeLevelChannelAndPlace) {
 }
 
 TEST(TraceLineTest, ConvertsWhatIsNotPlain) {
-  EXPECT_EQ(trace::ToUtf8("\xB0\xA1"), "\xEA\xB0\x80");
-  EXPECT_EQ(trace::ToUtf8("a\xFE\xA1z"), "a??z") << "a code that cannot be converted";
+  EXPECT_EQ(trace::MessageToUtf8("\xB0\xA1"), "\xEA\xB0\x80");
+  EXPECT_EQ(trace::MessageToUtf8("a\xFE\xA1z"), "a??z") << "a code that cannot be converted";
   for (const char* other : {"%", "\x80", "1234567%", "12345678%", "1234567\xFF", "12345678\xFF%"})
-    EXPECT_FALSE(trace::IsPlain(other)) << other;
-  EXPECT_TRUE(trace::IsPlain("") && trace::IsPlain("$&\x7F\x01 12345678 $&\x7F"));
+    EXPECT_FALSE(trace::IsPlainMessage(other)) << other;
+  EXPECT_TRUE(trace::IsPlainMessage("") && trace::IsPlainMessage("$&\x7F\x01 12345678 $&\x7F"));
 }
 
 TEST(TraceLineTest, FormatsAsPrintfDoes) {
@@ -61,9 +61,9 @@ TEST(TraceLineTest, FormatsAsPrintfDoes) {
 TEST(TraceLineTest, NamesItsFiles) {
   const auto name = [](char type, long channel, const char* host) {
     char buffer[100];
-    trace::Text path(buffer);
-    trace::AddDatedFolder(&path, "/l/", AT);
-    trace::AddFileName(&path, type, channel, AT, host);
+    trace::TraceText path(buffer);
+    trace::AddDatedLogFolder(&path, "/l/", AT);
+    trace::AddLogFileName(&path, type, channel, AT, host);
     return std::string(path.View());
   };
   EXPECT_EQ(name('A', -1, nullptr), "/l/20240303/MAIN.LOG");

@@ -9,7 +9,7 @@
 #include "base/format.h"
 #include "charset/cp949.h"
 #include "charset/cp949_length.h"
-#include "charset/repair.h"
+#include "charset/utf8_text.h"
 
 namespace alarms {
 namespace {
@@ -32,7 +32,7 @@ Alarm RepairedAlarm(const Alarm& alarm) {
 
 }  // namespace
 
-const Writing CODE_PAGE_949 = {charset::Utf8Length, charset::PrefixWithinUtf8};
+const Writing CODE_PAGE_949 = {charset::Utf8LengthOfCp949, charset::Cp949PrefixWithinUtf8};
 const Writing UTF8 = {SizeAsItIs, charset::Utf8Prefix};
 
 std::string DateText(time_t now) {

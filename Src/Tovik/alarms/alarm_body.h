@@ -45,7 +45,7 @@ std::string FillLayout(Alarm alarm, Layout layout, const std::string& date,
 // text does not convert, or no memory. Throws nothing.
 base::UniqueText AlarmBody(const Alarm& alarm, Layout layout, time_t now, const char** reason);
 
-// The same, but the texts are made UTF-8 first, each line by itself (charset/repair.h), so it is null only
+// The same, but the texts are made UTF-8 first, each line by itself (charset/utf8_text.h), so it is null only
 // when there is no memory. writing is UTF8, or that of a layout that escapes the texts.
 base::UniqueText RepairedBody(const Alarm& alarm, Layout layout, const Writing& writing, time_t now,
                               const char** reason);

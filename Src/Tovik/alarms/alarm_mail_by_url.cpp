@@ -21,7 +21,7 @@
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/config/config.h"
 #include "base/stop.h"
-#include "charset/repair.h"
+#include "charset/utf8_text.h"
 #include "smtp/smtp.h"
 
 namespace alarms {

@@ -4,7 +4,7 @@
 
 #include "Tovik/notices/notices.h"
 #include "base/number.h"
-#include "charset/repair.h"
+#include "charset/utf8_text.h"
 #include "smtp/smtp.h"
 
 namespace alarms {

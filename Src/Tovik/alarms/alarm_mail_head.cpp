@@ -12,7 +12,7 @@
 
 #include "base/format.h"
 #include "base/owners.h"
-#include "charset/repair.h"
+#include "charset/utf8_text.h"
 #include "smtp/smtp_base64.h"
 
 namespace alarms {

@@ -8,7 +8,7 @@
 #include "Tovik/alarms/alarm_pictures.h"
 #include "Tovik/config/config.h"
 #include "base/format.h"
-#include "charset/repair.h"
+#include "charset/utf8_text.h"
 
 namespace alarms {
 namespace {

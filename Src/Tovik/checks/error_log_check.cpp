@@ -114,7 +114,7 @@ int ReadTextFile(const char* path, char* out) {
     return 0;
   }
   size_t length = base::ReadUpTo(textFile.Get(), out, MAX_ERROR_TEXT);
-  if (length == MAX_ERROR_TEXT) length = charset::WholeCharacters({out, length}).size();
+  if (length == MAX_ERROR_TEXT) length = charset::WholeCp949Characters({out, length}).size();
   out[length] = 0;
   return static_cast<int>(std::strlen(out));
 }

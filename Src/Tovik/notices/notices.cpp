@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "base/format.h"
-#include "charset/repair.h"
+#include "charset/utf8_text.h"
 
 namespace notices {
 namespace {
