@@ -14,8 +14,8 @@
 
 #include "Tovik/checks/result_file.h"
 #include "Tovik/checks/result_table.h"
-#include "base/owners.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
+#include "base/unique_handles.h"
 
 namespace {
 

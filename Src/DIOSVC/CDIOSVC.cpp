@@ -14,11 +14,11 @@
 #include <new>
 #include <string_view>
 
-#include "DIOSVC/frames.h"
 #include "DIOSVC/report_types.h"
+#include "DIOSVC/server_frames.h"
 #include "base/format.h"
-#include "base/net.h"
-#include "base/stop.h"
+#include "base/stoppable_socket.h"
+#include "base/stoppable_wait.h"
 #include "utils/DunraSTTUtils.h"
 
 #define SVC_TRACE(level, ...) DUNRA_NAMED_TRACE(TRACE_ORDINARY, level, index_, save_, __VA_ARGS__)

@@ -14,8 +14,8 @@
 #include <string_view>
 
 #include "DIOSVC/channel_record.h"
-#include "DIOSVC/frames.h"
-#include "base/owners.h"
+#include "DIOSVC/server_frames.h"
+#include "base/unique_handles.h"
 
 // Hears the body of each reply that came whole. Null unless somebody sets it.
 extern void (*svc_overhear)(std::string_view body);

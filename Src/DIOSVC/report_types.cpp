@@ -2,22 +2,11 @@
 
 #include <algorithm>
 
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/channel_record.h"
-#include "DIOSVC/frames.h"
+#include "DIOSVC/server_frames.h"
 
 namespace {
-
-struct AlarmCode {
-  int code;
-  const char* text;
-};
-constexpr std::array<AlarmCode, 5> ALARM_CODES = {{
-    {ALARM_START, "Tovik Start"},
-    {ALARM_MEMORY, "Memory Check"},
-    {ALARM_CPU, "Cpu Check"},
-    {ALARM_RESTART, "DunraSTT Check"},
-    {ALARM_CHANNEL, "Work Channel Check"},
-}};
 
 // The alarm's code is carried in the pointer itself.
 std::string AlarmBody(const void* data) {
@@ -49,10 +38,4 @@ const ReportType* FindReportType(int64_t type) {
   const auto* row = std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),
                                  [&](const ReportType& candidate) { return candidate.type == type; });
   return row == REPORT_TYPES.end() ? nullptr : row;
-}
-
-const char* AlarmText(int64_t code) {
-  const auto* row = std::find_if(ALARM_CODES.begin(), ALARM_CODES.end(),
-                                 [&](const AlarmCode& candidate) { return candidate.code == code; });
-  return row == ALARM_CODES.end() ? "" : row->text;
 }

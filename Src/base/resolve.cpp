@@ -10,8 +10,8 @@
 #include <string>
 #include <thread>
 
-#include "base/owners.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 
 namespace base {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace base {
 namespace {

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "charset/utf8_form.h"
 
 namespace {

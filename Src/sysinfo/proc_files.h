@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace sysinfo {
 

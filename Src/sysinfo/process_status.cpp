@@ -7,8 +7,8 @@
 #include <cstdio>
 
 #include "base/number.h"
-#include "base/owners.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
+#include "base/unique_handles.h"
 
 namespace sysinfo {
 namespace {

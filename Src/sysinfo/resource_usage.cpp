@@ -12,8 +12,8 @@
 #include <string_view>
 
 #include "base/number.h"
-#include "base/owners.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "sysinfo/proc_files.h"
 #include "sysinfo/resource_usage_internal.h"
 

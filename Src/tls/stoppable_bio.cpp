@@ -8,7 +8,7 @@
 #include <memory>
 #include <new>
 
-#include "base/net.h"
+#include "base/stoppable_socket.h"
 
 namespace tls {
 namespace {

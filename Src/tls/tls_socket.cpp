@@ -10,8 +10,8 @@
 #include <memory>
 #include <utility>
 
-#include "base/owners.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "tls/stoppable_bio.h"
 
 namespace {

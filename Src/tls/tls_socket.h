@@ -7,8 +7,8 @@
 // socket is never closed here.
 //
 // Handshake, Read and Write block until the peer answers, until uRecvTimeout seconds have passed since the
-// call began (below 1: no limit), or until a stop cuts them (base/stop.h). Texts are ASCII. Nothing is
-// traced.
+// call began (below 1: no limit), or until a stop cuts them (base/stoppable_wait.h). Texts are ASCII. Nothing
+// is traced.
 #ifndef TLS_TLS_SOCKET_H
 #define TLS_TLS_SOCKET_H
 

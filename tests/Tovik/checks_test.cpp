@@ -16,7 +16,7 @@
 #include "Tovik/checks/thresholds.h"
 #include "Tovik/config/config.h"
 #include "Tovik/traced.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "charset/cp949_length.h"
 #include "charset/repair.h"
 

@@ -1,6 +1,6 @@
 // Child processes. A child inherits descriptors 0, 1 and 2 from the agent, and no others.
-#ifndef BASE_CHILD_H
-#define BASE_CHILD_H
+#ifndef BASE_CHILD_PROCESS_H
+#define BASE_CHILD_PROCESS_H
 
 #include <cstdint>
 #include <string>

@@ -1,4 +1,4 @@
-#include "base/child.h"
+#include "base/child_process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -12,8 +12,8 @@
 #include <csignal>
 #include <string_view>
 
-#include "base/owners.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 
 namespace base {
 namespace {

@@ -1,4 +1,4 @@
-#include "base/net.h"
+#include "base/stoppable_socket.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>

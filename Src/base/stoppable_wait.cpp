@@ -1,4 +1,4 @@
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -11,7 +11,7 @@
 #include <climits>
 #include <csignal>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace base {
 namespace {

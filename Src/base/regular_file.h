@@ -1,12 +1,12 @@
 // Bounded reading of files that others write. Only regular files are read: a FIFO could block and a device
 // might never end. No more is read than the caller has room for.
-#ifndef BASE_TEXT_FILE_H
-#define BASE_TEXT_FILE_H
+#ifndef BASE_REGULAR_FILE_H
+#define BASE_REGULAR_FILE_H
 
 #include <cstddef>
 #include <cstdint>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace base {
 

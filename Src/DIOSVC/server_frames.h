@@ -1,7 +1,7 @@
 // The frames of the management link. In both directions a frame is a header of 16 characters ("NNNNNN C
 // LLLLLL ": connection tag, body length) and a body.
-#ifndef DIOSVC_FRAMES_H
-#define DIOSVC_FRAMES_H
+#ifndef DIOSVC_SERVER_FRAMES_H
+#define DIOSVC_SERVER_FRAMES_H
 
 #include <cstddef>
 #include <cstdint>

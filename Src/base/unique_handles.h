@@ -1,7 +1,7 @@
 // Owner types. Each holds one resource and releases it exactly once. A plain int, FILE* or char* beside them
 // is borrowed.
-#ifndef BASE_OWNERS_H
-#define BASE_OWNERS_H
+#ifndef BASE_UNIQUE_HANDLES_H
+#define BASE_UNIQUE_HANDLES_H
 
 #include <dirent.h>
 #include <unistd.h>

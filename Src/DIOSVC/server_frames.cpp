@@ -1,4 +1,4 @@
-#include "DIOSVC/frames.h"
+#include "DIOSVC/server_frames.h"
 
 #include <algorithm>
 #include <cstring>
