@@ -14,58 +14,59 @@ namespace {
 constexpr size_t NEWLINE_COUNT_BLOCK = 65536;
 constexpr char COUNT_END_MARK = '\xFF';
 
-UniqueFd OpenToRead(const char* path, int flags) {
+UniqueFd OpenFileToRead(const char* path, int flags) {
   return UniqueFd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
 }
 
-bool IsRegular(int fd, size_t* size) {
-  struct stat status {};
-  if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return false;
-  if (size != nullptr) *size = static_cast<size_t>(status.st_size);
+bool IsRegularFile(int fd, size_t* file_size) {
+  struct stat file_status {};
+  if (::fstat(fd, &file_status) != 0 || !S_ISREG(file_status.st_mode)) return false;
+  if (file_size != nullptr) *file_size = static_cast<size_t>(file_status.st_size);
   return true;
 }
 
 }  // namespace
 
-UniqueFd OpenRegular(const char* path, size_t* size, int flags) {
-  UniqueFd file = OpenToRead(path, flags);
-  if (!file.Valid() || IsRegular(file.Get(), size)) return file;
-  file.Reset();
+UniqueFd OpenRegular(const char* path, size_t* file_size, int flags) {
+  UniqueFd regular_file = OpenFileToRead(path, flags);
+  if (!regular_file.Valid() || IsRegularFile(regular_file.Get(), file_size)) return regular_file;
+  regular_file.Reset();
   errno = EINVAL;
-  return file;
+  return regular_file;
 }
 
 UniqueFile OpenRegularStream(const char* path) {
-  UniqueFd file = OpenRegular(path);
-  UniqueFile stream(file.Valid() ? ::fdopen(file.Get(), "r") : nullptr);
-  if (stream) file.Release();
-  return stream;
+  UniqueFd regular_file = OpenRegular(path);
+  UniqueFile file_stream(regular_file.Valid() ? ::fdopen(regular_file.Get(), "r") : nullptr);
+  if (file_stream) regular_file.Release();
+  return file_stream;
 }
 
 size_t ReadUpTo(int fd, char* out, size_t limit) {
-  size_t length = 0;
-  while (length < limit) {
-    const ssize_t got = ::read(fd, out + length, limit - length);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    length += static_cast<size_t>(got);
+  size_t read_size = 0;
+  while (read_size < limit) {
+    const ssize_t read_now = ::read(fd, out + read_size, limit - read_size);
+    if (read_now < 0 && errno == EINTR) continue;
+    if (read_now <= 0) break;
+    read_size += static_cast<size_t>(read_now);
   }
-  return length;
+  return read_size;
 }
 
 int64_t CountNewlines(const char* path) {
-  const UniqueFd file = OpenToRead(path, 0);
-  if (!file.Valid()) return -1;
-  if (!IsRegular(file.Get(), nullptr)) return 0;
+  const UniqueFd counted_file = OpenFileToRead(path, 0);
+  if (!counted_file.Valid()) return -1;
+  if (!IsRegularFile(counted_file.Get(), nullptr)) return 0;
   // Whole blocks: a day's result file is counted as fast as it is read.
-  char block[NEWLINE_COUNT_BLOCK];
-  int64_t lines = 0;
-  while (const size_t size = ReadUpTo(file.Get(), block, sizeof block)) {
-    const std::string_view bytes(block, std::min(size, std::string_view(block, size).find(COUNT_END_MARK)));
-    for (size_t at = bytes.find('\n'); at != std::string_view::npos; at = bytes.find('\n', at + 1)) ++lines;
-    if (bytes.size() < size) break;
+  char count_block[NEWLINE_COUNT_BLOCK];
+  int64_t newlines = 0;
+  while (const size_t block_size = ReadUpTo(counted_file.Get(), count_block, sizeof count_block)) {
+    const std::string_view block(count_block, block_size);
+    const std::string_view counted = block.substr(0, block.find(COUNT_END_MARK));
+    for (size_t at = counted.find('\n'); at != counted.npos; at = counted.find('\n', at + 1)) ++newlines;
+    if (counted.size() < block_size) break;
   }
-  return lines;
+  return newlines;
 }
 
 }  // namespace base

@@ -10,10 +10,10 @@
 
 namespace base {
 
-// Opens a regular file for reading, close-on-exec. *size (may be null) receives its present size. flags are
-// further flags of open(2), such as O_NOFOLLOW. Returns an invalid descriptor with errno on failure: EINVAL
-// for a file of another kind.
-[[nodiscard]] UniqueFd OpenRegular(const char* path, size_t* size = nullptr, int flags = 0);
+// Opens a regular file for reading, close-on-exec. *file_size (may be null) receives its present size. flags
+// are further flags of open(2), such as O_NOFOLLOW. Returns an invalid descriptor with errno on failure:
+// EINVAL for a file of another kind.
+[[nodiscard]] UniqueFd OpenRegular(const char* path, size_t* file_size = nullptr, int flags = 0);
 // The same as a stream. Also null when memory runs out.
 [[nodiscard]] UniqueFile OpenRegularStream(const char* path);
 

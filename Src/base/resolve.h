@@ -18,7 +18,8 @@ using AddressList = std::unique_ptr<addrinfo, AddrinfoFree>;
 // A numeric address with a numeric port is answered at once. Anything else is looked up in a thread of its
 // own, for as long as the system's resolver takes. When a stop cuts the wait (base/stoppable_wait.h), that
 // thread is abandoned and the result is EAI_SYSTEM with errno ECANCELED.
-[[nodiscard]] int Resolve(const char* host, const char* service, int family, int protocol, AddressList* out);
+[[nodiscard]] int Resolve(const char* host, const char* service, int family, int protocol,
+                          AddressList* addresses_out);
 
 }  // namespace base
 

@@ -38,7 +38,7 @@ class StopOnPendingSignal {
   StopOnPendingSignal& operator=(const StopOnPendingSignal&) = delete;
 
  private:
-  UniqueFd signals_;
+  UniqueFd stop_signals_fd_;
 };
 
 // Whether SIGINT or SIGTERM is pending. Always false without a StopOnPendingSignal on this thread.
