@@ -6,8 +6,8 @@
 namespace {
 
 struct AlarmCode {
-  int code;
-  const char* text;
+  int alarm_code;
+  const char* alarm_text;
 };
 constexpr std::array<AlarmCode, 5> ALARM_CODES = {{
     {ALARM_START, "Tovik Start"},
@@ -19,8 +19,9 @@ constexpr std::array<AlarmCode, 5> ALARM_CODES = {{
 
 }  // namespace
 
-const char* AlarmText(int64_t code) {
-  const auto* row = std::find_if(ALARM_CODES.begin(), ALARM_CODES.end(),
-                                 [&](const AlarmCode& candidate) { return candidate.code == code; });
-  return row == ALARM_CODES.end() ? "" : row->text;
+const char* AlarmText(int64_t alarm_code) {
+  const auto* alarm_row =
+      std::find_if(ALARM_CODES.begin(), ALARM_CODES.end(),
+                   [&](const AlarmCode& candidate) { return candidate.alarm_code == alarm_code; });
+  return alarm_row == ALARM_CODES.end() ? "" : alarm_row->alarm_text;
 }

@@ -13,6 +13,6 @@ inline constexpr int CODE_RESOURCE_USAGE = 5;
 inline constexpr int ALARM_CHANNEL = 6;
 
 // The text in an alarm's frame; empty for a code without a text.
-const char* AlarmText(int64_t code);
+const char* AlarmText(int64_t alarm_code);
 
 #endif

@@ -20,8 +20,8 @@ std::string ChannelStatusBody(const void* data) {
 
 // Two int32_t: percent of CPU and memory.
 std::string ResourceUsageBody(const void* data) {
-  const auto* const figures = static_cast<const int32_t*>(data);
-  return frames::ResourceText(figures[0], figures[1]);
+  const auto* const usage_percents = static_cast<const int32_t*>(data);
+  return frames::ResourceText(usage_percents[0], usage_percents[1]);
 }
 
 }  // namespace
@@ -34,8 +34,9 @@ const std::array<ReportType, 3> REPORT_TYPES = {{
      "[ SOCK_SVC ] : svc ch resource send fail."},
 }};
 
-const ReportType* FindReportType(int64_t type) {
-  const auto* row = std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),
-                                 [&](const ReportType& candidate) { return candidate.type == type; });
-  return row == REPORT_TYPES.end() ? nullptr : row;
+const ReportType* FindReportType(int64_t report_type) {
+  const auto* report_row =
+      std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),
+                   [&](const ReportType& candidate) { return candidate.type == report_type; });
+  return report_row == REPORT_TYPES.end() ? nullptr : report_row;
 }

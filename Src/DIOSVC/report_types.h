@@ -16,10 +16,10 @@ struct ReportType {
   int64_t messageId;                      // under which it waits in the mailbox
   const char* keyword;                    // begins the body of its frame ...
   std::string (*body)(const void* data);  // ... and this goes on, made of what the sender gathered
-  const char* failed;                     // traced when it could not be delivered
+  const char* failure_trace;              // traced when it could not be delivered
 };
 extern const std::array<ReportType, 3> REPORT_TYPES;
 // Null for a type that is none.
-const ReportType* FindReportType(int64_t type);
+const ReportType* FindReportType(int64_t report_type);
 
 #endif
