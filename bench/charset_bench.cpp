@@ -11,7 +11,7 @@
 #include <random>
 #include <string>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "charset/cp949.h"
 #include "charset/is_utf8.h"
 

@@ -19,8 +19,8 @@
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_socket.h"
-#include "base/net.h"
-#include "base/owners.h"
+#include "base/stoppable_socket.h"
+#include "base/unique_handles.h"
 #include "tls/certificates.h"
 #include "tls/tls_socket.h"
 

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "smtp/smtp_base64.h"
 #include "smtp/smtp_session.h"
 #include "smtp/smtp_strings.h"

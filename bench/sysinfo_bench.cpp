@@ -15,7 +15,7 @@
 #include <cstring>
 #include <vector>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "rounds.h"
 #include "sysinfo/process_names.h"
 #include "sysinfo/qxapi_process.h"

@@ -14,7 +14,7 @@
 #include <filesystem>
 #include <string>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "rounds.h"
 #include "utils/DunraSTTUtils.h"
 

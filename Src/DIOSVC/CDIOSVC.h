@@ -14,8 +14,8 @@
 #include <string_view>
 
 #include "DIOSVC/channel_record.h"
-#include "DIOSVC/frames.h"
-#include "base/owners.h"
+#include "DIOSVC/server_frames.h"
+#include "base/unique_handles.h"
 
 // Hears the body of each reply that came whole. Null unless somebody sets it.
 extern void (*svc_overhear)(std::string_view body);
@@ -45,37 +45,37 @@ class CDIOSVC {
   long SOCK_SVC_CLOS();
   // Sends one data frame of a report type (report_types.h) and receives its acknowledgement. Returns 1, or
   // -1.
-  long SOCK_SVC_DATA_SEND(const char* data, long length, long type);
-  // The whole report: 1, or -1. data is what the report type's body is made of (report_types.h). Any other
-  // type sends nothing after the open. The socket is closed on every way out. No close frame is sent: the
-  // connection ends after the acknowledgement.
-  long DIO_SVC_PROC(int type, const void* data);
+  long SOCK_SVC_DATA_SEND(const char* report_data, long data_length, long report_type);
+  // The whole report: 1, or -1. report_data is what the report type's body is made of (report_types.h). Any
+  // other type sends nothing after the open. The socket is closed on every way out. No close frame is sent:
+  // the connection ends after the acknowledgement.
+  long DIO_SVC_PROC(int report_type, const void* report_data);
   // The last failure of connecting, opening or sending; what SOCK_SVC_CLOS sends is not looked at.
-  const SvcFailure& LastFailure() const { return failure_; }
+  const SvcFailure& LastFailure() const { return svc_failure_; }
   // Date and hour, in a static buffer of 20 bytes that all objects share without a lock. Mode 0:
   // "YYYYMM\DD\HH\", mode 1: "YYYYMM/DD/HH". Any other mode returns the old text.
   static char* timeToString(const std::tm* when, int mode);
 
  private:
-  struct Reply;
+  struct ServerReply;
 
-  Reply ReadReply(const char* expected);
-  bool ReceiveAll(char* out, size_t size);
+  ServerReply ReadReply(const char* expected_reply);
+  bool ReceiveReplyPart(char* reply_part, size_t part_size);
   // Return 1 for the expected reply, else -1 after a trace line.
-  long JudgeOpen(const Reply& reply);
-  long JudgeClose(const Reply& reply);
-  long JudgeData(const Reply& reply);
+  long JudgeOpen(const ServerReply& server_reply);
+  long JudgeClose(const ServerReply& server_reply);
+  long JudgeData(const ServerReply& server_reply);
   // Keeps a failure. reply is empty, or what the server said.
   void KeepFailure(const char* what, int error, std::string_view reply = "");
-  long SendReport(int type, const void* data);
-  void TraceStart(int type, const void* data) const;
-  void TraceBody(int type, const std::string& body) const;
+  long SendReport(int report_type, const void* report_data);
+  void TraceStart(int report_type, const void* report_data) const;
+  void TraceBody(int report_type, const std::string& report_body) const;
 
   base::UniqueFd m_sock;
-  SvcFailure failure_;
-  int64_t save_ = 0;
-  int64_t index_ = 0;
-  std::array<char, frames::HEADER_SIZE + 1> header_{};  // the last reply's header
+  SvcFailure svc_failure_;
+  int64_t trace_save_ = 0;
+  int64_t server_index_ = 0;
+  std::array<char, frames::HEADER_SIZE + 1> reply_header_{};  // the last reply's header
 };
 
 #endif

@@ -2,22 +2,11 @@
 
 #include <algorithm>
 
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/channel_record.h"
-#include "DIOSVC/frames.h"
+#include "DIOSVC/server_frames.h"
 
 namespace {
-
-struct AlarmCode {
-  int code;
-  const char* text;
-};
-constexpr std::array<AlarmCode, 5> ALARM_CODES = {{
-    {ALARM_START, "Tovik Start"},
-    {ALARM_MEMORY, "Memory Check"},
-    {ALARM_CPU, "Cpu Check"},
-    {ALARM_RESTART, "DunraSTT Check"},
-    {ALARM_CHANNEL, "Work Channel Check"},
-}};
 
 // The alarm's code is carried in the pointer itself.
 std::string AlarmBody(const void* data) {
@@ -31,8 +20,8 @@ std::string ChannelStatusBody(const void* data) {
 
 // Two int32_t: percent of CPU and memory.
 std::string ResourceUsageBody(const void* data) {
-  const auto* const figures = static_cast<const int32_t*>(data);
-  return frames::ResourceText(figures[0], figures[1]);
+  const auto* const usage_percents = static_cast<const int32_t*>(data);
+  return frames::ResourceText(usage_percents[0], usage_percents[1]);
 }
 
 }  // namespace
@@ -45,14 +34,9 @@ const std::array<ReportType, 3> REPORT_TYPES = {{
      "[ SOCK_SVC ] : svc ch resource send fail."},
 }};
 
-const ReportType* FindReportType(int64_t type) {
-  const auto* row = std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),
-                                 [&](const ReportType& candidate) { return candidate.type == type; });
-  return row == REPORT_TYPES.end() ? nullptr : row;
-}
-
-const char* AlarmText(int64_t code) {
-  const auto* row = std::find_if(ALARM_CODES.begin(), ALARM_CODES.end(),
-                                 [&](const AlarmCode& candidate) { return candidate.code == code; });
-  return row == ALARM_CODES.end() ? "" : row->text;
+const ReportType* FindReportType(int64_t report_type) {
+  const auto* report_row =
+      std::find_if(REPORT_TYPES.begin(), REPORT_TYPES.end(),
+                   [&](const ReportType& candidate) { return candidate.type == report_type; });
+  return report_row == REPORT_TYPES.end() ? nullptr : report_row;
 }

@@ -40,9 +40,9 @@
 #include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/lossy_stream.h"
-#include "base/owners.h"
 #include "base/standard_descriptors.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "sysinfo/resource_usage.h"
 
 namespace {

@@ -1,9 +1,9 @@
 // The agent as a whole: its start as a table of steps, its stop as the same table backwards.
 //
-// A stop sets the exit flag and ends every sleep; exchanges under way get the grace of base/stop.h; then each
-// step that was taken is undone, the last one first: threads are joined before what they use is freed. The
-// process ends itself with SIGINT at its default action. A heartbeat that cannot be written ends the main
-// loop first, and the stop follows.
+// A stop sets the exit flag and ends every sleep; exchanges under way get the grace of base/stoppable_wait.h;
+// then each step that was taken is undone, the last one first: threads are joined before what they use is
+// freed. The process ends itself with SIGINT at its default action. A heartbeat that cannot be written ends
+// the main loop first, and the stop follows.
 #ifndef TOVIK_AGENT_H
 #define TOVIK_AGENT_H
 

@@ -8,33 +8,33 @@
 namespace base {
 
 std::string FormatList(const char* format, va_list arguments) {
-  std::array<char, 512> first;
-  va_list again;
-  va_copy(again, arguments);
-  const int length = std::vsnprintf(first.data(), first.size(), format, arguments);
-  std::string text;
-  if (length >= 0 && static_cast<size_t>(length) < first.size()) {
-    text.assign(first.data(), static_cast<size_t>(length));
-  } else if (length >= 0) {
-    text.resize(static_cast<size_t>(length));
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
+  std::array<char, 512> short_text;
+  va_list second_pass;
+  va_copy(second_pass, arguments);
+  const int full_length = std::vsnprintf(short_text.data(), short_text.size(), format, arguments);
+  std::string formatted;
+  if (full_length >= 0 && static_cast<size_t>(full_length) < short_text.size()) {
+    formatted.assign(short_text.data(), static_cast<size_t>(full_length));
+  } else if (full_length >= 0) {
+    formatted.resize(static_cast<size_t>(full_length));
+    std::vsnprintf(formatted.data(), formatted.size() + 1, format, second_pass);
   }
-  va_end(again);
-  return text;
+  va_end(second_pass);
+  return formatted;
 }
 
 std::string Format(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  std::string text = FormatList(format, arguments);
+  std::string formatted = FormatList(format, arguments);
   va_end(arguments);
-  return text;
+  return formatted;
 }
 
 void CopyText(char* buffer, size_t size, std::string_view text) {
-  const size_t length = std::min(text.size(), size - 1);
-  std::memcpy(buffer, text.data(), length);
-  buffer[length] = '\0';
+  const size_t copied = std::min(text.size(), size - 1);
+  std::memcpy(buffer, text.data(), copied);
+  buffer[copied] = '\0';
 }
 
 }  // namespace base

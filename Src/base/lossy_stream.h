@@ -13,7 +13,7 @@
 
 #include <string_view>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace base {
 

@@ -21,10 +21,11 @@ std::optional<Digits> TakeDigits(std::string_view* rest) {
   Digits digits{};
   digits.negative = rest->starts_with('-');
   if (digits.negative || rest->starts_with('+')) rest->remove_prefix(1);
-  const auto [end, error] = std::from_chars(rest->data(), rest->data() + rest->size(), digits.magnitude);
-  if (error == std::errc::invalid_argument) return std::nullopt;
-  digits.fits = error == std::errc();
-  rest->remove_prefix(static_cast<size_t>(end - rest->data()));
+  const auto [number_end, number_error] =
+      std::from_chars(rest->data(), rest->data() + rest->size(), digits.magnitude);
+  if (number_error == std::errc::invalid_argument) return std::nullopt;
+  digits.fits = number_error == std::errc();
+  rest->remove_prefix(static_cast<size_t>(number_end - rest->data()));
   return digits;
 }
 

@@ -10,44 +10,45 @@
 #include <string>
 #include <thread>
 
-#include "base/owners.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 
 namespace base {
 namespace {
 
 addrinfo LookUpHints(int family, int protocol, int flags) {
-  addrinfo hints{};
-  hints.ai_family = family;
-  hints.ai_socktype = SOCK_STREAM;
-  hints.ai_protocol = protocol;
-  hints.ai_flags = flags;
-  return hints;
+  addrinfo lookup_hints{};
+  lookup_hints.ai_family = family;
+  lookup_hints.ai_socktype = SOCK_STREAM;
+  lookup_hints.ai_protocol = protocol;
+  lookup_hints.ai_flags = flags;
+  return lookup_hints;
 }
 
-int LookUp(const char* host, const char* service, const addrinfo& hints, AddressList* out) {
-  addrinfo* list = nullptr;
-  const int code = ::getaddrinfo(host, service, &hints, &list);
-  if (code == 0) out->reset(list);
-  return code;
+int LookUp(const char* host, const char* service, const addrinfo& lookup_hints, AddressList* addresses_out) {
+  addrinfo* addresses = nullptr;
+  const int lookup_code = ::getaddrinfo(host, service, &lookup_hints, &addresses);
+  if (lookup_code == 0) addresses_out->reset(addresses);
+  return lookup_code;
 }
 
 // Shared by the asking thread and the thread that does the look-up. The last of them frees it.
 struct LookUpRequest {
   std::optional<std::string> host;
   std::optional<std::string> service;
-  addrinfo hints{};
-  UniqueFd finished;
-  std::atomic<bool> answered{false};  // set once the members below are
-  int code = 0;
-  int error = 0;
-  AddressList list;
+  addrinfo lookup_hints{};
+  UniqueFd lookup_finished;
+  std::atomic<bool> lookup_answered{false};  // set once the members below are
+  int lookup_code = 0;
+  int lookup_errno = 0;
+  AddressList addresses;
 
   void Answer() {
-    code = LookUp(host ? host->c_str() : nullptr, service ? service->c_str() : nullptr, hints, &list);
-    error = errno;
-    answered.store(true, std::memory_order_release);
-    ::eventfd_write(finished.Get(), 1);
+    lookup_code = LookUp(host ? host->c_str() : nullptr, service ? service->c_str() : nullptr, lookup_hints,
+                         &addresses);
+    lookup_errno = errno;
+    lookup_answered.store(true, std::memory_order_release);
+    ::eventfd_write(lookup_finished.Get(), 1);
   }
 };
 
@@ -55,16 +56,16 @@ struct LookUpRequest {
 class SignalsBlocked {
  public:
   SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &old_);
+    sigset_t all_signals;
+    sigfillset(&all_signals);
+    ::pthread_sigmask(SIG_SETMASK, &all_signals, &old_signals_);
   }
-  ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &old_, nullptr); }
+  ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &old_signals_, nullptr); }
   SignalsBlocked(const SignalsBlocked&) = delete;
   SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
  private:
-  sigset_t old_{};
+  sigset_t old_signals_{};
 };
 
 int LookUpFailed(int error) {
@@ -72,33 +73,33 @@ int LookUpFailed(int error) {
   return EAI_SYSTEM;
 }
 
-int AskThread(const std::shared_ptr<LookUpRequest>& request, AddressList* out) {
-  request->finished = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (!request->finished.Valid()) return EAI_SYSTEM;
+int AskLookUpThread(const std::shared_ptr<LookUpRequest>& lookup_request, AddressList* addresses_out) {
+  lookup_request->lookup_finished = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!lookup_request->lookup_finished.Valid()) return EAI_SYSTEM;
   {
     const SignalsBlocked blocked;
-    std::thread([request] { request->Answer(); }).detach();
+    std::thread([lookup_request] { lookup_request->Answer(); }).detach();
   }
-  if (WaitDescriptor(request->finished.Get(), POLLIN, FOREVER) < 0) return EAI_SYSTEM;
-  if (!request->answered.load(std::memory_order_acquire)) return LookUpFailed(EIO);
-  *out = std::move(request->list);
-  errno = request->error;
-  return request->code;
+  if (WaitDescriptor(lookup_request->lookup_finished.Get(), POLLIN, FOREVER) < 0) return EAI_SYSTEM;
+  if (!lookup_request->lookup_answered.load(std::memory_order_acquire)) return LookUpFailed(EIO);
+  *addresses_out = std::move(lookup_request->addresses);
+  errno = lookup_request->lookup_errno;
+  return lookup_request->lookup_code;
 }
 
 }  // namespace
 
-int Resolve(const char* host, const char* service, int family, int protocol, AddressList* out) {
-  out->reset();
-  const int figures =
-      LookUp(host, service, LookUpHints(family, protocol, AI_NUMERICHOST | AI_NUMERICSERV), out);
-  if (figures == 0) return 0;
+int Resolve(const char* host, const char* service, int family, int protocol, AddressList* addresses_out) {
+  addresses_out->reset();
+  const int numeric_lookup =
+      LookUp(host, service, LookUpHints(family, protocol, AI_NUMERICHOST | AI_NUMERICSERV), addresses_out);
+  if (numeric_lookup == 0) return 0;
   try {
-    const auto request = std::make_shared<LookUpRequest>();
-    if (host != nullptr) request->host = host;
-    if (service != nullptr) request->service = service;
-    request->hints = LookUpHints(family, protocol, 0);
-    return AskThread(request, out);
+    const auto lookup_request = std::make_shared<LookUpRequest>();
+    if (host != nullptr) lookup_request->host = host;
+    if (service != nullptr) lookup_request->service = service;
+    lookup_request->lookup_hints = LookUpHints(family, protocol, 0);
+    return AskLookUpThread(lookup_request, addresses_out);
   } catch (const std::bad_alloc&) {
     return EAI_MEMORY;
   } catch (const std::exception&) {

@@ -14,18 +14,18 @@ class SharedRecord {
  public:
   // The current record, never null.
   std::shared_ptr<const T> Get() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return current_;
+    const std::lock_guard<std::mutex> record_lock(record_mutex_);
+    return current_record_;
   }
-  void Set(T value) {
-    auto next = std::make_shared<const T>(std::move(value));
-    const std::lock_guard<std::mutex> lock(mutex_);
-    current_.swap(next);
+  void Set(T record) {
+    auto next_record = std::make_shared<const T>(std::move(record));
+    const std::lock_guard<std::mutex> record_lock(record_mutex_);
+    current_record_.swap(next_record);
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::shared_ptr<const T> current_ = std::make_shared<const T>();
+  mutable std::mutex record_mutex_;
+  std::shared_ptr<const T> current_record_ = std::make_shared<const T>();
 };
 
 }  // namespace base

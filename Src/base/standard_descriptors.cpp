@@ -5,36 +5,36 @@
 
 #include <cerrno>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace base {
 namespace {
 
-void ReplaceByNullDevice(int fd) {
-  UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
-  if (!null.Valid()) return;
-  if (null.Get() <= STDERR_FILENO) {
+void ReplaceByNullDevice(int standard_fd) {
+  UniqueFd null_device(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  if (!null_device.Valid()) return;
+  if (null_device.Get() <= STDERR_FILENO) {
     // fd itself or another of the three was free, and the null device has just taken that number.
-    ::fcntl(null.Get(), F_SETFD, 0);
-    if (null.Release() == fd) return;
-    ReplaceByNullDevice(fd);
+    ::fcntl(null_device.Get(), F_SETFD, 0);
+    if (null_device.Release() == standard_fd) return;
+    ReplaceByNullDevice(standard_fd);
     return;
   }
-  while (::dup2(null.Get(), fd) < 0 && (errno == EINTR || errno == EBUSY)) {
+  while (::dup2(null_device.Get(), standard_fd) < 0 && (errno == EINTR || errno == EBUSY)) {
   }
 }
 
 }  // namespace
 
 void GuardStandardDescriptors() {
-  int fd = ::open("/dev/null", O_RDWR);
-  while (fd >= 0 && fd <= STDERR_FILENO) fd = ::dup(fd);
-  if (fd >= 0) ::close(fd);
+  int null_device = ::open("/dev/null", O_RDWR);
+  while (null_device >= 0 && null_device <= STDERR_FILENO) null_device = ::dup(null_device);
+  if (null_device >= 0) ::close(null_device);
 }
 
-int CloseDescriptor(int fd) {
-  if (fd < 0 || fd > STDERR_FILENO) return ::close(fd);
-  ReplaceByNullDevice(fd);
+int CloseDescriptor(int descriptor) {
+  if (descriptor < 0 || descriptor > STDERR_FILENO) return ::close(descriptor);
+  ReplaceByNullDevice(descriptor);
   return 0;
 }
 

@@ -4,25 +4,25 @@
 
 namespace base {
 
-int Thread::Start(void* (*body)(void*), void* argument) {
-  if (handle_) {
+int Thread::Start(void* (*thread_body)(void*), void* thread_argument) {
+  if (thread_handle_) {
     errno = EBUSY;
     return -1;
   }
-  pthread_t handle{};
-  const int error = pthread_create(&handle, nullptr, body, argument);
-  if (error != 0) {
-    errno = error;
+  pthread_t thread_handle{};
+  const int create_error = pthread_create(&thread_handle, nullptr, thread_body, thread_argument);
+  if (create_error != 0) {
+    errno = create_error;
     return -1;
   }
-  handle_ = handle;
+  thread_handle_ = thread_handle;
   return 0;
 }
 
 void Thread::Join() {
-  if (!handle_) return;
-  pthread_join(*handle_, nullptr);
-  handle_.reset();
+  if (!thread_handle_) return;
+  pthread_join(*thread_handle_, nullptr);
+  thread_handle_.reset();
 }
 
 }  // namespace base

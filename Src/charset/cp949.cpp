@@ -5,7 +5,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "charset/byte_words.h"
 #include "charset/cp949_utf8_forms.h"
 

@@ -9,7 +9,7 @@
 #include "Tovik/config/config.h"
 #include "Tovik/config/config_line.h"
 #include "base/format.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/running_agent.h"
 #include "ctl/text.h"
 #include "utils/DunraSTTUtils.h"

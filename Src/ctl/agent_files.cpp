@@ -7,7 +7,7 @@
 #include <array>
 #include <cerrno>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/small_file.h"
 #include "utils/DunraSTTUtils.h"
 #include "utils/trace_log.h"

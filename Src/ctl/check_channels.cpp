@@ -8,7 +8,7 @@
 
 #include "Tovik/config/config.h"
 #include "Tovik/config/url.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "charset/cp949.h"
 #include "ctl/check_rules.h"
 

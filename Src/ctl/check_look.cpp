@@ -12,7 +12,7 @@
 
 #include "Tovik/config/config.h"
 #include "base/number.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/agent_config.h"
 #include "ctl/process_table.h"
 #include "ctl/running_agent.h"

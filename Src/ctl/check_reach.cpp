@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "Tovik/config/config.h"
-#include "base/net.h"
 #include "base/resolve.h"
+#include "base/stoppable_socket.h"
 #include "ctl/text.h"
 
 namespace ctl {

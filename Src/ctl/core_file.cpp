@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/small_file.h"
 
 namespace ctl {

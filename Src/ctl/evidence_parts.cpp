@@ -10,9 +10,9 @@
 #include <ctime>
 #include <vector>
 
-#include "base/child.h"
+#include "base/child_process.h"
 #include "base/format.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/agent_files.h"
 #include "ctl/clock.h"
 #include "ctl/small_file.h"

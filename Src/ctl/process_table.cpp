@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/small_file.h"
 
 namespace ctl {

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/agent_config.h"
 
 namespace ctl {

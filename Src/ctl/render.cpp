@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Tovik/findings/findings.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/agent_config.h"
 #include "ctl/command.h"
 #include "ctl/near_name.h"

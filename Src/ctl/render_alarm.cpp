@@ -6,8 +6,9 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "DIOSVC/frames.h"
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/report_types.h"
+#include "DIOSVC/server_frames.h"
 #include "Tovik/alarms/alarm_mail.h"
 #include "Tovik/alarms/alarm_mail_body.h"
 #include "Tovik/alarms/recipients.h"
@@ -17,7 +18,7 @@
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/findings/findings.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
 #include "ctl/text.h"
 #include "smtp/smtp.h"
 

@@ -15,7 +15,7 @@
 #include <cstdlib>
 #include <exception>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/exit_status.h"
 #include "ctl/output.h"
 #include "ctl/process_table.h"

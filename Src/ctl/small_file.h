@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace ctl {
 

@@ -18,7 +18,7 @@
 #include <optional>
 #include <string>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/clock.h"
 #include "ctl/command.h"
 #include "ctl/duration.h"

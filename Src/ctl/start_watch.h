@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/agent_config.h"
 #include "ctl/backoff.h"
 #include "ctl/record_folder.h"

@@ -12,7 +12,7 @@
 #include <exception>
 #include <memory>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/command.h"
 #include "ctl/duration.h"
 #include "ctl/output.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "ctl/test_outcome.h"
 
 namespace ctl {

@@ -13,8 +13,8 @@
 // Each read waits up to the time-out of its stage: handshake, AUTH, MAIL FROM and RCPT TO 300 s, DATA 120 s,
 // final reply 600 s. Sending waits as long for a peer that takes nothing (the content 180 s). Name resolution
 // and connecting take as long as the system lets them. A stop of the agent cuts each wait when its grace has
-// passed (base/stop.h); the step then fails. A line of 64 KiB or a reply of 1,000 lines counts as a failed
-// read.
+// passed (base/stoppable_wait.h); the step then fails. A line of 64 KiB or a reply of 1,000 lines counts as a
+// failed read.
 //
 // Texts are zero-terminated, in any superset of ASCII, and copied. Each call says which bytes it accepts; no
 // text can add a line to the mail. A session belongs to one thread at a time; different sessions are

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <utility>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "smtp/smtp_strings.h"
 
 namespace {

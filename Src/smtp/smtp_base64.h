@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 // Base64 in one line. *encodedLength (may be null) receives its length. A length of SIZE_MAX means that data
 // is a text.

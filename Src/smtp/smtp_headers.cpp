@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "smtp/smtp_session.h"
 #include "smtp/smtp_strings.h"
 #include "smtp/smtp_write.h"

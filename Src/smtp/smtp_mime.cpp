@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "smtp/smtp_session.h"
 #include "smtp/smtp_strings.h"
 #include "smtp/smtp_write.h"

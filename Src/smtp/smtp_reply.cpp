@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/net.h"
-#include "base/stop.h"
+#include "base/stoppable_socket.h"
+#include "base/stoppable_wait.h"
 #include "smtp/smtp_session.h"
 #include "smtp/smtp_strings.h"
 #include "smtp/smtp_write.h"

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "smtp/smtp.h"
 
 // Limits on what a server can make the client store or wait for.

@@ -13,8 +13,8 @@
 #include <new>
 #include <utility>
 
-#include "base/net.h"
 #include "base/resolve.h"
+#include "base/stoppable_socket.h"
 #include "smtp/smtp_base64.h"
 #include "smtp/smtp_session.h"
 #include "smtp/smtp_write.h"

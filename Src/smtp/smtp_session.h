@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "smtp/smtp.h"
 #include "smtp/smtp_attachments.h"
 #include "smtp/smtp_headers.h"

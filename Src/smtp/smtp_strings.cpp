@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 using base::UniqueText;
 

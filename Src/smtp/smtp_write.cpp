@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/net.h"
+#include "base/stoppable_socket.h"
 #include "smtp/smtp_session.h"
 
 void (*smtp_overhear)(const char* who, std::string_view text) = nullptr;

@@ -16,82 +16,84 @@ namespace {
 // Larger than every ordinary file of a process; only long command lines and group lists need more.
 constexpr size_t FIRST_TEXT_CAPACITY = size_t{64} * 1024;
 
-ssize_t ReadUninterrupted(int fd, char* to, size_t count) {
-  ssize_t got = 0;
+ssize_t ReadProcBytes(int proc_fd, char* text_end, size_t text_room) {
+  ssize_t proc_bytes = 0;
   do {
-    got = ::read(fd, to, count);
-  } while (got < 0 && errno == EINTR);
-  return got;
+    proc_bytes = ::read(proc_fd, text_end, text_room);
+  } while (proc_bytes < 0 && errno == EINTR);
+  return proc_bytes;
 }
 
 }  // namespace
 
-ProcFolder::ProcFolder(const char* root) : folder_(::open(root, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+ProcFolder::ProcFolder(const char* proc_root)
+    : proc_folder_(::open(proc_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
 
 // Returns null at the end.
-const char* ProcFolder::NextName() {
-  if (next_ == end_) {
-    const ssize_t got =
-        folder_.Valid() ? ::getdents64(folder_.Get(), proc_entries_, sizeof proc_entries_) : 0;
-    if (got <= 0) return nullptr;
-    next_ = 0;
-    end_ = static_cast<size_t>(got);
+const char* ProcFolder::NextEntryName() {
+  if (next_entry_ == entries_end_) {
+    const ssize_t entries_size =
+        proc_folder_.Valid() ? ::getdents64(proc_folder_.Get(), proc_entries_, sizeof proc_entries_) : 0;
+    if (entries_size <= 0) return nullptr;
+    next_entry_ = 0;
+    entries_end_ = static_cast<size_t>(entries_size);
   }
-  const auto* const entry = reinterpret_cast<const dirent64*>(proc_entries_ + next_);
-  next_ += entry->d_reclen;
-  return entry->d_name;
+  const auto* const proc_entry = reinterpret_cast<const dirent64*>(proc_entries_ + next_entry_);
+  next_entry_ += proc_entry->d_reclen;
+  return proc_entry->d_name;
 }
 
-bool ProcFolder::Next() {
-  const char* name = nullptr;
+bool ProcFolder::NextProcess() {
+  const char* entry_name = nullptr;
   do {
-    name = NextName();
-    if (name == nullptr) return false;
-  } while (name[0] < '0' || name[0] > '9');
-  pid_ = static_cast<int32_t>(std::strtol(name, nullptr, 0));
-  length_ = ::strnlen(name, NAME_MAX);
-  std::memcpy(path_, name, length_);
-  path_[length_++] = '/';
+    entry_name = NextEntryName();
+    if (entry_name == nullptr) return false;
+  } while (entry_name[0] < '0' || entry_name[0] > '9');
+  entry_pid_ = static_cast<int32_t>(std::strtol(entry_name, nullptr, 0));
+  entry_path_length_ = ::strnlen(entry_name, NAME_MAX);
+  std::memcpy(entry_path_, entry_name, entry_path_length_);
+  entry_path_[entry_path_length_++] = '/';
   return true;
 }
 
-bool ProcFolder::Here() {
-  path_[length_] = '\0';
-  struct stat status {};
-  return ::fstatat(folder_.Get(), path_, &status, 0) == 0;
+bool ProcFolder::StillThere() {
+  entry_path_[entry_path_length_] = '\0';
+  struct stat entry_status {};
+  return ::fstatat(proc_folder_.Get(), entry_path_, &entry_status, 0) == 0;
 }
 
-base::UniqueFd ProcFolder::OpenPath() const {
-  return base::UniqueFd(::openat(folder_.Get(), path_, O_RDONLY | O_CLOEXEC));
+base::UniqueFd ProcFolder::OpenEntryFile() const {
+  return base::UniqueFd(::openat(proc_folder_.Get(), entry_path_, O_RDONLY | O_CLOEXEC));
 }
 
-bool ProcText::Grow() {
-  const size_t wanted = std::clamp(capacity_ * 4, FIRST_TEXT_CAPACITY, LIMIT);
-  if (wanted == capacity_ || !base::Resize(buffer_, wanted)) return false;
-  capacity_ = wanted;
+bool ProcText::GrowText() {
+  const size_t wanted_capacity = std::clamp(text_capacity_ * 4, FIRST_TEXT_CAPACITY, PROC_TEXT_LIMIT);
+  if (wanted_capacity == text_capacity_ || !base::Resize(proc_text_, wanted_capacity)) return false;
+  text_capacity_ = wanted_capacity;
   return true;
 }
 
-std::string_view ProcText::Read(int fd) {
-  if (fd < 0) return {};
-  size_t size = 0;
-  while (size < capacity_ || Grow()) {
-    const ssize_t got = ReadUninterrupted(fd, buffer_.get() + size, capacity_ - size);
-    if (got <= 0) break;
-    size += static_cast<size_t>(got);
-    if (size < capacity_) break;
+std::string_view ProcText::Read(int proc_fd) {
+  if (proc_fd < 0) return {};
+  size_t text_size = 0;
+  while (text_size < text_capacity_ || GrowText()) {
+    const ssize_t proc_bytes =
+        ReadProcBytes(proc_fd, proc_text_.get() + text_size, text_capacity_ - text_size);
+    if (proc_bytes <= 0) break;
+    text_size += static_cast<size_t>(proc_bytes);
+    if (text_size < text_capacity_) break;
   }
-  return {buffer_.get(), size};
+  return {proc_text_.get(), text_size};
 }
 
-bool ProcHead::Read(const char* proc_root, const char* name) {
-  std::array<char, PATH_MAX> path;
-  const int length = std::snprintf(path.data(), path.size(), "%s/%s", proc_root, name);
-  if (length < 0 || static_cast<size_t>(length) >= path.size()) return false;
-  const base::UniqueFd file(::open(path.data(), O_RDONLY | O_CLOEXEC));
-  if (!file.Valid()) return false;
-  const ssize_t got = ReadUninterrupted(file.Get(), text_.data(), text_.size() - 1);
-  text_[got > 0 ? static_cast<size_t>(got) : 0] = '\0';
+bool ProcHead::Read(const char* proc_root, const char* proc_file) {
+  std::array<char, PATH_MAX> head_path;
+  const int path_length = std::snprintf(head_path.data(), head_path.size(), "%s/%s", proc_root, proc_file);
+  if (path_length < 0 || static_cast<size_t>(path_length) >= head_path.size()) return false;
+  const base::UniqueFd head_file(::open(head_path.data(), O_RDONLY | O_CLOEXEC));
+  if (!head_file.Valid()) return false;
+  const ssize_t head_size = ReadProcBytes(head_file.Get(), proc_head_.data(), proc_head_.size() - 1);
+  proc_head_[head_size > 0 ? static_cast<size_t>(head_size) : 0] = '\0';
   return true;
 }
 

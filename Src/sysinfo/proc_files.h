@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace sysinfo {
 
@@ -17,58 +17,58 @@ namespace sysinfo {
 class ProcFolder {
  public:
   // If the folder cannot be opened, there are no entries.
-  explicit ProcFolder(const char* root);
+  explicit ProcFolder(const char* proc_root);
 
   // Moves to the next entry whose name begins with a digit, in the order of the folder. Returns false at the
   // end.
-  bool Next();
+  bool NextProcess();
   // The number at the start of the name, read as scanf's %i does.
-  int32_t Pid() const { return pid_; }
+  int32_t Pid() const { return entry_pid_; }
   // Opens a file of the entry for reading.
   template <size_t N>
-  base::UniqueFd Open(const char (&file)[N]) {
-    static_assert(N <= LONGEST_FILE_NAME);
-    std::memcpy(path_ + length_, file, N);
-    return OpenPath();
+  base::UniqueFd Open(const char (&proc_file)[N]) {
+    static_assert(N <= LONGEST_PROC_FILE);
+    std::memcpy(entry_path_ + entry_path_length_, proc_file, N);
+    return OpenEntryFile();
   }
   // Whether the entry is still a folder; that of a process that has ended is not.
-  bool Here();
+  bool StillThere();
 
  private:
-  static constexpr size_t LONGEST_FILE_NAME = sizeof("cmdline");
+  static constexpr size_t LONGEST_PROC_FILE = sizeof("cmdline");
 
-  const char* NextName();
-  base::UniqueFd OpenPath() const;
+  const char* NextEntryName();
+  base::UniqueFd OpenEntryFile() const;
 
   // The size of the buffer for entries read ahead. The kernel needs a microsecond for each entry, and a
   // caller that only asks whether there is any process needs just the first.
-  static constexpr size_t ENTRIES_SIZE = 4096;
+  static constexpr size_t PROC_ENTRIES_SIZE = 4096;
 
-  base::UniqueFd folder_;
-  alignas(8) char proc_entries_[ENTRIES_SIZE]{};
-  size_t next_ = 0;  // in proc_entries_
-  size_t end_ = 0;
-  int32_t pid_ = 0;
+  base::UniqueFd proc_folder_;
+  alignas(8) char proc_entries_[PROC_ENTRIES_SIZE]{};
+  size_t next_entry_ = 0;  // in proc_entries_
+  size_t entries_end_ = 0;
+  int32_t entry_pid_ = 0;
   // Relative to the folder: the entry's name, a slash, a file.
-  char path_[NAME_MAX + 1 + LONGEST_FILE_NAME]{};
-  size_t length_ = 0;
+  char entry_path_[NAME_MAX + 1 + LONGEST_PROC_FILE]{};
+  size_t entry_path_length_ = 0;
 };
 
 // Reads whole small files into one buffer that is used again.
 class ProcText {
  public:
-  static constexpr size_t LIMIT = 3145727;
+  static constexpr size_t PROC_TEXT_LIMIT = 3145727;
 
   // Reads at most LIMIT bytes of a file (borrowed). This takes one read(2) unless the file fills the buffer,
   // which then grows. When memory runs out, the text ends where the buffer does. The text is empty when the
   // file cannot be read or the descriptor is negative. It stays valid until the next call.
-  std::string_view Read(int fd);
+  std::string_view Read(int proc_fd);
 
  private:
-  bool Grow();
+  bool GrowText();
 
-  base::UniqueText buffer_;
-  size_t capacity_ = 0;
+  base::UniqueText proc_text_;
+  size_t text_capacity_ = 0;
 };
 
 // The first bytes of a file, as a text.
@@ -76,11 +76,11 @@ class ProcHead {
  public:
   // Reads a file below the root. Returns false when it cannot be opened; when it cannot be read, the text is
   // empty.
-  bool Read(const char* proc_root, const char* name);
-  const char* Get() const { return text_.data(); }
+  bool Read(const char* proc_root, const char* proc_file);
+  const char* Text() const { return proc_head_.data(); }
 
  private:
-  std::array<char, 4096 + 1> text_;
+  std::array<char, 4096 + 1> proc_head_;
 };
 
 }  // namespace sysinfo

@@ -12,47 +12,47 @@ namespace sysinfo {
 namespace {
 
 // Reads the file of a short name. Returns its length, or 0 when it cannot be read.
-size_t ReadComm(const base::UniqueFd& file, char* text, size_t size) {
-  if (!file.Valid()) return 0;
-  const ssize_t got = TEMP_FAILURE_RETRY(::read(file.Get(), text, size));
-  return got > 0 ? static_cast<size_t>(got) : 0;
+size_t ReadComm(const base::UniqueFd& comm_file, char* comm, size_t size) {
+  if (!comm_file.Valid()) return 0;
+  const ssize_t comm_size = TEMP_FAILURE_RETRY(::read(comm_file.Get(), comm, size));
+  return comm_size > 0 ? static_cast<size_t>(comm_size) : 0;
 }
 
 }  // namespace
 
-size_t NameFromComm(std::string_view text, char* name) {
+size_t NameFromComm(std::string_view comm, char* name) {
   // The status file writes a newline as two characters, so it is not white space there.
-  const auto trimmed = [](char c) { return IsWhite(c) && c != '\n'; };
-  if (text.ends_with('\n')) text.remove_suffix(1);
-  while (!text.empty() && trimmed(text.front())) text.remove_prefix(1);
-  while (!text.empty() && trimmed(text.back())) text.remove_suffix(1);
-  char* end = name;
-  for (const char c : text) {
-    if (c == '\n' || c == '\\') *end++ = '\\';
-    *end++ = c == '\n' ? 'n' : c;
+  const auto is_trimmed = [](char c) { return IsProcWhite(c) && c != '\n'; };
+  if (comm.ends_with('\n')) comm.remove_suffix(1);
+  while (!comm.empty() && is_trimmed(comm.front())) comm.remove_prefix(1);
+  while (!comm.empty() && is_trimmed(comm.back())) comm.remove_suffix(1);
+  char* name_end = name;
+  for (const char c : comm) {
+    if (c == '\n' || c == '\\') *name_end++ = '\\';
+    *name_end++ = c == '\n' ? 'n' : c;
   }
-  return static_cast<size_t>(end - name);
+  return static_cast<size_t>(name_end - name);
 }
 
 bool ProcessWalk::Next(ProcessName* process) noexcept {
-  while (folder_.Next()) {
+  while (proc_folder_.NextProcess()) {
     char comm[COMM_SIZE];
-    const size_t size = ReadComm(folder_.Open("comm"), comm, sizeof comm);
+    const size_t comm_size = ReadComm(proc_folder_.Open("comm"), comm, sizeof comm);
     // Without a name the process may have ended meanwhile; then it is left out.
-    if (size == 0 && !folder_.Here()) continue;
-    name_[NameFromComm({comm, size}, name_)] = '\0';
-    *process = {folder_.Pid(), size > 0 ? name_ : nullptr};
+    if (comm_size == 0 && !proc_folder_.StillThere()) continue;
+    shown_name_[NameFromComm({comm, comm_size}, shown_name_)] = '\0';
+    *process = {proc_folder_.Pid(), comm_size > 0 ? shown_name_ : nullptr};
     return true;
   }
   return false;
 }
 
 void ProcessNames::Add(const ProcessName& process) noexcept try {
-  entries_.push_back({process.pid, NAMELESS});
+  processes_.push_back({process.pid, NAMELESS});
   if (process.name == nullptr) return;
-  const size_t start = names_.size();
-  names_.append(process.name, std::strlen(process.name) + 1);
-  entries_.back().name = static_cast<uint32_t>(start);
+  const size_t name_start = all_names_.size();
+  all_names_.append(process.name, std::strlen(process.name) + 1);
+  processes_.back().name_start = static_cast<uint32_t>(name_start);
 } catch (const std::bad_alloc&) {
 }
 

@@ -19,15 +19,15 @@ struct ProcessName {
 };
 
 // Turns the text of /proc/PID/comm into the name that /proc/PID/status shows. name must have room for twice
-// the text's length. Returns the name's length; no terminator is written.
-size_t NameFromComm(std::string_view text, char* name);
+// its length. Returns the name's length; no terminator is written.
+size_t NameFromComm(std::string_view comm, char* name);
 
 // Walks over the processes as they are, with the order and the names of qxapi_open_process. proc_root is
 // where the process file system is mounted; if it cannot be opened, there are none. The kernel produces one
 // small file for each process that is asked for (about 3 microseconds each); a stop does not cut it.
 class ProcessWalk {
  public:
-  explicit ProcessWalk(const char* proc_root = "/proc") : folder_(proc_root) {}
+  explicit ProcessWalk(const char* proc_root = "/proc") : proc_folder_(proc_root) {}
   // The next process; false at the end. Its name stays valid until the next call.
   bool Next(ProcessName* process) noexcept;
 
@@ -35,30 +35,31 @@ class ProcessWalk {
   // Kernel threads have names of up to 63 bytes; a newline follows.
   static constexpr size_t COMM_SIZE = 64;
 
-  ProcFolder folder_;
-  char name_[2 * COMM_SIZE + 1]{};  // an escaped byte takes two
+  ProcFolder proc_folder_;
+  char shown_name_[2 * COMM_SIZE + 1]{};  // an escaped byte takes two
 };
 
 class ProcessNames {
  public:
-  size_t Size() const { return entries_.size(); }
+  size_t Size() const { return processes_.size(); }
   // The name stays valid until the next Add, at most as long as this object.
-  ProcessName operator[](size_t index) const {
-    const Entry& entry = entries_[index];
-    return {entry.pid, entry.name == NAMELESS ? nullptr : names_.data() + entry.name};
+  ProcessName operator[](size_t process_index) const {
+    const NameEntry& name_entry = processes_[process_index];
+    return {name_entry.pid,
+            name_entry.name_start == NAMELESS ? nullptr : all_names_.data() + name_entry.name_start};
   }
   // Copies the name. When memory runs out, the process has no name or is left out.
   void Add(const ProcessName& process) noexcept;
 
  private:
   static constexpr uint32_t NAMELESS = UINT32_MAX;
-  struct Entry {
+  struct NameEntry {
     int32_t pid;
-    uint32_t name;  // its start in names_
+    uint32_t name_start;  // its start in all_names_
   };
 
-  std::vector<Entry> entries_;
-  std::string names_;  // all names, each with its terminator
+  std::vector<NameEntry> processes_;
+  std::string all_names_;  // all names, each with its terminator
 };
 
 // Takes a snapshot of all processes (ProcessWalk). Any number of threads may call this at once.

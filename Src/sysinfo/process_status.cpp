@@ -7,8 +7,8 @@
 #include <cstdio>
 
 #include "base/number.h"
-#include "base/owners.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
+#include "base/unique_handles.h"
 
 namespace sysinfo {
 namespace {
@@ -16,29 +16,30 @@ namespace {
 constexpr int THREADS_BEHIND_STATE = 17;   // fields between the state and the number of threads
 constexpr size_t ZOMBIE_STAT_SIZE = 1024;  // some 50 numbers, and a name of 64 bytes
 
-char LowerKeyLetter(char c) {
+char LowerStatusKeyLetter(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-void SkipWhite(std::string_view* rest) {
-  while (!rest->empty() && IsWhite(rest->front())) rest->remove_prefix(1);
+void SkipProcWhite(std::string_view* rest) {
+  while (!rest->empty() && IsProcWhite(rest->front())) rest->remove_prefix(1);
 }
 
-size_t WordEnd(const char* seps, std::string_view text) {
-  if (seps == nullptr) {
-    size_t stop = 0;
-    while (stop < text.size() && !IsWhite(text[stop])) ++stop;
-    return stop;
+size_t ProcWordEnd(const char* separators, std::string_view proc_text) {
+  if (separators == nullptr) {
+    size_t word_end = 0;
+    while (word_end < proc_text.size() && !IsProcWhite(proc_text[word_end])) ++word_end;
+    return word_end;
   }
-  const bool single = seps[0] != '\0' && seps[1] == '\0';
-  return std::min(single ? text.find(seps[0]) : text.find_first_of(seps), text.size());
+  const bool one_separator = separators[0] != '\0' && separators[1] == '\0';
+  return std::min(one_separator ? proc_text.find(separators[0]) : proc_text.find_first_of(separators),
+                  proc_text.size());
 }
 
-bool SkipStatFields(std::string_view* rest, int count) {
+bool SkipStatFields(std::string_view* stat_rest, int count) {
   for (; count > 0; --count) {
-    SkipWhite(rest);
-    if (rest->empty()) return false;
-    rest->remove_prefix(WordEnd(nullptr, *rest));
+    SkipProcWhite(stat_rest);
+    if (stat_rest->empty()) return false;
+    stat_rest->remove_prefix(ProcWordEnd(nullptr, *stat_rest));
   }
   return true;
 }
@@ -46,9 +47,9 @@ bool SkipStatFields(std::string_view* rest, int count) {
 using base::LeadingNumber;
 
 struct StatusKey {
-  std::string_view key;
-  void (*store)(StatusFields* fields, std::string_view value);
-  bool blank = false;  // a blank value is stored, too
+  std::string_view status_key;
+  void (*store_field)(StatusFields* fields, std::string_view value);
+  bool blank_counts = false;  // a blank value is stored, too
 };
 
 constexpr std::array<StatusKey, 8> STATUS_KEYS{{
@@ -65,52 +66,52 @@ constexpr std::array<StatusKey, 8> STATUS_KEYS{{
 }};
 
 const StatusKey* FindStatusKey(std::string_view key) {
-  const auto same = [key](const StatusKey& row) {
-    return std::equal(key.begin(), key.end(), row.key.begin(), row.key.end(),
-                      [](char a, char b) { return LowerKeyLetter(a) == b; });
+  const auto same_key = [key](const StatusKey& key_row) {
+    return std::equal(key.begin(), key.end(), key_row.status_key.begin(), key_row.status_key.end(),
+                      [](char a, char b) { return LowerStatusKeyLetter(a) == b; });
   };
-  const auto* const row = std::find_if(STATUS_KEYS.begin(), STATUS_KEYS.end(), same);
-  return row == STATUS_KEYS.end() ? nullptr : row;
+  const auto* const key_row = std::find_if(STATUS_KEYS.begin(), STATUS_KEYS.end(), same_key);
+  return key_row == STATUS_KEYS.end() ? nullptr : key_row;
 }
 
 constexpr unsigned ALL_STATUS_KEYS = (1U << STATUS_KEYS.size()) - 1;
 
 // Returns the bit of the key that was stored, or 0.
-unsigned ParseStatusLine(std::string_view line, StatusFields* fields) {
-  const StatusKey* const row = FindStatusKey(CutWord(":", &line));
-  if (row == nullptr) return 0;
-  line = line.substr(0, line.find('\0'));
-  const std::string_view value = CutWord("\n", &line);
-  if (value.empty() && !row->blank) return 0;
-  row->store(fields, value);
-  return 1U << (row - STATUS_KEYS.data());
+unsigned ParseStatusLine(std::string_view status_line, StatusFields* fields) {
+  const StatusKey* const key_row = FindStatusKey(CutProcWord(":", &status_line));
+  if (key_row == nullptr) return 0;
+  status_line = status_line.substr(0, status_line.find('\0'));
+  const std::string_view status_value = CutProcWord("\n", &status_line);
+  if (status_value.empty() && !key_row->blank_counts) return 0;
+  key_row->store_field(fields, status_value);
+  return 1U << (key_row - STATUS_KEYS.data());
 }
 
 // The text behind so many blanks.
-std::string_view BehindBlanks(std::string_view text, int blanks) {
-  for (; blanks > 0 && !text.empty(); --blanks)
-    text.remove_prefix(std::min(text.find(' '), text.size() - 1) + 1);
-  return text;
+std::string_view BehindBlanks(std::string_view stat_text, int blanks) {
+  for (; blanks > 0 && !stat_text.empty(); --blanks)
+    stat_text.remove_prefix(std::min(stat_text.find(' '), stat_text.size() - 1) + 1);
+  return stat_text;
 }
 
 }  // namespace
 
-std::string_view CutWord(const char* seps, std::string_view* rest) {
-  SkipWhite(rest);
-  const size_t stop = WordEnd(seps, *rest);
-  std::string_view word = rest->substr(0, stop);
-  rest->remove_prefix(std::min(stop + 1, rest->size()));
-  while (!word.empty() && IsWhite(word.back())) word.remove_suffix(1);
-  return word;
+std::string_view CutProcWord(const char* separators, std::string_view* rest) {
+  SkipProcWhite(rest);
+  const size_t word_end = ProcWordEnd(separators, *rest);
+  std::string_view proc_word = rest->substr(0, word_end);
+  rest->remove_prefix(std::min(word_end + 1, rest->size()));
+  while (!proc_word.empty() && IsProcWhite(proc_word.back())) proc_word.remove_suffix(1);
+  return proc_word;
 }
 
 // The kernel writes each key once, and half of its file behind the last one that is wanted.
 void ParseStatus(std::string_view status, StatusFields* fields) {
-  unsigned found = 0;
-  while (!status.empty() && found != ALL_STATUS_KEYS) {
-    const size_t line_size = std::min(status.find('\n'), status.size() - 1) + 1;
-    found |= ParseStatusLine(status.substr(0, line_size), fields);
-    status.remove_prefix(line_size);
+  unsigned found_keys = 0;
+  while (!status.empty() && found_keys != ALL_STATUS_KEYS) {
+    const size_t status_line_size = std::min(status.find('\n'), status.size() - 1) + 1;
+    found_keys |= ParseStatusLine(status.substr(0, status_line_size), fields);
+    status.remove_prefix(status_line_size);
   }
 }
 
@@ -119,30 +120,31 @@ std::optional<StatCounters> ParseStat(std::string_view stat) {
   const size_t name_end = stat.rfind(')');
   if (name_end == std::string_view::npos) return std::nullopt;
   stat.remove_prefix(name_end + 1);
-  StatCounters counters{};
-  const bool whole = SkipStatFields(&stat, 11) && base::TakeUnsigned(&stat, &counters.utime) &&
-                     base::TakeUnsigned(&stat, &counters.stime) && SkipStatFields(&stat, 3) &&
-                     base::TakeSigned(&stat, &counters.nice) && SkipStatFields(&stat, 4) &&
-                     base::TakeUnsigned(&stat, &counters.pages);
-  if (!whole) return std::nullopt;
-  return counters;
+  StatCounters stat_counters{};
+  const bool all_counters = SkipStatFields(&stat, 11) && base::TakeUnsigned(&stat, &stat_counters.utime) &&
+                            base::TakeUnsigned(&stat, &stat_counters.stime) && SkipStatFields(&stat, 3) &&
+                            base::TakeSigned(&stat, &stat_counters.nice) && SkipStatFields(&stat, 4) &&
+                            base::TakeUnsigned(&stat, &stat_counters.pages);
+  if (!all_counters) return std::nullopt;
+  return stat_counters;
 }
 
 bool TellsZombie(std::string_view stat) {
   // The name in parentheses may hold some of its own.
-  const size_t name = stat.rfind(") ");
-  if (name == std::string_view::npos || name + 2 >= stat.size()) return false;
-  const std::string_view state = stat.substr(name + 2);
-  if (state[0] != 'Z' && state[0] != 'X') return false;
-  return base::LeadingNumber(BehindBlanks(state, THREADS_BEHIND_STATE)) <= 1;
+  const size_t name_end = stat.rfind(") ");
+  if (name_end == std::string_view::npos || name_end + 2 >= stat.size()) return false;
+  const std::string_view stat_state = stat.substr(name_end + 2);
+  if (stat_state[0] != 'Z' && stat_state[0] != 'X') return false;
+  return base::LeadingNumber(BehindBlanks(stat_state, THREADS_BEHIND_STATE)) <= 1;
 }
 
 bool IsZombie(int32_t pid) {
-  std::array<char, sizeof "/proc/-2147483648/stat"> path;
-  std::snprintf(path.data(), path.size(), "/proc/%d/stat", pid);
-  const base::UniqueFd file(::open(path.data(), O_RDONLY | O_CLOEXEC));
-  std::array<char, ZOMBIE_STAT_SIZE> text;
-  return file.Valid() && TellsZombie({text.data(), base::ReadUpTo(file.Get(), text.data(), text.size())});
+  std::array<char, sizeof "/proc/-2147483648/stat"> stat_path;
+  std::snprintf(stat_path.data(), stat_path.size(), "/proc/%d/stat", pid);
+  const base::UniqueFd stat_file(::open(stat_path.data(), O_RDONLY | O_CLOEXEC));
+  std::array<char, ZOMBIE_STAT_SIZE> stat_text;
+  return stat_file.Valid() &&
+         TellsZombie({stat_text.data(), base::ReadUpTo(stat_file.Get(), stat_text.data(), stat_text.size())});
 }
 
 }  // namespace sysinfo

@@ -10,13 +10,13 @@
 namespace sysinfo {
 
 // Blank, tab, newline, vertical tab, form feed and carriage return, in every locale.
-inline bool IsWhite(char c) {
+inline bool IsProcWhite(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
 // As __qxapi_get_word_sep__ (qxapi_internal.h), without the copy. *rest takes the place of the cursor; an
 // empty word is an empty view.
-std::string_view CutWord(const char* seps, std::string_view* rest);
+std::string_view CutProcWord(const char* separators, std::string_view* rest);
 
 struct StatusFields {
   std::optional<std::string_view> name;  // points into the text

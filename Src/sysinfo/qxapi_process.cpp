@@ -19,60 +19,60 @@ using sysinfo::ProcFolder;
 using sysinfo::ProcText;
 using sysinfo::UserNames;
 
-constexpr size_t SPRINTF_LIMIT = 0x80000 - 4096;
+constexpr size_t QXAPI_SPRINTF_LIMIT = 0x80000 - 4096;
 
 // What one snapshot is read with.
 struct SnapshotSource {
-  explicit SnapshotSource(const char* proc_root) : folder(proc_root) {}
+  explicit SnapshotSource(const char* proc_root) : proc_folder(proc_root) {}
 
-  ProcFolder folder;
-  ProcText file;
-  UserNames owners;
+  ProcFolder proc_folder;
+  ProcText proc_text;
+  UserNames user_names;
   uint64_t page_kb = static_cast<uint64_t>(::sysconf(_SC_PAGESIZE)) >> 10;
 };
 
-char* CopyBytes(std::string_view bytes) {
-  auto* const copy = static_cast<char*>(std::malloc(bytes.size() + 1));
-  if (copy == nullptr) return nullptr;
-  std::memcpy(copy, bytes.data(), bytes.size());
-  copy[bytes.size()] = '\0';
-  return copy;
+char* CopyRecordText(std::string_view record_text) {
+  auto* const text_copy = static_cast<char*>(std::malloc(record_text.size() + 1));
+  if (text_copy == nullptr) return nullptr;
+  std::memcpy(text_copy, record_text.data(), record_text.size());
+  text_copy[record_text.size()] = '\0';
+  return text_copy;
 }
 
-void StoreCommandLine(std::string_view words, qxapi_process* process) {
-  if (words.empty()) return;
-  process->cmdline = CopyBytes(words);
+void StoreCommandLine(std::string_view cmdline, qxapi_process* process) {
+  if (cmdline.empty()) return;
+  process->cmdline = CopyRecordText(cmdline);
   if (process->cmdline != nullptr) {
-    process->cmdline_len = words.size();
-    __qxapi_command_line_decoder__(process->cmdline, words.size(), &process->argc, &process->argv);
+    process->cmdline_len = cmdline.size();
+    __qxapi_command_line_decoder__(process->cmdline, cmdline.size(), &process->argc, &process->argv);
   }
-  process->command = CopyBytes(words);
+  process->command = CopyRecordText(cmdline);
   if (process->command != nullptr) {
-    std::replace(process->command, process->command + words.size() - 1, '\0', ' ');
+    std::replace(process->command, process->command + cmdline.size() - 1, '\0', ' ');
   }
 }
 
-void StoreStatus(std::string_view text, qxapi_process* process) {
-  sysinfo::StatusFields fields;
-  fields.pid = process->pid;
-  sysinfo::ParseStatus(text, &fields);
-  process->pid = fields.pid;
-  if (fields.name) process->name = CopyBytes(*fields.name);
-  process->state[0] = fields.state;
-  process->ppid = fields.ppid;
-  process->uid = fields.uid;
-  process->gid = fields.gid;
-  process->vmsize = fields.vmsize;
-  process->threads = fields.threads;
+void StoreStatus(std::string_view status, qxapi_process* process) {
+  sysinfo::StatusFields status_fields;
+  status_fields.pid = process->pid;
+  sysinfo::ParseStatus(status, &status_fields);
+  process->pid = status_fields.pid;
+  if (status_fields.name) process->name = CopyRecordText(*status_fields.name);
+  process->state[0] = status_fields.state;
+  process->ppid = status_fields.ppid;
+  process->uid = status_fields.uid;
+  process->gid = status_fields.gid;
+  process->vmsize = status_fields.vmsize;
+  process->threads = status_fields.threads;
 }
 
-void StoreCounters(std::string_view text, uint64_t page_kb, qxapi_process* process) {
-  const auto counters = sysinfo::ParseStat(text);
-  if (!counters) return;
-  process->utime = counters->utime;
-  process->stime = counters->stime;
-  process->nice = counters->nice;
-  process->rss_kb = page_kb * counters->pages;
+void StoreCounters(std::string_view stat, uint64_t page_kb, qxapi_process* process) {
+  const auto stat_counters = sysinfo::ParseStat(stat);
+  if (!stat_counters) return;
+  process->utime = stat_counters->utime;
+  process->stime = stat_counters->stime;
+  process->nice = stat_counters->nice;
+  process->rss_kb = page_kb * stat_counters->pages;
 }
 
 void StoreStateLetters(qxapi_process* process) {
@@ -82,45 +82,46 @@ void StoreStateLetters(qxapi_process* process) {
 
 // Reads the record of the folder's entry. Returns null when the entry is no process or memory runs out. Each
 // file is parsed before the next is read, because they share one buffer.
-qxapi_process* OpenEntry(SnapshotSource* source) {
-  ProcFolder& folder = source->folder;
-  const std::string_view status = source->file.Read(folder.Open("status").Get());
+qxapi_process* ReadProcessRecord(SnapshotSource* source) {
+  ProcFolder& proc_folder = source->proc_folder;
+  const std::string_view status = source->proc_text.Read(proc_folder.Open("status").Get());
   // Without a status the process may have ended meanwhile; then it has no record.
-  if (status.empty() && !folder.Here()) return nullptr;
+  if (status.empty() && !proc_folder.StillThere()) return nullptr;
   qxapi_process* const process = __qxapi_new_process__();
   if (process == nullptr) return nullptr;
-  process->pid = folder.Pid();
+  process->pid = proc_folder.Pid();
   StoreStatus(status, process);
-  StoreCommandLine(source->file.Read(folder.Open("cmdline").Get()), process);
-  StoreCounters(source->file.Read(folder.Open("stat").Get()), source->page_kb, process);
+  StoreCommandLine(source->proc_text.Read(proc_folder.Open("cmdline").Get()), process);
+  StoreCounters(source->proc_text.Read(proc_folder.Open("stat").Get()), source->page_kb, process);
   StoreStateLetters(process);
-  const char* const owner = source->owners.Find(process->uid);
-  if (owner != nullptr) process->owner = ::strdup(owner);
+  const char* const user_name = source->user_names.Find(process->uid);
+  if (user_name != nullptr) process->owner = ::strdup(user_name);
   return process;
 }
 
 [[gnu::format(printf, 1, 0)]] char* FormatToHeap(const char* format, va_list arguments) {
-  va_list again;
-  va_copy(again, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, arguments);
-  char* text = nullptr;
-  if (length >= 0 && static_cast<size_t>(length) < SPRINTF_LIMIT) {
-    const size_t size = static_cast<size_t>(length) + 1;
-    text = static_cast<char*>(std::malloc(size));
-    if (text != nullptr) std::vsnprintf(text, size, format, again);
+  va_list arguments_again;
+  va_copy(arguments_again, arguments);
+  const int text_length = std::vsnprintf(nullptr, 0, format, arguments);
+  char* heap_text = nullptr;
+  if (text_length >= 0 && static_cast<size_t>(text_length) < QXAPI_SPRINTF_LIMIT) {
+    const size_t heap_size = static_cast<size_t>(text_length) + 1;
+    heap_text = static_cast<char*>(std::malloc(heap_size));
+    if (heap_text != nullptr) std::vsnprintf(heap_text, heap_size, format, arguments_again);
   }
-  va_end(again);
-  return text;
+  va_end(arguments_again);
+  return heap_text;
 }
 
 // Calls each with the start of every word, until it returns false.
 template <typename Each>
-void ForEachWord(char* buf, uint64_t len, Each each) {
-  for (uint64_t start = 0; start < len;) {
-    const void* const nul = std::memchr(buf + start, '\0', len - start);
-    const uint64_t stop = nul == nullptr ? len : static_cast<uint64_t>(static_cast<const char*>(nul) - buf);
-    if (!each(buf + start)) return;
-    start = stop + 1;
+void ForEachCommandWord(char* buf, uint64_t len, Each each_word) {
+  for (uint64_t word_start = 0; word_start < len;) {
+    const void* const word_nul = std::memchr(buf + word_start, '\0', len - word_start);
+    const uint64_t word_end =
+        word_nul == nullptr ? len : static_cast<uint64_t>(static_cast<const char*>(word_nul) - buf);
+    if (!each_word(buf + word_start)) return;
+    word_start = word_end + 1;
   }
 }
 
@@ -134,33 +135,33 @@ qxapi_process* __qxapi_new_process__() {
 
 int __qxapi_free_process__(qxapi_process* list) {
   while (list != nullptr) {
-    qxapi_process* const next = list->next;
+    qxapi_process* const next_process = list->next;
     std::free(list->owner);
     std::free(list->name);
     std::free(list->command);
     std::free(list->argv);
     std::free(list->cmdline);
     std::free(list);
-    list = next;
+    list = next_process;
   }
   return 0;
 }
 
 qxapi_process* qxapi_open_process(const char* proc_root) {
   SnapshotSource source(proc_root);
-  qxapi_process* head = nullptr;
-  qxapi_process** tail = &head;
-  while (source.folder.Next()) {
-    *tail = OpenEntry(&source);
-    if (*tail != nullptr) tail = &(*tail)->next;
+  qxapi_process* first_process = nullptr;
+  qxapi_process** process_link = &first_process;
+  while (source.proc_folder.NextProcess()) {
+    *process_link = ReadProcessRecord(&source);
+    if (*process_link != nullptr) process_link = &(*process_link)->next;
   }
-  return head;
+  return first_process;
 }
 
 int qxapi_has_process(const char* proc_root) {
-  ProcFolder folder(proc_root);
-  while (folder.Next()) {
-    if (folder.Here()) return 1;
+  ProcFolder proc_folder(proc_root);
+  while (proc_folder.NextProcess()) {
+    if (proc_folder.StillThere()) return 1;
   }
   return 0;
 }
@@ -181,16 +182,16 @@ unsigned char* __qxapi_poke_byte__(void* buf, size_t i, unsigned char c) {
 
 const char* __qxapi_skip_space__(const char* p) {
   if (p == nullptr) return nullptr;
-  while (sysinfo::IsWhite(*p)) ++p;
+  while (sysinfo::IsProcWhite(*p)) ++p;
   return p;
 }
 
 char* __qxapi_get_word_sep__(const char* seps, const char** cursor) {
   if (cursor == nullptr || *cursor == nullptr) return nullptr;
-  std::string_view rest(*cursor);
-  const std::string_view word = sysinfo::CutWord(seps, &rest);
-  *cursor = rest.data();
-  return word.empty() ? nullptr : ::strndup(word.data(), word.size());
+  std::string_view cursor_rest(*cursor);
+  const std::string_view cursor_word = sysinfo::CutProcWord(seps, &cursor_rest);
+  *cursor = cursor_rest.data();
+  return cursor_word.empty() ? nullptr : ::strndup(cursor_word.data(), cursor_word.size());
 }
 
 char* __qxapi_alloc_sprintf__(const char* fmt, ...) {
@@ -206,14 +207,14 @@ int __qxapi_command_line_decoder__(char* buf, uint64_t len, uint32_t* argc, char
   *argc = 0;
   *argv = nullptr;
   if (buf == nullptr || len == 0) return -1;
-  uint32_t words = 0;
-  ForEachWord(buf, len, [&](char*) { return ++words < QXAPI_MAX_WORDS; });
-  auto** const array = static_cast<char**>(std::malloc(words * sizeof(char*)));
-  if (array == nullptr) return 0;
-  ForEachWord(buf, len, [&](char* word) {
-    array[(*argc)++] = word;
-    return *argc < words;
+  uint32_t word_count = 0;
+  ForEachCommandWord(buf, len, [&](char*) { return ++word_count < QXAPI_MAX_WORDS; });
+  auto** const argv_array = static_cast<char**>(std::malloc(word_count * sizeof(char*)));
+  if (argv_array == nullptr) return 0;
+  ForEachCommandWord(buf, len, [&](char* word) {
+    argv_array[(*argc)++] = word;
+    return *argc < word_count;
   });
-  *argv = array;
+  *argv = argv_array;
   return 1;
 }

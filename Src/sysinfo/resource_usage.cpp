@@ -12,8 +12,8 @@
 #include <string_view>
 
 #include "base/number.h"
-#include "base/owners.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "sysinfo/proc_files.h"
 #include "sysinfo/resource_usage_internal.h"
 
@@ -22,21 +22,21 @@ namespace {
 constexpr const char* PROC_ROOT = "/proc";
 
 // The number after the first occurrence of a label, or 0 without one.
-double LabelledFigure(const char* text, const char* label) {
-  const char* const at = std::strstr(text, label);
-  double value = 0;
-  if (at != nullptr) std::sscanf(at + std::strlen(label), "%lf", &value);
-  return value;
+double LabelledFigure(const char* meminfo, const char* label) {
+  const char* const label_at = std::strstr(meminfo, label);
+  double figure = 0;
+  if (label_at != nullptr) std::sscanf(label_at + std::strlen(label), "%lf", &figure);
+  return figure;
 }
 
-uint32_t LabelledFigureInt(const char* text, const char* label) {
-  const char* const at = std::strstr(text, label);
-  return at == nullptr ? 0 : static_cast<uint32_t>(base::LeadingNumber(at + std::strlen(label)));
+uint32_t LabelledFigureInt(const char* meminfo, const char* label) {
+  const char* const label_at = std::strstr(meminfo, label);
+  return label_at == nullptr ? 0 : static_cast<uint32_t>(base::LeadingNumber(label_at + std::strlen(label)));
 }
 
 template <typename Value, typename From>
-void StoreFigure(Value* out, From value) {
-  if (out != nullptr) *out = static_cast<Value>(value);
+void StoreFigure(Value* figure_out, From figure) {
+  if (figure_out != nullptr) *figure_out = static_cast<Value>(figure);
 }
 
 // The columns of a layout of /proc/net/dev, and which of them counts what was sent.
@@ -50,103 +50,104 @@ constexpr std::array<NetworkLayout, 3> NETWORK_LAYOUTS{{{10, 5}, {12, 6}, {16, 8
 
 namespace sysinfo {
 
-float NextCpuUsage(const char* text, CpuSample* previous) {
-  CpuSample now{0.0, 0.0, 0.0, 0.0};
-  std::sscanf(text, "cpu %lf %lf %lf %lf", &now.puser, &now.pwait, &now.psys, &now.pidle);
-  const double idle = now.pidle - previous->pidle;
-  const double total =
-      (now.puser - previous->puser) + (now.pwait - previous->pwait) + (now.psys - previous->psys) + idle;
-  double usage = 0.0;
-  if (total > 0 && previous->puser >= 0) usage = 100 - 100 * idle / total;
-  *previous = now;
-  return static_cast<float>(usage);
+float NextCpuUsage(const char* stat, CpuSample* previous) {
+  CpuSample sample{0.0, 0.0, 0.0, 0.0};
+  std::sscanf(stat, "cpu %lf %lf %lf %lf", &sample.puser, &sample.pwait, &sample.psys, &sample.pidle);
+  const double idle_ticks = sample.pidle - previous->pidle;
+  const double total_ticks = (sample.puser - previous->puser) + (sample.pwait - previous->pwait) +
+                             (sample.psys - previous->psys) + idle_ticks;
+  double cpu_usage = 0.0;
+  if (total_ticks > 0 && previous->puser >= 0) cpu_usage = 100 - 100 * idle_ticks / total_ticks;
+  *previous = sample;
+  return static_cast<float>(cpu_usage);
 }
 
-int TruncateToInt(double value) {
-  if (std::isnan(value)) return 0;
-  if (value >= INT_MAX) return INT_MAX;
-  return value <= INT_MIN ? INT_MIN : static_cast<int>(value);
+int TruncateToInt(double figure) {
+  if (std::isnan(figure)) return 0;
+  if (figure >= INT_MAX) return INT_MAX;
+  return figure <= INT_MIN ? INT_MIN : static_cast<int>(figure);
 }
 
-int MemoryPercent(const char* text, double* total, double* available) {
-  const double all = LabelledFigure(text, "MemTotal:");
-  const double unused =
-      LabelledFigure(text, "MemFree:") + LabelledFigure(text, "Cached:") + LabelledFigure(text, "Buffers:");
-  if (all == 0) return 0;
-  StoreFigure(total, all);
-  StoreFigure(available, unused);
-  return TruncateToInt(100.0 * (all - unused) / all);
+int MemoryPercent(const char* meminfo, double* total_kb, double* available_kb) {
+  const double mem_total = LabelledFigure(meminfo, "MemTotal:");
+  const double mem_unused = LabelledFigure(meminfo, "MemFree:") + LabelledFigure(meminfo, "Cached:") +
+                            LabelledFigure(meminfo, "Buffers:");
+  if (mem_total == 0) return 0;
+  StoreFigure(total_kb, mem_total);
+  StoreFigure(available_kb, mem_unused);
+  return TruncateToInt(100.0 * (mem_total - mem_unused) / mem_total);
 }
 
-int MemoryPercentInt(const char* text, double* total, double* available) {
-  const uint32_t all = LabelledFigureInt(text, "MemTotal:");
-  const uint32_t unused = LabelledFigureInt(text, "MemFree:") + LabelledFigureInt(text, "Buffers:") +
-                          LabelledFigureInt(text, "Cached:");
-  if (all == 0) return 0;
-  StoreFigure(total, static_cast<int32_t>(all));
-  StoreFigure(available, static_cast<int32_t>(unused));
+int MemoryPercentInt(const char* meminfo, double* total_kb, double* available_kb) {
+  const uint32_t mem_total = LabelledFigureInt(meminfo, "MemTotal:");
+  const uint32_t mem_unused = LabelledFigureInt(meminfo, "MemFree:") +
+                              LabelledFigureInt(meminfo, "Buffers:") + LabelledFigureInt(meminfo, "Cached:");
+  if (mem_total == 0) return 0;
+  StoreFigure(total_kb, static_cast<int32_t>(mem_total));
+  StoreFigure(available_kb, static_cast<int32_t>(mem_unused));
   // Divided in 64 bits: the smallest 32-bit number divided by -1 would overflow.
-  const int64_t hundredfold = static_cast<int32_t>((all - unused) * 100);
-  return static_cast<int>(hundredfold / static_cast<int32_t>(all));
+  const int64_t hundredfold = static_cast<int32_t>((mem_total - mem_unused) * 100);
+  return static_cast<int>(hundredfold / static_cast<int32_t>(mem_total));
 }
 
-int ResidentKilobytes(const char* line) {
-  constexpr const char* WHITE = " \t\n\v\f\r";
-  line += std::strspn(line, WHITE);
-  line += std::strcspn(line, WHITE);
-  return static_cast<int>(base::LeadingNumber(line));
+int ResidentKilobytes(const char* rss_line) {
+  constexpr const char* STATUS_WHITE = " \t\n\v\f\r";
+  rss_line += std::strspn(rss_line, STATUS_WHITE);
+  rss_line += std::strcspn(rss_line, STATUS_WHITE);
+  return static_cast<int>(base::LeadingNumber(rss_line));
 }
 
 unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t available_blocks, uint64_t* total_mb,
                          uint64_t* available_mb) {
-  const uint64_t total = (block_size * (blocks >> 10)) >> 10;
-  const uint64_t available = (block_size * (available_blocks >> 10)) >> 10;
-  StoreFigure(total_mb, total);
-  StoreFigure(available_mb, available);
-  if (total == 0 || available == 0) return 0;
-  return static_cast<unsigned int>((total - available) * 100 / total);
+  const uint64_t disk_total = (block_size * (blocks >> 10)) >> 10;
+  const uint64_t disk_available = (block_size * (available_blocks >> 10)) >> 10;
+  StoreFigure(total_mb, disk_total);
+  StoreFigure(available_mb, disk_available);
+  if (disk_total == 0 || disk_available == 0) return 0;
+  return static_cast<unsigned int>((disk_total - disk_available) * 100 / disk_total);
 }
 
-uint64_t NetworkCounter(const char* text, int number) {
-  std::array<char, 32> label;
-  std::snprintf(label.data(), label.size(), "eth%d:", number);
-  const char* const at = std::strstr(text, label.data());
-  if (at == nullptr) return 0;
-  std::string_view rest(at + std::strlen(label.data()));
-  const NetworkLayout layout = NETWORK_LAYOUTS[static_cast<size_t>(procnetdev_version(text)) - 1];
-  std::array<uint64_t, 16> counters{};
-  for (size_t i = 0; i < layout.columns && base::TakeUnsigned(&rest, &counters[i]); ++i) {
+uint64_t NetworkCounter(const char* net_dev, int eth_number) {
+  std::array<char, 32> eth_label;
+  std::snprintf(eth_label.data(), eth_label.size(), "eth%d:", eth_number);
+  const char* const eth_at = std::strstr(net_dev, eth_label.data());
+  if (eth_at == nullptr) return 0;
+  std::string_view eth_counters(eth_at + std::strlen(eth_label.data()));
+  const NetworkLayout layout = NETWORK_LAYOUTS[static_cast<size_t>(procnetdev_version(net_dev)) - 1];
+  std::array<uint64_t, 16> network_counters{};
+  for (size_t i = 0; i < layout.columns && base::TakeUnsigned(&eth_counters, &network_counters[i]); ++i) {
   }
-  return counters[0] + counters[layout.sent];
+  return network_counters[0] + network_counters[layout.sent];
 }
 
-float LinkPercent(uint64_t before, uint64_t after) {
-  return 800.0F * static_cast<float>(after - before) / 100000000.0F;
+float LinkPercent(uint64_t bytes_before, uint64_t bytes_after) {
+  return 800.0F * static_cast<float>(bytes_after - bytes_before) / 100000000.0F;
 }
 
 float CpuUsage(const char* proc_root, CpuSample* previous) {
-  ProcHead text;
-  return text.Read(proc_root, "stat") ? NextCpuUsage(text.Get(), previous) : 0.0F;
+  ProcHead proc_stat;
+  return proc_stat.Read(proc_root, "stat") ? NextCpuUsage(proc_stat.Text(), previous) : 0.0F;
 }
 
-int MemoryUsage(const char* proc_root, double* total, double* available) {
-  ProcHead text;
-  return text.Read(proc_root, "meminfo") ? MemoryPercent(text.Get(), total, available) : 0;
+int MemoryUsage(const char* proc_root, double* total_kb, double* available_kb) {
+  ProcHead meminfo;
+  return meminfo.Read(proc_root, "meminfo") ? MemoryPercent(meminfo.Text(), total_kb, available_kb) : 0;
 }
 
-int MemoryUsageInt(const char* proc_root, double* total, double* available) {
-  ProcHead text;
-  return text.Read(proc_root, "meminfo") ? MemoryPercentInt(text.Get(), total, available) : 0;
+int MemoryUsageInt(const char* proc_root, double* total_kb, double* available_kb) {
+  ProcHead meminfo;
+  return meminfo.Read(proc_root, "meminfo") ? MemoryPercentInt(meminfo.Text(), total_kb, available_kb) : 0;
 }
 
 int ResidentMemory(const char* proc_root, int pid) {
-  std::array<char, PATH_MAX> path;
-  const int length = std::snprintf(path.data(), path.size(), "%s/%d/status", proc_root, pid);
-  if (length < 0 || static_cast<size_t>(length) >= path.size()) return -1;
-  const base::UniqueFile file(std::fopen(path.data(), "re"));
-  if (!file) return -1;
+  std::array<char, PATH_MAX> status_path;
+  const int path_length =
+      std::snprintf(status_path.data(), status_path.size(), "%s/%d/status", proc_root, pid);
+  if (path_length < 0 || static_cast<size_t>(path_length) >= status_path.size()) return -1;
+  const base::UniqueFile status_file(std::fopen(status_path.data(), "re"));
+  if (!status_file) return -1;
   std::array<char, 1024> status_line;
-  while (std::fgets(status_line.data(), status_line.size(), file.get()) != nullptr) {
+  while (std::fgets(status_line.data(), status_line.size(), status_file.get()) != nullptr) {
     if (std::strstr(status_line.data(), "VmRSS") != nullptr) return ResidentKilobytes(status_line.data());
   }
   return 0;
@@ -157,9 +158,9 @@ int ProcessMemory(const char* proc_root, int pid) {
   return kilobytes == -1 ? -1 : kilobytes / 1024;
 }
 
-uint64_t NetworkStatics(const char* proc_root, int number) {
-  ProcHead text;
-  return text.Read(proc_root, "net/dev") ? NetworkCounter(text.Get(), number) : 0;
+uint64_t NetworkStatics(const char* proc_root, int eth_number) {
+  ProcHead net_dev;
+  return net_dev.Read(proc_root, "net/dev") ? NetworkCounter(net_dev.Text(), eth_number) : 0;
 }
 
 }  // namespace sysinfo
@@ -173,19 +174,19 @@ int system_cpu_usage() {
   return sysinfo::TruncateToInt(CpuUsage());
 }
 
-int memory_usage(double* total, double* available) {
-  return sysinfo::MemoryUsage(PROC_ROOT, total, available);
+int memory_usage(double* total_kb, double* available_kb) {
+  return sysinfo::MemoryUsage(PROC_ROOT, total_kb, available_kb);
 }
 
 double system_memory_usage() {
-  double total = 0;
-  double available = 0;
-  memory_usage(&total, &available);
-  return total;
+  double total_kb = 0;
+  double available_kb = 0;
+  memory_usage(&total_kb, &available_kb);
+  return total_kb;
 }
 
-int MemUsage(double* total, double* available) {
-  return sysinfo::MemoryUsageInt(PROC_ROOT, total, available);
+int MemUsage(double* total_kb, double* available_kb) {
+  return sysinfo::MemoryUsageInt(PROC_ROOT, total_kb, available_kb);
 }
 
 int process_memory_usage(int pid) {
@@ -197,25 +198,25 @@ int process_memory_kb(int pid) {
 }
 
 unsigned int DiskUsage(const char* path, uint64_t* total_mb, uint64_t* available_mb) {
-  std::array<char, 511> here;
-  if (path == nullptr) path = ::getcwd(here.data(), here.size());
-  struct statfs figures {};
-  if (path == nullptr || ::statfs(path, &figures) != 0) return 0;
-  return sysinfo::DiskPercent(static_cast<uint64_t>(figures.f_bsize), figures.f_blocks, figures.f_bavail,
-                              total_mb, available_mb);
+  std::array<char, 511> working_folder;
+  if (path == nullptr) path = ::getcwd(working_folder.data(), working_folder.size());
+  struct statfs disk_figures {};
+  if (path == nullptr || ::statfs(path, &disk_figures) != 0) return 0;
+  return sysinfo::DiskPercent(static_cast<uint64_t>(disk_figures.f_bsize), disk_figures.f_blocks,
+                              disk_figures.f_bavail, total_mb, available_mb);
 }
 
-int procnetdev_version(const char* text) {
-  if (std::strstr(text, "compressed") != nullptr) return 3;
-  return std::strstr(text, "bytes") != nullptr ? 2 : 1;
+int procnetdev_version(const char* net_dev) {
+  if (std::strstr(net_dev, "compressed") != nullptr) return 3;
+  return std::strstr(net_dev, "bytes") != nullptr ? 2 : 1;
 }
 
-uint64_t NetworkStatics(int number) {
-  return sysinfo::NetworkStatics(PROC_ROOT, number);
+uint64_t NetworkStatics(int eth_number) {
+  return sysinfo::NetworkStatics(PROC_ROOT, eth_number);
 }
 
-float NetworkUsage(int number) {
-  const uint64_t before = NetworkStatics(number);
+float NetworkUsage(int eth_number) {
+  const uint64_t bytes_before = NetworkStatics(eth_number);
   base::SleepSeconds(1);
-  return sysinfo::LinkPercent(before, NetworkStatics(number));
+  return sysinfo::LinkPercent(bytes_before, NetworkStatics(eth_number));
 }

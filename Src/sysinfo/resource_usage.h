@@ -17,15 +17,14 @@ float CpuUsage();
 // CpuUsage, truncated toward zero.
 int system_cpu_usage();
 
-// Used memory of the host in percent, truncated. MemFree, Buffers and Cached count as available. total and
-// available are in kB. Returns 0 and leaves both unchanged when /proc/meminfo cannot be opened or has no
-// total.
-int memory_usage(double* total, double* available);
+// Used memory of the host in percent, truncated. MemFree, Buffers and Cached count as available. Returns 0
+// and leaves both figures unchanged when /proc/meminfo cannot be opened or has no total.
+int memory_usage(double* total_kb, double* available_kb);
 // The memory of the host in kB (not a percentage). 0 when memory_usage fails.
 double system_memory_usage();
 // The same as memory_usage in 32-bit integers that wrap around. On a host that uses 21 GB (20 GiB) or more
 // the percentage is wrong.
-int MemUsage(double* total, double* available);
+int MemUsage(double* total_kb, double* available_kb);
 
 // Resident memory of a process in whole MB (1,024 kB), truncated. 0 for a process that has none (kernel
 // threads, zombies), -1 when there is no such process.
@@ -40,13 +39,13 @@ int process_memory_kb(int pid);
 unsigned int DiskUsage(const char* path, uint64_t* total_mb, uint64_t* available_mb);
 
 // The layout of a text of /proc/net/dev: 3 with "compressed" columns, 2 with "bytes", 1 with packets only.
-int procnetdev_version(const char* text);
-// Bytes received and sent by the interface eth<number> since it came up (packets in layout 1). 0 when the
+int procnetdev_version(const char* net_dev);
+// Bytes received and sent by the interface eth<eth_number> since it came up (packets in layout 1). 0 when the
 // file or the interface is missing.
-uint64_t NetworkStatics(int number);
-// The load of eth<number> over one second, both directions together, in percent of a link of 100 Mbit/s. A
-// huge number when the counter went back meanwhile. Blocks for that second; a stop of the agent ends it
+uint64_t NetworkStatics(int eth_number);
+// The load of eth<eth_number> over one second, both directions together, in percent of a link of 100 Mbit/s.
+// A huge number when the counter went back meanwhile. Blocks for that second; a stop of the agent ends it
 // early.
-float NetworkUsage(int number);
+float NetworkUsage(int eth_number);
 
 #endif

@@ -16,24 +16,24 @@ struct CpuSample {
 };
 
 // The busy share between *previous and this text of /proc/stat. The text's sample becomes *previous.
-float NextCpuUsage(const char* text, CpuSample* previous);
+float NextCpuUsage(const char* stat, CpuSample* previous);
 // Truncates toward zero. A value out of range becomes the nearest int, not-a-number becomes 0.
-int TruncateToInt(double value);
-int MemoryPercent(const char* text, double* total, double* available);
-int MemoryPercentInt(const char* text, double* total, double* available);
-// line contains "VmRSS".
-int ResidentKilobytes(const char* line);
+int TruncateToInt(double figure);
+int MemoryPercent(const char* meminfo, double* total_kb, double* available_kb);
+int MemoryPercentInt(const char* meminfo, double* total_kb, double* available_kb);
+// rss_line contains "VmRSS".
+int ResidentKilobytes(const char* rss_line);
 unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t available_blocks, uint64_t* total_mb,
                          uint64_t* available_mb);
-uint64_t NetworkCounter(const char* text, int number);
-float LinkPercent(uint64_t before, uint64_t after);
+uint64_t NetworkCounter(const char* net_dev, int eth_number);
+float LinkPercent(uint64_t bytes_before, uint64_t bytes_after);
 
 float CpuUsage(const char* proc_root, CpuSample* previous);
-int MemoryUsage(const char* proc_root, double* total, double* available);
-int MemoryUsageInt(const char* proc_root, double* total, double* available);
+int MemoryUsage(const char* proc_root, double* total_kb, double* available_kb);
+int MemoryUsageInt(const char* proc_root, double* total_kb, double* available_kb);
 int ProcessMemory(const char* proc_root, int pid);
 int ResidentMemory(const char* proc_root, int pid);
-uint64_t NetworkStatics(const char* proc_root, int number);
+uint64_t NetworkStatics(const char* proc_root, int eth_number);
 
 }  // namespace sysinfo
 

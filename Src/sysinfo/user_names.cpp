@@ -13,23 +13,24 @@ constexpr size_t FIRST_PASSWD_ENTRY = 1024;
 constexpr size_t LARGEST_PASSWD_ENTRY = size_t{1024} * 1024;
 
 std::string LookUpUser(uid_t uid) {
-  std::vector<char> texts(FIRST_PASSWD_ENTRY);
+  std::vector<char> passwd_texts(FIRST_PASSWD_ENTRY);
   for (;;) {
-    passwd entry{};
-    passwd* found = nullptr;
-    const int error = ::getpwuid_r(uid, &entry, texts.data(), texts.size(), &found);
-    if (found != nullptr) return found->pw_name;
-    if (error != ERANGE || texts.size() >= LARGEST_PASSWD_ENTRY) return "owner";
-    texts.resize(texts.size() * 2);
+    passwd passwd_entry{};
+    passwd* found_user = nullptr;
+    const int passwd_error =
+        ::getpwuid_r(uid, &passwd_entry, passwd_texts.data(), passwd_texts.size(), &found_user);
+    if (found_user != nullptr) return found_user->pw_name;
+    if (passwd_error != ERANGE || passwd_texts.size() >= LARGEST_PASSWD_ENTRY) return "owner";
+    passwd_texts.resize(passwd_texts.size() * 2);
   }
 }
 
 }  // namespace
 
 const char* UserNames::Find(uid_t uid) noexcept try {
-  auto known = names_.find(uid);
-  if (known == names_.end()) known = names_.emplace(uid, LookUpUser(uid)).first;
-  return known->second.c_str();
+  auto known_user = user_names_.find(uid);
+  if (known_user == user_names_.end()) known_user = user_names_.emplace(uid, LookUpUser(uid)).first;
+  return known_user->second.c_str();
 } catch (const std::bad_alloc&) {
   return nullptr;
 }

@@ -17,7 +17,7 @@ class UserNames {
   const char* Find(uid_t uid) noexcept;
 
  private:
-  std::unordered_map<uid_t, std::string> names_;
+  std::unordered_map<uid_t, std::string> user_names_;
 };
 
 }  // namespace sysinfo

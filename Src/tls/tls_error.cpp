@@ -8,7 +8,7 @@
 namespace {
 
 // One row for each value of SSL_get_error(3), starting at 0.
-constexpr std::array MESSAGES{
+constexpr std::array SSL_ERROR_MESSAGES{
     // 정상입니다.
     "SSL_ERROR_NONE: "
     "\xc1\xa4\xbb\xf3\xc0\xd4\xb4\xcf\xb4\xd9.",
@@ -58,20 +58,20 @@ constexpr std::array MESSAGES{
 };
 
 // 알 수 없는 오류입니다.
-constexpr const char* UNKNOWN =
+constexpr const char* UNKNOWN_SSL_ERROR =
     "\xbe\xcb \xbc\xf6 \xbe\xf8\xb4\xc2 \xbf\xc0\xb7\xf9\xc0\xd4\xb4\xcf\xb4\xd9.";
 
 }  // namespace
 
-bool TimedOut(const LVCSR_SOCK_HEAD* head) {
-  return head->uLastError == SSL_ERROR_WANT_READ || head->uLastError == SSL_ERROR_WANT_WRITE;
+bool TimedOut(const LVCSR_SOCK_HEAD* tls_head) {
+  return tls_head->uLastError == SSL_ERROR_WANT_READ || tls_head->uLastError == SSL_ERROR_WANT_WRITE;
 }
 
-int ErrorCode(const LVCSR_SOCK_HEAD* head) {
-  return head->uLastError;
+int ErrorCode(const LVCSR_SOCK_HEAD* tls_head) {
+  return tls_head->uLastError;
 }
 
-const char* ErrorMessage(const LVCSR_SOCK_HEAD* head) {
-  const auto row = static_cast<size_t>(head->uLastError);
-  return row < MESSAGES.size() ? MESSAGES[row] : UNKNOWN;
+const char* ErrorMessage(const LVCSR_SOCK_HEAD* tls_head) {
+  const auto message_row = static_cast<size_t>(tls_head->uLastError);
+  return message_row < SSL_ERROR_MESSAGES.size() ? SSL_ERROR_MESSAGES[message_row] : UNKNOWN_SSL_ERROR;
 }

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "base/format.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "charset/cp949.h"
 #include "charset/is_utf8.h"
 #include "utils/DunraSTTUtils.h"

@@ -17,7 +17,7 @@
 #include <string_view>
 
 #include "base/lossy_stream.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "utils/DunraSTTUtils.h"
 
 namespace {

@@ -4,8 +4,9 @@
 #include <climits>
 
 #include "DIOSVC/CDIOSVC.h"
-#include "DIOSVC/frames.h"
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/report_types.h"
+#include "DIOSVC/server_frames.h"
 #include "support/support.h"
 #include "utils/DunraSTTUtils.h"
 

@@ -16,7 +16,7 @@
 #include "Tovik/checks/threshold_check.h"
 #include "Tovik/config/config.h"
 #include "Tovik/traced.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 // How reports wait where more than one may, and what a service manager is told.
 #include <gtest/gtest.h>
 
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/report_types.h"
 #include "Tovik/checks/engine_state.h"
 #include "Tovik/config/config.h"

@@ -8,10 +8,10 @@
 #include <csignal>
 #include <semaphore>
 
-#include "base/child.h"
-#include "base/net.h"
+#include "base/child_process.h"
 #include "base/resolve.h"
-#include "base/stop.h"
+#include "base/stoppable_socket.h"
+#include "base/stoppable_wait.h"
 #include "support/support.h"
 
 namespace {

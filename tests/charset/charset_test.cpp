@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "charset/cp949_length.h"
 #include "charset/is_utf8.h"
 #include "charset/utf8_text.h"

@@ -1,7 +1,7 @@
 // What the engine, a management server and a mail server may answer.
 #include "DIOSVC/CDIOSVC.h"
-#include "DIOSVC/frames.h"
 #include "DIOSVC/report_types.h"
+#include "DIOSVC/server_frames.h"
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_socket.h"
 #include "fuzz/fuzz.h"

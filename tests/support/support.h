@@ -22,7 +22,7 @@
 #include <thread>
 #include <utility>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace support {
 

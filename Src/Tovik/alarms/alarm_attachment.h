@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace alarms {
 

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "Tovik/alarms/alarm.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace alarms {
 

@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include "Tovik/alarms/alarm.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace alarms {
 

@@ -20,7 +20,7 @@
 #include "Tovik/alarms/recipient_line.h"
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/config/config.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 #include "charset/utf8_text.h"
 #include "smtp/smtp.h"
 

@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "base/format.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 #include "charset/utf8_text.h"
 #include "smtp/smtp_base64.h"
 

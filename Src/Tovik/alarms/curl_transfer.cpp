@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 
 namespace alarms {
 namespace {

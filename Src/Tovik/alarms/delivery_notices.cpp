@@ -5,8 +5,8 @@
 #include "Tovik/config/config.h"
 #include "Tovik/config/url.h"
 #include "Tovik/notices/notices.h"
-#include "base/owners.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "smtp/smtp_base64.h"
 
 namespace alarms {

@@ -16,8 +16,8 @@
 #include "Tovik/notices/notices.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
-#include "base/owners.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
+#include "base/unique_handles.h"
 
 base::SharedRecord<EMAIL_LIST> gEmailLists;
 

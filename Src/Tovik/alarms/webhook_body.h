@@ -9,7 +9,7 @@
 
 #include "Tovik/alarms/alarm.h"
 #include "Tovik/alarms/alarm_body.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace alarms {
 

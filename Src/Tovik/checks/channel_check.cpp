@@ -4,6 +4,7 @@
 #include <new>
 #include <string>
 
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/report_types.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
@@ -11,7 +12,7 @@
 #include "Tovik/notices/notices.h"
 #include "Tovik/reports/report_mailbox.h"
 #include "Tovik/trace.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "base/child.h"
+#include "base/child_process.h"
 
 // The engine's process is missing, and its start script is about to be run. Whether its port listens all the
 // same is looked up in /proc.

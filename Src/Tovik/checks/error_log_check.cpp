@@ -13,11 +13,11 @@
 #include "Tovik/config/host_address.h"
 #include "Tovik/findings/findings.h"
 #include "Tovik/trace.h"
-#include "base/child.h"
+#include "base/child_process.h"
 #include "base/format.h"
-#include "base/owners.h"
-#include "base/stop.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "charset/cp949_length.h"
 
 namespace {

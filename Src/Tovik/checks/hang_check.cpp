@@ -12,7 +12,7 @@
 #include "Tovik/engine/engine_session.h"
 #include "Tovik/findings/findings.h"
 #include "Tovik/trace.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 #include "sysinfo/listening_port.h"
 
 #define HANG_TRACE(...) \

@@ -14,9 +14,9 @@
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/findings/findings.h"
 #include "Tovik/trace.h"
-#include "base/child.h"
+#include "base/child_process.h"
 #include "base/format.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 
 namespace {
 

@@ -12,9 +12,9 @@
 
 #include "Tovik/config/config.h"
 #include "base/number.h"
-#include "base/owners.h"
-#include "base/stop.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "sysinfo/process_status.h"
 #include "sysinfo/qxapi_process.h"
 

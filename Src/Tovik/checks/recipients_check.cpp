@@ -7,7 +7,7 @@
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/config/config.h"
 #include "Tovik/trace.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 
 namespace {
 

@@ -19,9 +19,9 @@
 #include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/number.h"
-#include "base/owners.h"
-#include "base/stop.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "utils/DunraSTTUtils.h"
 
 namespace {

@@ -13,8 +13,8 @@
 #include <utility>
 
 #include "base/number.h"
-#include "base/owners.h"
-#include "base/text_file.h"
+#include "base/regular_file.h"
+#include "base/unique_handles.h"
 
 #ifdef __SSE2__
 #include <emmintrin.h>

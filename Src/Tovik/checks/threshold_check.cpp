@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/report_types.h"
 #include "Tovik/checks/channel_check.h"
 #include "Tovik/config/config.h"

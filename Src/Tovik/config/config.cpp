@@ -10,7 +10,7 @@
 #include "Tovik/trace.h"
 #include "base/format.h"
 #include "base/number.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 char m_sz_configfile[CONFIG_LONG];
 

@@ -14,7 +14,7 @@
 
 #include "Tovik/config/config.h"
 #include "base/format.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 char gIpaddr[IP_TEXT];
 

@@ -12,8 +12,8 @@
 #include "Tovik/config/config.h"
 #include "Tovik/engine/engine_socket.h"
 #include "Tovik/trace.h"
-#include "base/owners.h"
 #include "base/shared_record.h"
+#include "base/unique_handles.h"
 #include "tls/tls_socket.h"
 
 std::atomic<uint8_t> g_shm_open_flag{0};

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 // Receives exactly length bytes (1 or more) with calls of receive(char* to, size_t at_most), which returns
 // the number of bytes received, or a number below 1 to give up. Returns null when it gave up or memory ran

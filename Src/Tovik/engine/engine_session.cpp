@@ -17,11 +17,11 @@
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_payload.h"
 #include "base/format.h"
-#include "base/net.h"
 #include "base/number.h"
-#include "base/owners.h"
 #include "base/standard_descriptors.h"
-#include "base/stop.h"
+#include "base/stoppable_socket.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 
 namespace {
 

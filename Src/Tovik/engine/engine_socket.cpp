@@ -15,11 +15,11 @@
 
 #include "Tovik/engine/engine_payload.h"
 #include "Tovik/trace.h"
-#include "base/net.h"
-#include "base/owners.h"
 #include "base/resolve.h"
 #include "base/standard_descriptors.h"
-#include "base/stop.h"
+#include "base/stoppable_socket.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 #include "tls/tls_error.h"
 #include "tls/tls_socket.h"
 

@@ -7,8 +7,8 @@
 //
 // The record's time-outs limit connecting and the wait for a reply. Under TLS the receive time-out also
 // limits the handshake, each send, and each read of the rest of a packet. Without TLS the rest of a packet
-// that has begun blocks for as long as the engine takes. A stop of the agent (base/stop.h) cuts every wait,
-// which then counts as a failure. Failures are traced at error level.
+// that has begun blocks for as long as the engine takes. A stop of the agent (base/stoppable_wait.h) cuts
+// every wait, which then counts as a failure. Failures are traced at error level.
 #ifndef TOVIK_ENGINE_ENGINE_SOCKET_H
 #define TOVIK_ENGINE_ENGINE_SOCKET_H
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/report_types.h"
 #include "Tovik/alarms/alarm_mail.h"
 #include "Tovik/alarms/webhook.h"

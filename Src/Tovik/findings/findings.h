@@ -27,7 +27,7 @@ inline constexpr int NO_ALARM_CODE = -1;
 struct FindingRow {
   Finding finding;
   const char* name;  // for programs and file names
-  int alarmCode;     // DIOSVC/report_types.h
+  int alarmCode;     // DIOSVC/alarm_codes.h
   uint32_t kind;     // alarms/alarm.h
   const char* label;
   const char* subject;  // how the mail's subject ends

@@ -13,8 +13,8 @@
 
 #include "Tovik/process/start_notices.h"
 #include "base/format.h"
-#include "base/owners.h"
 #include "base/standard_descriptors.h"
+#include "base/unique_handles.h"
 
 namespace {
 

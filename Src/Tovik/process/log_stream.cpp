@@ -7,7 +7,7 @@
 
 #include "Tovik/process/options.h"
 #include "base/lossy_stream.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 FILE* log_stream = nullptr;
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "Tovik/notices/notices.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 const char* app_name = "";
 Options given_options;

@@ -11,7 +11,7 @@
 
 #include "Tovik/trace.h"
 #include "base/number.h"
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "Tovik/config/config.h"
 #include "Tovik/reports/report_senders.h"
 #include "Tovik/trace.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 #include "base/thread.h"
 
 std::atomic<uint8_t> gMsgFlag{0};

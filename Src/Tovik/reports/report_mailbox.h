@@ -35,7 +35,7 @@ std::optional<int64_t> NextReport();
 // Empties the queue and traces how many reports are lost. For the stop, when nobody posts any more.
 void DropReports();
 
-// A report type and its code (DIOSVC/report_types.h).
+// A report type and its code (DIOSVC/report_types.h, alarm_codes.h).
 struct WaitingReport {
   int type;
   int code;

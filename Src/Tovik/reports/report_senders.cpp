@@ -12,6 +12,7 @@
 #include <string>
 
 #include "DIOSVC/CDIOSVC.h"
+#include "DIOSVC/alarm_codes.h"
 #include "DIOSVC/report_types.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
@@ -21,7 +22,7 @@
 #include "Tovik/reports/report_mailbox.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 #include "base/thread.h"
 
 std::atomic<int32_t> gCpuUsage{0};

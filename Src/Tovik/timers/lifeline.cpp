@@ -12,7 +12,7 @@
 #include "Tovik/process/start_notices.h"
 #include "Tovik/timers/timers.h"
 #include "Tovik/trace.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 #include "base/thread.h"
 
 namespace {

@@ -21,7 +21,7 @@
 #include "Tovik/process/start_notices.h"
 #include "Tovik/timers/timer_budgets.h"
 #include "Tovik/trace.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
 #include "base/thread.h"
 
 namespace {

@@ -1,19 +1,19 @@
 // Bounded reading of files that others write. Only regular files are read: a FIFO could block and a device
 // might never end. No more is read than the caller has room for.
-#ifndef BASE_TEXT_FILE_H
-#define BASE_TEXT_FILE_H
+#ifndef BASE_REGULAR_FILE_H
+#define BASE_REGULAR_FILE_H
 
 #include <cstddef>
 #include <cstdint>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace base {
 
-// Opens a regular file for reading, close-on-exec. *size (may be null) receives its present size. flags are
-// further flags of open(2), such as O_NOFOLLOW. Returns an invalid descriptor with errno on failure: EINVAL
-// for a file of another kind.
-[[nodiscard]] UniqueFd OpenRegular(const char* path, size_t* size = nullptr, int flags = 0);
+// Opens a regular file for reading, close-on-exec. *file_size (may be null) receives its present size. flags
+// are further flags of open(2), such as O_NOFOLLOW. Returns an invalid descriptor with errno on failure:
+// EINVAL for a file of another kind.
+[[nodiscard]] UniqueFd OpenRegular(const char* path, size_t* file_size = nullptr, int flags = 0);
 // The same as a stream. Also null when memory runs out.
 [[nodiscard]] UniqueFile OpenRegularStream(const char* path);
 

@@ -1,8 +1,8 @@
-// Blocking socket calls that a stop can cut (see stop.h). The descriptor may have any number and may be in
-// blocking or non-blocking mode. Nothing here raises SIGPIPE. A time limit is in milliseconds; FOREVER is
-// none.
-#ifndef BASE_NET_H
-#define BASE_NET_H
+// Blocking socket calls that a stop can cut (see stoppable_wait.h). The descriptor may have any number and
+// may be in blocking or non-blocking mode. Nothing here raises SIGPIPE. A time limit is in milliseconds;
+// FOREVER is none.
+#ifndef BASE_STOPPABLE_SOCKET_H
+#define BASE_STOPPABLE_SOCKET_H
 
 #include <sys/socket.h>
 #include <sys/types.h>
@@ -10,8 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/owners.h"
-#include "base/stop.h"
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
 
 namespace base {
 

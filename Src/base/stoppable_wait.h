@@ -3,16 +3,16 @@
 // A stop has two stages. When it is requested, every sleep ends at once. Waits on descriptors go on, so that
 // an exchange in progress can finish. STOP_GRACE after the request these waits end too, with ECANCELED,
 // however silent the peer is; a descriptor that is ready at that moment is still served. Nothing in the agent
-// may therefore block outside the waits of this header, net.h, resolve.h and child.h.
+// may therefore block outside the waits of this header, stoppable_socket.h, resolve.h and child_process.h.
 //
 // Before StopPrepare() the waits work, but nothing can cut them.
-#ifndef BASE_STOP_H
-#define BASE_STOP_H
+#ifndef BASE_STOPPABLE_WAIT_H
+#define BASE_STOPPABLE_WAIT_H
 
 #include <chrono>
 #include <cstdint>
 
-#include "base/owners.h"
+#include "base/unique_handles.h"
 
 namespace base {
 
@@ -38,7 +38,7 @@ class StopOnPendingSignal {
   StopOnPendingSignal& operator=(const StopOnPendingSignal&) = delete;
 
  private:
-  UniqueFd signals_;
+  UniqueFd stop_signals_fd_;
 };
 
 // Whether SIGINT or SIGTERM is pending. Always false without a StopOnPendingSignal on this thread.

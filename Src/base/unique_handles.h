@@ -1,7 +1,7 @@
-// Owner types. Each holds one resource and releases it exactly once. A plain int, FILE* or char* beside them
-// is borrowed.
-#ifndef BASE_OWNERS_H
-#define BASE_OWNERS_H
+// Owners of descriptors, files, folders and allocated texts. Each holds one resource and releases it exactly
+// once. A plain int, FILE* or char* beside them is borrowed.
+#ifndef BASE_UNIQUE_HANDLES_H
+#define BASE_UNIQUE_HANDLES_H
 
 #include <dirent.h>
 #include <unistd.h>
@@ -33,8 +33,8 @@ class UniqueFd {
   int Release() { return std::exchange(fd_, -1); }
   // Closes the descriptor held and takes fd instead. Returns the result of close(2), or 0 when none was held.
   int Reset(int fd = -1) {
-    const int old = std::exchange(fd_, fd);
-    return old >= 0 ? ::close(old) : 0;
+    const int old_fd = std::exchange(fd_, fd);
+    return old_fd >= 0 ? ::close(old_fd) : 0;
   }
 
  private:
@@ -59,10 +59,10 @@ using UniqueText = std::unique_ptr<char, MallocFree>;
 // Gives the text room for size bytes (1 or more), as realloc(3) does. Returns false with errno when memory
 // runs out; the text is then unchanged.
 [[nodiscard]] inline bool Resize(UniqueText& text, size_t size) {
-  auto* const moved = static_cast<char*>(std::realloc(text.get(), size));
-  if (moved == nullptr) return false;
+  auto* const moved_text = static_cast<char*>(std::realloc(text.get(), size));
+  if (moved_text == nullptr) return false;
   static_cast<void>(text.release());
-  text.reset(moved);
+  text.reset(moved_text);
   return true;
 }
 

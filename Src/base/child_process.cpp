@@ -1,0 +1,124 @@
+#include "base/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <string_view>
+
+#include "base/stoppable_wait.h"
+#include "base/unique_handles.h"
+
+namespace base {
+namespace {
+
+constexpr int64_t CHILD_POLL_MS = 20;  // between two checks on a kernel without pidfd_open(2)
+
+// The spawn attributes and file actions of one child.
+class SpawnPlan {
+ public:
+  explicit SpawnPlan(int stdoutFd) {
+    posix_spawnattr_init(&spawnAttributes_);
+    posix_spawn_file_actions_init(&spawnActions_);
+    sigset_t noSignals;
+    sigset_t allSignals;
+    sigemptyset(&noSignals);
+    sigfillset(&allSignals);
+    posix_spawnattr_setsigmask(&spawnAttributes_, &noSignals);
+    posix_spawnattr_setsigdefault(&spawnAttributes_, &allSignals);
+    posix_spawnattr_setflags(&spawnAttributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    if (stdoutFd >= 0) posix_spawn_file_actions_adddup2(&spawnActions_, stdoutFd, STDOUT_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&spawnActions_, STDERR_FILENO + 1);
+  }
+  SpawnPlan(const SpawnPlan&) = delete;
+  SpawnPlan& operator=(const SpawnPlan&) = delete;
+  ~SpawnPlan() {
+    posix_spawn_file_actions_destroy(&spawnActions_);
+    posix_spawnattr_destroy(&spawnAttributes_);
+  }
+  int Spawn(pid_t* pid, char* const* childArgv, char* const* environment) {
+    return posix_spawnp(pid, childArgv[0], &spawnActions_, &spawnAttributes_, childArgv, environment);
+  }
+
+ private:
+  posix_spawnattr_t spawnAttributes_{};
+  posix_spawn_file_actions_t spawnActions_{};
+};
+
+std::vector<char*> ArgumentPointers(std::vector<std::string>& arguments) {
+  std::vector<char*> argumentPointers;
+  argumentPointers.reserve(arguments.size() + 1);
+  for (std::string& argument : arguments) argumentPointers.push_back(argument.data());
+  argumentPointers.push_back(nullptr);
+  return argumentPointers;
+}
+
+bool SameEnvVariable(std::string_view variable, std::string_view otherVariable) {
+  return variable.substr(0, variable.find('=')) == otherVariable.substr(0, otherVariable.find('='));
+}
+
+std::vector<std::string> ChildEnvironment(const std::vector<std::string>& changes) {
+  std::vector<std::string> childEnvironment = changes;
+  for (char** inherited = environ; inherited != nullptr && *inherited != nullptr; ++inherited) {
+    bool replaced = false;
+    for (const std::string& change : changes) replaced = replaced || SameEnvVariable(change, *inherited);
+    if (!replaced) childEnvironment.emplace_back(*inherited);
+  }
+  return childEnvironment;
+}
+
+// Returns 1 when the child has ended, or -1 with errno when the wait failed or was cut.
+int AwaitChildEnd(pid_t childPid, int* waitStatus, const Overdue* overdue) {
+  const UniqueFd childPidFd(static_cast<int>(::syscall(SYS_pidfd_open, childPid, 0)));
+  int64_t msUntilOverdue = overdue == nullptr ? FOREVER : overdue->childLimitMs;
+  while (true) {
+    if (msUntilOverdue == 0) {
+      overdue->tellOverdue();
+      msUntilOverdue = FOREVER;
+    }
+    const pid_t endedPid = ::waitpid(childPid, waitStatus, WNOHANG);
+    if (endedPid == childPid) return 1;
+    if (endedPid < 0 && errno != EINTR) return -1;
+    if (childPidFd.Valid()) {
+      const int childReady = WaitDescriptor(childPidFd.Get(), POLLIN, msUntilOverdue);
+      if (childReady < 0) return -1;
+      if (childReady == 0) msUntilOverdue = 0;
+    } else if (StopGraceOver()) {
+      errno = ECANCELED;
+      return -1;
+    } else {
+      ::poll(nullptr, 0, CHILD_POLL_MS);
+      if (msUntilOverdue != FOREVER) msUntilOverdue = std::max<int64_t>(msUntilOverdue - CHILD_POLL_MS, 0);
+    }
+  }
+}
+
+}  // namespace
+
+int RunProgram(const std::vector<std::string>& childArgv, int stdoutFd,
+               const std::vector<std::string>& environment, const Overdue* overdue) {
+  std::vector<std::string> argvCopy = childArgv;
+  std::vector<std::string> environmentCopy = ChildEnvironment(environment);
+  SpawnPlan spawnPlan(stdoutFd);
+  pid_t childPid = 0;
+  const int spawnError =
+      spawnPlan.Spawn(&childPid, ArgumentPointers(argvCopy).data(), ArgumentPointers(environmentCopy).data());
+  if (spawnError != 0) {
+    errno = spawnError;
+    return -1;
+  }
+  int waitStatus = 0;
+  return AwaitChildEnd(childPid, &waitStatus, overdue) == 1 ? waitStatus : -1;
+}
+
+int RunShell(const std::string& command, const Overdue* overdue) {
+  return RunProgram({"/bin/sh", "-c", command}, -1, {}, overdue);
+}
+
+}  // namespace base
