@@ -21,7 +21,7 @@ Attachment ReadAttachment(const char* path);
 
 // The sentence in a mail that goes out without the file. ascii: bytes of the name that are not ASCII become
 // "?".
-std::string LeftOutSentence(const Attachment& attachment, bool ascii);
+std::string AttachmentLeftOut(const Attachment& attachment, bool ascii);
 
 }  // namespace alarms
 

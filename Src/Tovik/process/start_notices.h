@@ -19,6 +19,6 @@ void TellNotAlone(const sysinfo::ProcessNames& processes, const char* name, pid_
 void TellNoStart(const char* what, int error);
 
 // The other processes of that name, "812, 901".
-std::string OthersNamed(const sysinfo::ProcessNames& processes, const char* name, pid_t own);
+std::string OtherAgents(const sysinfo::ProcessNames& processes, const char* name, pid_t own);
 
 #endif
