@@ -67,8 +67,8 @@ std::string MailFailure(const Alarm& alarm, int mail_status, const std::string& 
                         int fileError) {
   if (mail_status == SMTP_SUCCESS) return {};
   if (fileError != 0) return alarms::UnreadFileWords(alarm.attachment, fileError);
-  const std::string words = smtp_status_code_errstr(mail_status);
-  return mail_status == SMTP_CONNECT_FAILED ? words + ": " + unreached_server : words;
+  const std::string mail_words = smtp_status_code_errstr(mail_status);
+  return mail_status == SMTP_CONNECT_FAILED ? mail_words + ": " + unreached_server : mail_words;
 }
 
 // No result is looked at on the way: the session's status is sticky, and the close returns it.

@@ -89,12 +89,12 @@ CurlList MailHead(const Alarm& alarm, const MailRecipients& recipients) {
 
 CURLcode AddMailPart(curl_mime* mail_parts, const char* type, const char* data, size_t size,
                      curl_slist* headers) {
-  curl_mimepart* const part = curl_mime_addpart(mail_parts);
-  if (part == nullptr) return CURLE_OUT_OF_MEMORY;
-  CURLcode code = curl_mime_data(part, data, size);
-  if (code == CURLE_OK) code = curl_mime_type(part, type);
-  if (code == CURLE_OK) code = curl_mime_encoder(part, "base64");
-  if (code == CURLE_OK) code = curl_mime_headers(part, headers, 0);
+  curl_mimepart* const mail_part = curl_mime_addpart(mail_parts);
+  if (mail_part == nullptr) return CURLE_OUT_OF_MEMORY;
+  CURLcode code = curl_mime_data(mail_part, data, size);
+  if (code == CURLE_OK) code = curl_mime_type(mail_part, type);
+  if (code == CURLE_OK) code = curl_mime_encoder(mail_part, "base64");
+  if (code == CURLE_OK) code = curl_mime_headers(mail_part, headers, 0);
   return code;
 }
 
@@ -115,27 +115,28 @@ CURLcode AddMailParts(curl_mime* mail_parts, const char* body, const Attachment*
 struct MailDelivery {
   MailDialogue dialogue;
   std::optional<Clock::time_point> accepted;
-  bool printed = false;  // the dialogue, on standard error
-  bool content = false;  // what was sent last was content
+  bool dialogue_printed = false;  // on standard error
+  bool content_sent = false;      // what was sent last was content
 };
 
 // Passes the dialogue on to smtp_overhear, if set. libcurl does not report the dot that ends the content, so
 // it is added here.
 void OverhearMail(MailDelivery* delivery, bool in, std::string_view line) {
   if (smtp_overhear == nullptr) return;
-  if (in && std::exchange(delivery->content, false)) smtp_overhear("Client", ".\r\n");
+  if (in && std::exchange(delivery->content_sent, false)) smtp_overhear("Client", ".\r\n");
   smtp_overhear(in ? "Server" : "Client", line);
 }
 
 int ListenToMail(CURL*, curl_infotype type, char* data, size_t size, void* user) try {
   auto* const delivery = static_cast<MailDelivery*>(user);
-  if (type == CURLINFO_DATA_OUT) delivery->content = true;
+  if (type == CURLINFO_DATA_OUT) delivery->content_sent = true;
   if (type != CURLINFO_HEADER_IN && type != CURLINFO_HEADER_OUT) return 0;
   const bool in = type == CURLINFO_HEADER_IN;
   OverhearMail(delivery, in, {data, size});
   MailDialogue& dialogue = delivery->dialogue;
   const std::string shown = in ? dialogue.Received({data, size}) : dialogue.Sent({data, size});
-  if (delivery->printed) std::fprintf(stderr, "[smtp %s]: %s\n", in ? "Server" : "Client", shown.c_str());
+  if (delivery->dialogue_printed)
+    std::fprintf(stderr, "[smtp %s]: %s\n", in ? "Server" : "Client", shown.c_str());
   if (dialogue.Accepted() && !delivery->accepted) delivery->accepted = Clock::now();
   return 0;
 } catch (const std::bad_alloc&) {
@@ -187,9 +188,9 @@ void SetMailServer(CURL* mail) {
 
 // --- What came of it
 
-int FailByUrl(const Alarm& alarm, const std::string& what) {
-  std::fprintf(stderr, "smtp failed: %s\n", what.c_str());
-  TellMailLost(alarm, WithoutSecrets(what));
+int FailByUrl(const Alarm& alarm, const std::string& mail_failure) {
+  std::fprintf(stderr, "smtp failed: %s\n", mail_failure.c_str());
+  TellMailLost(alarm, WithoutSecrets(mail_failure));
   return -1;
 }
 
@@ -200,11 +201,11 @@ int ConcludeByUrl(const Alarm& alarm, CURLcode code, const char* mail_error, con
     TellMail(alarm, "", dialogue);
     return 1;
   }
-  std::string what =
+  std::string mail_failure =
       charset::OneLine(*mail_error != '\0' ? mail_error : curl_easy_strerror(code), MAIL_WORDS_SHOWN);
-  if (!dialogue.Refusal().empty()) what += "; " + dialogue.Refusal();
-  if (code == CURLE_OPERATION_TIMEDOUT) what += "; waiting at " + dialogue.Step();
-  return FailByUrl(alarm, what);
+  if (!dialogue.Refusal().empty()) mail_failure += "; " + dialogue.Refusal();
+  if (code == CURLE_OPERATION_TIMEDOUT) mail_failure += "; waiting at " + dialogue.Step();
+  return FailByUrl(alarm, mail_failure);
 }
 
 int DeliverByUrl(const Alarm& alarm, const char* body, const Attachment* attachment) {
@@ -213,7 +214,7 @@ int DeliverByUrl(const Alarm& alarm, const char* body, const Attachment* attachm
   const CurlList mail_head = MailHead(alarm, recipients);
   CurlList disposition;
   MailDelivery delivery;
-  delivery.printed = (static_cast<unsigned>(m_stmp_flags) & SMTP_FLAG_DEBUG) != 0;
+  delivery.dialogue_printed = (static_cast<unsigned>(m_stmp_flags) & SMTP_FLAG_DEBUG) != 0;
   std::array<char, CURL_ERROR_SIZE> mail_error{};
   UniqueCurlMime mail_parts;  // outlives the transfer
   const UniqueCurl mail(curl_easy_init());

@@ -39,44 +39,45 @@ std::string MailDialogue::Sent(std::string_view command) {
   step_recipient_.clear();
   step_ = charset::OneLine(command.substr(0, command.find(' ')), DIALOGUE_LINE_SHOWN);
   if (command.starts_with(RCPT_COMMAND)) {
-    const std::string_view rest = command.substr(RCPT_COMMAND.size());
-    step_recipient_ = charset::OneLine(rest.substr(0, rest.find('>') + 1), DIALOGUE_LINE_SHOWN);
+    const std::string_view rcpt_address = command.substr(RCPT_COMMAND.size());
+    step_recipient_ =
+        charset::OneLine(rcpt_address.substr(0, rcpt_address.find('>') + 1), DIALOGUE_LINE_SHOWN);
     step_ = "RCPT " + step_recipient_;
   }
   login_secret_ = step_ == "AUTH";
   return login_secret_ ? "AUTH ***" : charset::OneLine(command, DIALOGUE_LINE_SHOWN);
 }
 
-std::string MailDialogue::Received(std::string_view line) {
-  const bool more = line.size() > 3 && line[3] == '-';
-  const std::string_view code = line.substr(0, 3);
-  if (reply_words_.empty()) reply_words_ = code;
-  if (reply_words_.size() < DIALOGUE_REPLY_COLLECTED && line.size() > 4) {
+std::string MailDialogue::Received(std::string_view reply_line) {
+  const bool more_reply_lines = reply_line.size() > 3 && reply_line[3] == '-';
+  const std::string_view reply_code = reply_line.substr(0, 3);
+  if (reply_words_.empty()) reply_words_ = reply_code;
+  if (reply_words_.size() < DIALOGUE_REPLY_COLLECTED && reply_line.size() > 4) {
     reply_words_ += ' ';
-    reply_words_ += line.substr(4, line.find_last_not_of("\r\n") - 3);
+    reply_words_ += reply_line.substr(4, reply_line.find_last_not_of("\r\n") - 3);
   }
-  if (!more) ConcludeStep(static_cast<int>(base::LeadingNumber(code)));
-  return charset::OneLine(line, DIALOGUE_LINE_SHOWN);
+  if (!more_reply_lines) ConcludeStep(static_cast<int>(base::LeadingNumber(reply_code)));
+  return charset::OneLine(reply_line, DIALOGUE_LINE_SHOWN);
 }
 
 bool MailDialogue::InContent() const {
   return step_ == MESSAGE_STEP;
 }
 
-void MailDialogue::ConcludeStep(int code) {
-  const std::string words = charset::OneLine(reply_words_, DIALOGUE_LINE_SHOWN);
+void MailDialogue::ConcludeStep(int reply_code) {
+  const std::string step_words = charset::OneLine(reply_words_, DIALOGUE_LINE_SHOWN);
   reply_words_.clear();
-  login_secret_ = login_secret_ && code == LOGIN_GOING_ON_REPLY;
+  login_secret_ = login_secret_ && reply_code == LOGIN_GOING_ON_REPLY;
   if (step_ == "QUIT") return;
-  if (code >= REFUSING_REPLY && !step_recipient_.empty()) {
-    refused_recipients_.push_back(step_recipient_ + ": " + words);
-  } else if (code >= REFUSING_REPLY) {
-    refusal_ = step_ + ": " + words;
+  if (reply_code >= REFUSING_REPLY && !step_recipient_.empty()) {
+    refused_recipients_.push_back(step_recipient_ + ": " + step_words);
+  } else if (reply_code >= REFUSING_REPLY) {
+    refusal_ = step_ + ": " + step_words;
   } else {
     refusal_.clear();
     accepted_ = accepted_ || step_ == MESSAGE_STEP;
   }
-  if (code == CONTENT_ASKING_REPLY) step_ = MESSAGE_STEP;
+  if (reply_code == CONTENT_ASKING_REPLY) step_ = MESSAGE_STEP;
 }
 
 void HearMailServers() {

@@ -15,7 +15,7 @@ class MailDialogue {
   // Takes a command that was sent, or a line of a reply. Returns the text to show of it: one line, at most
   // 300 bytes, without credentials.
   std::string Sent(std::string_view command);
-  std::string Received(std::string_view line);
+  std::string Received(std::string_view reply_line);
 
   // "<lee@example.com>: 550 5.1.1 User unknown", in their order.
   const std::vector<std::string>& RefusedRecipients() const { return refused_recipients_; }
@@ -29,7 +29,7 @@ class MailDialogue {
   bool InContent() const;
 
  private:
-  void ConcludeStep(int code);
+  void ConcludeStep(int reply_code);
 
   std::string step_ = "the greeting";
   std::string step_recipient_;  // of a RCPT

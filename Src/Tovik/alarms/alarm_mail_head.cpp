@@ -40,12 +40,12 @@ bool HeadHasLongWord(std::string_view head_text) {
 std::string HeadEncodedWords(std::string_view head_text) {
   std::string head_words;
   while (!head_text.empty()) {
-    const std::string_view piece = charset::Utf8Prefix(head_text, HEAD_ENCODED_BYTES);
-    const base::UniqueText encoded(smtp_base64_encode(piece.data(), piece.size()));
-    if (encoded == nullptr) throw std::bad_alloc();
+    const std::string_view head_piece = charset::Utf8Prefix(head_text, HEAD_ENCODED_BYTES);
+    const base::UniqueText encoded_piece(smtp_base64_encode(head_piece.data(), head_piece.size()));
+    if (encoded_piece == nullptr) throw std::bad_alloc();
     if (!head_words.empty()) head_words += HEAD_FOLD;
-    head_words.append("=?UTF-8?B?").append(encoded.get()).append("?=");
-    head_text.remove_prefix(piece.size());
+    head_words.append("=?UTF-8?B?").append(encoded_piece.get()).append("?=");
+    head_text.remove_prefix(head_piece.size());
   }
   return head_words;
 }
@@ -124,10 +124,11 @@ std::string MailHeadId(const std::string& sender) {
     message_id = {static_cast<uint64_t>(message_id_time.tv_sec),
                   static_cast<uint64_t>(message_id_time.tv_nsec)};
   }
-  const size_t at = sender.find('@');
-  const std::string sender_domain = at == std::string::npos || at + 1 == sender.size() || !IsHeadAscii(sender)
-                                        ? "localhost"
-                                        : sender.substr(at + 1);
+  const size_t sender_at = sender.find('@');
+  const std::string sender_domain =
+      sender_at == std::string::npos || sender_at + 1 == sender.size() || !IsHeadAscii(sender)
+          ? "localhost"
+          : sender.substr(sender_at + 1);
   return base::Format("Message-ID: <%016" PRIx64 "%016" PRIx64 "@%s>", message_id[0], message_id[1],
                       sender_domain.c_str());
 }

@@ -12,10 +12,10 @@ namespace {
 
 constexpr int TRANSFER_POLL_MS = 100;  // between two looks at the stop
 
-struct MultiCleanup {
+struct CurlMultiCleanup {
   void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
 };
-using UniqueCurlMulti = std::unique_ptr<CURLM, MultiCleanup>;
+using UniqueCurlMulti = std::unique_ptr<CURLM, CurlMultiCleanup>;
 
 // A transfer's membership in the multi handle that drives it.
 class TransferMembership {
@@ -40,9 +40,10 @@ curl_socket_t OpenTransferSocket(void*, curlsocktype, curl_sockaddr* address) {
 }
 
 CURLcode TransferResult(CURLM* multi) {
-  int left = 0;
-  const CURLMsg* message = curl_multi_info_read(multi, &left);
-  return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_FAILED_INIT;
+  int messages_left = 0;
+  const CURLMsg* transfer_message = curl_multi_info_read(multi, &messages_left);
+  return transfer_message != nullptr && transfer_message->msg == CURLMSG_DONE ? transfer_message->data.result
+                                                                              : CURLE_FAILED_INIT;
 }
 
 // As curl_easy_perform(3), but looks for a stop between its waits.
@@ -71,10 +72,10 @@ CURLcode Transfer(CURL* transfer) {
   return PerformTransfer(transfer);
 }
 
-void LimitTransferTime(CURL* transfer, long seconds) {
-  if (seconds == 0) return;
-  curl_easy_setopt(transfer, CURLOPT_CONNECTTIMEOUT, seconds);
-  curl_easy_setopt(transfer, CURLOPT_TIMEOUT, seconds);
+void LimitTransferTime(CURL* transfer, long transfer_seconds) {
+  if (transfer_seconds == 0) return;
+  curl_easy_setopt(transfer, CURLOPT_CONNECTTIMEOUT, transfer_seconds);
+  curl_easy_setopt(transfer, CURLOPT_TIMEOUT, transfer_seconds);
 }
 
 void HearTransfer(CURL* transfer, curl_debug_callback hear, void* user) {

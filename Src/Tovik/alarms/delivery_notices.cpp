@@ -27,10 +27,10 @@ std::string MailServer() {
 }
 
 std::string RefusedRecipientWords(const MailDialogue& dialogue) {
-  std::string words;
+  std::string refused_words;
   for (const std::string& refused : dialogue.RefusedRecipients())
-    words += (words.empty() ? "" : "; ") + refused;
-  return words;
+    refused_words += (refused_words.empty() ? "" : "; ") + refused;
+  return refused_words;
 }
 
 std::string EncodedSecret(const std::string& secret) {
@@ -47,10 +47,10 @@ void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue
     if (!refused.empty()) notices::Tell<Notice::MAIL_REFUSED>(MailServer(), WithoutSecrets(refused));
     return;
   }
-  std::string words = failure;
+  std::string mail_words = failure;
   for (const std::string& more : {dialogue.Refusal(), refused})
-    if (!more.empty()) words += "; " + more;
-  TellMailLost(alarm, WithoutSecrets(words));
+    if (!more.empty()) mail_words += "; " + more;
+  TellMailLost(alarm, WithoutSecrets(mail_words));
 }
 
 void TellMailLost(const Alarm& alarm, const std::string& why) {

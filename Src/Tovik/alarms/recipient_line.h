@@ -24,7 +24,7 @@ std::vector<std::string_view> RecipientWords(std::string_view line);
 struct RecipientLine {
   std::string name;  // may hold blanks, may be empty
   std::string address;
-  const char* fault = nullptr;  // as above
+  const char* fault = nullptr;  // as by RecipientFault
   bool blank = false;           // an empty line: skipped, not a fault
 };
 // Splits a line. The last word is the address; the words before it, joined by single blanks, are the name. A

@@ -105,16 +105,16 @@ CountedRecipients ReadUsableRecipients(const char* path, std::vector<std::string
   int64_t count = 0;
   std::string line;
   for (size_t number = 1; NextRecipientLine(recipient_file.get(), line); ++number) {
-    const alarms::RecipientLine parsed = alarms::ParseRecipient(line);
-    if (parsed.blank) continue;
-    if (parsed.fault == nullptr) {
-      entries->Add(parsed.name, parsed.address);
+    const alarms::RecipientLine recipient = alarms::ParseRecipient(line);
+    if (recipient.blank) continue;
+    if (recipient.fault == nullptr) {
+      entries->Add(recipient.name, recipient.address);
       ++count;
       continue;
     }
     if (left_out->size() < LEFT_OUT_RECIPIENTS_TOLD)
-      left_out->push_back(base::Format("%s line %zu left out: %s", path, number, parsed.fault));
-    if (notice != nullptr) notice->bad.Add(number, parsed.fault);
+      left_out->push_back(base::Format("%s line %zu left out: %s", path, number, recipient.fault));
+    if (notice != nullptr) notice->bad.Add(number, recipient.fault);
   }
   return {count, entries};
 }
@@ -151,9 +151,9 @@ void TellLeftOut(const EMAIL_LIST& list, const EMAIL_LIST& before) {
 }
 
 void TellRecipientNotice(const char* path, const alarms::RecipientListNotice& found) {
-  const std::string words =
+  const std::string file_fault =
       found.error == 0 ? found.bad.Words() : std::string("cannot be read: ") + std::strerror(found.error);
-  if (!words.empty()) notices::Tell<notices::Notice::BAD_RECIPIENTS>(path, words);
+  if (!file_fault.empty()) notices::Tell<notices::Notice::BAD_RECIPIENTS>(path, file_fault);
 }
 
 }  // namespace

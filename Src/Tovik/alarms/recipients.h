@@ -91,7 +91,7 @@ class BadRecipientLines {
 
 // What reading a file found that is told to the administrator (notices/notices.h).
 struct RecipientListNotice {
-  int error = 0;  // errno of opening it
+  int error = 0;  // errno of opening the recipient file
   BadRecipientLines bad;
 };
 

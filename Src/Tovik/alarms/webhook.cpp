@@ -28,20 +28,20 @@ struct HookAnswer {
 
 struct HookAnswerTaker {
   HookAnswer* hook_answer;
-  size_t taken = 0;
+  size_t answer_taken = 0;
 };
 
-size_t TakeHookAnswer(const char* data, size_t, size_t size, void* user) try {
+size_t TakeHookAnswer(const char* piece, size_t, size_t size, void* user) try {
   auto* const taker = static_cast<HookAnswerTaker*>(user);
-  taker->taken += size;
+  taker->answer_taken += size;
   std::string& body = taker->hook_answer->body;
-  body.append(data, std::min(size, HOOK_ANSWER_KEPT - body.size()));
-  if (taker->hook_answer->printed) return std::fwrite(data, 1, size, stdout);
-  return taker->taken <= HOOK_ANSWER_LIMIT ? size : 0;
+  body.append(piece, std::min(size, HOOK_ANSWER_KEPT - body.size()));
+  if (taker->hook_answer->printed) return std::fwrite(piece, 1, size, stdout);
+  return taker->answer_taken <= HOOK_ANSWER_LIMIT ? size : 0;
 } catch (const std::bad_alloc&) {
   // Without memory for its words an answer is printed all the same.
-  const bool printed = static_cast<HookAnswerTaker*>(user)->hook_answer->printed;
-  return printed ? std::fwrite(data, 1, size, stdout) : 0;
+  const bool answer_printed = static_cast<HookAnswerTaker*>(user)->hook_answer->printed;
+  return answer_printed ? std::fwrite(piece, 1, size, stdout) : 0;
 }
 
 // POSTs body, announced as application/json, to url with a fresh handle, and gives up after so many seconds
@@ -112,10 +112,10 @@ namespace alarms {
 PostWatch postWatch;
 
 std::string PostDenial(long status, std::string_view body, std::string_view expected) {
-  const std::string words = charset::OneLine(body, HOOK_ANSWER_SHOWN);
-  const bool taken = status < 300 && (expected.empty() || words == expected);
-  if (taken) return {};
-  return std::to_string(status) + ": " + (words.empty() ? "no words" : words);
+  const std::string answer_words = charset::OneLine(body, HOOK_ANSWER_SHOWN);
+  const bool post_taken = status < 300 && (expected.empty() || answer_words == expected);
+  if (post_taken) return {};
+  return std::to_string(status) + ": " + (answer_words.empty() ? "no words" : answer_words);
 }
 
 }  // namespace alarms

@@ -28,8 +28,8 @@ namespace alarms {
 
 // Hooks called before and after each post, for a program that wants to hear the service. Null by default.
 struct PostWatch {
-  void (*before)(CURL* handle) = nullptr;
-  void (*behind)(CURL* handle, CURLcode code) = nullptr;
+  void (*before)(CURL* post) = nullptr;
+  void (*behind)(CURL* post, CURLcode code) = nullptr;
 };
 extern PostWatch postWatch;
 

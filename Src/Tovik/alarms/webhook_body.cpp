@@ -23,14 +23,14 @@ std::string SlackForm(const Alarm& alarm, const std::string& date) {
 }
 
 std::string TeamsCard(const Alarm& alarm, const std::string& date) {
-  const char* const picture = PictureOf(alarm.kind, &AlarmPictures::webhook);
+  const char* const card_picture = PictureOf(alarm.kind, &AlarmPictures::webhook);
   return base::Format(
       "{\"@type\": \"MessageCard\",\"@context\": \"http://schema.org/extensions"
       "\",\"themeColor\": \"0076D7\",\"summary\": \"%s\",\"sections\": [{   \"activityTitle\": \"%s\",   "
       "\"activitySubtitle\": \"%s\",   \"activityImage\": \"%s\",   \"facts\": [{       \"name\": "
       "\"Assigned IP\",       \"value\": \"%s\"    }, {       \"name\": \"Send date\",       \"value\": "
       "\"%s\"    }, {       \"name\": \"Message\",       \"value\": \"%s\"    }],    \"markdown\": true}]}",
-      alarm.title.c_str(), alarm.title.c_str(), alarm.label.c_str(), picture, alarm.host.c_str(),
+      alarm.title.c_str(), alarm.title.c_str(), alarm.label.c_str(), card_picture, alarm.host.c_str(),
       date.c_str(), alarm.message.c_str());
 }
 
@@ -91,10 +91,11 @@ std::string_view CardPrefix(std::string_view text, size_t limit) {
 }
 
 std::string CardPictureColumn(uint32_t kind) {
-  const char* const picture = PictureOf(kind, &AlarmPictures::webhook);
-  if (*picture == '\0') return {};
+  const char* const card_picture = PictureOf(kind, &AlarmPictures::webhook);
+  if (*card_picture == '\0') return {};
   return base::Format(
-      R"({"type":"Column","width":"auto","items":[{"type":"Image","url":"%s","width":"52px"}]},)", picture);
+      R"({"type":"Column","width":"auto","items":[{"type":"Image","url":"%s","width":"52px"}]},)",
+      card_picture);
 }
 
 std::string CardTextBlock(const char* looks, const std::string& text) {

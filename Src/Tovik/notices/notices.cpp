@@ -66,9 +66,9 @@ Composed Compose(std::string_view sentence, std::span<const std::string_view> te
   for (const std::string_view text : texts) {
     const size_t at = std::min(sentence.find('{'), sentence.size());
     const bool passing = sentence.substr(at).starts_with(PASSING);
-    const std::string shown = Shown(text);
-    notice.sentence.append(sentence.substr(0, at)).append(shown);
-    if (!passing) notice.sameness.append(shown).push_back('\n');
+    const std::string notice_text = Shown(text);
+    notice.sentence.append(sentence.substr(0, at)).append(notice_text);
+    if (!passing) notice.sameness.append(notice_text).push_back('\n');
     sentence.remove_prefix(std::min(at + (passing ? PASSING : TEXT).size(), sentence.size()));
   }
   notice.sentence.append(sentence);
@@ -77,24 +77,24 @@ Composed Compose(std::string_view sentence, std::span<const std::string_view> te
 
 std::optional<int64_t> Repeats::Due(int kind_id, const std::string& sameness, int64_t now) {
   Kind& kind = kinds_[kind_id];
-  const auto same = std::find_if(kind.told.begin(), kind.told.end(),
-                                 [&](const Told& told) { return told.sameness == sameness; });
-  if (same != kind.told.end()) {
-    if (now - same->when < REPEAT_PERIOD) {
-      ++same->held;
+  const auto same_notice = std::find_if(kind.told.begin(), kind.told.end(),
+                                        [&](const Told& told) { return told.sameness == sameness; });
+  if (same_notice != kind.told.end()) {
+    if (now - same_notice->when < REPEAT_PERIOD) {
+      ++same_notice->held;
       return std::nullopt;
     }
-    same->when = now;
-    return std::exchange(same->held, 0);
+    same_notice->when = now;
+    return std::exchange(same_notice->held, 0);
   }
   if (kind.told.size() >= MOST_OF_A_KIND) {
-    const auto oldest = std::min_element(kind.told.begin(), kind.told.end(),
-                                         [](const Told& a, const Told& b) { return a.when < b.when; });
-    if (now - oldest->when < REPEAT_PERIOD) {
+    const auto oldest_notice = std::min_element(kind.told.begin(), kind.told.end(),
+                                                [](const Told& a, const Told& b) { return a.when < b.when; });
+    if (now - oldest_notice->when < REPEAT_PERIOD) {
       ++kind.crowded;
       return std::nullopt;
     }
-    kind.told.erase(oldest);
+    kind.told.erase(oldest_notice);
   }
   kind.told.push_back({sameness, now, 0});
   return std::exchange(kind.crowded, 0);

@@ -85,7 +85,7 @@ void daemonize(const char* rundir, const char* lockfile) {
   DetachDaemon();
   CloseAllDescriptors();
   base::GuardStandardDescriptors();
-  [[maybe_unused]] const int changed = rundir == nullptr ? 0 : ::chdir(rundir);
+  [[maybe_unused]] const int rundir_changed = rundir == nullptr ? 0 : ::chdir(rundir);
   TakeDaemonLock(lockfile);
 }
 

@@ -17,8 +17,8 @@ namespace {
 
 constexpr const char* VERSION = "2.3.x.x";
 
-void KeepOptionArgument(std::string* text, bool* given) {
-  *text = optarg;
+void KeepOptionArgument(std::string* option_text, bool* given) {
+  *option_text = optarg;
   *given = true;
 }
 

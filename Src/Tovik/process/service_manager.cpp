@@ -37,11 +37,11 @@ int SendToManager(const std::string& message) {
 
 void TakeServiceManager() {
   const char* const notify_socket = std::getenv("NOTIFY_SOCKET");
-  const char* const patience = std::getenv("DUNRASTT_PATIENCE");
+  const char* const manager_patience = std::getenv("DUNRASTT_PATIENCE");
   if (notify_socket != nullptr) managerLength = NotifyAddress(notify_socket, &managerAddress);
   managerWatchdogMs =
       ManagerWatchdogOf(std::getenv("WATCHDOG_USEC"), std::getenv("WATCHDOG_PID"), ::getpid());
-  managerPatienceSeconds = patience == nullptr ? 0 : base::LeadingNumber(patience);
+  managerPatienceSeconds = manager_patience == nullptr ? 0 : base::LeadingNumber(manager_patience);
   for (const char* name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID", "DUNRASTT_PATIENCE"})
     ::unsetenv(name);
 }

@@ -39,10 +39,10 @@ void TellNoTimeOfDay() {
                                 "\", no time of day as 07:30, and RESULT_CHECK is set");
 }
 
-void TellNotAlone(const sysinfo::ProcessNames& processes, const char* name, pid_t own) {
+void TellNotAlone(const sysinfo::ProcessNames& processes, const char* name, pid_t own_pid) {
   if (!notices::On()) return;
-  const std::string other_agents = OtherAgents(processes, name, own);
-  const std::string own_name = ProcessNameOf(processes, own);
+  const std::string other_agents = OtherAgents(processes, name, own_pid);
+  const std::string own_name = ProcessNameOf(processes, own_pid);
   if (*name == '\0') {
     TellBadKey("WATCHDOG_NAME", "has no value");
   } else if (HidesProcessNames(processes)) {
@@ -59,11 +59,11 @@ void TellNoStart(const char* what, int error) {
   if (notices::On()) notices::Tell<Notice::NO_START>(std::string(what) + ": " + std::strerror(error));
 }
 
-std::string OtherAgents(const sysinfo::ProcessNames& processes, const char* name, pid_t own) {
+std::string OtherAgents(const sysinfo::ProcessNames& processes, const char* name, pid_t own_pid) {
   std::string other_agents;
   for (size_t i = 0; i < processes.Size(); ++i) {
     const sysinfo::ProcessName process = processes[i];
-    if (process.name == nullptr || process.pid == own || std::strcmp(process.name, name) != 0) continue;
+    if (process.name == nullptr || process.pid == own_pid || std::strcmp(process.name, name) != 0) continue;
     other_agents += (other_agents.empty() ? "" : ", ") + std::to_string(process.pid);
   }
   return other_agents;

@@ -26,7 +26,7 @@ int64_t PauseSeconds(int64_t period) {
 }
 
 struct TimerBudget {
-  uint32_t id;
+  uint32_t timer_id;
   int64_t (*pauses)();  // seconds, all those of a cycle
   int64_t alarms;       // that a cycle may raise, each a mail and a post
   int64_t others;       // the other peers' seconds
@@ -42,9 +42,10 @@ constexpr TimerBudget TIMER_BUDGETS[] = {
 
 }  // namespace
 
-int64_t CycleBudget(uint32_t id, int64_t patience) {
-  const auto* const row = std::find_if(std::begin(TIMER_BUDGETS), std::end(TIMER_BUDGETS),
-                                       [id](const TimerBudget& budget) { return budget.id == id; });
+int64_t CycleBudget(uint32_t timer_id, int64_t patience) {
+  const auto* const row =
+      std::find_if(std::begin(TIMER_BUDGETS), std::end(TIMER_BUDGETS),
+                   [timer_id](const TimerBudget& budget) { return budget.timer_id == timer_id; });
   if (row == std::end(TIMER_BUDGETS)) return 0;
   const int64_t peers = row->alarms * (MAIL_BUDGET + POST_BUDGET) + row->others;
   return row->pauses() + (patience > 0 ? std::min(patience, peers) : peers);

@@ -55,9 +55,9 @@ std::array<base::Thread, std::size(TIMERS)> timerThreads;
 std::array<std::atomic<int64_t>, std::size(TIMERS)> cycleBegan;
 
 // Of a timer; size() of the table for an id that is none.
-size_t TimerIndex(uint32_t id) {
-  const auto* const row =
-      std::find_if(std::begin(TIMERS), std::end(TIMERS), [id](const Timer& timer) { return timer.id == id; });
+size_t TimerIndex(uint32_t timer_id) {
+  const auto* const row = std::find_if(std::begin(TIMERS), std::end(TIMERS),
+                                       [timer_id](const Timer& timer) { return timer.id == timer_id; });
   return static_cast<size_t>(row - std::begin(TIMERS));
 }
 
@@ -72,9 +72,9 @@ void RunCycle(void (*cycle)()) {
 }
 
 bool StartTimer(const Timer& timer, base::Thread& thread) {
-  auto* const id = const_cast<uint32_t*>(&timer.id);
+  auto* const timer_id = const_cast<uint32_t*>(&timer.id);
   const bool ready = timer.ready();
-  if (ready && thread.Start(send_timer, id) == 0) return true;
+  if (ready && thread.Start(send_timer, timer_id) == 0) return true;
   const int error = errno;
   if (ready) {
     TellNoStart("a thread", error);
