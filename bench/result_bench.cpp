@@ -14,8 +14,8 @@
 
 #include "Tovik/checks/average_table.h"
 #include "Tovik/checks/result_file.h"
-#include "base/unique_handles.h"
 #include "base/regular_file.h"
+#include "base/unique_handles.h"
 
 namespace {
 

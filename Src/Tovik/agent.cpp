@@ -25,41 +25,39 @@
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/exit_flag.h"
 #include "Tovik/findings/findings.h"
-#include "Tovik/notices/notices.h"
 #include "Tovik/process/build_time.h"
 #include "Tovik/process/daemon.h"
 #include "Tovik/process/heartbeat.h"
-#include "Tovik/process/log_stream.h"
+#include "Tovik/process/heartbeat_stream.h"
 #include "Tovik/process/options.h"
 #include "Tovik/process/service_manager.h"
 #include "Tovik/process/signals.h"
+#include "Tovik/process/standard_streams.h"
 #include "Tovik/process/start_notices.h"
 #include "Tovik/reports/report_senders.h"
 #include "Tovik/timers/lifeline.h"
 #include "Tovik/timers/timers.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
-#include "base/lossy_stream.h"
-#include "base/standard_descriptors.h"
 #include "base/stoppable_wait.h"
 #include "base/unique_handles.h"
 #include "sysinfo/resource_usage.h"
 
 namespace {
 
-constexpr int FAILED = -1;
+constexpr int START_FAILED = -1;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 
-std::optional<base::StopOnPendingSignal> stoppable;  // while the steps that may wait are taken
+std::optional<base::StopOnPendingSignal> startStoppable;  // while the steps that may wait are taken
 
 bool PrintBanner() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  std::tm local{};
-  localtime_r(&now.tv_sec, &local);
-  std::printf("DunraSTT Service Admin - %04d-%02d-%02d %02d:%02d:%02d.%03d\n", local.tm_year + 1900,
-              local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-              static_cast<int>(now.tv_nsec / NANOSECONDS_PER_MILLISECOND));
+  timespec start_time{};
+  clock_gettime(CLOCK_REALTIME, &start_time);
+  std::tm start_day{};
+  localtime_r(&start_time.tv_sec, &start_day);
+  std::printf("DunraSTT Service Admin - %04d-%02d-%02d %02d:%02d:%02d.%03d\n", start_day.tm_year + 1900,
+              start_day.tm_mon + 1, start_day.tm_mday, start_day.tm_hour, start_day.tm_min, start_day.tm_sec,
+              static_cast<int>(start_time.tv_nsec / NANOSECONDS_PER_MILLISECOND));
   time_when_compiled();
   return true;
 }
@@ -100,11 +98,8 @@ void ForgetRecipients() {
   gEmailLists.Set({});
 }
 
-bool Detach() {
-  if (!given_options.daemon) return true;
-  daemonize(std::getenv("PWD"), m_sz_touch_file);
-  base::MakeStandardStreamsLossy();
-  notices::LookForJournal();
+bool Daemonize() {
+  DaemonizeIfGiven(m_sz_touch_file);
   return true;
 }
 
@@ -141,12 +136,12 @@ bool TakeSignals() {
     return false;
   }
   InstallSignalHandlers(Stop);
-  stoppable.emplace();
+  startStoppable.emplace();
   return true;
 }
 
-bool OpenLog() {
-  OpenLogStream();
+bool OpenHeartbeats() {
+  OpenHeartbeatStream();
   return true;
 }
 
@@ -182,10 +177,10 @@ bool RefuseSecondInstance() {
 }
 
 bool WritePidFile() {
-  const base::UniqueFile file(std::fopen(m_sz_adm_pid_file, "wte"));
-  if (!file) return true;
+  const base::UniqueFile pid_file(std::fopen(m_sz_adm_pid_file, "wte"));
+  if (!pid_file) return true;
   const std::string pid = base::Format("%d", ::getpid());
-  std::fputs(pid.c_str(), file.get());
+  std::fputs(pid.c_str(), pid_file.get());
   TRACE(TRACE_DEBUG, "DunraSTT_Admin GetPid [ %s ]", pid.c_str());
   return true;
 }
@@ -228,37 +223,24 @@ void RemovePidFile() {
 
 // One step of the start, and what undoes it at the stop; either may be null. The start ends at one that is
 // false.
-struct Step {
+struct AgentStep {
   bool (*start)();
   void (*stop)();
 };
-constexpr Step STEPS[] = {
-    {nullptr, RemovePidFile},
-    {PrintBanner, nullptr},
-    {AllocateServers, FreeServers},
-    {FindAddress, nullptr},
-    {ReadConfiguration, nullptr},
-    {ReadRecipients, ForgetRecipients},
-    {Detach, nullptr},
-    {HearPeers, nullptr},
-    {FindServiceManager, nullptr},
-    {ChangeToProgramFolder, nullptr},
-    {OpenSyslog, nullptr},
-    {TakeSignals, nullptr},
-    {OpenLog, nullptr},
-    {ProveConfiguration, nullptr},
-    {ConfigureTrace, nullptr},
-    {RefuseSecondInstance, nullptr},
-    {WritePidFile, nullptr},
-    {TellStart, nullptr},
-    {PrimeCpuUsage, nullptr},
-    {ReadyWebHooks, nullptr},
-    {nullptr, ForgetChannels},
-    {StartManageThread, JoinManageThread},
-    {SendStartAlarm, nullptr},
-    {StartTimerThreads, JoinTimerThreads},
-    {StartLifeline, JoinLifeline},
-    {FirstChannelQuery, nullptr},
+constexpr AgentStep AGENT_STEPS[] = {
+    {nullptr, RemovePidFile},       {PrintBanner, nullptr},
+    {AllocateServers, FreeServers}, {FindAddress, nullptr},
+    {ReadConfiguration, nullptr},   {ReadRecipients, ForgetRecipients},
+    {Daemonize, nullptr},           {HearPeers, nullptr},
+    {FindServiceManager, nullptr},  {ChangeToProgramFolder, nullptr},
+    {OpenSyslog, nullptr},          {TakeSignals, nullptr},
+    {OpenHeartbeats, nullptr},      {ProveConfiguration, nullptr},
+    {ConfigureTrace, nullptr},      {RefuseSecondInstance, nullptr},
+    {WritePidFile, nullptr},        {TellStart, nullptr},
+    {PrimeCpuUsage, nullptr},       {ReadyWebHooks, nullptr},
+    {nullptr, ForgetChannels},      {StartManageThread, JoinManageThread},
+    {SendStartAlarm, nullptr},      {StartTimerThreads, JoinTimerThreads},
+    {StartLifeline, JoinLifeline},  {FirstChannelQuery, nullptr},
     {StartTimerThreads, nullptr},  // the channel status, if the engine answered or is to be asked again
 };
 
@@ -269,7 +251,7 @@ void Stop() {
   TellServiceManager("STOPPING=1\nSTATUS=Stopping");
   gSvcManageThrdExit = 1;
   base::StopRequest();
-  for (auto step = std::rbegin(STEPS); step != std::rend(STEPS); ++step) {
+  for (auto step = std::rbegin(AGENT_STEPS); step != std::rend(AGENT_STEPS); ++step) {
     if (step->stop != nullptr) step->stop();
   }
   running = 0;
@@ -277,14 +259,14 @@ void Stop() {
 }
 
 // Other threads may run, so nothing may be torn down under them.
-[[noreturn]] void EndAtOnce(int status) {
+[[noreturn]] void EndAgentAtOnce(int status) {
   std::fflush(nullptr);
   std::_Exit(status);
 }
 
-[[noreturn]] void EndProcess() {
+[[noreturn]] void EndAgent() {
   const bool stopped = running == 0;
-  CloseLogStream();
+  CloseHeartbeatStream();
   syslog(LOG_INFO, "Stopped %s", app_name);
   ::closelog();
   daemonShutdown();
@@ -301,16 +283,13 @@ int RunAgent(int argc, char** argv) {
   ::mallopt(M_ARENA_MAX, 1);  // the threads seldom allocate at once: more heaps would only hold memory
   // Where the parent has it ignored there would be no child to wait for.
   std::signal(SIGCHLD, SIG_DFL);
-  base::GuardStandardDescriptors();
-  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  base::MakeStandardStreamsLossy();
-  notices::LookForJournal();
-  const int status = ParseOptions(argc, argv, &given_options);
-  if (status >= 0) return status;
-  for (const Step& step : STEPS) {
-    if (step.start != nullptr && !step.start()) EndAtOnce(FAILED);
+  ReadyStandardStreams();
+  const int options_status = ParseOptions(argc, argv, &given_options);
+  if (options_status >= 0) return options_status;
+  for (const AgentStep& step : AGENT_STEPS) {
+    if (step.start != nullptr && !step.start()) EndAgentAtOnce(START_FAILED);
   }
-  stoppable.reset();
+  startStoppable.reset();
   MainLoop();
-  EndProcess();
+  EndAgent();
 }

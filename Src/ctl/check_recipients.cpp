@@ -26,8 +26,8 @@ std::vector<ListLine> LinesOf(std::string_view text) {
     const size_t end = text.find('\n');
     const bool ended = end != std::string_view::npos;
     const std::string_view line = text.substr(0, end);
-    const std::vector<std::string_view> words = alarms::WordsOf(line);
-    lines.push_back({number, words, alarms::FaultsOf(words, ended), alarms::ParseRecipient(line)});
+    const std::vector<std::string_view> words = alarms::RecipientWords(line);
+    lines.push_back({number, words, alarms::WordLineFaultsOf(words, ended), alarms::ParseRecipient(line)});
     text.remove_prefix(ended ? end + 1 : text.size());
   }
   return lines;

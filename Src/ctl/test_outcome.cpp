@@ -219,7 +219,7 @@ Verdict JudgePost(const std::vector<Heard>& heard, bool ended, const ChatAnswer&
   const int code = CodeOf(answer->text);
   const std::string body = answer->text.substr(std::min<size_t>(answer->text.size(), 4));
   // As the agent judges it when it does.
-  const bool taken = alarms::Denial(code, body, chat.success).empty();
+  const bool taken = alarms::PostDenial(code, body, chat.success).empty();
   const bool success = code >= 200 && code < MORE;
   Verdict verdict = Single(taken     ? Outcome::OK
                            : success ? Outcome::DOUBTFUL

@@ -261,7 +261,7 @@ TEST(WebHookAnswerTest, OnlyTheServicesWordsConfirmAPost) {
       {1, false, 200, "Webhook failed\x1B\n\xB0", "200: Webhook failed  \xEF\xBF\xBD"},
   };
   for (const auto& [apps, adaptive, status, answer, denial] : cases)
-    EXPECT_EQ(alarms::Denial(status, answer, alarms::ChatOf(apps, adaptive).success), denial);
+    EXPECT_EQ(alarms::PostDenial(status, answer, alarms::ChatOf(apps, adaptive).success), denial);
 }
 
 TEST_F(KeysTest, AnAnswerThatDeniesAPostIsAFailure) {
@@ -290,20 +290,21 @@ TEST_F(KeysTest, PostsAnAdaptiveCardWithTheSameFacts) {
                "\xEA\xB0\x80\"}"});
   ASSERT_EQ(Post("m", 5), "sent");
   EXPECT_FALSE(Has(sink.Kept("2.body"), "Image"));
-  EXPECT_EQ(
-      alarms::TableWords("<table x='1'><tr><th>a</th><th>b</th></tr><tr><td>1 %</td><td>2</td></tr></table>"),
-      "a | b\n1 % | 2");
+  EXPECT_EQ(alarms::CardTableWords(
+                "<table x='1'><tr><th>a</th><th>b</th></tr><tr><td>1 %</td><td>2</td></tr></table>"),
+            "a | b\n1 % | 2");
 }
 
 TEST(MailHeadTest, FoldsAndEncodes) {
   const std::string words = "[ 10.1.2.3 ] stt Alarm Occured - Process Restart";
-  EXPECT_EQ(alarms::TextHeader("Subject", words), "Subject: " + words);
-  EXPECT_EQ(alarms::TextHeader("Subject", words + " and then some more."),
+  EXPECT_EQ(alarms::MailHeadText("Subject", words), "Subject: " + words);
+  EXPECT_EQ(alarms::MailHeadText("Subject", words + " and then some more."),
             "Subject: " + words + " and then some\r\n more.");
-  EXPECT_EQ(alarms::TextHeader("Subject", "=?x"), "Subject: =?UTF-8?B?PT94?=");
-  EXPECT_EQ(alarms::AddressHeader("To", {{"a\\b", "a@b"}, {"", "c@d"}}), "To: \"a\\\\b\" <a@b>,\r\n <c@d>");
-  EXPECT_EQ(alarms::DispositionHeader("a b.csv"), "Content-Disposition: attachment; filename=\"a b.csv\"");
-  EXPECT_NE(alarms::MessageIdHeader("a@b.c"), alarms::MessageIdHeader("a@b.c"));
+  EXPECT_EQ(alarms::MailHeadText("Subject", "=?x"), "Subject: =?UTF-8?B?PT94?=");
+  EXPECT_EQ(alarms::MailHeadAddresses("To", {{"a\\b", "a@b"}, {"", "c@d"}}),
+            "To: \"a\\\\b\" <a@b>,\r\n <c@d>");
+  EXPECT_EQ(alarms::MailHeadDisposition("a b.csv"), "Content-Disposition: attachment; filename=\"a b.csv\"");
+  EXPECT_NE(alarms::MailHeadId("a@b.c"), alarms::MailHeadId("a@b.c"));
   const std::pair<const char*, const char*> dates[] = {
       {"XXX-5:30", "Date: Sun, 21 Jun 2026 05:30:00 +0530"},
       {"XXX3:30", "Date: Sat, 20 Jun 2026 20:30:00 -0330"},
@@ -311,9 +312,9 @@ TEST(MailHeadTest, FoldsAndEncodes) {
   for (const auto& [zone, date] : dates) {
     setenv("TZ", zone, 1);
     tzset();
-    EXPECT_EQ(alarms::DateHeader(1'782'000'000), date);
+    EXPECT_EQ(alarms::MailHeadDate(1'782'000'000), date);
   }
-  EXPECT_EQ(alarms::DateText(1'782'000'000), "2026/06/21 02:00:00");
+  EXPECT_EQ(alarms::BodyDate(1'782'000'000), "2026/06/21 02:00:00");
   unsetenv("TZ");
   tzset();
 }

@@ -42,7 +42,7 @@ TEST_F(AlarmTest, MailsHaveThePictureOfTheirKind) {
           "<div style='margin-bottom:7.5pt;'>\t\t\t\t\t\t\t<b style='font-size:9pt;font-family:\"Segoe UI\","
           "sans-serif;color:#323130;'>Label</b>\t\t\t\t\t\t\t<span>&nbsp;&nbsp;&nbsp;&nbsp;</span>"
           "\t\t\t\t\t\t\t<span style='font-size:9pt;font-family:\"Segoe UI\",sans-serif;color:gray'>" +
-          alarms::DateText(0) +
+          alarms::BodyDate(0) +
           "</span>"
           "\t\t\t\t\t\t</div>\t\t\t\t\t\t<div style='word-break:break-word;;font-size:10.5pt;"
           "font-family:\"Segoe UI\",sans-serif;color:#323130'>a<br />\xEA\xB0\x80</div>\t\t\t\t\t</td>"
@@ -58,13 +58,13 @@ TEST_F(AlarmTest, PostsAreFormsOrCardsWithThePictureOfTheirKind) {
           alarms::PictureOf(4, &AlarmPictures::webhook) +
           R"(",   "facts": [{       "name": "Assigned IP",       "value": "10.1.2.3"    }, {       )"
           R"("name": "Send date",       "value": ")" +
-          alarms::DateText(0) +
+          alarms::BodyDate(0) +
           R"("    }, {       "name": "Message",       )"
           "\"value\": \"a<br />\xEA\xB0\x80<br />\"    }],    \"markdown\": true}]}");
   EXPECT_EQ(PostOf("x\ny", "[ IP ] stt", 2),
             "payload={\t\t\t\t\"channel\": \"#test\",              \"username\": \"Label\",     "
             "\t        \"text\": \"[ IP ] stt " +
-                alarms::DateText(0) +
+                alarms::BodyDate(0) +
                 "<br />x<br />y\",              \"icon_emoji\": "
                 "\":ghost:\"         }");
 }
@@ -83,11 +83,11 @@ TEST_F(AlarmTest, BodiesAreCutAtACharacterWithTheirLayoutWhole) {
       EXPECT_TRUE(body.ends_with("}]}")) << body.substr(body.size() - 100);
     }
   }
-  const alarms::Layout brackets = [](const Alarm& alarm, const std::string&) {
+  const alarms::BodyLayout brackets = [](const Alarm& alarm, const std::string&) {
     return "[" + alarm.message + "]";
   };
   for (const size_t size : {LIMIT - 2, LIMIT - 1}) {
-    EXPECT_EQ(alarms::FillLayout({0, "", "", std::string(size, 'x'), ""}, brackets, ""),
+    EXPECT_EQ(alarms::FillBodyLayout({0, "", "", std::string(size, 'x'), ""}, brackets, ""),
               "[" + std::string(LIMIT - 2, 'x') + "]");
   }
 }

@@ -40,8 +40,8 @@ TEST(NoticesTest, PassingTextsAreShownAndMakeNoDifference) {
   EXPECT_EQ(one.sentence, "The script a{}b after 9.9 s");
   EXPECT_EQ(other.sentence, "The script a{}b after 0.1 s");
   EXPECT_EQ(one.sameness, other.sameness);
-  EXPECT_EQ(notices::Line(3, one.sentence, 0), "<3>The script a{}b after 9.9 s\n");
-  EXPECT_EQ(notices::Line(4, "A", 7), "<4>A (7 more like this were not written)\n");
+  EXPECT_EQ(notices::NoticeLine(3, one.sentence, 0), "<3>The script a{}b after 9.9 s\n");
+  EXPECT_EQ(notices::NoticeLine(4, "A", 7), "<4>A (7 more like this were not written)\n");
 }
 
 TEST(NoticesTest, RepeatedAfterAnHourOrWhenTheTextChanges) {
@@ -58,14 +58,14 @@ TEST(NoticesTest, RepeatedAfterAnHourOrWhenTheTextChanges) {
   // A peer whose words are new each time.
   int told = 0;
   for (int i = 0; i < 100; ++i) told += repeats.Due(3, std::to_string(i), 100'000 + i) ? 1 : 0;
-  EXPECT_EQ(told, static_cast<int>(notices::Repeats::MOST));
+  EXPECT_EQ(told, static_cast<int>(notices::Repeats::MOST_OF_A_KIND));
   EXPECT_EQ(repeats.Due(3, "one more", 103'600), 100 - told);
 }
 
 TEST(NoticesTest, OnlyTheFileItNamesIsTheJournal) {
-  EXPECT_TRUE(notices::NamesFile("9:4711", 9, 4711));
+  EXPECT_TRUE(notices::JournalStreamNames("9:4711", 9, 4711));
   for (const char* other : {"", "9", "9:", "9:47110", "9:4711 ", "09:4711", "8:4711", "9:4712", "4711:9"})
-    EXPECT_FALSE(notices::NamesFile(other, 9, 4711)) << other;
+    EXPECT_FALSE(notices::JournalStreamNames(other, 9, 4711)) << other;
 }
 
 TEST(NoticesTest, AScriptsEndIsToldInWords) {
@@ -105,7 +105,7 @@ TEST(NoticesTest, LinesOfRecipientsThatCannotBeUsed) {
        "has 1 line that cannot be used: line 1: a quote, a bracket, a control character or too long: "
        "no mail is sent at all"}};
   for (const auto& [text, words] : rows) {
-    alarms::BadLines bad;
+    alarms::BadRecipientLines bad;
     bad.AddWordLines(text);
     EXPECT_EQ(bad.Words(), words);
   }

@@ -63,7 +63,7 @@ TEST(ServiceManagerTest, WantsSignsOfLifeOfThisProcessAlone) {
       {"3000000", "43", 0},    {nullptr, "42", 0},
       {"x", "42", 0},          {"-1", "42", 0},
       {"5", "42", 1}};
-  for (const auto& [usec, pid, expected] : cases) EXPECT_EQ(WatchdogOf(usec, pid, 42), expected);
+  for (const auto& [usec, pid, expected] : cases) EXPECT_EQ(ManagerWatchdogOf(usec, pid, 42), expected);
 }
 
 TEST(BudgetTest, OutlastsWhatPeersMayTake) {

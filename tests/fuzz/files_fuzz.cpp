@@ -66,7 +66,7 @@ void fuzz_recipients(const std::string& text) {
     HOLDS(entries->At(i).address == next());
   }
   HOLDS(*entries->At(count).name == '\0' && *entries->At(-1).address == '\0');
-  alarms::BadLines bad;
+  alarms::BadRecipientLines bad;
   bad.AddWordLines(text);
   const std::string shown = notices::Shown(bad.Words() + text);
   HOLDS(shown.size() <= 300 && charset::Repaired(shown) == shown);

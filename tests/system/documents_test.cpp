@@ -55,7 +55,7 @@ TEST(Documents, ParserTakesTheSampleAsItReads) {
 
 TEST(Documents, EveryNoticeIsExplained) {
   const std::string operating = Read("docs/operating.md");
-  for (const notices::Row& row : notices::ROWS) {
+  for (const notices::NoticeRow& row : notices::NOTICES) {
     const std::string sentence = row.sentence;
     EXPECT_NE(operating.find(sentence.substr(0, sentence.find('{'))), std::string::npos) << sentence;
   }

@@ -17,43 +17,41 @@ namespace alarms {
 inline constexpr size_t BODY_LIMIT = 819'199;
 // The longest title or label, in bytes of UTF-8, of a body that has to be cut. No check sends one nearly as
 // long.
-inline constexpr size_t HEADING_LIMIT = 65'536;
+inline constexpr size_t BODY_HEADING_LIMIT = 65'536;
 
 // Puts an alarm and its date into the fixed text of a channel. That text is ASCII, so the result has the
 // encoding of the alarm's texts.
-using Layout = std::string (*)(const Alarm& alarm, const std::string& date);
+using BodyLayout = std::string (*)(const Alarm& alarm, const std::string& date);
 
 // The encoding of an alarm's texts: how large they are in the body, and where they may be cut.
-struct Writing {
-  size_t (*size)(std::string_view text);  // of a filled layout
+struct BodyWriting {
+  size_t (*size)(std::string_view text);  // of a filled body layout
   // The longest beginning of a text that takes at most limit bytes in the body.
   std::string_view (*prefix)(std::string_view text, size_t limit);
 };
-extern const Writing CODE_PAGE_949;
-extern const Writing UTF8;
+// Of a body whose texts are in it as they are.
+size_t BytesOfBody(std::string_view body);
+extern const BodyWriting BODY_IN_CODE_PAGE_949;
+extern const BodyWriting BODY_IN_UTF8;
 
 // "2026/03/09 07:05:01", local time.
-std::string DateText(time_t now);
+std::string BodyDate(time_t now);
 
 // The filled layout, at most BODY_LIMIT bytes as UTF-8. When it would be longer, the end of the message is
 // cut off, between two characters, so that the layout stays whole.
-std::string FillLayout(Alarm alarm, Layout layout, const std::string& date,
-                       const Writing& writing = CODE_PAGE_949);
+std::string FillBodyLayout(Alarm alarm, BodyLayout layout, const std::string& date,
+                           const BodyWriting& writing = BODY_IN_CODE_PAGE_949);
 
 // The finished body: the layout filled and cut, converted to UTF-8, newlines replaced by "<br />". With
 // TEXT_REPAIR the same as RepairedBody. Returns null on failure; *reason, a constant text, then says why: a
 // text does not convert, or no memory. Throws nothing.
-base::UniqueText AlarmBody(const Alarm& alarm, Layout layout, time_t now, const char** reason);
+base::UniqueText AlarmBody(const Alarm& alarm, BodyLayout layout, time_t now, const char** reason);
 
 // The same, but the texts are made UTF-8 first, each line by itself (charset/utf8_text.h), so it is null only
-// when there is no memory. writing is UTF8, or that of a layout that escapes the texts.
-base::UniqueText RepairedBody(const Alarm& alarm, Layout layout, const Writing& writing, time_t now,
+// when there is no memory. writing is BODY_IN_UTF8, or that of a layout that escapes the texts.
+base::UniqueText RepairedBody(const Alarm& alarm, BodyLayout layout, const BodyWriting& writing, time_t now,
                               const char** reason);
 
 }  // namespace alarms
-
-// Returns a copy of str with every occurrence of from, left to right and without overlap, replaced by to. The
-// caller frees the copy with free(). Returns str itself when from is empty, null without memory.
-char* replaceAll(char* str, const char* from, const char* to);
 
 #endif

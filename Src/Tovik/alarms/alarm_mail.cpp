@@ -22,33 +22,36 @@
 
 namespace {
 
-void AddRecipients(smtp_session* session, smtp_address_type type, int64_t count, const EMAIL_ENTRIES* list) {
+void AddMailRecipients(smtp_session* mail_session, smtp_address_type type, int64_t count,
+                       const EMAIL_ENTRIES* list) {
   for (int64_t index = 0; list != nullptr && index < count; ++index) {
     const EMAIL_ENTRIES::Entry entry = list->At(index);
-    smtp_address_add(session, type, entry.address, entry.name);
+    smtp_address_add(mail_session, type, entry.address, entry.name);
   }
 }
 
-void AddAddresses(smtp_session* session, const EMAIL_LIST& lists) {
-  smtp_address_add(session, SMTP_ADDRESS_FROM, m_send_email, m_send_name);
-  AddRecipients(session, SMTP_ADDRESS_TO, lists.receiver_count, lists.receivers.get());
-  AddRecipients(session, SMTP_ADDRESS_CC, lists.reference_count, lists.references.get());
-  AddRecipients(session, SMTP_ADDRESS_BCC, lists.blind_count, lists.blinds.get());
+void AddMailAddresses(smtp_session* mail_session, const EMAIL_LIST& lists) {
+  smtp_address_add(mail_session, SMTP_ADDRESS_FROM, m_send_email, m_send_name);
+  AddMailRecipients(mail_session, SMTP_ADDRESS_TO, lists.receiver_count, lists.receivers.get());
+  AddMailRecipients(mail_session, SMTP_ADDRESS_CC, lists.reference_count, lists.references.get());
+  AddMailRecipients(mail_session, SMTP_ADDRESS_BCC, lists.blind_count, lists.blinds.get());
 }
 
 // Returns errno of a file that could not be read, else 0.
-int AttachPath(smtp_session* session, const char* path) {
+int AttachPathToMail(smtp_session* mail_session, const char* path) {
   const char* const slash = std::strrchr(path, '/');
-  const int before = smtp_status_code_get(session);
-  const int status = smtp_attachment_add_path(session, slash == nullptr ? path : slash + 1, path);
+  const int status_before = smtp_status_code_get(mail_session);
+  const int mail_status = smtp_attachment_add_path(mail_session, slash == nullptr ? path : slash + 1, path);
   const int error = errno;
-  return status == SMTP_FILE_FAILED && before == SMTP_SUCCESS ? error : 0;
+  return mail_status == SMTP_FILE_FAILED && status_before == SMTP_SUCCESS ? error : 0;
 }
 
-// What a mail carries: a file that was read already, or one that the session is to read. As AttachPath.
-int AddFile(smtp_session* session, const char* path, const alarms::Attachment* attachment) {
-  if (attachment == nullptr) return path == nullptr ? 0 : AttachPath(session, path);
-  smtp_attachment_add_mem(session, attachment->name.c_str(), attachment->content.get(), attachment->size);
+// What a mail carries: a file that was read already, or one that the session is to read. As
+// AttachPathToMail.
+int AddMailFile(smtp_session* mail_session, const char* path, const alarms::Attachment* attachment) {
+  if (attachment == nullptr) return path == nullptr ? 0 : AttachPathToMail(mail_session, path);
+  smtp_attachment_add_mem(mail_session, attachment->name.c_str(), attachment->content.get(),
+                          attachment->size);
   return 0;
 }
 
@@ -60,49 +63,51 @@ std::string MailSubject(std::string title) {
 }
 
 // Why a session lost the mail, in words; empty when it did not.
-std::string SessionFailure(const Alarm& alarm, int status, const std::string& unreached, int fileError) {
-  if (status == SMTP_SUCCESS) return {};
-  if (fileError != 0) return alarms::FileWords(alarm.attachment, fileError);
-  const std::string words = smtp_status_code_errstr(status);
-  return status == SMTP_CONNECT_FAILED ? words + ": " + unreached : words;
+std::string MailFailure(const Alarm& alarm, int mail_status, const std::string& unreached_server,
+                        int fileError) {
+  if (mail_status == SMTP_SUCCESS) return {};
+  if (fileError != 0) return alarms::UnreadFileWords(alarm.attachment, fileError);
+  const std::string mail_words = smtp_status_code_errstr(mail_status);
+  return mail_status == SMTP_CONNECT_FAILED ? mail_words + ": " + unreached_server : mail_words;
 }
 
 // No result is looked at on the way: the session's status is sticky, and the close returns it.
 int SendBySession(const Alarm& alarm, const char* body, const alarms::Attachment* attachment) {
   const std::shared_ptr<const EMAIL_LIST> lists = gEmailLists.Get();
-  const alarms::MailHearing hearing;
-  smtp_session* session = nullptr;
+  const alarms::MailHearing mail_hearing;
+  smtp_session* mail_session = nullptr;
   smtp_open(m_stmp_server_url, m_smtp_server_port, static_cast<int>(m_stmp_connection_security),
-            static_cast<unsigned>(m_stmp_flags), nullptr, &session);
-  const std::string unreached = notices::On() ? smtp_connect_errstr(session) : "";
-  smtp_auth(session, static_cast<int>(m_stmp_auth), m_stmp_auth_id, m_stmp_auth_password);
-  AddAddresses(session, *lists);
-  smtp_header_add(session, "Subject", MailSubject(alarm.title).c_str());
-  const int fileError = AddFile(session, alarm.attachment, attachment);
-  smtp_mail(session, body);
-  const int status = smtp_close(session);
+            static_cast<unsigned>(m_stmp_flags), nullptr, &mail_session);
+  const std::string unreached_server = notices::On() ? smtp_connect_errstr(mail_session) : "";
+  smtp_auth(mail_session, static_cast<int>(m_stmp_auth), m_stmp_auth_id, m_stmp_auth_password);
+  AddMailAddresses(mail_session, *lists);
+  smtp_header_add(mail_session, "Subject", MailSubject(alarm.title).c_str());
+  const int fileError = AddMailFile(mail_session, alarm.attachment, attachment);
+  smtp_mail(mail_session, body);
+  const int mail_status = smtp_close(mail_session);
   if (notices::On())
-    alarms::TellMail(alarm, SessionFailure(alarm, status, unreached, fileError), hearing.Dialogue());
-  if (status == 0) return 1;
-  std::fprintf(stderr, "smtp failed: %s\n", smtp_status_code_errstr(status));
+    alarms::TellMail(alarm, MailFailure(alarm, mail_status, unreached_server, fileError),
+                     mail_hearing.Dialogue());
+  if (mail_status == 0) return 1;
+  std::fprintf(stderr, "smtp failed: %s\n", smtp_status_code_errstr(mail_status));
   return -1;
 }
 
-bool ByUrl() {
+bool MailGoesByUrl() {
   return *m_mail_url != '\0';
 }
 
 // A path whose key is missing in the configuration is just BASE_PATH.
-bool IsNoFile(const char* path) {
+bool IsNoMailFile(const char* path) {
   return *path == '\0' || std::strcmp(path, m_sz_base_path) == 0;
 }
 
-// Reads the attachment, unless the mail session will. When it cannot be read: with MAIL_SKIP_BAD the mail
-// goes out without it and says so; otherwise returns false, and no mail goes out.
+// Reads the attachment, unless the mail session will. When it cannot be read: with MAIL_SKIP_BAD the
+// mail goes out without it and says so; otherwise returns false, and no mail goes out.
 bool TakeAttachment(Alarm* alarm, std::optional<alarms::Attachment>* attachment) {
   const char* const path = alarm->attachment;
-  if (path == nullptr || (m_mail_skip_bad == 0 && !ByUrl())) return true;
-  if (m_mail_skip_bad != 0 && IsNoFile(path)) {
+  if (path == nullptr || (m_mail_skip_bad == 0 && !MailGoesByUrl())) return true;
+  if (m_mail_skip_bad != 0 && IsNoMailFile(path)) {
     alarm->attachment = nullptr;
     return true;
   }
@@ -112,11 +117,11 @@ bool TakeAttachment(Alarm* alarm, std::optional<alarms::Attachment>* attachment)
   } else if (m_mail_skip_bad != 0) {
     TRACE(TRACE_WARN, "Mail without %s: %s", path, std::strerror(read.error));
     alarms::TellMailWithoutFile(path, read.error);
-    alarm->message += "\n" + alarms::LeftOutSentence(read, m_text_repair == 0);
+    alarm->message += "\n" + alarms::AttachmentLeftOut(read, m_text_repair == 0);
     alarm->attachment = nullptr;
   } else {
     std::fprintf(stderr, "smtp failed: %s\n", smtp_status_code_errstr(SMTP_FILE_FAILED));
-    alarms::TellMailLost(*alarm, alarms::FileWords(path, read.error));
+    alarms::TellMailLost(*alarm, alarms::UnreadFileWords(path, read.error));
   }
   return read.error == 0 || m_mail_skip_bad != 0;
 }
@@ -132,8 +137,8 @@ int ComposeAndSend(Alarm alarm) {
     return -1;
   }
   const alarms::Attachment* const attachment = file ? &*file : nullptr;
-  return ByUrl() ? alarms::MailByUrl(alarm, body.get(), attachment)
-                 : SendBySession(alarm, body.get(), attachment);
+  return MailGoesByUrl() ? alarms::MailByUrl(alarm, body.get(), attachment)
+                         : SendBySession(alarm, body.get(), attachment);
 }
 
 }  // namespace

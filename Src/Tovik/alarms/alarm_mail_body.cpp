@@ -8,7 +8,7 @@ namespace alarms {
 namespace {
 
 std::string HtmlMail(const Alarm& alarm, const std::string& date) {
-  const char* const picture = PictureOf(alarm.kind, &AlarmPictures::mail);
+  const char* const mail_picture = PictureOf(alarm.kind, &AlarmPictures::mail);
   return base::Format(
       "<html><head><title>No Title</title><body><div>\t<div style='margin:auto;width:800px;'>\t\t"
       "<div style='padding:5pt 5pt 5pt 7.5pt;background-color:#6365A2;font-size:15pt;"
@@ -25,7 +25,7 @@ std::string HtmlMail(const Alarm& alarm, const std::string& date) {
       "<div style='word-break:break-word;;font-size:10.5pt;font-family:\"Segoe UI\",sans-serif;"
       "color:#323130'>%s</div>\t\t\t\t\t</td>\t\t\t\t</tr>\t\t\t</table>\t\t</div>\t</div></div></body>"
       "</html>",
-      alarm.title.c_str(), picture, alarm.label.c_str(), date.c_str(), alarm.message.c_str());
+      alarm.title.c_str(), mail_picture, alarm.label.c_str(), date.c_str(), alarm.message.c_str());
 }
 
 }  // namespace

@@ -33,126 +33,110 @@ constexpr long USUAL_MAIL_TIMEOUT = 60;  // seconds
 constexpr std::chrono::seconds QUIT_SECONDS{2};
 constexpr size_t SUBJECT_BYTES = 1000;
 constexpr size_t FILE_NAME_BYTES = 200;
-constexpr size_t WORDS_SHOWN = 300;
-
-struct MimeFree {
-  void operator()(curl_mime* mime) const { curl_mime_free(mime); }
-};
-using UniqueMime = std::unique_ptr<curl_mime, MimeFree>;
-
-// A list of libcurl. It throws std::bad_alloc when it cannot grow.
-class TextList {
- public:
-  void Add(const std::string& text) {
-    curl_slist* const longer = curl_slist_append(list_.get(), text.c_str());
-    if (longer == nullptr) throw std::bad_alloc();
-    static_cast<void>(list_.release());
-    list_.reset(longer);
-  }
-  curl_slist* Get() const { return list_.get(); }
-
- private:
-  UniqueList list_;
-};
+constexpr size_t MAIL_WORDS_SHOWN = 300;
 
 // --- Whom it is for
 
-struct Recipients {
+struct MailRecipients {
   std::vector<Mailbox> to, cc;
-  TextList all;
+  CurlList all;
 };
 
-void Refuse(const Mailbox& mailbox, const char* reason) {
+void RefuseRecipient(const Mailbox& mailbox, const char* reason) {
   const std::string shown =
-      charset::OneLine("\"" + mailbox.name + "\" <" + mailbox.address + ">", WORDS_SHOWN);
+      charset::OneLine("\"" + mailbox.name + "\" <" + mailbox.address + ">", MAIL_WORDS_SHOWN);
   std::fprintf(stderr, "smtp refused: %s: %s\n", shown.c_str(), reason);
 }
 
 // The usable recipients of one list. The others are told on standard error.
-std::vector<Mailbox> Take(int64_t count, const EMAIL_ENTRIES* list, TextList* all) {
-  std::vector<Mailbox> taken;
+std::vector<Mailbox> TakeRecipients(int64_t count, const EMAIL_ENTRIES* list, CurlList* all) {
+  std::vector<Mailbox> taken_recipients;
   for (int64_t index = 0; list != nullptr && index < count; ++index) {
     const EMAIL_ENTRIES::Entry entry = list->At(index);
     const Mailbox mailbox = {charset::Repaired(entry.name), entry.address};
     if (mailbox.address.empty()) continue;  // of a blank line
     if (const char* const fault = RecipientFault(entry.name, entry.address)) {
-      Refuse(mailbox, fault);
+      RefuseRecipient(mailbox, fault);
       continue;
     }
     all->Add(mailbox.address);
-    taken.push_back(mailbox);
+    taken_recipients.push_back(mailbox);
   }
-  return taken;
+  return taken_recipients;
 }
 
-Recipients TakeAll(const EMAIL_LIST& lists) {
-  Recipients recipients;
-  recipients.to = Take(lists.receiver_count, lists.receivers.get(), &recipients.all);
-  recipients.cc = Take(lists.reference_count, lists.references.get(), &recipients.all);
-  Take(lists.blind_count, lists.blinds.get(), &recipients.all);
+MailRecipients TakeAllRecipients(const EMAIL_LIST& lists) {
+  MailRecipients recipients;
+  recipients.to = TakeRecipients(lists.receiver_count, lists.receivers.get(), &recipients.all);
+  recipients.cc = TakeRecipients(lists.reference_count, lists.references.get(), &recipients.all);
+  TakeRecipients(lists.blind_count, lists.blinds.get(), &recipients.all);
   return recipients;
 }
 
 // --- What it says
 
-TextList Headers(const Alarm& alarm, const Recipients& recipients) {
-  const Mailbox sender = {charset::OneLine(m_send_name, LONGEST_NAME), m_send_email};
-  TextList headers;
-  headers.Add(DateHeader(std::time(nullptr)));
-  headers.Add(MessageIdHeader(sender.address));
-  if (!sender.address.empty()) headers.Add(AddressHeader("From", {sender}));
-  if (!recipients.to.empty()) headers.Add(AddressHeader("To", recipients.to));
-  if (!recipients.cc.empty()) headers.Add(AddressHeader("Cc", recipients.cc));
-  headers.Add(TextHeader("Subject", charset::OneLine(alarm.title, SUBJECT_BYTES)));
-  return headers;
+CurlList MailHead(const Alarm& alarm, const MailRecipients& recipients) {
+  const Mailbox sender = {charset::OneLine(m_send_name, LONGEST_RECIPIENT_NAME), m_send_email};
+  CurlList mail_head;
+  mail_head.Add(MailHeadDate(std::time(nullptr)));
+  mail_head.Add(MailHeadId(sender.address));
+  if (!sender.address.empty()) mail_head.Add(MailHeadAddresses("From", {sender}));
+  if (!recipients.to.empty()) mail_head.Add(MailHeadAddresses("To", recipients.to));
+  if (!recipients.cc.empty()) mail_head.Add(MailHeadAddresses("Cc", recipients.cc));
+  mail_head.Add(MailHeadText("Subject", charset::OneLine(alarm.title, SUBJECT_BYTES)));
+  return mail_head;
 }
 
-CURLcode AddPart(curl_mime* mime, const char* type, const char* data, size_t size, curl_slist* headers) {
-  curl_mimepart* const part = curl_mime_addpart(mime);
-  if (part == nullptr) return CURLE_OUT_OF_MEMORY;
-  CURLcode code = curl_mime_data(part, data, size);
-  if (code == CURLE_OK) code = curl_mime_type(part, type);
-  if (code == CURLE_OK) code = curl_mime_encoder(part, "base64");
-  if (code == CURLE_OK) code = curl_mime_headers(part, headers, 0);
+CURLcode AddMailPart(curl_mime* mail_parts, const char* type, const char* data, size_t size,
+                     curl_slist* headers) {
+  curl_mimepart* const mail_part = curl_mime_addpart(mail_parts);
+  if (mail_part == nullptr) return CURLE_OUT_OF_MEMORY;
+  CURLcode code = curl_mime_data(mail_part, data, size);
+  if (code == CURLE_OK) code = curl_mime_type(mail_part, type);
+  if (code == CURLE_OK) code = curl_mime_encoder(mail_part, "base64");
+  if (code == CURLE_OK) code = curl_mime_headers(mail_part, headers, 0);
   return code;
 }
 
-CURLcode AddParts(curl_mime* mime, const char* body, const Attachment* attachment, TextList* disposition) {
-  if (mime == nullptr) return CURLE_OUT_OF_MEMORY;
-  const CURLcode code = AddPart(mime, "text/html; charset=UTF-8", body, CURL_ZERO_TERMINATED, nullptr);
+CURLcode AddMailParts(curl_mime* mail_parts, const char* body, const Attachment* attachment,
+                      CurlList* disposition) {
+  if (mail_parts == nullptr) return CURLE_OUT_OF_MEMORY;
+  const CURLcode code =
+      AddMailPart(mail_parts, "text/html; charset=UTF-8", body, CURL_ZERO_TERMINATED, nullptr);
   if (code != CURLE_OK || attachment == nullptr) return code;
-  disposition->Add(DispositionHeader(charset::OneLine(attachment->name, FILE_NAME_BYTES)));
-  return AddPart(mime, "application/octet-stream", attachment->content.get(), attachment->size,
-                 disposition->Get());
+  disposition->Add(MailHeadDisposition(charset::OneLine(attachment->name, FILE_NAME_BYTES)));
+  return AddMailPart(mail_parts, "application/octet-stream", attachment->content.get(), attachment->size,
+                     disposition->Get());
 }
 
 // --- How it goes
 
 // One delivery: what libcurl calls back with.
-struct Delivery {
+struct MailDelivery {
   MailDialogue dialogue;
   std::optional<Clock::time_point> accepted;
-  bool printed = false;  // the dialogue, on standard error
-  bool content = false;  // what was sent last was content
+  bool dialogue_printed = false;  // on standard error
+  bool content_sent = false;      // what was sent last was content
 };
 
 // Passes the dialogue on to smtp_overhear, if set. libcurl does not report the dot that ends the content, so
 // it is added here.
-void Overhear(Delivery* delivery, bool in, std::string_view line) {
+void OverhearMail(MailDelivery* delivery, bool in, std::string_view line) {
   if (smtp_overhear == nullptr) return;
-  if (in && std::exchange(delivery->content, false)) smtp_overhear("Client", ".\r\n");
+  if (in && std::exchange(delivery->content_sent, false)) smtp_overhear("Client", ".\r\n");
   smtp_overhear(in ? "Server" : "Client", line);
 }
 
-int Listen(CURL*, curl_infotype type, char* data, size_t size, void* user) try {
-  auto* const delivery = static_cast<Delivery*>(user);
-  if (type == CURLINFO_DATA_OUT) delivery->content = true;
+int ListenToMail(CURL*, curl_infotype type, char* data, size_t size, void* user) try {
+  auto* const delivery = static_cast<MailDelivery*>(user);
+  if (type == CURLINFO_DATA_OUT) delivery->content_sent = true;
   if (type != CURLINFO_HEADER_IN && type != CURLINFO_HEADER_OUT) return 0;
   const bool in = type == CURLINFO_HEADER_IN;
-  Overhear(delivery, in, {data, size});
+  OverhearMail(delivery, in, {data, size});
   MailDialogue& dialogue = delivery->dialogue;
   const std::string shown = in ? dialogue.Received({data, size}) : dialogue.Sent({data, size});
-  if (delivery->printed) std::fprintf(stderr, "[smtp %s]: %s\n", in ? "Server" : "Client", shown.c_str());
+  if (delivery->dialogue_printed)
+    std::fprintf(stderr, "[smtp %s]: %s\n", in ? "Server" : "Client", shown.c_str());
   if (dialogue.Accepted() && !delivery->accepted) delivery->accepted = Clock::now();
   return 0;
 } catch (const std::bad_alloc&) {
@@ -161,100 +145,93 @@ int Listen(CURL*, curl_infotype type, char* data, size_t size, void* user) try {
 
 // While libcurl waits for the reply to QUIT, it ignores the transfer's time limits but calls this every
 // second.
-int GiveUp(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-  const auto* const delivery = static_cast<const Delivery*>(user);
-  const bool no_answer = delivery->accepted && Clock::now() - *delivery->accepted > QUIT_SECONDS;
-  return base::StopGraceOver() || no_answer ? 1 : 0;
+int GiveUpMail(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  const auto* const delivery = static_cast<const MailDelivery*>(user);
+  const bool no_quit_reply = delivery->accepted && Clock::now() - *delivery->accepted > QUIT_SECONDS;
+  return base::StopGraceOver() || no_quit_reply ? 1 : 0;
 }
 
-void SetSecurity(CURL* handle) {
-  const bool from_the_start = m_mail_url[4] == 's' || m_mail_url[4] == 'S';
-  const bool judged = from_the_start || m_mail_tls == 2;
-  const long modes[] = {CURLUSESSL_NONE, CURLUSESSL_TRY, CURLUSESSL_ALL};
-  curl_easy_setopt(handle, CURLOPT_USE_SSL, from_the_start ? long{CURLUSESSL_ALL} : modes[m_mail_tls]);
-  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, judged ? 1L : 0L);
-  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, judged ? 2L : 0L);
+void SetMailSecurity(CURL* mail) {
+  const bool tls_from_the_start = m_mail_url[4] == 's' || m_mail_url[4] == 'S';
+  const bool certificate_judged = tls_from_the_start || m_mail_tls == 2;
+  const long tls_modes[] = {CURLUSESSL_NONE, CURLUSESSL_TRY, CURLUSESSL_ALL};
+  curl_easy_setopt(mail, CURLOPT_USE_SSL, tls_from_the_start ? long{CURLUSESSL_ALL} : tls_modes[m_mail_tls]);
+  curl_easy_setopt(mail, CURLOPT_SSL_VERIFYPEER, certificate_judged ? 1L : 0L);
+  curl_easy_setopt(mail, CURLOPT_SSL_VERIFYHOST, certificate_judged ? 2L : 0L);
   // SSL_CERT_FILE may name another store of certificates, as for every program that uses OpenSSL.
-  const char* const store = std::getenv("SSL_CERT_FILE");
-  if (store != nullptr) curl_easy_setopt(handle, CURLOPT_CAINFO, store);
+  const char* const certificate_store = std::getenv("SSL_CERT_FILE");
+  if (certificate_store != nullptr) curl_easy_setopt(mail, CURLOPT_CAINFO, certificate_store);
 }
 
-void SetLogin(CURL* handle) {
+void SetMailLogin(CURL* mail) {
   if (m_stmp_auth == SMTP_METHOD_NONE) return;
-  curl_easy_setopt(handle, CURLOPT_LOGIN_OPTIONS,
+  curl_easy_setopt(mail, CURLOPT_LOGIN_OPTIONS,
                    m_stmp_auth == SMTP_METHOD_PLAIN ? "AUTH=PLAIN" : "AUTH=LOGIN");
-  curl_easy_setopt(handle, CURLOPT_USERNAME, static_cast<const char*>(m_stmp_auth_id));
-  curl_easy_setopt(handle, CURLOPT_PASSWORD, static_cast<const char*>(m_stmp_auth_password));
+  curl_easy_setopt(mail, CURLOPT_USERNAME, static_cast<const char*>(m_stmp_auth_id));
+  curl_easy_setopt(mail, CURLOPT_PASSWORD, static_cast<const char*>(m_stmp_auth_password));
 }
 
-void SetServer(CURL* handle) {
-  const long seconds = m_mail_timeout == 0 ? USUAL_MAIL_TIMEOUT : m_mail_timeout;
-  LimitTransferTime(handle, seconds);
-  curl_easy_setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, seconds);
-  curl_easy_setopt(handle, CURLOPT_URL, static_cast<const char*>(m_mail_url));
-  curl_easy_setopt(handle, CURLOPT_PROXY, "");
-  // QUIT is then part of the transfer, so GiveUp can end the wait for its reply.
-  curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L);
+void SetMailServer(CURL* mail) {
+  const long mail_seconds = m_mail_timeout == 0 ? USUAL_MAIL_TIMEOUT : m_mail_timeout;
+  LimitTransferTime(mail, mail_seconds);
+  curl_easy_setopt(mail, CURLOPT_SERVER_RESPONSE_TIMEOUT, mail_seconds);
+  curl_easy_setopt(mail, CURLOPT_URL, static_cast<const char*>(m_mail_url));
+  curl_easy_setopt(mail, CURLOPT_PROXY, "");
+  // QUIT is then part of the transfer, so GiveUpMail can end the wait for its reply.
+  curl_easy_setopt(mail, CURLOPT_FORBID_REUSE, 1L);
 #if LIBCURL_VERSION_NUM >= 0x074500
-  curl_easy_setopt(handle, CURLOPT_MAIL_RCPT_ALLLOWFAILS, 1L);
+  curl_easy_setopt(mail, CURLOPT_MAIL_RCPT_ALLLOWFAILS, 1L);
 #endif
-  SetSecurity(handle);
-  SetLogin(handle);
-}
-
-void SetCallbacks(CURL* handle, Delivery* delivery) {
-  curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
-  curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, Listen);
-  curl_easy_setopt(handle, CURLOPT_DEBUGDATA, delivery);
-  curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
-  curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, GiveUp);
-  curl_easy_setopt(handle, CURLOPT_XFERINFODATA, delivery);
+  SetMailSecurity(mail);
+  SetMailLogin(mail);
 }
 
 // --- What came of it
 
-int Fail(const Alarm& alarm, const std::string& what) {
-  std::fprintf(stderr, "smtp failed: %s\n", what.c_str());
-  TellMailLost(alarm, WithoutSecrets(what));
+int FailByUrl(const Alarm& alarm, const std::string& mail_failure) {
+  std::fprintf(stderr, "smtp failed: %s\n", mail_failure.c_str());
+  TellMailLost(alarm, WithoutSecrets(mail_failure));
   return -1;
 }
 
-int Conclude(const Alarm& alarm, CURLcode code, const char* details, const MailDialogue& dialogue) {
+int ConcludeByUrl(const Alarm& alarm, CURLcode code, const char* mail_error, const MailDialogue& dialogue) {
   for (const std::string& refused : dialogue.RefusedRecipients())
     std::fprintf(stderr, "smtp refused: %s\n", refused.c_str());
   if (code == CURLE_OK || dialogue.Accepted()) {
     TellMail(alarm, "", dialogue);
     return 1;
   }
-  std::string what = charset::OneLine(*details != '\0' ? details : curl_easy_strerror(code), WORDS_SHOWN);
-  if (!dialogue.Refusal().empty()) what += "; " + dialogue.Refusal();
-  if (code == CURLE_OPERATION_TIMEDOUT) what += "; waiting at " + dialogue.Step();
-  return Fail(alarm, what);
+  std::string mail_failure =
+      charset::OneLine(*mail_error != '\0' ? mail_error : curl_easy_strerror(code), MAIL_WORDS_SHOWN);
+  if (!dialogue.Refusal().empty()) mail_failure += "; " + dialogue.Refusal();
+  if (code == CURLE_OPERATION_TIMEDOUT) mail_failure += "; waiting at " + dialogue.Step();
+  return FailByUrl(alarm, mail_failure);
 }
 
-int Deliver(const Alarm& alarm, const char* body, const Attachment* attachment) {
-  const Recipients recipients = TakeAll(*gEmailLists.Get());
-  if (recipients.all.Get() == nullptr) return Fail(alarm, "no recipients");
-  const TextList headers = Headers(alarm, recipients);
-  TextList disposition;
-  Delivery delivery;
-  delivery.printed = (static_cast<unsigned>(m_stmp_flags) & SMTP_FLAG_DEBUG) != 0;
-  std::array<char, CURL_ERROR_SIZE> details{};
-  UniqueMime mime;  // outlives the handle
-  const UniqueCurl handle(curl_easy_init());
-  if (handle == nullptr) return Fail(alarm, smtp_status_code_errstr(SMTP_NO_MEMORY));
-  mime.reset(curl_mime_init(handle.get()));
-  const CURLcode composed = AddParts(mime.get(), body, attachment, &disposition);
-  if (composed != CURLE_OK) return Fail(alarm, curl_easy_strerror(composed));
-  SetServer(handle.get());
-  SetCallbacks(handle.get(), &delivery);
-  curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, details.data());
-  curl_easy_setopt(handle.get(), CURLOPT_MAIL_FROM, static_cast<const char*>(m_send_email));
-  curl_easy_setopt(handle.get(), CURLOPT_MAIL_RCPT, recipients.all.Get());
-  curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.Get());
-  curl_easy_setopt(handle.get(), CURLOPT_MIMEPOST, mime.get());
-  const CURLcode code = Transfer(handle.get());
-  return Conclude(alarm, code, details.data(), delivery.dialogue);
+int DeliverByUrl(const Alarm& alarm, const char* body, const Attachment* attachment) {
+  const MailRecipients recipients = TakeAllRecipients(*gEmailLists.Get());
+  if (recipients.all.Get() == nullptr) return FailByUrl(alarm, "no recipients");
+  const CurlList mail_head = MailHead(alarm, recipients);
+  CurlList disposition;
+  MailDelivery delivery;
+  delivery.dialogue_printed = (static_cast<unsigned>(m_stmp_flags) & SMTP_FLAG_DEBUG) != 0;
+  std::array<char, CURL_ERROR_SIZE> mail_error{};
+  UniqueCurlMime mail_parts;  // outlives the transfer
+  const UniqueCurl mail(curl_easy_init());
+  if (mail == nullptr) return FailByUrl(alarm, smtp_status_code_errstr(SMTP_NO_MEMORY));
+  mail_parts.reset(curl_mime_init(mail.get()));
+  const CURLcode composed = AddMailParts(mail_parts.get(), body, attachment, &disposition);
+  if (composed != CURLE_OK) return FailByUrl(alarm, curl_easy_strerror(composed));
+  SetMailServer(mail.get());
+  HearTransfer(mail.get(), ListenToMail, &delivery);
+  WatchTransfer(mail.get(), GiveUpMail, &delivery);
+  curl_easy_setopt(mail.get(), CURLOPT_ERRORBUFFER, mail_error.data());
+  curl_easy_setopt(mail.get(), CURLOPT_MAIL_FROM, static_cast<const char*>(m_send_email));
+  curl_easy_setopt(mail.get(), CURLOPT_MAIL_RCPT, recipients.all.Get());
+  curl_easy_setopt(mail.get(), CURLOPT_HTTPHEADER, mail_head.Get());
+  curl_easy_setopt(mail.get(), CURLOPT_MIMEPOST, mail_parts.get());
+  const CURLcode code = Transfer(mail.get());
+  return ConcludeByUrl(alarm, code, mail_error.data(), delivery.dialogue);
 }
 
 }  // namespace
@@ -262,8 +239,8 @@ int Deliver(const Alarm& alarm, const char* body, const Attachment* attachment) 
 int MailByUrl(const Alarm& alarm, const char* body, const Attachment* attachment) {
   const bool sender_fits = *m_send_email == '\0' || RecipientFault("", m_send_email) == nullptr;
   const bool method_fits = m_stmp_auth >= SMTP_METHOD_NONE && m_stmp_auth <= SMTP_METHOD_LOGIN;
-  if (!sender_fits || !method_fits) return Fail(alarm, smtp_status_code_errstr(SMTP_INVALID));
-  return Deliver(alarm, body, attachment);
+  if (!sender_fits || !method_fits) return FailByUrl(alarm, smtp_status_code_errstr(SMTP_INVALID));
+  return DeliverByUrl(alarm, body, attachment);
 }
 
 }  // namespace alarms

@@ -15,10 +15,10 @@ class MailDialogue {
   // Takes a command that was sent, or a line of a reply. Returns the text to show of it: one line, at most
   // 300 bytes, without credentials.
   std::string Sent(std::string_view command);
-  std::string Received(std::string_view line);
+  std::string Received(std::string_view reply_line);
 
   // "<lee@example.com>: 550 5.1.1 User unknown", in their order.
-  const std::vector<std::string>& RefusedRecipients() const { return refused_; }
+  const std::vector<std::string>& RefusedRecipients() const { return refused_recipients_; }
   // Whether the server took the message.
   bool Accepted() const { return accepted_; }
   // The last refusal of anything else, "AUTH: 535 wrong password"; empty when a later step went well.
@@ -29,15 +29,15 @@ class MailDialogue {
   bool InContent() const;
 
  private:
-  void Conclude(int code);
+  void ConcludeStep(int reply_code);
 
   std::string step_ = "the greeting";
-  std::string recipient_;  // of a RCPT
-  std::string words_;      // of the reply so far
-  bool secret_ = false;    // within AUTH
+  std::string step_recipient_;  // of a RCPT
+  std::string reply_words_;     // of the reply so far
+  bool login_secret_ = false;   // within AUTH
   bool accepted_ = false;
   std::string refusal_;
-  std::vector<std::string> refused_;
+  std::vector<std::string> refused_recipients_;
 };
 
 // Lets the dialogues of the own mail client be heard where there is a journal to tell them to. Once, before

@@ -18,122 +18,130 @@
 namespace alarms {
 namespace {
 
-constexpr size_t HEADER_LINE = 76;
-constexpr size_t LONGEST_WORD = 60;   // that needs no encoding to be folded
-constexpr size_t ENCODED_BYTES = 39;  // so that an encoded word fits the line behind a header's key
-constexpr const char* FOLD = "\r\n ";
+constexpr size_t HEAD_LINE = 76;
+constexpr size_t LONGEST_HEAD_WORD = 60;   // that needs no encoding to be folded
+constexpr size_t HEAD_ENCODED_BYTES = 39;  // so that an encoded word fits the line behind a header's key
+constexpr const char* HEAD_FOLD = "\r\n ";
 
-bool IsAscii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<uint8_t>(c) < 0x80; });
+bool IsHeadAscii(std::string_view head_text) {
+  return std::all_of(head_text.begin(), head_text.end(),
+                     [](char c) { return static_cast<uint8_t>(c) < 0x80; });
 }
 
-bool HasLongWord(std::string_view text) {
-  size_t word = 0;
-  for (const char c : text) {
-    word = c == ' ' ? 0 : word + 1;
-    if (word > LONGEST_WORD) return true;
+bool HeadHasLongWord(std::string_view head_text) {
+  size_t head_word = 0;
+  for (const char c : head_text) {
+    head_word = c == ' ' ? 0 : head_word + 1;
+    if (head_word > LONGEST_HEAD_WORD) return true;
   }
   return false;
 }
 
-std::string EncodedWords(std::string_view text) {
-  std::string words;
-  while (!text.empty()) {
-    const std::string_view piece = charset::Utf8Prefix(text, ENCODED_BYTES);
-    const base::UniqueText encoded(smtp_base64_encode(piece.data(), piece.size()));
-    if (encoded == nullptr) throw std::bad_alloc();
-    if (!words.empty()) words += FOLD;
-    words.append("=?UTF-8?B?").append(encoded.get()).append("?=");
-    text.remove_prefix(piece.size());
+std::string HeadEncodedWords(std::string_view head_text) {
+  std::string head_words;
+  while (!head_text.empty()) {
+    const std::string_view head_piece = charset::Utf8Prefix(head_text, HEAD_ENCODED_BYTES);
+    const base::UniqueText encoded_piece(smtp_base64_encode(head_piece.data(), head_piece.size()));
+    if (encoded_piece == nullptr) throw std::bad_alloc();
+    if (!head_words.empty()) head_words += HEAD_FOLD;
+    head_words.append("=?UTF-8?B?").append(encoded_piece.get()).append("?=");
+    head_text.remove_prefix(head_piece.size());
   }
-  return words;
+  return head_words;
 }
 
-// Folds before blanks; column is where the text begins.
-std::string Folded(std::string_view text, size_t column) {
-  std::string folded;
-  while (!text.empty()) {
-    const size_t begin = std::min(text.find_first_not_of(' '), text.size());
-    const size_t end = std::min(text.find(' ', begin), text.size());
-    if (column + end > HEADER_LINE && begin > 0) {
-      folded += "\r\n";
-      column = 0;
+// Folds before blanks; head_column is where the text begins.
+std::string HeadFolded(std::string_view head_text, size_t head_column) {
+  std::string folded_head;
+  while (!head_text.empty()) {
+    const size_t begin = std::min(head_text.find_first_not_of(' '), head_text.size());
+    const size_t end = std::min(head_text.find(' ', begin), head_text.size());
+    if (head_column + end > HEAD_LINE && begin > 0) {
+      folded_head += "\r\n";
+      head_column = 0;
     }
-    folded += text.substr(0, end);
-    column += end;
-    text.remove_prefix(end);
+    folded_head += head_text.substr(0, end);
+    head_column += end;
+    head_text.remove_prefix(end);
   }
-  return folded;
+  return folded_head;
 }
 
-std::string Quoted(std::string_view name) {
-  std::string quoted = "\"";
+std::string QuotedMailName(std::string_view name) {
+  std::string quoted_name = "\"";
   for (const char c : name) {
-    if (c == '"' || c == '\\') quoted += '\\';
-    quoted += c;
+    if (c == '"' || c == '\\') quoted_name += '\\';
+    quoted_name += c;
   }
-  return quoted + "\"";
+  return quoted_name + "\"";
 }
 
 std::string MailboxText(const Mailbox& mailbox) {
   std::string address = "<" + mailbox.address + ">";
   if (mailbox.name.empty()) return address;
-  const bool plain = IsAscii(mailbox.name) && mailbox.name.size() <= LONGEST_WORD;
-  const std::string name = plain ? Quoted(mailbox.name) : EncodedWords(mailbox.name);
-  return name + (name.size() + address.size() < HEADER_LINE ? " " : FOLD) + address;
+  const bool plain = IsHeadAscii(mailbox.name) && mailbox.name.size() <= LONGEST_HEAD_WORD;
+  const std::string name = plain ? QuotedMailName(mailbox.name) : HeadEncodedWords(mailbox.name);
+  return name + (name.size() + address.size() < HEAD_LINE ? " " : HEAD_FOLD) + address;
 }
 
 }  // namespace
 
-std::string TextHeader(const std::string& key, const std::string& text) {
-  const bool plain = IsAscii(text) && !HasLongWord(text) && text.find("=?") == std::string::npos;
-  return key + ": " + (plain ? Folded(text, key.size() + 2) : EncodedWords(text));
+std::string MailHeadText(const std::string& head_key, const std::string& head_text) {
+  const bool plain =
+      IsHeadAscii(head_text) && !HeadHasLongWord(head_text) && head_text.find("=?") == std::string::npos;
+  return head_key + ": " + (plain ? HeadFolded(head_text, head_key.size() + 2) : HeadEncodedWords(head_text));
 }
 
-std::string AddressHeader(const std::string& key, const std::vector<Mailbox>& mailboxes) {
-  std::string header = key + ":";
+std::string MailHeadAddresses(const std::string& head_key, const std::vector<Mailbox>& mailboxes) {
+  std::string head_line = head_key + ":";
   for (size_t i = 0; i < mailboxes.size(); ++i) {
-    header += i == 0 ? " " : std::string(",") + FOLD;
-    header += MailboxText(mailboxes[i]);
+    head_line += i == 0 ? " " : std::string(",") + HEAD_FOLD;
+    head_line += MailboxText(mailboxes[i]);
   }
-  return header;
+  return head_line;
 }
 
-std::string DateHeader(time_t now) {
+std::string MailHeadDate(time_t now) {
   static constexpr std::array<const char*, 7> DAYS = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   static constexpr std::array<const char*, 12> MONTHS = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  tm local{};
-  localtime_r(&now, &local);
-  const long minutes = std::labs(local.tm_gmtoff) / 60;
-  return base::Format(
-      "Date: %s, %02d %s %d %02d:%02d:%02d %c%02ld%02ld", DAYS.at(static_cast<size_t>(local.tm_wday)),
-      local.tm_mday, MONTHS.at(static_cast<size_t>(local.tm_mon)), local.tm_year + 1900, local.tm_hour,
-      local.tm_min, local.tm_sec, local.tm_gmtoff < 0 ? '-' : '+', minutes / 60, minutes % 60);
+  tm mail_day{};
+  localtime_r(&now, &mail_day);
+  const long utc_minutes = std::labs(mail_day.tm_gmtoff) / 60;
+  return base::Format("Date: %s, %02d %s %d %02d:%02d:%02d %c%02ld%02ld",
+                      DAYS.at(static_cast<size_t>(mail_day.tm_wday)), mail_day.tm_mday,
+                      MONTHS.at(static_cast<size_t>(mail_day.tm_mon)), mail_day.tm_year + 1900,
+                      mail_day.tm_hour, mail_day.tm_min, mail_day.tm_sec, mail_day.tm_gmtoff < 0 ? '-' : '+',
+                      utc_minutes / 60, utc_minutes % 60);
 }
 
-std::string MessageIdHeader(const std::string& sender) {
-  std::array<uint64_t, 2> bytes{};
-  if (::getrandom(bytes.data(), sizeof bytes, GRND_NONBLOCK) != ssize_t{sizeof bytes}) {
+std::string MailHeadId(const std::string& sender) {
+  std::array<uint64_t, 2> message_id{};
+  if (::getrandom(message_id.data(), sizeof message_id, GRND_NONBLOCK) != ssize_t{sizeof message_id}) {
     // Early after boot the kernel may have no random numbers yet: the clock has to do.
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    bytes = {static_cast<uint64_t>(now.tv_sec), static_cast<uint64_t>(now.tv_nsec)};
+    timespec message_id_time{};
+    ::clock_gettime(CLOCK_REALTIME, &message_id_time);
+    message_id = {static_cast<uint64_t>(message_id_time.tv_sec),
+                  static_cast<uint64_t>(message_id_time.tv_nsec)};
   }
-  const size_t at = sender.find('@');
-  const std::string domain = at == std::string::npos || at + 1 == sender.size() || !IsAscii(sender)
-                                 ? "localhost"
-                                 : sender.substr(at + 1);
-  return base::Format("Message-ID: <%016" PRIx64 "%016" PRIx64 "@%s>", bytes[0], bytes[1], domain.c_str());
+  const size_t sender_at = sender.find('@');
+  const std::string sender_domain =
+      sender_at == std::string::npos || sender_at + 1 == sender.size() || !IsHeadAscii(sender)
+          ? "localhost"
+          : sender.substr(sender_at + 1);
+  return base::Format("Message-ID: <%016" PRIx64 "%016" PRIx64 "@%s>", message_id[0], message_id[1],
+                      sender_domain.c_str());
 }
 
-std::string DispositionHeader(const std::string& name) {
-  std::string header = "Content-Disposition: attachment; filename";
-  if (IsAscii(name) && !HasLongWord(name) && name.find_first_of("\"\\") == std::string::npos)
-    return header + "=\"" + name + "\"";
-  header += "*=UTF-8''";
-  for (const char c : name) header += base::Format("%%%02X", static_cast<unsigned>(static_cast<uint8_t>(c)));
-  return header;
+std::string MailHeadDisposition(const std::string& file_name) {
+  std::string head_line = "Content-Disposition: attachment; filename";
+  if (IsHeadAscii(file_name) && !HeadHasLongWord(file_name) &&
+      file_name.find_first_of("\"\\") == std::string::npos)
+    return head_line + "=\"" + file_name + "\"";
+  head_line += "*=UTF-8''";
+  for (const char c : file_name)
+    head_line += base::Format("%%%02X", static_cast<unsigned>(static_cast<uint8_t>(c)));
+  return head_line;
 }
 
 }  // namespace alarms

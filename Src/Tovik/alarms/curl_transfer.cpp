@@ -3,76 +3,98 @@
 #include <sys/socket.h>
 
 #include <csignal>
+#include <new>
 
 #include "base/stoppable_wait.h"
 
 namespace alarms {
 namespace {
 
-constexpr int POLL_MS = 100;  // between two looks at the stop
+constexpr int TRANSFER_POLL_MS = 100;  // between two looks at the stop
 
-struct MultiCleanup {
+struct CurlMultiCleanup {
   void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
 };
-using UniqueMulti = std::unique_ptr<CURLM, MultiCleanup>;
+using UniqueCurlMulti = std::unique_ptr<CURLM, CurlMultiCleanup>;
 
-// The handle's membership in the multi handle that drives it.
-class Membership {
+// A transfer's membership in the multi handle that drives it.
+class TransferMembership {
  public:
-  Membership(CURLM* multi, CURL* handle)
-      : multi_(multi), handle_(handle), code_(curl_multi_add_handle(multi, handle)) {}
-  ~Membership() {
-    if (code_ == CURLM_OK) curl_multi_remove_handle(multi_, handle_);
+  TransferMembership(CURLM* multi, CURL* transfer)
+      : multi_(multi), transfer_(transfer), code_(curl_multi_add_handle(multi, transfer)) {}
+  ~TransferMembership() {
+    if (code_ == CURLM_OK) curl_multi_remove_handle(multi_, transfer_);
   }
-  Membership(const Membership&) = delete;
-  Membership& operator=(const Membership&) = delete;
+  TransferMembership(const TransferMembership&) = delete;
+  TransferMembership& operator=(const TransferMembership&) = delete;
   bool Holds() const { return code_ == CURLM_OK; }
 
  private:
   CURLM* multi_;
-  CURL* handle_;
+  CURL* transfer_;
   CURLMcode code_;
 };
 
-curl_socket_t OpenCloseOnExec(void*, curlsocktype, curl_sockaddr* address) {
+curl_socket_t OpenTransferSocket(void*, curlsocktype, curl_sockaddr* address) {
   return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
 CURLcode TransferResult(CURLM* multi) {
-  int left = 0;
-  const CURLMsg* message = curl_multi_info_read(multi, &left);
-  return message != nullptr && message->msg == CURLMSG_DONE ? message->data.result : CURLE_FAILED_INIT;
+  int messages_left = 0;
+  const CURLMsg* transfer_message = curl_multi_info_read(multi, &messages_left);
+  return transfer_message != nullptr && transfer_message->msg == CURLMSG_DONE ? transfer_message->data.result
+                                                                              : CURLE_FAILED_INIT;
 }
 
 // As curl_easy_perform(3), but looks for a stop between its waits.
-CURLcode Perform(CURL* handle) {
-  const UniqueMulti multi(curl_multi_init());
+CURLcode PerformTransfer(CURL* transfer) {
+  const UniqueCurlMulti multi(curl_multi_init());
   if (multi == nullptr) return CURLE_OUT_OF_MEMORY;
-  const Membership membership(multi.get(), handle);
-  if (!membership.Holds()) return CURLE_FAILED_INIT;
+  const TransferMembership transfer_membership(multi.get(), transfer);
+  if (!transfer_membership.Holds()) return CURLE_FAILED_INIT;
   while (true) {
-    int running = 0;
-    if (curl_multi_perform(multi.get(), &running) != CURLM_OK) return CURLE_FAILED_INIT;
-    if (running == 0) return TransferResult(multi.get());
+    int transfers_running = 0;
+    if (curl_multi_perform(multi.get(), &transfers_running) != CURLM_OK) return CURLE_FAILED_INIT;
+    if (transfers_running == 0) return TransferResult(multi.get());
     if (base::StopGraceOver()) return CURLE_ABORTED_BY_CALLBACK;
-    if (curl_multi_poll(multi.get(), nullptr, 0, POLL_MS, nullptr) != CURLM_OK) return CURLE_FAILED_INIT;
+    if (curl_multi_poll(multi.get(), nullptr, 0, TRANSFER_POLL_MS, nullptr) != CURLM_OK)
+      return CURLE_FAILED_INIT;
   }
 }
 
 }  // namespace
 
-CURLcode Transfer(CURL* handle) {
-  curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+CURLcode Transfer(CURL* transfer) {
+  curl_easy_setopt(transfer, CURLOPT_NOSIGNAL, 1L);
   // A transfer that gives up must not wait for a silent name server.
-  curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
-  curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, OpenCloseOnExec);
-  return Perform(handle);
+  curl_easy_setopt(transfer, CURLOPT_QUICK_EXIT, 1L);
+  curl_easy_setopt(transfer, CURLOPT_OPENSOCKETFUNCTION, OpenTransferSocket);
+  return PerformTransfer(transfer);
 }
 
-void LimitTransferTime(CURL* handle, long seconds) {
-  if (seconds == 0) return;
-  curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, seconds);
-  curl_easy_setopt(handle, CURLOPT_TIMEOUT, seconds);
+void LimitTransferTime(CURL* transfer, long transfer_seconds) {
+  if (transfer_seconds == 0) return;
+  curl_easy_setopt(transfer, CURLOPT_CONNECTTIMEOUT, transfer_seconds);
+  curl_easy_setopt(transfer, CURLOPT_TIMEOUT, transfer_seconds);
+}
+
+void HearTransfer(CURL* transfer, curl_debug_callback hear, void* user) {
+  curl_easy_setopt(transfer, CURLOPT_VERBOSE, 1L);
+  curl_easy_setopt(transfer, CURLOPT_DEBUGFUNCTION, hear);
+  curl_easy_setopt(transfer, CURLOPT_DEBUGDATA, user);
+}
+
+void WatchTransfer(CURL* transfer, curl_xferinfo_callback watch, void* user) {
+  curl_easy_setopt(transfer, CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(transfer, CURLOPT_XFERINFOFUNCTION, watch);
+  curl_easy_setopt(transfer, CURLOPT_XFERINFODATA, user);
+}
+
+void CurlList::Add(const std::string& text) {
+  curl_slist* const longer_list = curl_slist_append(list_.get(), text.c_str());
+  if (longer_list == nullptr) throw std::bad_alloc();
+  static_cast<void>(list_.release());
+  list_.reset(longer_list);
 }
 
 }  // namespace alarms

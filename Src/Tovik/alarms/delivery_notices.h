@@ -21,7 +21,7 @@ void TellMailWithoutFile(const char* path, int error);
 void TellPostLost(const Alarm& alarm, const std::string& why);
 
 // "the file /x (CFG_FILE) cannot be read: Permission denied".
-std::string FileWords(const char* path, int error);
+std::string UnreadFileWords(const char* path, int error);
 // A text without the password of the mail server and what AUTH sends, as "***".
 std::string WithoutSecrets(std::string text);
 // Puts "***" in the place of a secret, wherever a text holds it. An empty secret hides nothing.

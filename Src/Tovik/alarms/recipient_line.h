@@ -11,20 +11,20 @@
 namespace alarms {
 
 // In bytes: the longest name that a mail shows, and the longest address that servers take (RFC 5321).
-inline constexpr size_t LONGEST_NAME = 255;
-inline constexpr size_t LONGEST_ADDRESS = 254;
+inline constexpr size_t LONGEST_RECIPIENT_NAME = 255;
+inline constexpr size_t LONGEST_RECIPIENT_ADDRESS = 254;
 
 // Why this recipient cannot be used, in words; null when it can. The mail client takes every recipient that
 // passes.
 const char* RecipientFault(std::string_view name, std::string_view address);
 
 // The words of a line, white space aside.
-std::vector<std::string_view> WordsOf(std::string_view line);
+std::vector<std::string_view> RecipientWords(std::string_view line);
 
 struct RecipientLine {
   std::string name;  // may hold blanks, may be empty
   std::string address;
-  const char* fault = nullptr;  // as above
+  const char* fault = nullptr;  // as by RecipientFault
   bool blank = false;           // an empty line: skipped, not a fault
 };
 // Splits a line. The last word is the address; the words before it, joined by single blanks, are the name. A
@@ -41,10 +41,10 @@ struct WordLineFaults {
   bool bad_bytes = false;   // a quote in the name, a bracket in the address, a control character
   bool too_long = false;    // name or address
 };
-// words as by WordsOf. ended: a line end follows. A blank end of the file is no line.
-WordLineFaults FaultsOf(const std::vector<std::string_view>& words, bool ended);
+// words as by RecipientWords. ended: a line end follows. A blank end of the file is no line.
+WordLineFaults WordLineFaultsOf(const std::vector<std::string_view>& words, bool ended);
 // The first of them in words, with what follows from it; null when there is none.
-const char* FirstFault(const WordLineFaults& faults);
+const char* FirstWordLineFault(const WordLineFaults& faults);
 
 }  // namespace alarms
 

@@ -33,8 +33,8 @@ class EMAIL_ENTRIES {
   Entry At(int64_t index) const;
 
  private:
-  std::string text_;            // name NUL address NUL ...
-  std::vector<size_t> begins_;  // of name and address by turns
+  std::string entry_texts_;           // name NUL address NUL ...
+  std::vector<size_t> entry_begins_;  // of name and address by turns
 };
 
 // The three lists. A count is -1 when the file could not be opened; a list that was never read is null and
@@ -76,7 +76,7 @@ int EMailListFree(EMAIL_LIST list);
 namespace alarms {
 
 // The lines of a file that its list cannot use, in words.
-class BadLines {
+class BadRecipientLines {
  public:
   void Add(size_t number, const char* fault);
   // Adds the bad ones of a text that is read by the word.
@@ -85,14 +85,14 @@ class BadLines {
   std::string Words() const;
 
  private:
-  size_t count_ = 0;
-  std::string words_;
+  size_t bad_lines_ = 0;
+  std::string bad_line_words_;
 };
 
 // What reading a file found that is told to the administrator (notices/notices.h).
-struct ListNotice {
-  int error = 0;  // errno of opening it
-  BadLines bad;
+struct RecipientListNotice {
+  int error = 0;  // errno of opening the recipient file
+  BadRecipientLines bad;
 };
 
 }  // namespace alarms

@@ -15,56 +15,56 @@
 
 namespace {
 
-constexpr size_t ANSWER_KEPT = 1000;
-constexpr size_t ANSWER_SHOWN = 300;
-constexpr size_t ANSWER_LIMIT = 1024UL * 1024;  // a longer one ends the transfer
+constexpr size_t HOOK_ANSWER_KEPT = 1000;
+constexpr size_t HOOK_ANSWER_SHOWN = 300;
+constexpr size_t HOOK_ANSWER_LIMIT = 1024UL * 1024;  // a longer one ends the transfer
 
 // What the service said to a post.
-struct Answer {
+struct HookAnswer {
   long status = 0;
   std::string body;      // its beginning
-  bool printed = false;  // asked for: all of it goes to standard output, too
+  bool printed = false;  // all of the webhook's answer goes to standard output, too
 };
 
-struct AnswerTaker {
-  Answer* answer;
-  size_t taken = 0;
+struct HookAnswerTaker {
+  HookAnswer* hook_answer;
+  size_t answer_taken = 0;
 };
 
-size_t TakeAnswer(const char* data, size_t, size_t size, void* user) try {
-  auto* const taker = static_cast<AnswerTaker*>(user);
-  taker->taken += size;
-  std::string& body = taker->answer->body;
-  body.append(data, std::min(size, ANSWER_KEPT - body.size()));
-  if (taker->answer->printed) return std::fwrite(data, 1, size, stdout);
-  return taker->taken <= ANSWER_LIMIT ? size : 0;
+size_t TakeHookAnswer(const char* piece, size_t, size_t size, void* user) try {
+  auto* const taker = static_cast<HookAnswerTaker*>(user);
+  taker->answer_taken += size;
+  std::string& body = taker->hook_answer->body;
+  body.append(piece, std::min(size, HOOK_ANSWER_KEPT - body.size()));
+  if (taker->hook_answer->printed) return std::fwrite(piece, 1, size, stdout);
+  return taker->answer_taken <= HOOK_ANSWER_LIMIT ? size : 0;
 } catch (const std::bad_alloc&) {
   // Without memory for its words an answer is printed all the same.
-  const bool printed = static_cast<AnswerTaker*>(user)->answer->printed;
-  return printed ? std::fwrite(data, 1, size, stdout) : 0;
+  const bool answer_printed = static_cast<HookAnswerTaker*>(user)->hook_answer->printed;
+  return answer_printed ? std::fwrite(piece, 1, size, stdout) : 0;
 }
 
 // POSTs body, announced as application/json, to url with a fresh handle, and gives up after so many seconds
-// (0: as libcurl does). The answer's body goes to *answer where there is one; without, or when *answer asks
-// for it, to standard output. CURLE_ABORTED_BY_CALLBACK when a stop cut it.
-CURLcode PostJson(CURL* handle, const char* url, const char* body, long seconds, Answer* answer) {
-  const alarms::UniqueList headers(curl_slist_append(nullptr, "Content-Type: application/json"));
-  if (headers == nullptr) return CURLE_OUT_OF_MEMORY;
-  curl_easy_setopt(handle, CURLOPT_URL, url);
-  curl_easy_setopt(handle, CURLOPT_POST, 1L);
-  curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body);
-  curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
-  alarms::LimitTransferTime(handle, seconds);
-  AnswerTaker taker{answer};
-  if (answer != nullptr) {
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, TakeAnswer);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &taker);
+// (0: as libcurl does). The answer's body goes to *hook_answer where there is one; without, or when
+// *hook_answer asks for it, to standard output. CURLE_ABORTED_BY_CALLBACK when a stop cut it.
+CURLcode PostJson(CURL* post, const char* url, const char* body, long post_seconds, HookAnswer* hook_answer) {
+  const alarms::UniqueCurlList post_headers(curl_slist_append(nullptr, "Content-Type: application/json"));
+  if (post_headers == nullptr) return CURLE_OUT_OF_MEMORY;
+  curl_easy_setopt(post, CURLOPT_URL, url);
+  curl_easy_setopt(post, CURLOPT_POST, 1L);
+  curl_easy_setopt(post, CURLOPT_POSTFIELDS, body);
+  curl_easy_setopt(post, CURLOPT_HTTPHEADER, post_headers.get());
+  alarms::LimitTransferTime(post, post_seconds);
+  HookAnswerTaker taker{hook_answer};
+  if (hook_answer != nullptr) {
+    curl_easy_setopt(post, CURLOPT_WRITEFUNCTION, TakeHookAnswer);
+    curl_easy_setopt(post, CURLOPT_WRITEDATA, &taker);
   }
-  if (alarms::postWatch.before != nullptr) alarms::postWatch.before(handle);
-  const CURLcode code = alarms::Transfer(handle);
-  if (alarms::postWatch.behind != nullptr) alarms::postWatch.behind(handle, code);
-  if (answer != nullptr) curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer->status);
-  return code;
+  if (alarms::postWatch.before != nullptr) alarms::postWatch.before(post);
+  const CURLcode post_code = alarms::Transfer(post);
+  if (alarms::postWatch.behind != nullptr) alarms::postWatch.behind(post, post_code);
+  if (hook_answer != nullptr) curl_easy_getinfo(post, CURLINFO_RESPONSE_CODE, &hook_answer->status);
+  return post_code;
 }
 
 const alarms::Chat& ChatInUse() {
@@ -72,35 +72,36 @@ const alarms::Chat& ChatInUse() {
 }
 
 // The post's failure as told on standard error; empty when the post was taken.
-std::string PostFailure(CURLcode code, const Answer& answer) {
+std::string PostFailure(CURLcode code, const HookAnswer& hook_answer) {
   if (code != CURLE_OK) return std::string("curl_easy_perform() failed: ") + curl_easy_strerror(code);
   if (m_webhook_strict == 0) return {};
-  const std::string denial = alarms::Denial(answer.status, answer.body, ChatInUse().success);
+  const std::string denial = alarms::PostDenial(hook_answer.status, hook_answer.body, ChatInUse().success);
   return denial.empty() ? denial : "webhook failed: " + denial;
 }
 
 // Without WEBHOOK_STRICT no failure is one that the service answers, and still nobody has read the post.
-std::string PostLoss(CURLcode code, const Answer& answer) {
+std::string PostLoss(CURLcode code, const HookAnswer& hook_answer) {
   if (code != CURLE_OK) return curl_easy_strerror(code);
-  return alarms::Denial(answer.status, answer.body, m_webhook_strict != 0 ? ChatInUse().success : "");
+  return alarms::PostDenial(hook_answer.status, hook_answer.body,
+                            m_webhook_strict != 0 ? ChatInUse().success : "");
 }
 
 int Post(const Alarm& alarm, const char* body) {
-  const alarms::UniqueCurl handle(curl_easy_init());
-  if (handle == nullptr) {
+  const alarms::UniqueCurl post(curl_easy_init());
+  if (post == nullptr) {
     TRACE(TRACE_ERROR, "CUrl Error");
     return -1;
   }
-  Answer answer;
-  answer.printed = m_webhook_strict == 0;
-  const bool asked = m_webhook_strict != 0 || notices::On();
-  const CURLcode code = PostJson(handle.get(), static_cast<const char*>(m_webhook_server_url), body,
-                                 m_webhook_timeout, asked ? &answer : nullptr);
-  const std::string loss = notices::On() ? PostLoss(code, answer) : "";
-  if (!loss.empty()) alarms::TellPostLost(alarm, loss);
-  const std::string failure = PostFailure(code, answer);
-  if (failure.empty()) return 1;
-  std::fprintf(stderr, "%s\n", failure.c_str());
+  HookAnswer hook_answer;
+  hook_answer.printed = m_webhook_strict == 0;
+  const bool answer_asked = m_webhook_strict != 0 || notices::On();
+  const CURLcode post_code = PostJson(post.get(), static_cast<const char*>(m_webhook_server_url), body,
+                                      m_webhook_timeout, answer_asked ? &hook_answer : nullptr);
+  const std::string post_loss = notices::On() ? PostLoss(post_code, hook_answer) : "";
+  if (!post_loss.empty()) alarms::TellPostLost(alarm, post_loss);
+  const std::string post_failure = PostFailure(post_code, hook_answer);
+  if (post_failure.empty()) return 1;
+  std::fprintf(stderr, "%s\n", post_failure.c_str());
   return -1;
 }
 
@@ -110,11 +111,11 @@ namespace alarms {
 
 PostWatch postWatch;
 
-std::string Denial(long status, std::string_view body, std::string_view expected) {
-  const std::string words = charset::OneLine(body, ANSWER_SHOWN);
-  const bool taken = status < 300 && (expected.empty() || words == expected);
-  if (taken) return {};
-  return std::to_string(status) + ": " + (words.empty() ? "no words" : words);
+std::string PostDenial(long status, std::string_view body, std::string_view expected) {
+  const std::string answer_words = charset::OneLine(body, HOOK_ANSWER_SHOWN);
+  const bool post_taken = status < 300 && (expected.empty() || answer_words == expected);
+  if (post_taken) return {};
+  return std::to_string(status) + ": " + (answer_words.empty() ? "no words" : answer_words);
 }
 
 }  // namespace alarms

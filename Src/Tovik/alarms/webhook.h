@@ -28,15 +28,15 @@ namespace alarms {
 
 // Hooks called before and after each post, for a program that wants to hear the service. Null by default.
 struct PostWatch {
-  void (*before)(CURL* handle) = nullptr;
-  void (*behind)(CURL* handle, CURLcode code) = nullptr;
+  void (*before)(CURL* post) = nullptr;
+  void (*behind)(CURL* post, CURLcode code) = nullptr;
 };
 extern PostWatch postWatch;
 
 // What a service's answer means. Empty when it says that the post was taken; else the status and the answer's
 // words, one line of at most 300 bytes: "429: slow down". Redirections are not followed, so they count as not
 // taken. expected is the body with which the service confirms a post; when it is empty, any body will do.
-std::string Denial(long status, std::string_view body, std::string_view expected);
+std::string PostDenial(long status, std::string_view body, std::string_view expected);
 
 }  // namespace alarms
 

@@ -23,14 +23,14 @@ std::string SlackForm(const Alarm& alarm, const std::string& date) {
 }
 
 std::string TeamsCard(const Alarm& alarm, const std::string& date) {
-  const char* const picture = PictureOf(alarm.kind, &AlarmPictures::webhook);
+  const char* const card_picture = PictureOf(alarm.kind, &AlarmPictures::webhook);
   return base::Format(
       "{\"@type\": \"MessageCard\",\"@context\": \"http://schema.org/extensions"
       "\",\"themeColor\": \"0076D7\",\"summary\": \"%s\",\"sections\": [{   \"activityTitle\": \"%s\",   "
       "\"activitySubtitle\": \"%s\",   \"activityImage\": \"%s\",   \"facts\": [{       \"name\": "
       "\"Assigned IP\",       \"value\": \"%s\"    }, {       \"name\": \"Send date\",       \"value\": "
       "\"%s\"    }, {       \"name\": \"Message\",       \"value\": \"%s\"    }],    \"markdown\": true}]}",
-      alarm.title.c_str(), alarm.title.c_str(), alarm.label.c_str(), picture, alarm.host.c_str(),
+      alarm.title.c_str(), alarm.title.c_str(), alarm.label.c_str(), card_picture, alarm.host.c_str(),
       date.c_str(), alarm.message.c_str());
 }
 
@@ -38,7 +38,7 @@ constexpr std::string_view JSON_ESCAPED = "\"\\\t\r\b\f";
 constexpr std::string_view JSON_LETTERS = "\"\\trbf";
 
 // The escaped form of a byte. It is short, so std::string allocates nothing for it.
-std::string JsonForm(char c, std::string_view newline) {
+std::string JsonOf(char c, std::string_view newline) {
   if (c == '\n') return std::string(newline);
   if (const size_t at = JSON_ESCAPED.find(c); at != std::string_view::npos) return {'\\', JSON_LETTERS[at]};
   if (static_cast<uint8_t>(c) < ' ') return base::Format("\\u%04x", static_cast<unsigned>(c));
@@ -47,42 +47,42 @@ std::string JsonForm(char c, std::string_view newline) {
 
 // A UTF-8 text as it stands inside the quotes of JSON (RFC 8259). newline is what each newline becomes.
 std::string JsonText(std::string_view text, std::string_view newline) {
-  std::string out;
-  out.reserve(text.size());
-  for (const char c : text) out += JsonForm(c, newline);
-  return out;
+  std::string json;
+  json.reserve(text.size());
+  for (const char c : text) json += JsonOf(c, newline);
+  return json;
 }
 
 // The longest beginning of text, in whole characters, whose JsonText has at most limit bytes.
 std::string_view JsonPrefix(std::string_view text, size_t limit, std::string_view newline) {
-  size_t size = 0;
-  size_t taken = 0;
-  while (taken < text.size()) {
-    size += JsonForm(text[taken], newline).size();
-    if (size > limit) break;
-    ++taken;
+  size_t json_size = 0;
+  size_t json_taken = 0;
+  while (json_taken < text.size()) {
+    json_size += JsonOf(text[json_taken], newline).size();
+    if (json_size > limit) break;
+    ++json_taken;
   }
-  return charset::Utf8Prefix(text, taken);
+  return charset::Utf8Prefix(text, json_taken);
 }
 
 // Newlines stay for now: RepairedBody turns them into "<br />".
-constexpr std::string_view PLAIN_NEWLINE = "\n";
+constexpr std::string_view JSON_NEWLINE = "\n";
 
-template <Layout layout>
-std::string Escaped(const Alarm& alarm, const std::string& date) {
-  return layout({alarm.kind, JsonText(alarm.title, PLAIN_NEWLINE), JsonText(alarm.label, PLAIN_NEWLINE),
-                 JsonText(alarm.message, PLAIN_NEWLINE), JsonText(alarm.host, PLAIN_NEWLINE)},
+template <BodyLayout layout>
+std::string JsonEscaped(const Alarm& alarm, const std::string& date) {
+  return layout({alarm.kind, JsonText(alarm.title, JSON_NEWLINE), JsonText(alarm.label, JSON_NEWLINE),
+                 JsonText(alarm.message, JSON_NEWLINE), JsonText(alarm.host, JSON_NEWLINE)},
                 date);
 }
 
-std::string_view EscapedPrefix(std::string_view text, size_t limit) {
-  return JsonPrefix(text, limit, PLAIN_NEWLINE);
+std::string_view JsonEscapedPrefix(std::string_view text, size_t limit) {
+  return JsonPrefix(text, limit, JSON_NEWLINE);
 }
 
 // A line break in a card's text takes two newlines.
 constexpr std::string_view CARD_NEWLINE = "\\n\\n";
 
-std::string InCard(std::string_view text) {
+std::string JsonInCard(std::string_view text) {
   return JsonText(text, CARD_NEWLINE);
 }
 
@@ -90,66 +90,64 @@ std::string_view CardPrefix(std::string_view text, size_t limit) {
   return JsonPrefix(text, limit, CARD_NEWLINE);
 }
 
-size_t SizeAsItIs(std::string_view text) {
-  return text.size();
-}
-
-std::string PictureColumn(uint32_t kind) {
-  const char* const picture = PictureOf(kind, &AlarmPictures::webhook);
-  if (*picture == '\0') return {};
+std::string CardPictureColumn(uint32_t kind) {
+  const char* const card_picture = PictureOf(kind, &AlarmPictures::webhook);
+  if (*card_picture == '\0') return {};
   return base::Format(
-      R"({"type":"Column","width":"auto","items":[{"type":"Image","url":"%s","width":"52px"}]},)", picture);
+      R"({"type":"Column","width":"auto","items":[{"type":"Image","url":"%s","width":"52px"}]},)",
+      card_picture);
 }
 
-std::string TextBlock(const char* looks, const std::string& text) {
+std::string CardTextBlock(const char* looks, const std::string& text) {
   return base::Format(R"({"type":"TextBlock","wrap":true,%s,"text":"%s"})", looks, text.c_str());
 }
 
-std::string Fact(const char* name, const std::string& value) {
+std::string CardFact(const char* name, const std::string& value) {
   return base::Format(R"({"title":"%s","value":"%s"})", name, value.c_str());
 }
 
 // What replaces an end tag.
-struct TagWords {
+struct CardTagWords {
   std::string_view tag;
   std::string_view words;
 };
-constexpr std::array<TagWords, 3> END_TAGS{{{"</tr>", "\n"}, {"</td>", " | "}, {"</th>", " | "}}};
+constexpr std::array<CardTagWords, 3> TABLE_END_TAGS{{{"</tr>", "\n"}, {"</td>", " | "}, {"</th>", " | "}}};
 
-std::string_view WordsOfTag(std::string_view tag) {
-  for (const TagWords& row : END_TAGS)
+std::string_view CardWordsOfTag(std::string_view tag) {
+  for (const CardTagWords& row : TABLE_END_TAGS)
     if (row.tag == tag) return row.words;
   return {};
 }
 
 // Adaptive cards show no HTML, so the table of a daily result becomes one line per row.
 std::string AdaptiveCard(const Alarm& alarm, const std::string& date) {
-  const std::string title = InCard(alarm.title);
+  const std::string title = JsonInCard(alarm.title);
   const bool table = alarm.kind == ALARM_KIND_RESULT;
-  const std::string heading = TextBlock(R"("weight":"Bolder","size":"Medium")", title) + "," +
-                              TextBlock(R"("isSubtle":true,"spacing":"None")", InCard(alarm.label));
-  const std::string facts = Fact("Assigned IP", InCard(alarm.host)) + "," + Fact("Send date", date) + "," +
-                            Fact("Message", InCard(table ? TableWords(alarm.message) : alarm.message));
+  const std::string heading = CardTextBlock(R"("weight":"Bolder","size":"Medium")", title) + "," +
+                              CardTextBlock(R"("isSubtle":true,"spacing":"None")", JsonInCard(alarm.label));
+  const std::string facts =
+      CardFact("Assigned IP", JsonInCard(alarm.host)) + "," + CardFact("Send date", date) + "," +
+      CardFact("Message", JsonInCard(table ? CardTableWords(alarm.message) : alarm.message));
   return base::Format(
       R"({"type":"message","summary":"%s","attachments":[{)"
       R"("contentType":"application/vnd.microsoft.card.adaptive","contentUrl":null,"content":{)"
       R"("$schema":"http://adaptivecards.io/schemas/adaptive-card.json","type":"AdaptiveCard","version":"1.4",)"
       R"("msteams":{"width":"Full"},"body":[{"type":"ColumnSet","columns":[%s)"
       R"({"type":"Column","width":"stretch","items":[%s]}]},{"type":"FactSet","facts":[%s]}]}}]})",
-      title.c_str(), PictureColumn(alarm.kind).c_str(), heading.c_str(), facts.c_str());
+      title.c_str(), CardPictureColumn(alarm.kind).c_str(), heading.c_str(), facts.c_str());
 }
 
-const Writing ESCAPED = {SizeAsItIs, EscapedPrefix};
-const Writing ADAPTIVE_WRITING = {SizeAsItIs, CardPrefix};
-const Chat MESSAGE_CARD = {TeamsCard, Escaped<TeamsCard>, ESCAPED, "1"};
-const Chat FORM = {SlackForm, Escaped<SlackForm>, ESCAPED, "ok"};
-const Chat ADAPTIVE = {nullptr, AdaptiveCard, ADAPTIVE_WRITING, ""};
+const BodyWriting JSON_ESCAPED_WRITING = {BytesOfBody, JsonEscapedPrefix};
+const BodyWriting ADAPTIVE_CARD_WRITING = {BytesOfBody, CardPrefix};
+const Chat MESSAGE_CARD = {TeamsCard, JsonEscaped<TeamsCard>, JSON_ESCAPED_WRITING, "1"};
+const Chat SLACK_FORM = {SlackForm, JsonEscaped<SlackForm>, JSON_ESCAPED_WRITING, "ok"};
+const Chat ADAPTIVE_CARD = {nullptr, AdaptiveCard, ADAPTIVE_CARD_WRITING, ""};
 
 }  // namespace
 
 const Chat& ChatOf(int64_t apps, bool adaptive) {
-  if (adaptive) return ADAPTIVE;
-  return apps == APPS_SLACK ? FORM : MESSAGE_CARD;
+  if (adaptive) return ADAPTIVE_CARD;
+  return apps == APPS_SLACK ? SLACK_FORM : MESSAGE_CARD;
 }
 
 base::UniqueText WebHookBody(const Alarm& alarm, int64_t apps, time_t now, const char** reason) {
@@ -158,20 +156,20 @@ base::UniqueText WebHookBody(const Alarm& alarm, int64_t apps, time_t now, const
   return RepairedBody(alarm, chat.escaped, chat.writing, now, reason);
 }
 
-std::string TableWords(const std::string& html) {
-  std::string words;
+std::string CardTableWords(const std::string& html) {
+  std::string card_words;
   for (size_t at = 0; at < html.size();) {
     const size_t open = std::min(html.find('<', at), html.size());
-    words.append(html, at, open - at);
+    card_words.append(html, at, open - at);
     const size_t close = html.find('>', open);
     if (close == std::string::npos) break;
-    words += WordsOfTag(std::string_view(html).substr(open, close + 1 - open));
+    card_words += CardWordsOfTag(std::string_view(html).substr(open, close + 1 - open));
     at = close + 1;
   }
   // Removes the mark after the last cell of each row.
-  for (size_t at = words.find(" | \n"); at != std::string::npos; at = words.find(" | \n", at))
-    words.erase(at, 3);
-  return words.substr(0, words.find_last_not_of('\n') + 1);
+  for (size_t at = card_words.find(" | \n"); at != std::string::npos; at = card_words.find(" | \n", at))
+    card_words.erase(at, 3);
+  return card_words.substr(0, card_words.find_last_not_of('\n') + 1);
 }
 
 }  // namespace alarms

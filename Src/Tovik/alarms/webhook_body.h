@@ -15,10 +15,10 @@ namespace alarms {
 
 // One kind of chat service.
 struct Chat {
-  Layout plain;            // texts not escaped; null: always escaped
-  Layout escaped;          // each text of the alarm escaped as JSON
-  const Writing& writing;  // of the escaped layout
-  const char* success;     // the body with which it confirms a post; empty: any body
+  BodyLayout plain;            // texts not escaped; null: always escaped
+  BodyLayout escaped;          // each text of the alarm escaped as JSON
+  const BodyWriting& writing;  // of the escaped layout
+  const char* success;         // the body with which it confirms a post; empty: any body
 };
 // apps is the value of WEBHOOK_APPS: 2 gives the Slack form, any other value the message card. adaptive
 // (WEBHOOK_CARD) overrides both.
@@ -30,7 +30,7 @@ const Chat& ChatOf(int64_t apps, bool adaptive);
 base::UniqueText WebHookBody(const Alarm& alarm, int64_t apps, time_t now, const char** reason);
 
 // The text of an HTML table as an adaptive card shows it: a line per row, " | " between its cells.
-std::string TableWords(const std::string& html);
+std::string CardTableWords(const std::string& html);
 
 }  // namespace alarms
 

@@ -1,40 +1,13 @@
-// What the agent can find, in one table, and the one call that reports it: to the management servers, then by
-// mail, then by webhook.
+// The one call that reports what was found (finding_table.h): to the management servers, then by mail, then
+// by webhook.
 #ifndef TOVIK_FINDINGS_FINDINGS_H
 #define TOVIK_FINDINGS_FINDINGS_H
 
-#include <array>
 #include <cstdint>
 #include <string>
 
 #include "Tovik/alarms/alarm.h"
-
-enum class Finding {
-  AGENT_STARTED,
-  CHANNELS_OVER,
-  MEMORY_OVER,
-  CPU_OVER,
-  ENGINE_DEAD,
-  ENGINE_HANGS,
-  DAILY_RESULT,
-  ERROR_LINES
-};
-
-// The code of a finding that is not reported to the management servers.
-inline constexpr int NO_ALARM_CODE = -1;
-
-// One row of the table. A finding without a label is reported to the management servers only.
-struct FindingRow {
-  Finding finding;
-  const char* name;  // for programs and file names
-  int alarmCode;     // DIOSVC/alarm_codes.h
-  uint32_t kind;     // alarms/alarm.h
-  const char* label;
-  const char* subject;  // how the mail's subject ends
-  const char* traced;   // how its trace lines end
-};
-extern const std::array<FindingRow, 8> FINDINGS;
-const FindingRow& RowOf(Finding finding);
+#include "Tovik/findings/finding_table.h"
 
 // Something found just now. Texts are in code page 949 and borrowed for the call.
 struct Found {

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -15,103 +14,100 @@
 #include <utility>
 
 #include "base/format.h"
+#include "base/steady_time.h"
 #include "charset/utf8_text.h"
 
 namespace notices {
 namespace {
 
-constexpr size_t TEXT_SHOWN = 300;
-constexpr size_t TEXT_READ = 4 * TEXT_SHOWN;  // of a text whose length is not ours to choose
+constexpr size_t NOTICE_TEXT_SHOWN = 300;
+constexpr size_t NOTICE_TEXT_READ = 4 * NOTICE_TEXT_SHOWN;  // of a text whose length is not ours to choose
 
-std::atomic<bool> on{false};
-std::mutex mutex;
-Repeats repeats;  // under the mutex
+std::atomic<bool> journalOn{false};
+std::mutex repeatsMutex;
+Repeats repeats;  // under its mutex
 
-int64_t NowSeconds() {
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::seconds>(now).count();
-}
-
-std::optional<int64_t> Due(const Row& row, const std::string& sameness) {
-  const int64_t now = NowSeconds();
-  const std::lock_guard<std::mutex> lock(mutex);
+std::optional<int64_t> Due(const NoticeRow& row, const std::string& sameness) {
+  const int64_t now = base::SteadySeconds();
+  const std::lock_guard<std::mutex> lock(repeatsMutex);
   return repeats.Due(static_cast<int>(row.notice), sameness, now);
 }
 
 }  // namespace
 
 bool On() {
-  return on.load(std::memory_order_relaxed);
+  return journalOn.load(std::memory_order_relaxed);
 }
 
 void LookForJournal() {
-  const char* const stream = std::getenv("JOURNAL_STREAM");
+  const char* const journal_stream = std::getenv("JOURNAL_STREAM");
   struct stat status {};
-  on = stream != nullptr && ::fstat(STDERR_FILENO, &status) == 0 &&
-       NamesFile(stream, status.st_dev, status.st_ino);
+  journalOn = journal_stream != nullptr && ::fstat(STDERR_FILENO, &status) == 0 &&
+              JournalStreamNames(journal_stream, status.st_dev, status.st_ino);
 }
 
-void TellRow(const Row& row, std::initializer_list<std::string_view> texts) try {
-  const Composed composed = Compose(row.sentence, {texts.begin(), texts.size()});
-  const std::optional<int64_t> held = Due(row, composed.sameness);
+void TellNoticeRow(const NoticeRow& row, std::initializer_list<std::string_view> texts) try {
+  const Composed notice = Compose(row.sentence, {texts.begin(), texts.size()});
+  const std::optional<int64_t> held = Due(row, notice.sameness);
   if (!held) return;
-  const std::string line = Line(row.priority, composed.sentence, *held);
-  std::fwrite(line.data(), 1, line.size(), stderr);
+  const std::string notice_line = NoticeLine(row.priority, notice.sentence, *held);
+  std::fwrite(notice_line.data(), 1, notice_line.size(), stderr);
 } catch (const std::bad_alloc&) {
   // Nothing is left to tell it with.
 }
 
 std::string Shown(std::string_view text) {
-  return charset::Printable(charset::Repaired(text.substr(0, TEXT_READ)), TEXT_SHOWN,
+  return charset::Printable(charset::Repaired(text.substr(0, NOTICE_TEXT_READ)), NOTICE_TEXT_SHOWN,
                             charset::Escapes::BYTES);
 }
 
 Composed Compose(std::string_view sentence, std::span<const std::string_view> texts) {
-  Composed composed;
+  Composed notice;
   for (const std::string_view text : texts) {
     const size_t at = std::min(sentence.find('{'), sentence.size());
     const bool passing = sentence.substr(at).starts_with(PASSING);
-    const std::string shown = Shown(text);
-    composed.sentence.append(sentence.substr(0, at)).append(shown);
-    if (!passing) composed.sameness.append(shown).push_back('\n');
+    const std::string notice_text = Shown(text);
+    notice.sentence.append(sentence.substr(0, at)).append(notice_text);
+    if (!passing) notice.sameness.append(notice_text).push_back('\n');
     sentence.remove_prefix(std::min(at + (passing ? PASSING : TEXT).size(), sentence.size()));
   }
-  composed.sentence.append(sentence);
-  return composed;
+  notice.sentence.append(sentence);
+  return notice;
 }
 
-std::optional<int64_t> Repeats::Due(int kind, const std::string& sameness, int64_t now) {
-  Kind& row = kinds_[kind];
-  const auto same = std::find_if(row.told.begin(), row.told.end(),
-                                 [&](const Told& told) { return told.sameness == sameness; });
-  if (same != row.told.end()) {
-    if (now - same->when < PERIOD) {
-      ++same->held;
+std::optional<int64_t> Repeats::Due(int kind_id, const std::string& sameness, int64_t now) {
+  Kind& kind = kinds_[kind_id];
+  const auto same_notice = std::find_if(kind.told.begin(), kind.told.end(),
+                                        [&](const Told& told) { return told.sameness == sameness; });
+  if (same_notice != kind.told.end()) {
+    if (now - same_notice->when < REPEAT_PERIOD) {
+      ++same_notice->held;
       return std::nullopt;
     }
-    same->when = now;
-    return std::exchange(same->held, 0);
+    same_notice->when = now;
+    return std::exchange(same_notice->held, 0);
   }
-  if (row.told.size() >= MOST) {
-    const auto oldest = std::min_element(row.told.begin(), row.told.end(),
-                                         [](const Told& a, const Told& b) { return a.when < b.when; });
-    if (now - oldest->when < PERIOD) {
-      ++row.crowded;
+  if (kind.told.size() >= MOST_OF_A_KIND) {
+    const auto oldest_notice = std::min_element(kind.told.begin(), kind.told.end(),
+                                                [](const Told& a, const Told& b) { return a.when < b.when; });
+    if (now - oldest_notice->when < REPEAT_PERIOD) {
+      ++kind.crowded;
       return std::nullopt;
     }
-    row.told.erase(oldest);
+    kind.told.erase(oldest_notice);
   }
-  row.told.push_back({sameness, now, 0});
-  return std::exchange(row.crowded, 0);
+  kind.told.push_back({sameness, now, 0});
+  return std::exchange(kind.crowded, 0);
 }
 
-std::string Line(int priority, const std::string& sentence, int64_t held) {
-  std::string line = base::Format("<%d>", priority) + sentence;
-  if (held > 0) line += base::Format(" (%lld more like this were not written)", static_cast<long long>(held));
-  return line + '\n';
+std::string NoticeLine(int priority, const std::string& sentence, int64_t held) {
+  std::string notice_line = base::Format("<%d>", priority) + sentence;
+  if (held > 0)
+    notice_line += base::Format(" (%lld more like this were not written)", static_cast<long long>(held));
+  return notice_line + '\n';
 }
 
-bool NamesFile(std::string_view journal_stream, dev_t device, ino_t inode) {
+bool JournalStreamNames(std::string_view journal_stream, dev_t device, ino_t inode) {
   return journal_stream == base::Format("%llu:%llu", static_cast<unsigned long long>(device),
                                         static_cast<unsigned long long>(inode));
 }

@@ -14,21 +14,21 @@ constexpr std::array<std::string_view, 12> MONTHS = {"Jan", "Feb", "Mar", "Apr",
                                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 // Returns 1 to 12. Any other name means a broken build and ends the process.
-int MonthNumber(std::string_view name) {
-  const auto* month = std::find(MONTHS.begin(), MONTHS.end(), name);
-  if (month == MONTHS.end()) std::exit(-1);
-  return static_cast<int>(month - MONTHS.begin()) + 1;
+int MonthNumber(std::string_view month_name) {
+  const auto* build_month = std::find(MONTHS.begin(), MONTHS.end(), month_name);
+  if (build_month == MONTHS.end()) std::exit(-1);
+  return static_cast<int>(build_month - MONTHS.begin()) + 1;
 }
 
 }  // namespace
 
 time_t time_when_compiled() {
-  std::array<char, 4> month{};
-  std::tm when{};
-  std::sscanf(BUILD_DATE, "%3s %d %d", month.data(), &when.tm_mday, &when.tm_year);
-  std::sscanf(BUILD_TIME, "%d:%d:%d", &when.tm_hour, &when.tm_min, &when.tm_sec);
-  when.tm_mon = MonthNumber(month.data()) - 1;
-  when.tm_year -= 1900;
-  when.tm_hour -= 1;
-  return std::mktime(&when);
+  std::array<char, 4> build_month{};
+  std::tm build{};
+  std::sscanf(BUILD_DATE, "%3s %d %d", build_month.data(), &build.tm_mday, &build.tm_year);
+  std::sscanf(BUILD_TIME, "%d:%d:%d", &build.tm_hour, &build.tm_min, &build.tm_sec);
+  build.tm_mon = MonthNumber(build_month.data()) - 1;
+  build.tm_year -= 1900;
+  build.tm_hour -= 1;
+  return std::mktime(&build);
 }

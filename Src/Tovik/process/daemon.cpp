@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "Tovik/process/options.h"
+#include "Tovik/process/standard_streams.h"
 #include "Tovik/process/start_notices.h"
 #include "base/format.h"
 #include "base/standard_descriptors.h"
@@ -25,20 +27,20 @@ constexpr mode_t LOCK_MODE = 0600;
 base::UniqueFd pidFilehandle;
 
 void BlockJobSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : {SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}) sigaddset(&set, signal);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
+  sigset_t job_signals;
+  sigemptyset(&job_signals);
+  for (const int signal : {SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}) sigaddset(&job_signals, signal);
+  sigprocmask(SIG_BLOCK, &job_signals, nullptr);
 }
 
 void InstallEarlyHandler() {
-  struct sigaction action {};
-  action.sa_handler = signal_handler;
-  sigemptyset(&action.sa_mask);
-  for (const int signal : {SIGHUP, SIGTERM, SIGINT}) sigaction(signal, &action, nullptr);
+  struct sigaction early {};
+  early.sa_handler = signal_handler;
+  sigemptyset(&early.sa_mask);
+  for (const int signal : {SIGHUP, SIGTERM, SIGINT}) sigaction(signal, &early, nullptr);
 }
 
-void Detach() {
+void DetachDaemon() {
   const pid_t child = fork();
   if (child < 0) {
     TellNoStart("the daemon's process", errno);
@@ -57,7 +59,7 @@ void CloseAllDescriptors() {
   for (int fd = getdtablesize(); fd >= 0; --fd) ::close(fd);
 }
 
-void TakeLock(const char* lockfile) {
+void TakeDaemonLock(const char* lockfile) {
   pidFilehandle = base::UniqueFd(::open(lockfile, O_RDWR | O_CREAT | O_CLOEXEC, LOCK_MODE));
   if (!pidFilehandle.Valid()) {
     syslog(LOG_INFO, "Could not open PID lock file %s, exiting", lockfile);
@@ -80,11 +82,17 @@ void daemonize(const char* rundir, const char* lockfile) {
   BlockJobSignals();
   InstallEarlyHandler();
   std::fflush(nullptr);
-  Detach();
+  DetachDaemon();
   CloseAllDescriptors();
   base::GuardStandardDescriptors();
-  [[maybe_unused]] const int changed = rundir == nullptr ? 0 : ::chdir(rundir);
-  TakeLock(lockfile);
+  [[maybe_unused]] const int rundir_changed = rundir == nullptr ? 0 : ::chdir(rundir);
+  TakeDaemonLock(lockfile);
+}
+
+void DaemonizeIfGiven(const char* lockfile) {
+  if (!given_options.daemon) return;
+  daemonize(std::getenv("PWD"), lockfile);
+  RenewStandardStreams();
 }
 
 void daemonShutdown() {

@@ -12,6 +12,9 @@ void signal_handler(int sig);
 // whose parent is already init does none of this. Call it before the agent has any thread or descriptor.
 void daemonize(const char* rundir, const char* lockfile);
 
+// With option -d calls daemonize, in the folder that PWD names, and makes the standard streams anew.
+void DaemonizeIfGiven(const char* lockfile);
+
 // Reports the end to syslog and releases the lock.
 void daemonShutdown();
 

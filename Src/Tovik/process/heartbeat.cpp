@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Tovik/process/log_stream.h"
+#include "Tovik/process/heartbeat_stream.h"
 #include "Tovik/process/options.h"
 #include "Tovik/process/signals.h"
 
@@ -18,12 +18,14 @@ namespace {
 bool WriteHeartbeat() {
   if (std::fprintf(log_stream, "Debug: %d\n", counter++) < 0) {
     const int error = errno;
-    syslog(LOG_ERR, "Can not write to log stream: %s, error: %s", LogStreamName(), std::strerror(error));
+    syslog(LOG_ERR, "Can not write to log stream: %s, error: %s", HeartbeatStreamName(),
+           std::strerror(error));
     return false;
   }
   if (std::fflush(log_stream) != 0) {
     const int error = errno;
-    syslog(LOG_ERR, "Can not fflush() log stream: %s, error: %s", LogStreamName(), std::strerror(error));
+    syslog(LOG_ERR, "Can not fflush() log stream: %s, error: %s", HeartbeatStreamName(),
+           std::strerror(error));
     return false;
   }
   return true;

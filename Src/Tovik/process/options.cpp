@@ -17,25 +17,25 @@ namespace {
 
 constexpr const char* VERSION = "2.3.x.x";
 
-void KeepArgument(std::string* text, bool* given) {
-  *text = optarg;
+void KeepOptionArgument(std::string* option_text, bool* given) {
+  *option_text = optarg;
   *given = true;
 }
 
 }  // namespace
 
 int ParseOptions(int argc, char** argv, Options* options) {
-  int letter = 0;
-  while ((letter = getopt_long(argc, argv, AGENT_SHORT_OPTIONS, AGENT_LONG_OPTIONS, nullptr)) != -1) {
-    switch (letter) {
+  int option_letter = 0;
+  while ((option_letter = getopt_long(argc, argv, AGENT_SHORT_OPTIONS, AGENT_LONG_OPTIONS, nullptr)) != -1) {
+    switch (option_letter) {
       case 'f':
-        KeepArgument(&options->configFile, &options->hasConfigFile);
+        KeepOptionArgument(&options->configFile, &options->hasConfigFile);
         break;
       case 'l':
-        KeepArgument(&options->logFile, &options->hasLogFile);
+        KeepOptionArgument(&options->logFile, &options->hasLogFile);
         break;
       case 'p':
-        KeepArgument(&options->pidFile, &options->hasPidFile);
+        KeepOptionArgument(&options->pidFile, &options->hasPidFile);
         break;
       case 'd':
         options->daemon = true;
@@ -73,26 +73,26 @@ int delay = 1;
 
 int read_conf_file(int reload) {
   if (!given_options.hasConfigFile) return 0;
-  const char* const name = given_options.configFile.c_str();
-  const base::UniqueFile file(std::fopen(name, "re"));
-  if (!file) {
+  const char* const config_name = given_options.configFile.c_str();
+  const base::UniqueFile config_file(std::fopen(config_name, "re"));
+  if (!config_file) {
     const int error = errno;
-    syslog(LOG_ERR, "Can not open config file: %s, error: %s", name, std::strerror(error));
+    syslog(LOG_ERR, "Can not open config file: %s, error: %s", config_name, std::strerror(error));
   } else if (reload == 1) {
-    syslog(LOG_INFO, "Reloaded configuration file %s of %s", name, app_name);
+    syslog(LOG_INFO, "Reloaded configuration file %s of %s", config_name, app_name);
   } else {
-    syslog(LOG_INFO, "Configuration of %s read from file %s", app_name, name);
+    syslog(LOG_INFO, "Configuration of %s read from file %s", app_name, config_name);
   }
   return -1;
 }
 
 int test_conf_file(const char* path) {
-  const base::UniqueFile file(std::fopen(path, "re"));
-  if (!file) {
+  const base::UniqueFile config_file(std::fopen(path, "re"));
+  if (!config_file) {
     std::fprintf(stderr, "Can't read config file %s\n", path);
     return 1;
   }
-  if (std::fscanf(file.get(), "%d", &delay) < 1) {
+  if (std::fscanf(config_file.get(), "%d", &delay) < 1) {
     std::fprintf(stderr, "Wrong config file %s\n", path);
     return 1;
   }

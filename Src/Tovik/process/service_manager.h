@@ -20,15 +20,15 @@ bool HasServiceManager();
 void TellServiceManager(const std::string& message);
 
 // Within how many milliseconds it wants a sign of life each time; 0: not at all.
-int64_t WatchdogMilliseconds();
+int64_t ManagerWatchdogMilliseconds();
 // DUNRASTT_PATIENCE: seconds that may be spent on peers at most (timers/timer_budgets.h); 0: no such limit.
-int64_t PatienceSeconds();
+int64_t ManagerPatienceSeconds();
 
 // The address that a text stands for: an absolute path, or behind "@" an abstract name. Its length, 0 for a
 // text that is neither or too long.
-socklen_t NotifyAddress(const std::string& text, sockaddr_un* address);
+socklen_t NotifyAddress(const std::string& notify_socket, sockaddr_un* address);
 // The milliseconds that WATCHDOG_USEC (may be null) asks for, where WATCHDOG_PID (may be null) is this
 // process.
-int64_t WatchdogOf(const char* microseconds, const char* pid, pid_t own);
+int64_t ManagerWatchdogOf(const char* microseconds, const char* pid, pid_t own);
 
 #endif

@@ -5,7 +5,7 @@
 #include <csignal>
 #include <initializer_list>
 
-#include "Tovik/process/log_stream.h"
+#include "Tovik/process/heartbeat_stream.h"
 #include "Tovik/process/options.h"
 
 namespace {

@@ -10,13 +10,13 @@ namespace {
 
 using notices::Notice;
 
-std::string NameOf(const sysinfo::ProcessNames& processes, pid_t pid) {
+std::string ProcessNameOf(const sysinfo::ProcessNames& processes, pid_t pid) {
   for (size_t i = 0; i < processes.Size(); ++i)
     if (processes[i].pid == pid && processes[i].name != nullptr) return processes[i].name;
   return {};
 }
 
-bool HasNameless(const sysinfo::ProcessNames& processes) {
+bool HidesProcessNames(const sysinfo::ProcessNames& processes) {
   for (size_t i = 0; i < processes.Size(); ++i)
     if (processes[i].name == nullptr) return true;
   return false;
@@ -39,19 +39,19 @@ void TellNoTimeOfDay() {
                                 "\", no time of day as 07:30, and RESULT_CHECK is set");
 }
 
-void TellNotAlone(const sysinfo::ProcessNames& processes, const char* name, pid_t own) {
+void TellNotAlone(const sysinfo::ProcessNames& processes, const char* name, pid_t own_pid) {
   if (!notices::On()) return;
-  const std::string others = OthersNamed(processes, name, own);
-  const std::string own_name = NameOf(processes, own);
+  const std::string other_agents = OtherAgents(processes, name, own_pid);
+  const std::string own_name = ProcessNameOf(processes, own_pid);
   if (*name == '\0') {
     TellBadKey("WATCHDOG_NAME", "has no value");
-  } else if (HasNameless(processes)) {
+  } else if (HidesProcessNames(processes)) {
     notices::Tell<Notice::NO_START>("/proc hides the names of processes (hidepid): another agent may run");
   } else if (own_name != name) {
     TellBadKey("WATCHDOG_NAME",
                "is \"" + std::string(name) + "\", and this program is named \"" + own_name + '"');
   } else {
-    notices::Tell<Notice::ALREADY_RUNNING>(others, name);
+    notices::Tell<Notice::ALREADY_RUNNING>(other_agents, name);
   }
 }
 
@@ -59,12 +59,12 @@ void TellNoStart(const char* what, int error) {
   if (notices::On()) notices::Tell<Notice::NO_START>(std::string(what) + ": " + std::strerror(error));
 }
 
-std::string OthersNamed(const sysinfo::ProcessNames& processes, const char* name, pid_t own) {
-  std::string others;
+std::string OtherAgents(const sysinfo::ProcessNames& processes, const char* name, pid_t own_pid) {
+  std::string other_agents;
   for (size_t i = 0; i < processes.Size(); ++i) {
     const sysinfo::ProcessName process = processes[i];
-    if (process.name == nullptr || process.pid == own || std::strcmp(process.name, name) != 0) continue;
-    others += (others.empty() ? "" : ", ") + std::to_string(process.pid);
+    if (process.name == nullptr || process.pid == own_pid || std::strcmp(process.name, name) != 0) continue;
+    other_agents += (other_agents.empty() ? "" : ", ") + std::to_string(process.pid);
   }
-  return others;
+  return other_agents;
 }

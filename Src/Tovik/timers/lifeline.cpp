@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -12,57 +11,54 @@
 #include "Tovik/process/start_notices.h"
 #include "Tovik/timers/timers.h"
 #include "Tovik/trace.h"
+#include "base/steady_time.h"
 #include "base/stoppable_wait.h"
 #include "base/thread.h"
 
 namespace {
 
-constexpr int64_t LONGEST_PAUSE_MS = 1000;
-constexpr int64_t SIGNS_IN_TIME = 2;  // of life, where one is asked for
-constexpr int64_t LOOKS_IN_TIME = 4;
+constexpr int64_t LONGEST_LIFELINE_PAUSE_MS = 1000;
+constexpr int64_t SIGNS_OF_LIFE_IN_TIME = 2;  // where they are asked for
+constexpr int64_t LIFELINE_LOOKS_IN_TIME = 4;
 
-base::Thread thread;
+base::Thread lifelineThread;
 
-std::string StatusWords(const char* stuck) {
+std::string LifelineStatus(const char* stuck) {
   if (stuck != nullptr) return std::string("Hangs: ") + stuck + " has not moved for too long";
   return EngineStateWords(engineState, engineHangsInARow, g_shm_open_flag != 0);
 }
 
 // Tells what has changed since the last call. For one thread at a time.
 void TellStatus(const char* stuck) {
-  static std::string told;
-  const std::string words = StatusWords(stuck);
-  if (words == told) return;
-  told = words;
-  TellServiceManager("STATUS=" + words);
-}
-
-int64_t NowMs() {
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+  static std::string told_status;
+  const std::string status = LifelineStatus(stuck);
+  if (status == told_status) return;
+  told_status = status;
+  TellServiceManager("STATUS=" + status);
 }
 
 // For one thread.
 void TellLife(const char* stuck) {
-  static int64_t due = 0;
-  static bool traced = false;
-  if (WatchdogMilliseconds() == 0) return;
+  static int64_t sign_due = 0;
+  static bool stuck_traced = false;
+  if (ManagerWatchdogMilliseconds() == 0) return;
   if (stuck != nullptr) {
-    if (!traced)
+    if (!stuck_traced)
       TRACE(TRACE_ERROR, "%s has not moved for too long: the service manager hears no more", stuck);
-    traced = true;
+    stuck_traced = true;
     return;
   }
-  traced = false;
-  if (NowMs() < due) return;
+  stuck_traced = false;
+  if (base::SteadyMilliseconds() < sign_due) return;
   TellServiceManager("WATCHDOG=1");
-  due = NowMs() + WatchdogMilliseconds() / SIGNS_IN_TIME;
+  sign_due = base::SteadyMilliseconds() + ManagerWatchdogMilliseconds() / SIGNS_OF_LIFE_IN_TIME;
 }
 
-void* KeepTelling(void* /*argument*/) {
-  const int64_t period = WatchdogMilliseconds();
-  const int64_t asked = std::max<int64_t>(period / LOOKS_IN_TIME, 1);
-  const int64_t pause = period == 0 ? LONGEST_PAUSE_MS : std::min(asked, LONGEST_PAUSE_MS);
+void* KeepLifeline(void* /*argument*/) {
+  const int64_t watchdog_ms = ManagerWatchdogMilliseconds();
+  const int64_t watchdog_pause = std::max<int64_t>(watchdog_ms / LIFELINE_LOOKS_IN_TIME, 1);
+  const int64_t pause =
+      watchdog_ms == 0 ? LONGEST_LIFELINE_PAUSE_MS : std::min(watchdog_pause, LONGEST_LIFELINE_PAUSE_MS);
   do {
     const char* const stuck = StuckTimer();
     TellStatus(stuck);
@@ -76,7 +72,7 @@ void* KeepTelling(void* /*argument*/) {
 bool StartLifeline() {
   if (!HasServiceManager()) return true;
   TellServiceManager("READY=1");
-  if (thread.Start(KeepTelling, nullptr) == 0) return true;
+  if (lifelineThread.Start(KeepLifeline, nullptr) == 0) return true;
   const int error = errno;
   TellNoStart("a thread", error);
   TRACE(TRACE_ERROR, "Create lifeline thread fail..Errcode [ %d ]", error);
@@ -84,5 +80,5 @@ bool StartLifeline() {
 }
 
 void JoinLifeline() {
-  thread.Join();
+  lifelineThread.Join();
 }

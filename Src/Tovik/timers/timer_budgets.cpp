@@ -21,31 +21,32 @@ constexpr int64_t PROBE_BUDGET = 60;    // 5 s to connect, a second between two 
 constexpr int64_t FILES_BUDGET = HOUR;  // a disk that sleeps, a log of many gigabytes
 
 // As a sleep takes a period.
-int64_t Seconds(int64_t period) {
+int64_t PauseSeconds(int64_t period) {
   return int64_t{static_cast<uint32_t>(period)};
 }
 
-struct Budget {
-  uint32_t id;
+struct TimerBudget {
+  uint32_t timer_id;
   int64_t (*pauses)();  // seconds, all those of a cycle
   int64_t alarms;       // that a cycle may raise, each a mail and a post
   int64_t others;       // the other peers' seconds
 };
-constexpr Budget BUDGETS[] = {
-    {10, [] { return 2 * Seconds(m_restart_period); }, 3, SCRIPT_BUDGET + PROBE_BUDGET},
-    {3000, [] { return Seconds(HangPause(m_Hang_Time)); }, 1, PROBE_BUDGET},
+constexpr TimerBudget TIMER_BUDGETS[] = {
+    {10, [] { return 2 * PauseSeconds(m_restart_period); }, 3, SCRIPT_BUDGET + PROBE_BUDGET},
+    {3000, [] { return PauseSeconds(HangPause(m_Hang_Time)); }, 1, PROBE_BUDGET},
     {4000, [] { return int64_t{61}; }, 1, FILES_BUDGET},
     {5000, [] { return int64_t{1}; }, 1, FILES_BUDGET},
     {6000, [] { return int64_t{1}; }, 0, FILES_BUDGET},
-    {1000, [] { return Seconds(m_restart_period); }, 0, QUERY_BUDGET},
+    {1000, [] { return PauseSeconds(m_restart_period); }, 0, QUERY_BUDGET},
 };
 
 }  // namespace
 
-int64_t CycleBudget(uint32_t id, int64_t patience) {
-  const auto* const row = std::find_if(std::begin(BUDGETS), std::end(BUDGETS),
-                                       [id](const Budget& budget) { return budget.id == id; });
-  if (row == std::end(BUDGETS)) return 0;
+int64_t CycleBudget(uint32_t timer_id, int64_t patience) {
+  const auto* const row =
+      std::find_if(std::begin(TIMER_BUDGETS), std::end(TIMER_BUDGETS),
+                   [timer_id](const TimerBudget& budget) { return budget.timer_id == timer_id; });
+  if (row == std::end(TIMER_BUDGETS)) return 0;
   const int64_t peers = row->alarms * (MAIL_BUDGET + POST_BUDGET) + row->others;
   return row->pauses() + (patience > 0 ? std::min(patience, peers) : peers);
 }

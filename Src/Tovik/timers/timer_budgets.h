@@ -7,6 +7,6 @@
 
 // Seconds, for the timer of this id; 0 for none. patience: that many for all peers of a cycle together at
 // most, 0 without such a limit.
-int64_t CycleBudget(uint32_t id, int64_t patience);
+int64_t CycleBudget(uint32_t timer_id, int64_t patience);
 
 #endif

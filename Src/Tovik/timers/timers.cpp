@@ -4,7 +4,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <new>
 
@@ -21,6 +20,7 @@
 #include "Tovik/process/start_notices.h"
 #include "Tovik/timers/timer_budgets.h"
 #include "Tovik/trace.h"
+#include "base/steady_time.h"
 #include "base/stoppable_wait.h"
 #include "base/thread.h"
 
@@ -50,19 +50,14 @@ constexpr Timer TIMERS[] = {
     {6000, "EMAIL_CHECK_TIMER", [] { return m_send_email_used != 0; }, Always, RecipientsCycle},
     {1000, "CH_STATUS_SEND_TIMER", ChannelsAreWatched, Always, ChannelCycle},
 };
-std::array<base::Thread, std::size(TIMERS)> threads;
+std::array<base::Thread, std::size(TIMERS)> timerThreads;
 // When the cycle under way began; 0 before the first.
 std::array<std::atomic<int64_t>, std::size(TIMERS)> cycleBegan;
 
-int64_t NowSeconds() {
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::seconds>(now).count();
-}
-
 // Of a timer; size() of the table for an id that is none.
-size_t IndexOf(uint32_t id) {
-  const auto* const row =
-      std::find_if(std::begin(TIMERS), std::end(TIMERS), [id](const Timer& timer) { return timer.id == id; });
+size_t TimerIndex(uint32_t timer_id) {
+  const auto* const row = std::find_if(std::begin(TIMERS), std::end(TIMERS),
+                                       [timer_id](const Timer& timer) { return timer.id == timer_id; });
   return static_cast<size_t>(row - std::begin(TIMERS));
 }
 
@@ -77,9 +72,9 @@ void RunCycle(void (*cycle)()) {
 }
 
 bool StartTimer(const Timer& timer, base::Thread& thread) {
-  auto* const id = const_cast<uint32_t*>(&timer.id);
+  auto* const timer_id = const_cast<uint32_t*>(&timer.id);
   const bool ready = timer.ready();
-  if (ready && thread.Start(send_timer, id) == 0) return true;
+  if (ready && thread.Start(send_timer, timer_id) == 0) return true;
   const int error = errno;
   if (ready) {
     TellNoStart("a thread", error);
@@ -93,35 +88,35 @@ bool StartTimer(const Timer& timer, base::Thread& thread) {
 }  // namespace
 
 bool StartTimerThreads() {
-  for (size_t i = 0; i < threads.size(); ++i) {
+  for (size_t i = 0; i < timerThreads.size(); ++i) {
     // A thread must not start again what a stop has just cut.
     if (base::StopSignalPending()) break;
-    if (threads[i].Started() || !TIMERS[i].enabled()) continue;
-    if (!StartTimer(TIMERS[i], threads[i])) return false;
+    if (timerThreads[i].Started() || !TIMERS[i].enabled()) continue;
+    if (!StartTimer(TIMERS[i], timerThreads[i])) return false;
   }
   return true;
 }
 
 void JoinTimerThreads() {
-  for (base::Thread& thread : threads) thread.Join();
+  for (base::Thread& thread : timerThreads) thread.Join();
 }
 
 const char* StuckTimer() {
   for (size_t i = 0; i < std::size(TIMERS); ++i) {
     const int64_t began = cycleBegan[i];
     // The second is for the rounding of both ends.
-    const int64_t budget = CycleBudget(TIMERS[i].id, PatienceSeconds()) + 1;
-    if (began != 0 && NowSeconds() - began > budget) return TIMERS[i].name;
+    const int64_t budget = CycleBudget(TIMERS[i].id, ManagerPatienceSeconds()) + 1;
+    if (began != 0 && base::SteadySeconds() - began > budget) return TIMERS[i].name;
   }
   return nullptr;
 }
 
 void* send_timer(void* argument) {
-  const size_t index = IndexOf(*static_cast<const uint32_t*>(argument));
+  const size_t timer = TimerIndex(*static_cast<const uint32_t*>(argument));
   while (gSvcManageThrdExit != 1) {
-    if (index == std::size(TIMERS)) continue;
-    cycleBegan[index] = NowSeconds();
-    RunCycle(TIMERS[index].cycle);
+    if (timer == std::size(TIMERS)) continue;
+    cycleBegan[timer] = base::SteadySeconds();
+    RunCycle(TIMERS[timer].cycle);
   }
   return reinterpret_cast<void*>(1);
 }

@@ -1,4 +1,4 @@
-#include "Tovik/process/log_stream.h"
+#include "Tovik/process/heartbeat_stream.h"
 
 #include <syslog.h>
 
@@ -13,28 +13,28 @@ FILE* log_stream = nullptr;
 
 namespace {
 
-base::UniqueFile logFile;
+base::UniqueFile heartbeatFile;
 
 }  // namespace
 
-void OpenLogStream() {
+void OpenHeartbeatStream() {
   log_stream = stdout;
   if (!given_options.hasLogFile) return;
-  logFile = base::LossyStream(base::UniqueFile(std::fopen(given_options.logFile.c_str(), "a+e")));
-  if (logFile) {
-    log_stream = logFile.get();
+  heartbeatFile = base::LossyStream(base::UniqueFile(std::fopen(given_options.logFile.c_str(), "a+e")));
+  if (heartbeatFile) {
+    log_stream = heartbeatFile.get();
     return;
   }
   const int error = errno;
-  syslog(LOG_ERR, "Can not open log file: %s, error: %s", LogStreamName(), std::strerror(error));
+  syslog(LOG_ERR, "Can not open log file: %s, error: %s", HeartbeatStreamName(), std::strerror(error));
 }
 
-void CloseLogStream() {
-  log_stream = logFile ? nullptr : stdout;
-  logFile.reset();
+void CloseHeartbeatStream() {
+  log_stream = heartbeatFile ? nullptr : stdout;
+  heartbeatFile.reset();
 }
 
-const char* LogStreamName() {
+const char* HeartbeatStreamName() {
   return given_options.hasLogFile ? given_options.logFile.c_str() : "stdout";
 }
 
