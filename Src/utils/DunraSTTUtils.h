@@ -22,6 +22,13 @@ inline constexpr char TRACE_ORDINARY = 'A';
 inline constexpr char TRACE_HANG = 'H';
 inline constexpr long TRACE_MAIN_CHANNEL = -1;
 
+namespace trace {
+
+// The number of changes of the settings below that the path of a log file depends on.
+inline std::atomic<unsigned> logSettings{0};
+
+}  // namespace trace
+
 class DunraSTTUtils {
  public:
   DunraSTTUtils();

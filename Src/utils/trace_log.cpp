@@ -23,7 +23,6 @@
 namespace {
 
 constexpr size_t FORMATTED_MESSAGE_LIMIT = 99'999;
-constexpr size_t LOG_FOLDER_SIZE = 4096;
 constexpr size_t LOG_HOST_NAME_SIZE = 4096;
 constexpr mode_t LOG_FILE_MODE = 0655;
 constexpr mode_t LOG_FOLDER_MODE = 0755;
@@ -38,8 +37,6 @@ struct LogPathKey {
   long traceChannel;
   bool operator==(const LogPathKey&) const = default;
 };
-
-std::atomic<unsigned> logSettings{0};  // the number of changes
 
 // The buffers for one line. The arrays are never cleared: usually only their first bytes are touched.
 struct TraceWorkspace {
@@ -118,7 +115,7 @@ long TellTraceTime(TraceWorkspace* workspace) {
 // as the line before.
 void SetLogPaths(char type, long channel, bool dated, TraceWorkspace* workspace) {
   const char* const host = DunraSTTUtils::GetLogHostnameFlag() != 0 ? LogHostName(workspace) : nullptr;
-  const LogPathKey key{workspace->secondTime, logSettings.load(std::memory_order_relaxed), type, dated,
+  const LogPathKey key{workspace->secondTime, trace::logSettings.load(std::memory_order_relaxed), type, dated,
                        channel};
   if (key != workspace->logPathKey || host != nullptr) MakeLogPath(key, host, workspace);
 }
@@ -233,18 +230,6 @@ std::string_view LogDay(const TraceSecond& second) {
     addHost();
     logPath->Add(LogDay(second).substr(4)).Add(".LOG");  // without the year
   }
-}
-
-// An unchanged path is not written again: every report sets the paths, and writing would race with readers.
-void KeepLogFolder(char* keptFolder, const char* logFolder) {
-  const auto length = static_cast<unsigned>(std::min(std::strlen(logFolder), LOG_FOLDER_SIZE - 1));
-  if (std::strncmp(keptFolder, logFolder, length) == 0) return;
-  DunraSTTUtils::StrNCopy(keptFolder, LOG_FOLDER_SIZE, logFolder, length);
-  LogPathChanged();
-}
-
-void LogPathChanged() {
-  ++logSettings;
 }
 
 }  // namespace trace

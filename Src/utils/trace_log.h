@@ -19,13 +19,6 @@ void AddDatedLogFolder(TraceText* logPath, const char* logFolder, const TraceSec
 // null.
 void AddLogFileName(TraceText* logPath, char type, long channel, const TraceSecond& second, const char* host);
 
-// Copies the path of a log folder into one of the buffers of 4,096 bytes that keep these paths, unless it
-// stands there.
-void KeepLogFolder(char* keptFolder, const char* logFolder);
-
-// To be called when a setting has changed that a path depends on: the next line makes its path anew.
-void LogPathChanged();
-
 }  // namespace trace
 
 #endif
