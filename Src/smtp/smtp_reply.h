@@ -6,26 +6,13 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/unique_handles.h"
 #include "smtp/smtp.h"
+#include "smtp/smtp_line_reader.h"
 
 // Limits on what a server can make the client store or wait for.
 inline constexpr size_t SMTP_LINE_LIMIT = size_t{64} * 1024;
 inline constexpr int SMTP_REPLY_LINE_LIMIT = 1000;
 inline constexpr size_t SMTP_READ_SIZE = 1000;
-
-// A buffered reader of lines with a delimiter. The read callback reads up to count bytes and returns their
-// number, 0 at the end of input, or a negative number on failure.
-struct smtp_line_reader {
-  base::UniqueText buffer;
-  size_t allocated = 0;
-  size_t held = 0;
-  base::UniqueText line;  // the last line, zero-terminated, without its delimiter
-  size_t lineLength = 0;
-  ptrdiff_t (*read)(smtp_line_reader* reader, char* destination, size_t count) = nullptr;
-  void* userData = nullptr;
-  char delimiter = '\n';
-};
 
 // The results of the line reader: a line, the rest of the input at its end, or a failure, which also empties
 // the reader.

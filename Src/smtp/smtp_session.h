@@ -1,4 +1,4 @@
-// The session record and the steps of its dialogue, for the sources and the tests of this folder.
+// The session record and its status, for the sources and the tests of this folder.
 #ifndef SMTP_SMTP_SESSION_H
 #define SMTP_SMTP_SESSION_H
 
@@ -11,7 +11,7 @@
 #include "smtp/smtp.h"
 #include "smtp/smtp_attachments.h"
 #include "smtp/smtp_headers.h"
-#include "smtp/smtp_reply.h"
+#include "smtp/smtp_line_reader.h"
 
 struct smtp_session {
   unsigned flags = 0;
@@ -42,14 +42,5 @@ int smtp_guarded(smtp_session* session, Body body) {
     return smtp_status_code_set(session, SMTP_NO_MEMORY);
   }
 }
-
-// Steps of the dialogue. Each returns the status.
-int smtp_connect(smtp_session* session, const char* server, const char* port);
-int smtp_initiate_handshake(smtp_session* session);
-int smtp_ehlo(smtp_session* session);
-int smtp_auth_plain(smtp_session* session, const char* user, const char* password);
-int smtp_auth_login(smtp_session* session, const char* user, const char* password);
-// Sends "MAIL FROM" or "RCPT TO" for one address and reads the reply.
-int smtp_mail_envelope_header(smtp_session* session, const char* command, const smtp_address& address);
 
 #endif

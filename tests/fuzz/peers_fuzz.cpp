@@ -5,6 +5,7 @@
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/engine/engine_socket.h"
 #include "fuzz/fuzz.h"
+#include "smtp/smtp_reply.h"
 #include "smtp/smtp_session.h"
 
 // The reply to a channel query: header and payload from a socket, and the decoded payload.

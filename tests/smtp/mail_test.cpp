@@ -8,6 +8,7 @@
 #include "smtp/smtp_base64.h"
 #include "smtp/smtp_file.h"
 #include "smtp/smtp_headers.h"
+#include "smtp/smtp_reply.h"
 #include "smtp/smtp_session.h"
 #include "smtp/smtp_strings.h"
 #include "smtp/smtp_write.h"
