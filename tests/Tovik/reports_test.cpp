@@ -7,6 +7,7 @@
 #include "Tovik/config/config.h"
 #include "Tovik/process/service_manager.h"
 #include "Tovik/reports/report_mailbox.h"
+#include "Tovik/reports/report_request.h"
 #include "Tovik/timers/timer_budgets.h"
 #include "Tovik/traced.h"
 

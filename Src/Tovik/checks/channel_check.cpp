@@ -10,7 +10,7 @@
 #include "Tovik/engine/channel_status.h"
 #include "Tovik/findings/findings.h"
 #include "Tovik/notices/notices.h"
-#include "Tovik/reports/report_mailbox.h"
+#include "Tovik/reports/report_request.h"
 #include "Tovik/trace.h"
 #include "base/stoppable_wait.h"
 

@@ -8,6 +8,7 @@
 #include "Tovik/config/config.h"
 #include "Tovik/notices/notices.h"
 #include "base/format.h"
+#include "base/steady_time.h"
 #include "sysinfo/listening_port.h"
 
 namespace {
@@ -23,10 +24,6 @@ constexpr size_t LONGEST_PROCESS_NAME = 15;  // what the kernel keeps of a proce
 constexpr int SCRIPT_NOT_EXECUTABLE = 126;
 constexpr int SCRIPT_NOT_FOUND = 127;
 constexpr int SCRIPT_BY_SIGNAL = 128;  // and above: what a shell says of a signal
-
-int64_t NowSeconds() {
-  return std::chrono::duration_cast<std::chrono::seconds>(steady_clock::now().time_since_epoch()).count();
-}
 
 bool IsEnginePort(int64_t port) {
   return port > 0 && port <= LAST_ENGINE_PORT;
@@ -66,7 +63,7 @@ void TellEngineFound(const char* name, int32_t pid) {
   static std::optional<int64_t> since;
   if (!notices::On()) return;
   const std::string silence =
-      SilentPortWords(m_PROC_PORT, EngineListens(m_PROC_PORT, true), NowSeconds(), &since);
+      SilentPortWords(m_PROC_PORT, EngineListens(m_PROC_PORT, true), base::SteadySeconds(), &since);
   if (silence.empty()) return;
   notices::Tell<Notice::PORT_SILENT>(std::to_string(pid), name, std::to_string(m_PROC_PORT), silence);
 }

@@ -7,7 +7,7 @@
 #include "Tovik/checks/channel_check.h"
 #include "Tovik/config/config.h"
 #include "Tovik/findings/findings.h"
-#include "Tovik/reports/report_mailbox.h"
+#include "Tovik/reports/report_request.h"
 #include "Tovik/reports/report_senders.h"
 #include "Tovik/trace.h"
 #include "sysinfo/resource_usage.h"

@@ -8,7 +8,7 @@
 #include "Tovik/alarms/webhook.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
-#include "Tovik/reports/report_mailbox.h"
+#include "Tovik/reports/report_request.h"
 #include "Tovik/trace.h"
 #include "base/format.h"
 

@@ -1,9 +1,9 @@
 // Where reports to the management servers wait: a mailbox of one slot, or with REPORT_QUEUE a queue.
 //
-// send_request puts a report there, and the management thread (report_senders.h) looks once a second. In
-// the mailbox a new request replaces one that was not looked at yet, and one posted while the servers get an
-// earlier one is lost: both are cleared together. An alarm's code is kept apart, and senders take the latest.
-// In the queue each report waits for its turn with its own code.
+// send_request (report_request.h) puts a report there, and the management thread (report_senders.h) looks
+// once a second. In the mailbox a new request replaces one that was not looked at yet, and one posted while
+// the servers get an earlier one is lost: both are cleared together. An alarm's code is kept apart, and
+// senders take the latest. In the queue each report waits for its turn with its own code.
 #ifndef TOVIK_REPORTS_REPORT_MAILBOX_H
 #define TOVIK_REPORTS_REPORT_MAILBOX_H
 
@@ -19,13 +19,8 @@ extern std::atomic<int64_t> gMsgId;    // its message id
 // turn it is.
 extern std::atomic<int64_t> gAlarmFlag;
 
-// Posts a report of this type and code (DIOSVC/report_types.h); an unknown type does nothing. Returns when
-// the report lies in the mailbox, after some 20 ms, or in the queue, at once. When the thread that fills the
-// mailbox cannot be created, the report is lost and that is traced. Reports that the queue merges or drops
-// are traced. Any thread.
-void send_request(int type, int code);
-// The body of the thread that fills the mailbox. The argument is two int: type and code.
-void* send_request_thread(void* argument);
+// Puts a report into the queue. What the queue merges or drops is traced. Any thread.
+void QueueReport(int type, int code);
 
 // The message id of the report to be sent next, if one waits. In the queue it is removed, and an alarm's code
 // goes to gAlarmFlag. The mailbox stays as it is: the caller clears it after sending. For the management
