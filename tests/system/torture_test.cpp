@@ -89,6 +89,9 @@ TEST_F(Torture, NoCallThatFailsOnceEndsTheAgentOrAnAlarm) {
   }
   ExpectAlarmOnAllChannels("at the end");
   const Held after = Least(agent);
+  std::cerr << "held before and after: descriptors " << before.descriptors << " " << after.descriptors
+            << ", threads " << before.threads << " " << after.threads << ", blocks " << before.blocks << " "
+            << after.blocks << "\n";
   EXPECT_LE(after.descriptors, before.descriptors);
   EXPECT_LE(after.threads, before.threads);
   // Fewer than one for ten failed calls: caches grow with what was met.
