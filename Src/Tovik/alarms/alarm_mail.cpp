@@ -22,6 +22,18 @@
 
 namespace {
 
+struct CloseMailSession {
+  void operator()(smtp_session* mail_session) const { smtp_close(mail_session); }
+};
+using OwnedMailSession = std::unique_ptr<smtp_session, CloseMailSession>;
+
+OwnedMailSession OpenMailSession() {
+  smtp_session* mail_session = nullptr;
+  smtp_open(m_stmp_server_url, m_smtp_server_port, static_cast<int>(m_stmp_connection_security),
+            static_cast<unsigned>(m_stmp_flags), nullptr, &mail_session);
+  return OwnedMailSession(mail_session);
+}
+
 void AddMailRecipients(smtp_session* mail_session, smtp_address_type type, int64_t count,
                        const EMAIL_ENTRIES* list) {
   for (int64_t index = 0; list != nullptr && index < count; ++index) {
@@ -75,16 +87,14 @@ std::string MailFailure(const Alarm& alarm, int mail_status, const std::string& 
 int SendBySession(const Alarm& alarm, const char* body, const alarms::Attachment* attachment) {
   const std::shared_ptr<const EMAIL_LIST> lists = gEmailLists.Get();
   const alarms::MailHearing mail_hearing;
-  smtp_session* mail_session = nullptr;
-  smtp_open(m_stmp_server_url, m_smtp_server_port, static_cast<int>(m_stmp_connection_security),
-            static_cast<unsigned>(m_stmp_flags), nullptr, &mail_session);
-  const std::string unreached_server = notices::On() ? smtp_connect_errstr(mail_session) : "";
-  smtp_auth(mail_session, static_cast<int>(m_stmp_auth), m_stmp_auth_id, m_stmp_auth_password);
-  AddMailAddresses(mail_session, *lists);
-  smtp_header_add(mail_session, "Subject", MailSubject(alarm.title).c_str());
-  const int fileError = AddMailFile(mail_session, alarm.attachment, attachment);
-  smtp_mail(mail_session, body);
-  const int mail_status = smtp_close(mail_session);
+  OwnedMailSession mail_session = OpenMailSession();
+  const std::string unreached_server = notices::On() ? smtp_connect_errstr(mail_session.get()) : "";
+  smtp_auth(mail_session.get(), static_cast<int>(m_stmp_auth), m_stmp_auth_id, m_stmp_auth_password);
+  AddMailAddresses(mail_session.get(), *lists);
+  smtp_header_add(mail_session.get(), "Subject", MailSubject(alarm.title).c_str());
+  const int fileError = AddMailFile(mail_session.get(), alarm.attachment, attachment);
+  smtp_mail(mail_session.get(), body);
+  const int mail_status = smtp_close(mail_session.release());
   if (notices::On())
     alarms::TellMail(alarm, MailFailure(alarm, mail_status, unreached_server, fileError),
                      mail_hearing.Dialogue());
