@@ -18,7 +18,7 @@
 
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"
-#include "Tovik/engine/engine_socket.h"
+#include "Tovik/engine/engine_packet.h"
 #include "base/stoppable_socket.h"
 #include "base/unique_handles.h"
 #include "tls/certificates.h"

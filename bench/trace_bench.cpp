@@ -16,7 +16,7 @@
 
 #include "base/unique_handles.h"
 #include "rounds.h"
-#include "utils/DunraSTTUtils.h"
+#include "utils/trace_log.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 # dunra_library(NAME SOURCES file... [DEPENDS library...])
-# A folder of Src as a static library. Headers are included by folder ("utils/DunraSTTUtils.h").
+# A folder of Src as a static library. Headers are included by folder ("utils/trace_log.h").
 function(dunra_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})

@@ -19,7 +19,7 @@
 #include "base/format.h"
 #include "base/stoppable_socket.h"
 #include "base/stoppable_wait.h"
-#include "utils/DunraSTTUtils.h"
+#include "utils/trace_log.h"
 
 #define SVC_TRACE(level, ...) \
   DUNRA_NAMED_TRACE(TRACE_ORDINARY, level, server_index_, trace_save_, __VA_ARGS__)

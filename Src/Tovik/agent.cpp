@@ -19,7 +19,7 @@
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/checks/channel_check.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/checks/recipients_check.h"
+#include "Tovik/alarms/recipients_reload.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/engine/channel_status.h"

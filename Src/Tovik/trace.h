@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "utils/DunraSTTUtils.h"
+#include "utils/trace_log.h"
 
 extern int64_t m_txt_save;  // WATCH_SAVE: most who trace need no other key
 

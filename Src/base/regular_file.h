@@ -27,4 +27,8 @@ namespace base {
 
 }  // namespace base
 
+inline int64_t GetTotalLine(const char* path) {
+  return base::CountNewlines(path);
+}
+
 #endif

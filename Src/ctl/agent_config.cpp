@@ -12,7 +12,7 @@
 #include "base/unique_handles.h"
 #include "ctl/running_agent.h"
 #include "ctl/text.h"
-#include "utils/DunraSTTUtils.h"
+#include "utils/trace_log.h"
 
 namespace ctl {
 namespace {

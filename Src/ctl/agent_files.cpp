@@ -9,7 +9,6 @@
 
 #include "base/unique_handles.h"
 #include "ctl/small_file.h"
-#include "utils/DunraSTTUtils.h"
 #include "utils/trace_log.h"
 
 namespace ctl {

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "utils/DunraSTTUtils.h"
+#include "utils/trace_log.h"
 
 namespace {
 

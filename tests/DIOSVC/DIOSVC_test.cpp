@@ -8,7 +8,7 @@
 #include "DIOSVC/report_types.h"
 #include "DIOSVC/server_frames.h"
 #include "support/support.h"
-#include "utils/DunraSTTUtils.h"
+#include "utils/trace_log.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <algorithm>
 
 #include "Tovik/engine/channel_status.h"
-#include "Tovik/engine/engine_session.h"
-#include "Tovik/engine/engine_socket.h"
+#include "Tovik/engine/engine_text_session.h"
+#include "Tovik/engine/engine_packet.h"
 #include "Tovik/traced.h"
 #include "support/process.h"
 #include "tls/certificates.h"

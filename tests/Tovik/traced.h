@@ -11,7 +11,7 @@
 #include "Tovik/config/config.h"
 #include "support/has.h"
 #include "support/support.h"
-#include "utils/DunraSTTUtils.h"
+#include "utils/trace_log.h"
 
 namespace test {
 

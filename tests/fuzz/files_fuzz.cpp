@@ -14,6 +14,7 @@
 #include "Tovik/config/config_line.h"
 #include "Tovik/notices/notices.h"
 #include "base/format.h"
+#include "base/regular_file.h"
 #include "charset/utf8_text.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_session.h"

@@ -3,7 +3,7 @@
 #include "DIOSVC/report_types.h"
 #include "DIOSVC/server_frames.h"
 #include "Tovik/engine/channel_status.h"
-#include "Tovik/engine/engine_socket.h"
+#include "Tovik/engine/engine_packet.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_reply.h"
 #include "smtp/smtp_session.h"

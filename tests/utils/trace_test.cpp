@@ -5,7 +5,6 @@
 
 #include "support/has.h"
 #include "support/support.h"
-#include "utils/DunraSTTUtils.h"
 #include "utils/trace_log.h"
 
 namespace {

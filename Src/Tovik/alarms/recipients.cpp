@@ -195,10 +195,6 @@ int GetEMailList(const char* receiver_path, const char* reference_path, const ch
   }
 }
 
-int64_t GetTotalLine(const char* path) {
-  return base::CountNewlines(path);
-}
-
 std::shared_ptr<const EMAIL_ENTRIES> GetMailInfo(const char* path, int64_t count) {
   const base::UniqueFile recipient_file = base::OpenRegularStream(path);
   return TakeRecipientWords(recipient_file.get(), count);

@@ -5,7 +5,7 @@
 // one is lost, and a blank line makes an empty recipient at the end of the list. With MAIL_SKIP_BAD each line
 // is read by itself (recipient_line.h), and one that cannot be used is left out and traced.
 //
-// The lists are read at start-up, and again when a file has changed (checks/recipients_check.h).
+// The lists are read at start-up, and again when a file has changed (recipients_reload.h).
 // With a journal, the administrator is told of a file whose mails will not go where he believes.
 #ifndef TOVIK_ALARMS_RECIPIENTS_H
 #define TOVIK_ALARMS_RECIPIENTS_H
@@ -58,9 +58,6 @@ extern base::SharedRecord<EMAIL_LIST> gEmailLists;
 
 // The same lists, read and given back; no file is made. std::bad_alloc without memory.
 EMAIL_LIST ReadEMailLists(const char* receiver_path, const char* reference_path, const char* blind_path);
-
-// base::CountNewlines.
-int64_t GetTotalLine(const char* path);
 
 // The first count recipients of a file. Recipients that the file lacks are empty texts; all are when it
 // cannot be opened.

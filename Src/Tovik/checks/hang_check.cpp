@@ -9,7 +9,7 @@
 #include "Tovik/checks/engine_state.h"
 #include "Tovik/checks/process_search.h"
 #include "Tovik/config/config.h"
-#include "Tovik/engine/engine_session.h"
+#include "Tovik/engine/engine_text_session.h"
 #include "Tovik/findings/findings.h"
 #include "Tovik/trace.h"
 #include "base/stoppable_wait.h"

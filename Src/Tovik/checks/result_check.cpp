@@ -22,7 +22,7 @@
 #include "base/regular_file.h"
 #include "base/stoppable_wait.h"
 #include "base/unique_handles.h"
-#include "utils/DunraSTTUtils.h"
+#include "utils/trace_log.h"
 
 namespace {
 

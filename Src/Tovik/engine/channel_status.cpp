@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "Tovik/config/config.h"
-#include "Tovik/engine/engine_socket.h"
+#include "Tovik/engine/engine_packet.h"
 #include "Tovik/trace.h"
 #include "base/shared_record.h"
 #include "base/unique_handles.h"

@@ -1,5 +1,5 @@
 // The engine's channel status as the agent last received it. Each query is one short connection to the engine
-// on the loopback address (engine_socket.h tells how long it may take). Despite the names, no shared memory
+// on the loopback address (engine_connection.h tells how long it may take). Despite the names, no shared memory
 // is involved.
 //
 // The thread that runs SHM_OPEN replaces the record as a whole. Readers on other threads see the old answer,

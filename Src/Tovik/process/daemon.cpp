@@ -6,12 +6,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "Tovik/process/options.h"
+#include "Tovik/process/signals.h"
 #include "Tovik/process/standard_streams.h"
 #include "Tovik/process/start_notices.h"
 #include "base/format.h"
@@ -25,20 +25,6 @@ constexpr mode_t DAEMON_UMASK = 022;
 constexpr mode_t LOCK_MODE = 0600;
 
 base::UniqueFd pidFilehandle;
-
-void BlockJobSignals() {
-  sigset_t job_signals;
-  sigemptyset(&job_signals);
-  for (const int signal : {SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}) sigaddset(&job_signals, signal);
-  sigprocmask(SIG_BLOCK, &job_signals, nullptr);
-}
-
-void InstallEarlyHandler() {
-  struct sigaction early {};
-  early.sa_handler = signal_handler;
-  sigemptyset(&early.sa_mask);
-  for (const int signal : {SIGHUP, SIGTERM, SIGINT}) sigaction(signal, &early, nullptr);
-}
 
 void DetachDaemon() {
   const pid_t child = fork();
@@ -74,8 +60,6 @@ void TakeDaemonLock(const char* lockfile) {
 }
 
 }  // namespace
-
-void signal_handler(int /*sig*/) {}
 
 void daemonize(const char* rundir, const char* lockfile) {
   if (getppid() == INIT_PID) return;

@@ -2,10 +2,6 @@
 #ifndef TOVIK_PROCESS_DAEMON_H
 #define TOVIK_PROCESS_DAEMON_H
 
-// The signal handler between daemonize and InstallSignalHandlers. A stop signal that arrives in this time is
-// lost.
-void signal_handler(int sig);
-
 // Detaches from the terminal. The parent ends with status 0. The child goes on in its own session, with
 // rundir (may be null) as working directory, the null device as descriptors 0 to 2, no other descriptor, and
 // lockfile locked and containing its pid. The child ends with status 1 when it cannot get the lock. A process

@@ -29,6 +29,22 @@ void TakeSignal(const sigset_t& set, int seconds) {
 
 }  // namespace
 
+void BlockJobSignals() {
+  sigset_t job_signals;
+  sigemptyset(&job_signals);
+  for (const int signal : {SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}) sigaddset(&job_signals, signal);
+  sigprocmask(SIG_BLOCK, &job_signals, nullptr);
+}
+
+void InstallEarlyHandler() {
+  struct sigaction early {};
+  early.sa_handler = signal_handler;
+  sigemptyset(&early.sa_mask);
+  for (const int signal : {SIGHUP, SIGTERM, SIGINT}) sigaction(signal, &early, nullptr);
+}
+
+void signal_handler(int /*sig*/) {}
+
 void InstallSignalHandlers(void (*stop)()) {
   stopAction = stop;
   const sigset_t handled = SetOf(HANDLED_SIGNALS);

@@ -8,6 +8,12 @@
 #ifndef TOVIK_PROCESS_SIGNALS_H
 #define TOVIK_PROCESS_SIGNALS_H
 
+// For a daemon in the making: blocks the signals of children and of the terminal.
+void BlockJobSignals();
+// For the same, until InstallSignalHandlers. A stop signal that arrives in this time is lost.
+void InstallEarlyHandler();
+void signal_handler(int sig);
+
 // Blocks the signals, installs handle_signal and ignores SIGPIPE. SIGINT and SIGTERM call stop.
 void InstallSignalHandlers(void (*stop)());
 void handle_signal(int sig);

@@ -11,7 +11,7 @@
 #include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/hang_check.h"
 #include "Tovik/checks/process_check.h"
-#include "Tovik/checks/recipients_check.h"
+#include "Tovik/alarms/recipients_reload.h"
 #include "Tovik/checks/result_check.h"
 #include "Tovik/config/config.h"
 #include "Tovik/engine/channel_status.h"

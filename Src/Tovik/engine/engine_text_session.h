@@ -1,8 +1,8 @@
 // A plain TCP session with the engine. A successful connection proves that the engine still accepts clients.
 // Sessions are socket numbers, -1 for none. Nothing is traced. A stop of the agent (base/stoppable_wait.h)
 // cuts every wait, which then counts as a failure.
-#ifndef TOVIK_ENGINE_ENGINE_SESSION_H
-#define TOVIK_ENGINE_ENGINE_SESSION_H
+#ifndef TOVIK_ENGINE_ENGINE_TEXT_SESSION_H
+#define TOVIK_ENGINE_ENGINE_TEXT_SESSION_H
 
 #include "DIOSVC/channel_record.h"
 

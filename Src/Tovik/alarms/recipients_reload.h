@@ -1,9 +1,9 @@
-// The timer that reads the recipient files again when they have changed (alarms/recipients.h).
+// The timer that reads the recipient files again when they have changed (recipients.h).
 //
 // It looks once a second and compares the files' times with those of the start. So from the first change on,
 // the lists are read again at every look.
-#ifndef TOVIK_CHECKS_RECIPIENTS_CHECK_H
-#define TOVIK_CHECKS_RECIPIENTS_CHECK_H
+#ifndef TOVIK_ALARMS_RECIPIENTS_RELOAD_H
+#define TOVIK_ALARMS_RECIPIENTS_RELOAD_H
 
 #include <ctime>
 #include <optional>

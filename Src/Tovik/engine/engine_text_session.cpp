@@ -1,4 +1,4 @@
-#include "Tovik/engine/engine_session.h"
+#include "Tovik/engine/engine_text_session.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -1,5 +1,5 @@
-// Client side of the engine's binary request/reply protocol: connect (optionally with TLS), send a packet,
-// receive a packet, close. A packet is the header below as raw bytes, then nLength bytes of payload.
+// Connections to the engine, on which packets (engine_packet.h) are exchanged: opened, with TLS if wanted, and
+// closed.
 //
 // Order of calls: zero-fill a record; for TLS SSLInit, CreateClientContext (tls/tls_socket.h) and
 // DunraSTT_SSL; DunraSTT_INIT; pairs of SendData and RecvData; DunraSTT_EXIT, also after a failed
@@ -9,22 +9,12 @@
 // limits the handshake, each send, and each read of the rest of a packet. Without TLS the rest of a packet
 // that has begun blocks for as long as the engine takes. A stop of the agent (base/stoppable_wait.h) cuts
 // every wait, which then counts as a failure. Failures are traced at error level.
-#ifndef TOVIK_ENGINE_ENGINE_SOCKET_H
-#define TOVIK_ENGINE_ENGINE_SOCKET_H
-
-#include <cstdint>
+#ifndef TOVIK_ENGINE_ENGINE_CONNECTION_H
+#define TOVIK_ENGINE_ENGINE_CONNECTION_H
 
 #include "tls/tls_socket.h"
 
-// All fields are in the host's byte order.
-struct LVCSR_NET_HEADER {
-  int32_t nCommand;
-  int32_t nStatus;  // 0 in requests
-  int32_t nLength;  // bytes of payload, 0 for none
-  int32_t nChannel;
-};
-static_assert(sizeof(LVCSR_NET_HEADER) == 16);
-
+// Results of both.
 inline constexpr int ENGINE_OK = 0;
 inline constexpr int ENGINE_FAILED = -1;
 inline constexpr int ENGINE_TIMED_OUT = -2;
@@ -35,20 +25,6 @@ inline constexpr int ENGINE_REFUSED = -3;
 // ENGINE_FAILED, also when connTimeout has passed or the handshake ran out of time. After a failed handshake
 // or certificate check the socket is closed and uSock below 0; after an earlier failure it is unchanged.
 int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, LVCSR_SOCK_HEAD* head);
-
-// Sends a header and its nLength bytes (zeros when data is null) as one packet, without TLS with the flags of
-// send(2). Returns ENGINE_OK or ENGINE_FAILED; fails at once when uSock is below 1 or the header is null.
-int SendData(LVCSR_SOCK_HEAD* head, const LVCSR_NET_HEADER* header, const char* data, int flags);
-
-// Waits until a socket is readable. Returns ENGINE_OK, ENGINE_TIMED_OUT or ENGINE_FAILED.
-int Recv_Wait(int sock, int seconds);
-
-// Receives one packet, without TLS with the flags of recv(2). Returns the payload of exactly out->nLength
-// bytes (malloc; the caller frees it) and ENGINE_OK in *status. Returns null with ENGINE_OK for a packet
-// without payload, with ENGINE_TIMED_OUT when no byte arrived in time, and with ENGINE_FAILED otherwise, at
-// once when uSock is below 1 or out is null. The length is not trusted: memory grows with the bytes that
-// arrive, to at most twice their number (and 64 KiB at first).
-char* RecvData(LVCSR_SOCK_HEAD* head, LVCSR_NET_HEADER* out, int* status, int flags);
 
 // Closes the record's socket unless it is -1, and frees session and context. A record that never connected
 // closes descriptor 0 (see base/standard_descriptors.h). The record forgets the socket's number, so a second

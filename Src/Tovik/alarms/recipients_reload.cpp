@@ -1,4 +1,4 @@
-#include "Tovik/checks/recipients_check.h"
+#include "Tovik/alarms/recipients_reload.h"
 
 #include <sys/stat.h>
 
