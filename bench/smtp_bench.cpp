@@ -8,7 +8,7 @@
 
 #include "base/unique_handles.h"
 #include "smtp/smtp_base64.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 #include "smtp/smtp_strings.h"
 
 namespace {

@@ -14,12 +14,12 @@
 #include <optional>
 #include <string>
 
-#include "Tovik/alarms/alarm_mail_dialogue.h"
+#include "Tovik/alarms/alarm_mail_refusals.h"
 #include "Tovik/alarms/curl_transfer.h"
 #include "Tovik/alarms/recipients.h"
+#include "Tovik/alarms/recipients_reload.h"
 #include "Tovik/checks/channel_check.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/alarms/recipients_reload.h"
 #include "Tovik/config/config.h"
 #include "Tovik/config/host_address.h"
 #include "Tovik/engine/channel_status.h"

@@ -5,7 +5,7 @@
 
 #include "smtp/smtp_base64.h"
 #include "smtp/smtp_file.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 #include "smtp/smtp_strings.h"
 
 namespace {

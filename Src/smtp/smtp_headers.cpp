@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "base/unique_handles.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 #include "smtp/smtp_strings.h"
 #include "smtp/smtp_write.h"
 

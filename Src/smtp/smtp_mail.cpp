@@ -1,11 +1,11 @@
 // One mail: the envelope, DATA, the final dot.
 #include <algorithm>
 
-#include "smtp/smtp_connection.h"
 #include "smtp/smtp_headers.h"
 #include "smtp/smtp_mime.h"
 #include "smtp/smtp_reply.h"
 #include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 #include "smtp/smtp_strings.h"
 #include "smtp/smtp_write.h"
 

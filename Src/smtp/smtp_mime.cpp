@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "base/unique_handles.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 #include "smtp/smtp_strings.h"
 #include "smtp/smtp_write.h"
 

@@ -1,4 +1,4 @@
-// The lines and replies of the server, read within limits.
+// The replies of the server, read within limits.
 #ifndef SMTP_SMTP_REPLY_H
 #define SMTP_SMTP_REPLY_H
 
@@ -9,29 +9,9 @@
 #include "smtp/smtp.h"
 #include "smtp/smtp_line_reader.h"
 
-// Limits on what a server can make the client store or wait for.
-inline constexpr size_t SMTP_LINE_LIMIT = size_t{64} * 1024;
+// The limit on what a server can make the client wait for.
 inline constexpr int SMTP_REPLY_LINE_LIMIT = 1000;
-inline constexpr size_t SMTP_READ_SIZE = 1000;
 
-// The results of the line reader: a line, the rest of the input at its end, or a failure, which also empties
-// the reader.
-enum smtp_line_result : int {
-  SMTP_LINE = 0,
-  SMTP_LINE_END = 1,
-  SMTP_LINE_FAILED = -1,
-  SMTP_LINE_NO_MEMORY = -2
-};
-// Reads the next line into reader->line. A line longer than SMTP_LINE_LIMIT is a failure.
-int smtp_str_getdelimfd(smtp_line_reader* reader);
-// Returns 1 and sets *position when the delimiter is among the bytes received, else 0.
-int smtp_str_getdelimfd_search_delim(const char* received, size_t length, char delimiter, size_t* position);
-// Turns the first lineLength bytes held into the line, and removes them and the delimiter after them from the
-// buffer. Returns 0, or -1 without memory.
-int smtp_str_getdelimfd_set_line_and_buf(smtp_line_reader* reader, size_t lineLength);
-void smtp_str_getdelimfd_free(smtp_line_reader* reader);
-// Frees the reader's memory and returns the given result.
-int smtp_str_getdelimfd_throw_error(smtp_line_reader* reader, int lineResult);
 // The read callback of a session (its userData): waits, then receives.
 ptrdiff_t smtp_str_getdelimfd_read(smtp_line_reader* reader, char* destination, size_t count);
 // Waits until the socket can be read, at most for the read time-out. Returns 0, or -1 with status 6.

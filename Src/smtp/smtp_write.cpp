@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "base/stoppable_socket.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 
 void (*smtp_overhear)(const char* who, std::string_view text) = nullptr;
 

@@ -14,7 +14,7 @@ inline bool IsProcWhite(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// As __qxapi_get_word_sep__ (qxapi_internal.h), without the copy. *rest takes the place of the cursor; an
+// As __qxapi_get_word_sep__ (qxapi_text.h), without the copy. *rest takes the place of the cursor; an
 // empty word is an empty view.
 std::string_view CutProcWord(const char* separators, std::string_view* rest);
 

@@ -50,4 +50,11 @@ int qxapi_has_process(const char* proc_root = "/proc");
 // Frees the record, all that follow it, and everything they point to. Null is allowed.
 void qxapi_close_process(qxapi_process* list);
 
+// For the sources and tests of this folder.
+//
+// Returns a record of zeros with three blanks as its state, or null without memory.
+qxapi_process* __qxapi_new_process__();
+// Does the work of qxapi_close_process. Returns 0.
+int __qxapi_free_process__(qxapi_process* list);
+
 #endif

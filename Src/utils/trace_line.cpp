@@ -9,7 +9,6 @@
 #include "base/unique_handles.h"
 #include "charset/cp949.h"
 #include "charset/is_utf8.h"
-#include "utils/trace_log.h"
 
 namespace trace {
 namespace {

@@ -9,6 +9,17 @@
 #include <string>
 #include <string_view>
 
+inline constexpr long TRACE_FATAL = 0;
+inline constexpr long TRACE_ERROR = 1;
+inline constexpr long TRACE_WARN = 2;
+inline constexpr long TRACE_INFO = 3;
+inline constexpr long TRACE_DEBUG = 4;
+inline constexpr long TRACE_TRACE = 5;
+
+inline constexpr char TRACE_ORDINARY = 'A';
+inline constexpr char TRACE_HANG = 'H';
+inline constexpr long TRACE_MAIN_CHANNEL = -1;
+
 namespace trace {
 
 // One second of local time, as text for lines and for the paths of their files.

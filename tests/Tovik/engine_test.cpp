@@ -6,9 +6,10 @@
 
 #include <algorithm>
 
+#include "Tovik/checks/channel_check.h"
 #include "Tovik/engine/channel_status.h"
-#include "Tovik/engine/engine_text_session.h"
 #include "Tovik/engine/engine_packet.h"
+#include "Tovik/engine/engine_text_session.h"
 #include "Tovik/traced.h"
 #include "support/process.h"
 #include "tls/certificates.h"

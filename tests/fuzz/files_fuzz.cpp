@@ -17,7 +17,7 @@
 #include "base/regular_file.h"
 #include "charset/utf8_text.h"
 #include "fuzz/fuzz.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 
 // The configuration, and the expansion of its name and of the paths in it.
 void fuzz_config(const std::string& text) {

@@ -2,11 +2,11 @@
 #include "DIOSVC/CDIOSVC.h"
 #include "DIOSVC/report_types.h"
 #include "DIOSVC/server_frames.h"
-#include "Tovik/engine/channel_status.h"
+#include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_packet.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_reply.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 
 // The reply to a channel query: header and payload from a socket, and the decoded payload.
 void fuzz_engine(const std::string& text) {

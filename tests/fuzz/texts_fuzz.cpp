@@ -9,10 +9,10 @@
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_base64.h"
 #include "smtp/smtp_headers.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 #include "smtp/smtp_strings.h"
 #include "sysinfo/process_status.h"
-#include "sysinfo/qxapi_internal.h"
+#include "sysinfo/qxapi_text.h"
 #include "utils/trace_line.h"
 
 namespace {

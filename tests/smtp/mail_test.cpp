@@ -9,7 +9,7 @@
 #include "smtp/smtp_file.h"
 #include "smtp/smtp_headers.h"
 #include "smtp/smtp_reply.h"
-#include "smtp/smtp_session.h"
+#include "smtp/smtp_status.h"
 #include "smtp/smtp_strings.h"
 #include "smtp/smtp_write.h"
 #include "support/support.h"

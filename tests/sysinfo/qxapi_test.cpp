@@ -9,7 +9,8 @@
 #include "support/support.h"
 #include "sysinfo/process_names.h"
 #include "sysinfo/process_status.h"
-#include "sysinfo/qxapi_internal.h"
+#include "sysinfo/qxapi_process.h"
+#include "sysinfo/qxapi_text.h"
 
 namespace {
 

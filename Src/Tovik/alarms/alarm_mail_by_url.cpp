@@ -13,8 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "Tovik/alarms/alarm_mail_dialogue.h"
 #include "Tovik/alarms/alarm_mail_head.h"
+#include "Tovik/alarms/alarm_mail_refusals.h"
 #include "Tovik/alarms/curl_transfer.h"
 #include "Tovik/alarms/delivery_notices.h"
 #include "Tovik/alarms/recipient_line.h"

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "Tovik/alarms/alarm.h"
-#include "Tovik/alarms/alarm_mail_dialogue.h"
+#include "Tovik/alarms/alarm_mail_refusals.h"
 
 namespace alarms {
 

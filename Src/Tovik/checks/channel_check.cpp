@@ -1,7 +1,10 @@
 #include "Tovik/checks/channel_check.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <memory>
 #include <new>
+#include <span>
 #include <string>
 
 #include "DIOSVC/alarm_codes.h"
@@ -24,6 +27,20 @@ bool channelsAsked = false;  // set once the first query, on the main thread, ha
 void TellChannelsUnwatched(const char* when) {
   if (!notices::On() || base::StopSignalPending()) return;
   notices::Tell<notices::Notice::CHANNELS_UNWATCHED>(std::to_string(m_PROC_PORT), when);
+}
+
+// The channels that are both counted by the engine and present in the record.
+std::span<const LVCSR_CHANNEL> CountedChannels(const LVCSR_DATA_CHANNEL& channelStatus) {
+  const int32_t channelCount = std::clamp(channelStatus.nChannelCnt, 0, channelStatus.nEntries);
+  return {channelStatus.pChannel, static_cast<size_t>(channelCount)};
+}
+
+int64_t UsedChannelPercent(const LVCSR_DATA_CHANNEL& status) {
+  constexpr float PERCENT_LIMIT = 9223372036854775808.0F;  // 2^63
+  // In single precision. The division by 0 channels would give infinity or not-a-number.
+  if (status.nChannelCnt == 0) return INT64_MIN;
+  const float percent = static_cast<float>(status.nUsedCnt) / static_cast<float>(status.nChannelCnt) * 100.0F;
+  return percent >= -PERCENT_LIMIT && percent < PERCENT_LIMIT ? static_cast<int64_t>(percent) : INT64_MIN;
 }
 
 }  // namespace
@@ -60,6 +77,26 @@ bool ChannelsAreWatched() {
 
 void send_time_proc() {
   if (g_shm_open_flag != 0) send_request(REPORT_CHANNEL_STATUS, CODE_CHANNEL_STATUS);
+}
+
+int64_t get_recg_svr_wrk_ch_cnt() {
+  const auto channelStatus = CurrentChannelStatus();
+  const int64_t percent = UsedChannelPercent(*channelStatus);
+  TRACE(TRACE_INFO, "ch_status_check TotalCh cnt [ %ld ] MaxCh cnt [ %ld ] Percent [ %ld ]",
+        long{channelStatus->nChannelCnt}, long{channelStatus->nUsedCnt}, long{percent});
+  for (const LVCSR_CHANNEL& channel : CountedChannels(*channelStatus)) {
+    TRACE(TRACE_INFO, "recog_channel_status CHID [%d], STAT[%d]", channel.id, channel.state);
+  }
+  return percent;
+}
+
+int64_t ch_status_check() {
+  const auto channelStatus = CurrentChannelStatus();
+  std::printf("ch_status_check TotalCh cnt [ %lld ] !!", static_cast<long long>(channelStatus->nChannelCnt));
+  for (const LVCSR_CHANNEL& channel : CountedChannels(*channelStatus)) {
+    std::printf("CHID [ %ld ], STATUS [ %ld ]", long{channel.id}, long{channel.state});
+  }
+  return channelStatus->nChannelCnt;
 }
 
 void CheckChannels(const char* name) {

@@ -3,6 +3,8 @@
 #ifndef TOVIK_CHECKS_CHANNEL_CHECK_H
 #define TOVIK_CHECKS_CHANNEL_CHECK_H
 
+#include <cstdint>
+
 // One query, its report, and the pause: RESTART_CHECK_SEC seconds, or 2 when the engine did not answer.
 void ChannelCycle();
 
@@ -16,6 +18,12 @@ bool ChannelsAreWatched();
 
 // Posts a channel-status report once the engine has been connected.
 void send_time_proc();
+
+// The percentage of channels in use, truncated. Traces every channel. INT64_MIN when the counts give no
+// number that fits, so also without channels.
+int64_t get_recg_svr_wrk_ch_cnt();
+// Prints the channels on standard output, for debugging. Returns the channel count.
+int64_t ch_status_check();
 
 // Compares the percentage of channels in use with its threshold, once the engine could be connected, and
 // raises an alarm when it is reached (threshold_check.h).

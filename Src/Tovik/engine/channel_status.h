@@ -1,19 +1,14 @@
 // The engine's channel status as the agent last received it. Each query is one short connection to the engine
-// on the loopback address (engine_connection.h tells how long it may take). Despite the names, no shared memory
-// is involved.
+// on the loopback address (engine_connection.h tells how long it may take). Despite the names, no shared
+// memory is involved.
 //
 // The thread that runs SHM_OPEN replaces the record as a whole. Readers on other threads see the old answer,
 // zeros during the query, then the new answer. The counts are what the engine claimed, unchecked; the array
 // of a record has the nEntries entries that really arrived.
-//
-// Decoding of the engine's two channel replies. Counts and lengths in a reply are kept as sent but not
-// trusted: nothing is read beyond the bytes that arrived, and the array holds only entries that arrived
-// whole.
 #ifndef TOVIK_ENGINE_CHANNEL_STATUS_H
 #define TOVIK_ENGINE_CHANNEL_STATUS_H
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -37,24 +32,7 @@ int SHM_CLOS();
 // one.
 int DunraSTT_GET_CHANNEL(LVCSR_SOCK_HEAD* head, LVCSR_DATA_CHANNEL* record);
 
-// The percentage of channels in use, truncated. Traces every channel. INT64_MIN when the counts give no
-// number that fits, so also without channels.
-int64_t get_recg_svr_wrk_ch_cnt();
-// Prints the channels on standard output, for debugging. Returns the channel count.
-int64_t ch_status_check();
-
 // The current record, complete and never null. It stays valid as long as the caller keeps it.
 std::shared_ptr<const LVCSR_DATA_CHANNEL> CurrentChannelStatus();
-
-// Decodes the payload of the binary reply: five counts in the order of the record, then nThreadCnt pairs of
-// id and state, all 32-bit little-endian. Replaces the whole record with a new array; an older array is not
-// released. Counts that did not arrive are 0. Without memory the array is empty.
-void DecodeChannelReply(const char* payload, size_t length, LVCSR_DATA_CHANNEL* record);
-
-// Decodes the binary part of the text-framed reply: channel count, used count, then pairs of id and state,
-// all 64-bit little-endian. Their low halves are kept; nWaitCnt receives the high half of the used count.
-// Fields that did not arrive stay as they were. A channel count above 0 brings a new array; an older one is
-// not released.
-void DecodeTextChannelReply(const char* data, size_t length, LVCSR_DATA_CHANNEL* record);
 
 #endif

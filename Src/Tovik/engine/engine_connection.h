@@ -1,5 +1,5 @@
-// Connections to the engine, on which packets (engine_packet.h) are exchanged: opened, with TLS if wanted, and
-// closed.
+// Connections to the engine, opened (with TLS if wanted) and closed. Packets are exchanged on them
+// (engine_packet.h).
 //
 // Order of calls: zero-fill a record; for TLS SSLInit, CreateClientContext (tls/tls_socket.h) and
 // DunraSTT_SSL; DunraSTT_INIT; pairs of SendData and RecvData; DunraSTT_EXIT, also after a failed

@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "Tovik/engine/channel_status.h"
+#include "Tovik/engine/channel_reply.h"
 #include "Tovik/engine/engine_payload.h"
 #include "base/format.h"
 #include "base/number.h"

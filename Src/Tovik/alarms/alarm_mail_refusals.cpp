@@ -1,4 +1,4 @@
-#include "Tovik/alarms/alarm_mail_dialogue.h"
+#include "Tovik/alarms/alarm_mail_refusals.h"
 
 #include <new>
 

@@ -1,7 +1,7 @@
 // What a mail server said to each step of a delivery, be it libcurl or the own mail client that carries it
 // out.
-#ifndef TOVIK_ALARMS_ALARM_MAIL_DIALOGUE_H
-#define TOVIK_ALARMS_ALARM_MAIL_DIALOGUE_H
+#ifndef TOVIK_ALARMS_ALARM_MAIL_REFUSALS_H
+#define TOVIK_ALARMS_ALARM_MAIL_REFUSALS_H
 
 #include <string>
 #include <string_view>

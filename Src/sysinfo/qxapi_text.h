@@ -1,12 +1,10 @@
-// The parts of the snapshot that work on texts and records only, for the sources and tests of this folder.
+// What the snapshot (qxapi_process.h) does with texts, for the sources and tests of this folder.
 // White space is what process_status.h says.
-#ifndef SYSINFO_QXAPI_INTERNAL_H
-#define SYSINFO_QXAPI_INTERNAL_H
+#ifndef SYSINFO_QXAPI_TEXT_H
+#define SYSINFO_QXAPI_TEXT_H
 
 #include <cstddef>
 #include <cstdint>
-
-#include "sysinfo/qxapi_process.h"
 
 inline constexpr uint32_t QXAPI_MAX_WORDS = 393216;
 
@@ -27,11 +25,6 @@ char* __qxapi_get_word_sep__(const char* seps, const char** cursor);
 // Formats into a text of exactly the needed size, which the caller frees. Returns null for a null format,
 // without memory, and when the text is longer than 520,191 characters.
 [[gnu::format(printf, 1, 2)]] char* __qxapi_alloc_sprintf__(const char* fmt, ...);
-
-// Returns a record of zeros with three blanks as its state, or null without memory.
-qxapi_process* __qxapi_new_process__();
-// Does the work of qxapi_close_process. Returns 0.
-int __qxapi_free_process__(qxapi_process* list);
 
 // Sets *argv to an array, which the caller frees, of pointers to the words of buf. A word ends at a NUL, the
 // last one at the end of the len bytes. Two NULs in a row enclose an empty word. Words beyond QXAPI_MAX_WORDS
