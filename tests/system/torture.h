@@ -15,4 +15,7 @@ struct TortureControl {
   char name[32];                 // of the function that failed last
 };
 
+// Where the shim is part of a test's program, set by the test; else by the shim itself.
+[[gnu::visibility("hidden")]] extern TortureControl* tortureControl;
+
 #endif

@@ -22,30 +22,32 @@ void __libc_free(void* block);
 int curl_global_init(long flags);
 }
 
-namespace {
+TortureControl* tortureControl;
 
-TortureControl* control;
+namespace {
 
 [[gnu::constructor]] void Attach() {
   const char* path = getenv("TORTURE_CONTROL");
   const int fd = path == nullptr ? -1 : static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDWR));
   if (fd < 0) return;
   void* memory = mmap(nullptr, sizeof(TortureControl), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  if (memory != MAP_FAILED) control = static_cast<TortureControl*>(memory);
+  if (memory != MAP_FAILED) tortureControl = static_cast<TortureControl*>(memory);
   unsetenv("LD_PRELOAD");
 }
 
 bool Fails(const char* name, int error) {
-  if (control == nullptr || control->armed == 0 || ++control->count != control->fail_at) return false;
-  ++control->failed;
-  strncpy(control->name, name, sizeof control->name - 1);
+  if (tortureControl == nullptr || tortureControl->armed == 0 ||
+      ++tortureControl->count != tortureControl->fail_at)
+    return false;
+  ++tortureControl->failed;
+  strncpy(tortureControl->name, name, sizeof tortureControl->name - 1);
   errno = error;
   return true;
 }
 
 // Blocks of memory that are made.
 void Live(int change) {
-  if (control != nullptr) control->live += change;
+  if (tortureControl != nullptr) tortureControl->live += change;
 }
 
 }  // namespace
