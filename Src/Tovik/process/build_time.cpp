@@ -24,11 +24,11 @@ int MonthNumber(std::string_view month_name) {
 
 time_t time_when_compiled() {
   std::array<char, 4> build_month{};
-  std::tm build{};
-  std::sscanf(BUILD_DATE, "%3s %d %d", build_month.data(), &build.tm_mday, &build.tm_year);
-  std::sscanf(BUILD_TIME, "%d:%d:%d", &build.tm_hour, &build.tm_min, &build.tm_sec);
-  build.tm_mon = MonthNumber(build_month.data()) - 1;
-  build.tm_year -= 1900;
-  build.tm_hour -= 1;
-  return std::mktime(&build);
+  std::tm build_moment{};
+  std::sscanf(BUILD_DATE, "%3s %d %d", build_month.data(), &build_moment.tm_mday, &build_moment.tm_year);
+  std::sscanf(BUILD_TIME, "%d:%d:%d", &build_moment.tm_hour, &build_moment.tm_min, &build_moment.tm_sec);
+  build_moment.tm_mon = MonthNumber(build_month.data()) - 1;
+  build_moment.tm_year -= 1900;
+  build_moment.tm_hour -= 1;
+  return std::mktime(&build_moment);
 }

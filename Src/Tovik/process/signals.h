@@ -15,7 +15,7 @@ void InstallEarlyHandler();
 void signal_handler(int sig);
 
 // Blocks the signals, installs handle_signal and ignores SIGPIPE. SIGINT and SIGTERM call stop.
-void InstallSignalHandlers(void (*stop)());
+void InstallSignalHandlers(void (*stop_action)());
 void handle_signal(int sig);
 
 // Sleeps until one of the four signals arrives, at most for so many seconds, and handles that one.
