@@ -16,8 +16,8 @@ class ChannelReplyReader {
   ChannelReplyReader(const char* replyData, size_t replyLength)
       : reply_(replyData), replyLeft_(replyLength) {}
 
-  template <typename Integer>
-  bool TakeReplyInteger(Integer* replyInteger) {
+  template <typename ReplyInteger>
+  bool TakeReplyInteger(ReplyInteger* replyInteger) {
     if (replyLeft_ < sizeof *replyInteger) return false;
     std::memcpy(replyInteger, reply_, sizeof *replyInteger);
     reply_ += sizeof *replyInteger;
@@ -35,19 +35,19 @@ int32_t LowReplyHalf(int64_t replyInteger) {
   return static_cast<int32_t>(static_cast<uint64_t>(replyInteger) & UINT32_MAX);
 }
 
-// Reads up to `claimedChannels` pairs of Integers into a new array.
-template <typename Integer>
+// Reads up to `claimedChannels` pairs of ReplyIntegers into a new array.
+template <typename ReplyInteger>
 void TakeReplyChannels(ChannelReplyReader* reply, int32_t claimedChannels, LVCSR_DATA_CHANNEL* decodedReply) {
   const size_t replyChannels =
-      std::min(static_cast<size_t>(claimedChannels), reply->ReplyLeft() / (2 * sizeof(Integer)));
+      std::min(static_cast<size_t>(claimedChannels), reply->ReplyLeft() / (2 * sizeof(ReplyInteger)));
   decodedReply->nEntries = 0;
   decodedReply->pChannel = nullptr;
   if (replyChannels == 0) return;
   decodedReply->pChannel =
       static_cast<LVCSR_CHANNEL*>(std::calloc(replyChannels, sizeof *decodedReply->pChannel));
   if (decodedReply->pChannel == nullptr) return;
-  Integer replyId = 0;
-  Integer replyState = 0;
+  ReplyInteger replyId = 0;
+  ReplyInteger replyState = 0;
   for (size_t i = 0;
        i < replyChannels && reply->TakeReplyInteger(&replyId) && reply->TakeReplyInteger(&replyState); ++i) {
     decodedReply->pChannel[i] = {LowReplyHalf(replyId), LowReplyHalf(replyState)};

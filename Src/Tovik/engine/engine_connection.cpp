@@ -63,8 +63,8 @@ bool SetConnectionBlocking(int engineSocket, bool blocking) {
 
 // These messages show the resolver's error number, as operators are used to.
 bool SetConnectionOptions(int engineSocket) {
-  const linger resetAtClose{1, 0};
-  if (::setsockopt(engineSocket, SOL_SOCKET, SO_LINGER, &resetAtClose, sizeof resetAtClose) < 0) {
+  const linger connectionLinger{1, 0};
+  if (::setsockopt(engineSocket, SOL_SOCKET, SO_LINGER, &connectionLinger, sizeof connectionLinger) < 0) {
     TRACE(TRACE_ERROR, "[INIT] %d: setsockopt SO_LINGER error: %s", h_errno, std::strerror(h_errno));
     return false;
   }

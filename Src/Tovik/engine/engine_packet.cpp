@@ -25,8 +25,8 @@ constexpr int PACKET_RETRY_MS = 10;
 // Repeats the receive while the error is a temporary one.
 ssize_t ReceivePlainHeaderPiece(int packetSocket, char* packetPiece, size_t pieceLength, int flags) {
   while (true) {
-    const ssize_t pieceGot = base::ReceiveSome(packetSocket, packetPiece, pieceLength, base::FOREVER, flags);
-    if (pieceGot >= 0 || (errno != ENOBUFS && errno != EAGAIN)) return pieceGot;
+    const ssize_t packetGot = base::ReceiveSome(packetSocket, packetPiece, pieceLength, base::FOREVER, flags);
+    if (packetGot >= 0 || (errno != ENOBUFS && errno != EAGAIN)) return packetGot;
     // A sleep that only the end of a stop's grace can cut.
     if (base::WaitDescriptor(packetSocket, 0, PACKET_RETRY_MS) < 0) return -1;
   }
@@ -49,29 +49,30 @@ ssize_t ReceivePacketPayloadPiece(LVCSR_SOCK_HEAD* packetSocket, char* packetPie
   if (packetSocket->bUseSSL != 1)
     return base::ReceiveSome(packetSocket->uSock, packetPiece, pieceLength, base::FOREVER, flags);
   TRACE(TRACE_INFO, "[RecvData] recvData start");
-  const long pieceGot =
+  const long packetGot =
       Read(packetSocket, packetPiece, static_cast<int>(std::min<size_t>(pieceLength, INT_MAX)));
-  if (pieceGot < 1) {
-    TRACE(TRACE_ERROR, "recvData End [ %ld ]", pieceGot);
-    if (pieceGot == -1) TRACE(TRACE_ERROR, "[RecvData] %s ", ErrorMessage(packetSocket));
+  if (packetGot < 1) {
+    TRACE(TRACE_ERROR, "recvData End [ %ld ]", packetGot);
+    if (packetGot == -1) TRACE(TRACE_ERROR, "[RecvData] %s ", ErrorMessage(packetSocket));
   }
-  return pieceGot;
+  return packetGot;
 }
 
 int ReceivePacketHeader(LVCSR_SOCK_HEAD* packetSocket, LVCSR_NET_HEADER* packetHeader, int flags,
                         PacketClock::time_point packetDeadline) {
-  char headerBytes[sizeof *packetHeader] = {};
-  for (size_t headerGot = 0; headerGot < sizeof headerBytes;) {
-    const ssize_t pieceGot = ReceivePacketHeaderPiece(packetSocket, headerBytes + headerGot,
-                                                      sizeof headerBytes - headerGot, flags, packetDeadline);
-    if (pieceGot < 1 && headerGot == 0 && packetSocket->bUseSSL == 1 && TimedOut(packetSocket)) {
+  char packetBytes[sizeof *packetHeader] = {};
+  for (size_t packetHeaderGot = 0; packetHeaderGot < sizeof packetBytes;) {
+    const ssize_t packetGot =
+        ReceivePacketHeaderPiece(packetSocket, packetBytes + packetHeaderGot,
+                                 sizeof packetBytes - packetHeaderGot, flags, packetDeadline);
+    if (packetGot < 1 && packetHeaderGot == 0 && packetSocket->bUseSSL == 1 && TimedOut(packetSocket)) {
       TRACE(TRACE_ERROR, "[RecvData] %s ", ErrorMessage(packetSocket));
       return ENGINE_TIMED_OUT;
     }
-    if (pieceGot < 1) return ENGINE_FAILED;
-    headerGot += static_cast<size_t>(pieceGot);
+    if (packetGot < 1) return ENGINE_FAILED;
+    packetHeaderGot += static_cast<size_t>(packetGot);
   }
-  std::memcpy(packetHeader, headerBytes, sizeof headerBytes);
+  std::memcpy(packetHeader, packetBytes, sizeof packetBytes);
   return ENGINE_OK;
 }
 
@@ -111,13 +112,14 @@ int SendData(LVCSR_SOCK_HEAD* packetSocket, const LVCSR_NET_HEADER* packetHeader
   return packetSent > 0 ? ENGINE_OK : ENGINE_FAILED;
 }
 
-int Recv_Wait(int sock, int seconds) {
-  if (sock < 0) {
+int Recv_Wait(int packetSock, int seconds) {
+  if (packetSock < 0) {
     TRACE(TRACE_INFO, "[Recv_Wait] Socket ID Create Failed");
     return ENGINE_FAILED;
   }
   TRACE(TRACE_INFO, "[Recv_Wait] select");
-  const int packetReady = seconds < 0 ? -1 : base::WaitDescriptor(sock, POLLIN, int64_t{seconds} * 1000);
+  const int packetReady =
+      seconds < 0 ? -1 : base::WaitDescriptor(packetSock, POLLIN, int64_t{seconds} * 1000);
   TRACE(TRACE_INFO, "[Recv_Wait] select end[ %d ]", packetReady);
   if (packetReady == 0) return ENGINE_TIMED_OUT;
   return packetReady > 0 ? ENGINE_OK : ENGINE_FAILED;

@@ -24,7 +24,7 @@ int SendData(LVCSR_SOCK_HEAD* packetSocket, const LVCSR_NET_HEADER* packetHeader
              int flags);
 
 // Waits until a socket is readable. Returns ENGINE_OK, ENGINE_TIMED_OUT or ENGINE_FAILED.
-int Recv_Wait(int sock, int seconds);
+int Recv_Wait(int packetSock, int seconds);
 
 // Receives one packet, without TLS with the flags of recv(2). Returns the payload of exactly
 // packetHeader->nLength bytes (malloc; the caller frees it) and ENGINE_OK in *packetStatus. Returns null with

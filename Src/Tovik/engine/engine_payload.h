@@ -13,8 +13,8 @@
 // Receives exactly payloadLength bytes (1 or more) with calls of receivePayload(char* to, size_t at_most),
 // which returns the number of bytes received, or a number below 1 to give up. Returns null when it gave up or
 // memory ran out. The buffer starts at 64 KiB and doubles as bytes arrive.
-template <typename ReceivePiece>
-base::UniqueText ReceivePayload(int64_t payloadLength, ReceivePiece receivePayload) {
+template <typename ReceivePayloadPiece>
+base::UniqueText ReceivePayload(int64_t payloadLength, ReceivePayloadPiece receivePayload) {
   constexpr int64_t FIRST_PAYLOAD_ROOM = int64_t{64} * 1024;
   base::UniqueText payload;
   int64_t payloadRoom = 0;
