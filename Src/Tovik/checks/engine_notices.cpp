@@ -52,12 +52,13 @@ std::string SignalNoticeWords(int signalNumber) {
 
 void TellEngineMissing(const char* name) {
   if (!notices::On()) return;
-  std::string shownName = name;
-  if (shownName.size() > LONGEST_NAME_NOTICED) shownName += ", longer than the 15 bytes of a process's name";
+  std::string noticedName = name;
+  if (noticedName.size() > LONGEST_NAME_NOTICED)
+    noticedName += ", longer than the 15 bytes of a process's name";
   if (NoticePortListens(m_PROC_PORT, false)) {
-    notices::Tell<Notice::NAME_MISSING>(shownName, std::to_string(m_PROC_PORT), m_sz_shell_file);
+    notices::Tell<Notice::NAME_MISSING>(noticedName, std::to_string(m_PROC_PORT), m_sz_shell_file);
   } else {
-    notices::Tell<Notice::ENGINE_DEAD>(shownName, m_sz_shell_file);
+    notices::Tell<Notice::ENGINE_DEAD>(noticedName, m_sz_shell_file);
   }
 }
 
@@ -74,48 +75,48 @@ ScriptRun::ScriptRun() {
   if (notices::On()) scriptBegan_ = steady_clock::now();
 }
 
-const base::Overdue* ScriptRun::Limit() const {
+const base::Overdue* ScriptRun::NoticeLimit() const {
   return notices::On() ? &SCRIPT_NOTICE_LIMIT : nullptr;
 }
 
-void ScriptRun::TellEnd(int scriptStatus, int scriptError) const {
+void ScriptRun::TellScriptEnd(int scriptStatus, int scriptError) const {
   if (!notices::On() || (scriptStatus < 0 && scriptError == ECANCELED)) return;
   const auto scriptTook = std::chrono::duration_cast<milliseconds>(steady_clock::now() - scriptBegan_);
-  const std::string scriptSeconds = base::Format("%.1f", static_cast<double>(scriptTook.count()) / 1000);
+  const std::string noticeSeconds = base::Format("%.1f", static_cast<double>(scriptTook.count()) / 1000);
   if (scriptStatus == 0) {
-    notices::Tell<Notice::SCRIPT_DONE>(m_sz_shell_file, scriptSeconds);
+    notices::Tell<Notice::SCRIPT_DONE>(m_sz_shell_file, noticeSeconds);
     return;
   }
-  const std::string scriptEnd = scriptStatus < 0
-                                    ? std::string("could not be run: ") + std::strerror(scriptError)
-                                    : ScriptWords(scriptStatus, m_sz_shell_file, m_sz_base_path);
-  notices::Tell<Notice::SCRIPT_FAILED>(m_sz_shell_file, scriptEnd, scriptSeconds);
+  const std::string scriptNotice = scriptStatus < 0
+                                       ? std::string("could not be run: ") + std::strerror(scriptError)
+                                       : ScriptNoticeWords(scriptStatus, m_sz_shell_file, m_sz_base_path);
+  notices::Tell<Notice::SCRIPT_FAILED>(m_sz_shell_file, scriptNotice, noticeSeconds);
 }
 
-std::string ScriptWords(int scriptStatus, const std::string& script, const std::string& basePath) {
+std::string ScriptNoticeWords(int scriptStatus, const std::string& script, const std::string& basePath) {
   if (WIFSIGNALED(scriptStatus)) return "was ended by " + SignalNoticeWords(WTERMSIG(scriptStatus));
   const int scriptExit = WEXITSTATUS(scriptStatus);
-  std::string scriptEnded = base::Format("ended with status %d", scriptExit);
+  std::string scriptNotice = base::Format("ended with status %d", scriptExit);
   if (script == basePath) {
-    scriptEnded +=
+    scriptNotice +=
         R"( (that is BASE_PATH: SHELL_FILE has no value, or one without "./" or "/" at its beginning))";
   } else if (scriptExit == SCRIPT_NOT_FOUND) {
-    scriptEnded += " (the shell did not find it, or a command in it)";
+    scriptNotice += " (the shell did not find it, or a command in it)";
   } else if (scriptExit == SCRIPT_NOT_EXECUTABLE) {
-    scriptEnded += " (the shell could not execute it)";
+    scriptNotice += " (the shell could not execute it)";
   } else if (scriptExit > SCRIPT_BY_SIGNAL && ::sigabbrev_np(scriptExit - SCRIPT_BY_SIGNAL) != nullptr) {
-    scriptEnded += " (128 and " + SignalNoticeWords(scriptExit - SCRIPT_BY_SIGNAL) + ")";
+    scriptNotice += " (128 and " + SignalNoticeWords(scriptExit - SCRIPT_BY_SIGNAL) + ")";
   }
-  return scriptEnded;
+  return scriptNotice;
 }
 
 std::string SilentPortWords(int64_t noticePort, bool noticePortListens, int64_t noticeTime,
-                            std::optional<int64_t>* silentSince) {
+                            std::optional<int64_t>* portSilentSince) {
   if (noticePortListens) {
-    silentSince->reset();
+    portSilentSince->reset();
     return {};
   }
   if (!IsNoticePort(noticePort)) return "is no port from 1 to 65535";
-  if (!*silentSince) *silentSince = noticeTime;
-  return noticeTime - **silentSince < SILENT_PORT_NOTICE_SECONDS ? "" : "has not listened for a minute";
+  if (!*portSilentSince) *portSilentSince = noticeTime;
+  return noticeTime - **portSilentSince < SILENT_PORT_NOTICE_SECONDS ? "" : "has not listened for a minute";
 }

@@ -39,25 +39,25 @@ void ReportErrorTextUnread(const char* errorTextPath, int errorTextErrno) {
 // and removed by the destructor.
 class ErrorExtract {
  public:
-  explicit ErrorExtract(const std::string& path) : extractPath_(path) {
-    ::unlink(extractPath_.c_str());
-    extractFile_.Reset(
-        ::open(extractPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    extractError_ = extractFile_.Valid() ? 0 : errno;
+  explicit ErrorExtract(const std::string& path) : errorExtractPath_(path) {
+    ::unlink(errorExtractPath_.c_str());
+    errorExtractFile_.Reset(
+        ::open(errorExtractPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    errorExtractErrno_ = errorExtractFile_.Valid() ? 0 : errno;
   }
   ErrorExtract(const ErrorExtract&) = delete;
   ErrorExtract& operator=(const ErrorExtract&) = delete;
   ~ErrorExtract() {
-    if (extractFile_.Valid()) ::unlink(extractPath_.c_str());
+    if (errorExtractFile_.Valid()) ::unlink(errorExtractPath_.c_str());
   }
-  int Descriptor() const { return extractFile_.Get(); }
+  int Descriptor() const { return errorExtractFile_.Get(); }
   // errno when the file could not be created, else 0.
-  int Error() const { return extractError_; }
+  int Error() const { return errorExtractErrno_; }
 
  private:
-  std::string extractPath_;
-  base::UniqueFd extractFile_;
-  int extractError_ = 0;
+  std::string errorExtractPath_;
+  base::UniqueFd errorExtractFile_;
+  int errorExtractErrno_ = 0;
 };
 
 int CheckErrorLog(time_t errorCheckTime) {
@@ -127,13 +127,13 @@ ErrorLogSearch ErrorLogSearchAt(time_t errorCheckTime, const char* logFolder,
   std::tm errorMinute{};
   localtime_r(&errorMinuteTime, &errorMinute);
   const int errorMonth = errorMinute.tm_mon + 1;
-  const std::string hostPrefix = host ? *host + "." : "";
+  const std::string logHostPrefix = host ? *host + "." : "";
   ErrorLogSearch errorSearch;
   errorSearch.pattern = base::Format(" %02d:%02d:", errorMinute.tm_hour, errorMinute.tm_min);
   errorSearch.errorLog =
       base::Format("%s%d%02d%02d/%s%02d%02d.ERR.LOG", logFolder, errorMinute.tm_year + 1900, errorMonth,
-                   errorMinute.tm_mday, hostPrefix.c_str(), errorMonth, errorMinute.tm_mday);
-  errorSearch.extract = logFolder + hostPrefix + ERROR_EXTRACT_NAME;
+                   errorMinute.tm_mday, logHostPrefix.c_str(), errorMonth, errorMinute.tm_mday);
+  errorSearch.extract = logFolder + logHostPrefix + ERROR_EXTRACT_NAME;
   errorSearch.command = base::Format("grep \"%s\" %s > %s", errorSearch.pattern.c_str(),
                                      errorSearch.errorLog.c_str(), errorSearch.extract.c_str());
   return errorSearch;

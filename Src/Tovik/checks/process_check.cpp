@@ -45,16 +45,17 @@ int proc_run_func(const char* name) {
 }
 
 void RestartEngine() {
-  const std::string restartCommand = base::Format("\"%s\" %s", m_sz_shell_file, m_sz_shell_method);
-  TRACE(TRACE_INFO, "process exec [ %s ]", restartCommand.c_str());
-  const ScriptRun restartScript;
-  const int restartStatus = base::RunShell(restartCommand, restartScript.Limit());
-  const int restartError = errno;
-  restartScript.TellEnd(restartStatus, restartError);
-  if (restartStatus >= 0) return;
+  const std::string processCommand = base::Format("\"%s\" %s", m_sz_shell_file, m_sz_shell_method);
+  TRACE(TRACE_INFO, "process exec [ %s ]", processCommand.c_str());
+  const ScriptRun processScript;
+  const int processScriptStatus = base::RunShell(processCommand, processScript.NoticeLimit());
+  const int processScriptError = errno;
+  processScript.TellScriptEnd(processScriptStatus, processScriptError);
+  if (processScriptStatus >= 0) return;
   // A script that the stop no longer waits for was started all the same.
-  if (restartError == ECANCELED) return;
-  TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", restartError, std::strerror(restartError));
+  if (processScriptError == ECANCELED) return;
+  TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", processScriptError,
+        std::strerror(processScriptError));
 }
 
 int ProcessTick(const char* name) {

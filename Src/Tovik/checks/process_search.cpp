@@ -24,19 +24,19 @@ constexpr size_t SEARCHED_PID_FILE_SIZE = 1024;
 constexpr int64_t SEARCH_SPACING_SECONDS = 1;
 constexpr size_t SEARCHED_LINK_SIZE = 251;
 
-bool IsPidFolder(const char* folderName) {
-  return *folderName != '\0' &&
-         std::all_of(folderName, folderName + std::strlen(folderName), [](char folderChar) {
-           return std::isdigit(static_cast<unsigned char>(folderChar)) != 0;
+bool IsPidFolder(const char* searchedName) {
+  return *searchedName != '\0' &&
+         std::all_of(searchedName, searchedName + std::strlen(searchedName), [](char searchedChar) {
+           return std::isdigit(static_cast<unsigned char>(searchedChar)) != 0;
          });
 }
 
 std::string SearchedExecutable(const std::string& processFolder) {
-  std::array<char, SEARCHED_LINK_SIZE> linkedExecutable;
-  const ssize_t linkLength =
-      ::readlink((processFolder + "/exe").c_str(), linkedExecutable.data(), linkedExecutable.size());
-  return linkLength < 0 ? std::string()
-                        : std::string(linkedExecutable.data(), static_cast<size_t>(linkLength));
+  std::array<char, SEARCHED_LINK_SIZE> searchedLink;
+  const ssize_t searchedLength =
+      ::readlink((processFolder + "/exe").c_str(), searchedLink.data(), searchedLink.size());
+  return searchedLength < 0 ? std::string()
+                            : std::string(searchedLink.data(), static_cast<size_t>(searchedLength));
 }
 
 void WaitBetweenSearches() {

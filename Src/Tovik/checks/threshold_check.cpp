@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int32_t NO_CPU_USAGE = -999;  // no figure: the CPU is neither reported nor checked
+constexpr int32_t NO_CPU_FIGURE = -999;  // no figure: the CPU is neither reported nor checked
 
 // Returns true when the engine's true share of the host's memory, put into *share, reaches MEM_OVER_PERCENT.
 bool ShareReachesThreshold(int pid, int64_t host_kb, int* memoryShare) {
@@ -32,13 +32,13 @@ void CheckMemory(const char* name, int pid) {
   auto memoryThreshold = static_cast<int>(gSendInfo->mem_over_value);
   gMemUsage = memoryFigure;
   TRACE(TRACE_INFO, "System Memory [ %d ] Config Memory [ %d ]", memoryFigure, memoryThreshold);
-  const bool memoryFigureIsOver = memoryFigure >= gSendInfo->mem_over_value;
+  const bool figureOverThreshold = memoryFigure >= gSendInfo->mem_over_value;
   int memoryShare = 0;
-  const bool memoryShareIsOver = ShareReachesThreshold(pid, hostMemoryKb, &memoryShare);
-  if (!memoryFigureIsOver && !memoryShareIsOver) return;
+  const bool shareOverThreshold = ShareReachesThreshold(pid, hostMemoryKb, &memoryShare);
+  if (!figureOverThreshold && !shareOverThreshold) return;
   TRACE(TRACE_INFO, "Memory Over");
   // There is one alarm even when both are over. It then names the share, the figure that people know.
-  if (memoryShareIsOver) {
+  if (shareOverThreshold) {
     memoryFigure = memoryShare;
     memoryThreshold = static_cast<int>(m_mem_over_percent);
   }
@@ -47,15 +47,15 @@ void CheckMemory(const char* name, int pid) {
 }
 
 void CheckCpu(const char* name) {
-  const int32_t cpuUsage = system_cpu_usage();
+  const int32_t cpuFigure = system_cpu_usage();
   const auto cpuThreshold = static_cast<int>(gSendInfo->cpu_over_value);
-  gCpuUsage = cpuUsage;
-  TRACE(TRACE_INFO, "System CPU [ %d ] Config CPU [ %d ]", cpuUsage, cpuThreshold);
-  if (cpuUsage == NO_CPU_USAGE) return;
+  gCpuUsage = cpuFigure;
+  TRACE(TRACE_INFO, "System CPU [ %d ] Config CPU [ %d ]", cpuFigure, cpuThreshold);
+  if (cpuFigure == NO_CPU_FIGURE) return;
   send_request(REPORT_RESOURCE_USAGE, CODE_RESOURCE_USAGE);
-  if (cpuUsage < gSendInfo->cpu_over_value) return;
+  if (cpuFigure < gSendInfo->cpu_over_value) return;
   TRACE(TRACE_INFO, "CPU Over");
-  const std::string thresholdMessage = OverMessage(name, "CPU", cpuUsage, cpuThreshold);
+  const std::string thresholdMessage = OverMessage(name, "CPU", cpuFigure, cpuThreshold);
   Raise({Finding::CPU_OVER, name, thresholdMessage.c_str()});
 }
 

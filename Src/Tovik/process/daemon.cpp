@@ -65,7 +65,7 @@ void TakeDaemonLock(const char* daemon_lockfile) {
 void daemonize(const char* rundir, const char* lockfile) {
   if (getppid() == INIT_PID) return;
   BlockJobSignals();
-  InstallEarlyHandler();
+  InstallEarlySignalHandler();
   std::fflush(nullptr);
   DetachDaemon();
   CloseDaemonDescriptors();

@@ -38,9 +38,9 @@ int SendToManager(const std::string& manager_message) {
 }  // namespace
 
 void TakeServiceManager() {
-  const char* const notify_socket = std::getenv("NOTIFY_SOCKET");
+  const char* const manager_socket = std::getenv("NOTIFY_SOCKET");
   const char* const manager_patience = std::getenv("DUNRASTT_PATIENCE");
-  if (notify_socket != nullptr) managerAddressLength = NotifyAddress(notify_socket, &managerAddress);
+  if (manager_socket != nullptr) managerAddressLength = NotifyAddress(manager_socket, &managerAddress);
   managerWatchdogMs =
       ManagerWatchdogOf(std::getenv("WATCHDOG_USEC"), std::getenv("WATCHDOG_PID"), ::getpid());
   managerPatienceSeconds = manager_patience == nullptr ? 0 : base::LeadingNumber(manager_patience);
@@ -67,23 +67,24 @@ int64_t ManagerPatienceSeconds() {
   return managerPatienceSeconds;
 }
 
-socklen_t NotifyAddress(const std::string& notify_socket, sockaddr_un* notify_address) {
-  *notify_address = {};
-  notify_address->sun_family = AF_UNIX;
-  if (notify_socket.size() < 2 || notify_socket.size() >= sizeof notify_address->sun_path ||
-      (notify_socket[0] != '/' && notify_socket[0] != '@'))
+socklen_t NotifyAddress(const std::string& manager_socket, sockaddr_un* manager_address) {
+  *manager_address = {};
+  manager_address->sun_family = AF_UNIX;
+  if (manager_socket.size() < 2 || manager_socket.size() >= sizeof manager_address->sun_path ||
+      (manager_socket[0] != '/' && manager_socket[0] != '@'))
     return 0;
-  std::memcpy(notify_address->sun_path, notify_socket.data(), notify_socket.size());
-  const bool abstract_socket = notify_socket[0] == '@';
-  if (abstract_socket) notify_address->sun_path[0] = '\0';
+  std::memcpy(manager_address->sun_path, manager_socket.data(), manager_socket.size());
+  const bool abstract_socket = manager_socket[0] == '@';
+  if (abstract_socket) manager_address->sun_path[0] = '\0';
   // An abstract name is as long as it is; a path ends with its terminator.
-  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + notify_socket.size() +
+  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + manager_socket.size() +
                                 (abstract_socket ? 0 : 1));
 }
 
 int64_t ManagerWatchdogOf(const char* watchdog_usec, const char* watchdog_pid, pid_t own_pid) {
   if (watchdog_usec == nullptr || (watchdog_pid != nullptr && base::LeadingNumber(watchdog_pid) != own_pid))
     return 0;
-  const int64_t watchdog_us = base::LeadingNumber(watchdog_usec);
-  return watchdog_us > 0 ? std::max<int64_t>(watchdog_us / MICROSECONDS_PER_MILLISECOND, 1) : 0;
+  const int64_t manager_watchdog_us = base::LeadingNumber(watchdog_usec);
+  return manager_watchdog_us > 0 ? std::max<int64_t>(manager_watchdog_us / MICROSECONDS_PER_MILLISECOND, 1)
+                                 : 0;
 }

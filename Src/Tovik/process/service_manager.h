@@ -26,7 +26,7 @@ int64_t ManagerPatienceSeconds();
 
 // The address that a text stands for: an absolute path, or behind "@" an abstract name. Its length, 0 for a
 // text that is neither or too long.
-socklen_t NotifyAddress(const std::string& notify_socket, sockaddr_un* notify_address);
+socklen_t NotifyAddress(const std::string& manager_socket, sockaddr_un* manager_address);
 // The milliseconds that WATCHDOG_USEC (may be null) asks for, where WATCHDOG_PID (may be null) is this
 // process.
 int64_t ManagerWatchdogOf(const char* watchdog_usec, const char* watchdog_pid, pid_t own_pid);

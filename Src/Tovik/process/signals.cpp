@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::initializer_list<int> HANDLED_SIGNALS = {SIGINT, SIGHUP, SIGTERM, SIGALRM};
 
-void (*stopAction)() = nullptr;
+void (*stopSignalAction)() = nullptr;
 
 sigset_t SignalSetOf(std::initializer_list<int> signals) {
   sigset_t signal_set;
@@ -36,7 +36,7 @@ void BlockJobSignals() {
   sigprocmask(SIG_BLOCK, &job_signals, nullptr);
 }
 
-void InstallEarlyHandler() {
+void InstallEarlySignalHandler() {
   struct sigaction early_action {};
   early_action.sa_handler = signal_handler;
   sigemptyset(&early_action.sa_mask);
@@ -46,7 +46,7 @@ void InstallEarlyHandler() {
 void signal_handler(int /*sig*/) {}
 
 void InstallSignalHandlers(void (*stop_action)()) {
-  stopAction = stop_action;
+  stopSignalAction = stop_action;
   const sigset_t handled_signals = SignalSetOf(HANDLED_SIGNALS);
   pthread_sigmask(SIG_BLOCK, &handled_signals, nullptr);
   struct sigaction signal_action {};
@@ -61,7 +61,7 @@ void handle_signal(int sig) {
   switch (sig) {
     case SIGINT:
     case SIGTERM:
-      stopAction();
+      stopSignalAction();
       break;
     case SIGHUP:
       WriteDebugLine("reloading daemon config file ...");

@@ -11,7 +11,7 @@
 // For a daemon in the making: blocks the signals of children and of the terminal.
 void BlockJobSignals();
 // For the same, until InstallSignalHandlers. A stop signal that arrives in this time is lost.
-void InstallEarlyHandler();
+void InstallEarlySignalHandler();
 void signal_handler(int sig);
 
 // Blocks the signals, installs handle_signal and ignores SIGPIPE. SIGINT and SIGTERM call stop.

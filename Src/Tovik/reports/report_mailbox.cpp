@@ -34,16 +34,16 @@ std::optional<int64_t> NextQueuedReport() {
 
 void QueueReport(int reportType, int reportCode) {
   const auto queueLimit = static_cast<size_t>(m_report_queue);
-  ReportQueue::Added reportAdded{};
-  int64_t reportsLost = 0;
+  ReportQueue::Added queueOutcome{};
+  int64_t queueLost = 0;
   {
     const std::lock_guard<std::mutex> lock(reportQueueMutex);
-    reportAdded = reportQueue.Add({reportType, reportCode}, queueLimit);
-    if (reportAdded == ReportQueue::Added::OLDEST_GAVE_WAY || reportAdded == ReportQueue::Added::GAVE_WAY)
+    queueOutcome = reportQueue.Add({reportType, reportCode}, queueLimit);
+    if (queueOutcome == ReportQueue::Added::OLDEST_GAVE_WAY || queueOutcome == ReportQueue::Added::GAVE_WAY)
       ++reportsGivenUp;
-    reportsLost = reportsGivenUp;
+    queueLost = reportsGivenUp;
   }
-  switch (reportAdded) {
+  switch (queueOutcome) {
     case ReportQueue::Added::WAITS:
       break;
     case ReportQueue::Added::MERGED:
@@ -52,7 +52,7 @@ void QueueReport(int reportType, int reportCode) {
     case ReportQueue::Added::OLDEST_GAVE_WAY:
     case ReportQueue::Added::GAVE_WAY:
       TRACE(TRACE_WARN, "REPORT_QUEUE is full: %lld reports given up so far",
-            static_cast<long long>(reportsLost));
+            static_cast<long long>(queueLost));
       break;
   }
 }
@@ -69,27 +69,28 @@ void DropReports() {
   reportQueue = {};
 }
 
-ReportQueue::Added ReportQueue::Add(const WaitingReport& newReport, size_t queueLimit) {
-  if (std::find(reports_.begin(), reports_.end(), newReport) != reports_.end()) return Added::MERGED;
-  if (reports_.size() < std::max(queueLimit, LEAST_REPORTS)) {
-    reports_.push_back(newReport);
+ReportQueue::Added ReportQueue::Add(const WaitingReport& reportToQueue, size_t queueLimit) {
+  if (std::find(queuedReports_.begin(), queuedReports_.end(), reportToQueue) != queuedReports_.end())
+    return Added::MERGED;
+  if (queuedReports_.size() < std::max(queueLimit, LEAST_REPORTS)) {
+    queuedReports_.push_back(reportToQueue);
     return Added::WAITS;
   }
-  const auto oldestReport =
-      std::find_if(reports_.begin(), reports_.end(),
+  const auto oldestQueued =
+      std::find_if(queuedReports_.begin(), queuedReports_.end(),
                    [](const WaitingReport& waitingReport) { return waitingReport.type != REPORT_ALARM; });
-  if (oldestReport != reports_.end()) {
-    reports_.erase(oldestReport);
-  } else if (newReport.type != REPORT_ALARM) {
+  if (oldestQueued != queuedReports_.end()) {
+    queuedReports_.erase(oldestQueued);
+  } else if (reportToQueue.type != REPORT_ALARM) {
     return Added::GAVE_WAY;
   }
-  reports_.push_back(newReport);
-  return oldestReport != reports_.end() ? Added::OLDEST_GAVE_WAY : Added::WAITS;
+  queuedReports_.push_back(reportToQueue);
+  return oldestQueued != queuedReports_.end() ? Added::OLDEST_GAVE_WAY : Added::WAITS;
 }
 
 std::optional<WaitingReport> ReportQueue::Next() {
-  if (reports_.empty()) return std::nullopt;
-  const WaitingReport firstReport = reports_.front();
-  reports_.erase(reports_.begin());
+  if (queuedReports_.empty()) return std::nullopt;
+  const WaitingReport firstReport = queuedReports_.front();
+  queuedReports_.erase(queuedReports_.begin());
   return firstReport;
 }

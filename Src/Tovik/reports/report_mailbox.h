@@ -47,13 +47,13 @@ class ReportQueue {
   // Adds a report. One that waits already keeps its place and is not added again (MERGED). When queueLimit
   // reports (LEAST at least) wait, the oldest report that is no alarm gives way; when all are alarms, a new
   // report that is no alarm does. An alarm never gives way: there are fewer alarm codes than places.
-  Added Add(const WaitingReport& newReport, size_t queueLimit);
+  Added Add(const WaitingReport& reportToQueue, size_t queueLimit);
   // Removes and returns the oldest.
   std::optional<WaitingReport> Next();
-  size_t Size() const { return reports_.size(); }
+  size_t Size() const { return queuedReports_.size(); }
 
  private:
-  std::vector<WaitingReport> reports_;
+  std::vector<WaitingReport> queuedReports_;
 };
 
 #endif

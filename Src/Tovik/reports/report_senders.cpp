@@ -47,26 +47,26 @@ std::string ReportFailureWords(const SvcFailure& reportFailure, const char* addr
 // A stop that cuts a report is no failure of the server's.
 void TellReportLost(const SVC_SERVER& reportServer, const SvcFailure& reportFailure) {
   if (!notices::On() || reportFailure.error == ECANCELED) return;
-  const std::string serverShown =
+  const std::string reportServerShown =
       base::Format("%s:%lld", reportServer.address, static_cast<long long>(reportServer.port));
-  notices::Tell<notices::Notice::REPORT_LOST>(serverShown,
+  notices::Tell<notices::Notice::REPORT_LOST>(reportServerShown,
                                               ReportFailureWords(reportFailure, reportServer.address));
 }
 
 // Connects to the server and lets deliver hand over the report.
 template <typename DeliverReport>
 void* SendReport(void* reportServer, DeliverReport deliverReport) {
-  const SVC_SERVER& receivingServer = *static_cast<const SVC_SERVER*>(reportServer);
+  const SVC_SERVER& reportReceiver = *static_cast<const SVC_SERVER*>(reportServer);
   long reportDelivered = -1;
   try {
     CDIOSVC reportService;
-    const long serverConnected =
-        reportService.initialize_svc(receivingServer.index, receivingServer.address, receivingServer.port,
+    const long reportConnected =
+        reportService.initialize_svc(reportReceiver.index, reportReceiver.address, reportReceiver.port,
                                      m_txt_save, m_sz_txt_path, m_log_level);
-    if (serverConnected == 1) reportDelivered = deliverReport(reportService);
-    if (reportDelivered != 1) TellReportLost(receivingServer, reportService.LastFailure());
+    if (reportConnected == 1) reportDelivered = deliverReport(reportService);
+    if (reportDelivered != 1) TellReportLost(reportReceiver, reportService.LastFailure());
   } catch (const std::bad_alloc&) {
-    TRACE(TRACE_ERROR, "no memory for the report to %s", receivingServer.address);
+    TRACE(TRACE_ERROR, "no memory for the report to %s", reportReceiver.address);
   }
   return reinterpret_cast<void*>(reportDelivered);
 }
@@ -91,9 +91,9 @@ base::Thread hManageThread;
 // Sends one report to every server in turn.
 void SendToAllServers(const ReportSender& sender) {
   for (int64_t i = 0; i < gSendInfo->server_count; ++i) {
-    SVC_SERVER receivingServer = gSendInfo->servers[i];
+    SVC_SERVER reportReceiver = gSendInfo->servers[i];
     base::Thread senderThread;
-    if (senderThread.Start(sender.thread, &receivingServer) < 0) {
+    if (senderThread.Start(sender.thread, &reportReceiver) < 0) {
       const int senderError = errno;
       TRACE(TRACE_ERROR, "Create %s Thread fail..Errcode [ %d ]", sender.senderName, senderError);
       break;
