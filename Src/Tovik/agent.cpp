@@ -45,19 +45,21 @@
 
 namespace {
 
-constexpr int START_FAILED = -1;
+constexpr int AGENT_START_FAILED = -1;
+constexpr int AGENT_SYSLOG_OPTIONS = LOG_PID | LOG_CONS;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 
-std::optional<base::StopOnPendingSignal> startStoppable;  // while the steps that may wait are taken
+std::optional<base::StopOnPendingSignal> agentStartStoppable;  // while the steps that may wait are taken
 
-bool PrintBanner() {
-  timespec start_time{};
-  clock_gettime(CLOCK_REALTIME, &start_time);
-  std::tm start_day{};
-  localtime_r(&start_time.tv_sec, &start_day);
-  std::printf("DunraSTT Service Admin - %04d-%02d-%02d %02d:%02d:%02d.%03d\n", start_day.tm_year + 1900,
-              start_day.tm_mon + 1, start_day.tm_mday, start_day.tm_hour, start_day.tm_min, start_day.tm_sec,
-              static_cast<int>(start_time.tv_nsec / NANOSECONDS_PER_MILLISECOND));
+bool PrintAgentBanner() {
+  timespec agent_start{};
+  clock_gettime(CLOCK_REALTIME, &agent_start);
+  std::tm agent_start_day{};
+  localtime_r(&agent_start.tv_sec, &agent_start_day);
+  std::printf("DunraSTT Service Admin - %04d-%02d-%02d %02d:%02d:%02d.%03d\n", agent_start_day.tm_year + 1900,
+              agent_start_day.tm_mon + 1, agent_start_day.tm_mday, agent_start_day.tm_hour,
+              agent_start_day.tm_min, agent_start_day.tm_sec,
+              static_cast<int>(agent_start.tv_nsec / NANOSECONDS_PER_MILLISECOND));
   time_when_compiled();
   return true;
 }
@@ -72,12 +74,12 @@ void FreeServers() {
   gSendInfo = nullptr;
 }
 
-bool FindAddress() {
+bool FindAgentAddress() {
   GetMyIpAddr(gIpaddr);
   return true;
 }
 
-bool ReadConfiguration() {
+bool ReadAgentConfiguration() {
   base::CopyText(m_sz_configfile, sizeof m_sz_configfile, given_options.configFile);
   if (ReadCfg() == 1) return true;
   TellNoConfiguration(errno);
@@ -98,7 +100,7 @@ void ForgetRecipients() {
   gEmailLists.Set({});
 }
 
-bool Daemonize() {
+bool DaemonizeAgent() {
   DaemonizeIfGiven(m_sz_touch_file);
   return true;
 }
@@ -113,30 +115,30 @@ bool FindServiceManager() {
   return true;
 }
 
-bool ChangeToProgramFolder() {
-  const std::string program = app_name;
-  const size_t slash = program.rfind('/');
-  if (slash == std::string::npos) return true;
-  [[maybe_unused]] const int changed = ::chdir(program.substr(0, slash + 1).c_str());
+bool ChangeToAgentFolder() {
+  const std::string agent_path = app_name;
+  const size_t agent_folder_end = agent_path.rfind('/');
+  if (agent_folder_end == std::string::npos) return true;
+  [[maybe_unused]] const int changed = ::chdir(agent_path.substr(0, agent_folder_end + 1).c_str());
   return true;
 }
 
-bool OpenSyslog() {
-  ::openlog(app_name, LOG_PID | LOG_CONS, LOG_DAEMON);
+bool OpenAgentSyslog() {
+  ::openlog(app_name, AGENT_SYSLOG_OPTIONS, LOG_DAEMON);
   syslog(LOG_INFO, "Started %s", app_name);
   return true;
 }
 
-void Stop();
+void StopAgent();
 
 // From here on a stop signal is kept for the main loop, and cuts what start-up waits for.
-bool TakeSignals() {
+bool TakeAgentSignals() {
   if (base::StopPrepare() < 0) {
     TellNoStart("the stop cannot be prepared", errno);
     return false;
   }
-  InstallSignalHandlers(Stop);
-  startStoppable.emplace();
+  InstallSignalHandlers(StopAgent);
+  agentStartStoppable.emplace();
   return true;
 }
 
@@ -145,12 +147,12 @@ bool OpenHeartbeats() {
   return true;
 }
 
-bool ProveConfiguration() {
+bool ProveAgentConfiguration() {
   read_conf_file(0);
   return true;
 }
 
-bool ConfigureTrace() {
+bool ConfigureAgentTrace() {
   DunraSTTUtils::SetPath(m_sz_txt_path);
   DunraSTTUtils::SetLogLevel(m_log_level);
   DunraSTTUtils::SetLogHostnameFlag(m_log_hostname_inc_flag);
@@ -164,28 +166,28 @@ int IsRunning() {
   const sysinfo::ProcessNames processes = SpacedSnapshot();
   if (processes.Size() == 0) return 0;
   // A process may call itself "", but it is not the agent.
-  const bool named = *m_sz_watchdog_name != '\0';
-  if (named && CountProcesses(processes, m_sz_watchdog_name) == 1) return 0;
+  const bool agent_named = *m_sz_watchdog_name != '\0';
+  if (agent_named && CountProcesses(processes, m_sz_watchdog_name) == 1) return 0;
   TellNotAlone(processes, m_sz_watchdog_name, ::getpid());
   return 1;
 }
 
-bool RefuseSecondInstance() {
+bool RefuseSecondAgent() {
   if (IsRunning() == 0) return true;
   TRACE(TRACE_ERROR, "DunraSTT_Admin Already Running");
   return false;
 }
 
-bool WritePidFile() {
-  const base::UniqueFile pid_file(std::fopen(m_sz_adm_pid_file, "wte"));
-  if (!pid_file) return true;
-  const std::string pid = base::Format("%d", ::getpid());
-  std::fputs(pid.c_str(), pid_file.get());
-  TRACE(TRACE_DEBUG, "DunraSTT_Admin GetPid [ %s ]", pid.c_str());
+bool WriteAgentPidFile() {
+  const base::UniqueFile agent_pid_file(std::fopen(m_sz_adm_pid_file, "wte"));
+  if (!agent_pid_file) return true;
+  const std::string agent_pid = base::Format("%d", ::getpid());
+  std::fputs(agent_pid.c_str(), agent_pid_file.get());
+  TRACE(TRACE_DEBUG, "DunraSTT_Admin GetPid [ %s ]", agent_pid.c_str());
   return true;
 }
 
-bool TellStart() {
+bool TellAgentStart() {
   TRACE(TRACE_INFO, "Start DunraSTT_Admin Service");
   return true;
 }
@@ -204,7 +206,7 @@ bool ReadyWebHooks() {
   return true;
 }
 
-bool SendStartAlarm() {
+bool SendAgentStartAlarm() {
   if (m_First_Alarm_Flag != 0) Raise({Finding::AGENT_STARTED});
   return true;
 }
@@ -217,7 +219,7 @@ void ForgetChannels() {
   SHM_CLOS();
 }
 
-void RemovePidFile() {
+void RemoveAgentPidFile() {
   if (given_options.hasPidFile) ::unlink(given_options.pidFile.c_str());
 }
 
@@ -228,31 +230,31 @@ struct AgentStep {
   void (*stop)();
 };
 constexpr AgentStep AGENT_STEPS[] = {
-    {nullptr, RemovePidFile},       {PrintBanner, nullptr},
-    {AllocateServers, FreeServers}, {FindAddress, nullptr},
-    {ReadConfiguration, nullptr},   {ReadRecipients, ForgetRecipients},
-    {Daemonize, nullptr},           {HearPeers, nullptr},
-    {FindServiceManager, nullptr},  {ChangeToProgramFolder, nullptr},
-    {OpenSyslog, nullptr},          {TakeSignals, nullptr},
-    {OpenHeartbeats, nullptr},      {ProveConfiguration, nullptr},
-    {ConfigureTrace, nullptr},      {RefuseSecondInstance, nullptr},
-    {WritePidFile, nullptr},        {TellStart, nullptr},
-    {PrimeCpuUsage, nullptr},       {ReadyWebHooks, nullptr},
-    {nullptr, ForgetChannels},      {StartManageThread, JoinManageThread},
-    {SendStartAlarm, nullptr},      {StartTimerThreads, JoinTimerThreads},
-    {StartLifeline, JoinLifeline},  {FirstChannelQuery, nullptr},
+    {nullptr, RemoveAgentPidFile},     {PrintAgentBanner, nullptr},
+    {AllocateServers, FreeServers},    {FindAgentAddress, nullptr},
+    {ReadAgentConfiguration, nullptr}, {ReadRecipients, ForgetRecipients},
+    {DaemonizeAgent, nullptr},         {HearPeers, nullptr},
+    {FindServiceManager, nullptr},     {ChangeToAgentFolder, nullptr},
+    {OpenAgentSyslog, nullptr},        {TakeAgentSignals, nullptr},
+    {OpenHeartbeats, nullptr},         {ProveAgentConfiguration, nullptr},
+    {ConfigureAgentTrace, nullptr},    {RefuseSecondAgent, nullptr},
+    {WriteAgentPidFile, nullptr},      {TellAgentStart, nullptr},
+    {PrimeCpuUsage, nullptr},          {ReadyWebHooks, nullptr},
+    {nullptr, ForgetChannels},         {StartManageThread, JoinManageThread},
+    {SendAgentStartAlarm, nullptr},    {StartTimerThreads, JoinTimerThreads},
+    {StartLifeline, JoinLifeline},     {FirstChannelQuery, nullptr},
     {StartTimerThreads, nullptr},  // the channel status, if the engine answered or is to be asked again
 };
 
 // A second stop signal finds every thread joined and every block freed.
-void Stop() {
+void StopAgent() {
   WriteDebugLine("stopping daemon ...");
   TRACE(TRACE_INFO, "Stop DunraSTT_Admin Service");
   TellServiceManager("STOPPING=1\nSTATUS=Stopping");
   gSvcManageThrdExit = 1;
   base::StopRequest();
-  for (auto step = std::rbegin(AGENT_STEPS); step != std::rend(AGENT_STEPS); ++step) {
-    if (step->stop != nullptr) step->stop();
+  for (auto agent_step = std::rbegin(AGENT_STEPS); agent_step != std::rend(AGENT_STEPS); ++agent_step) {
+    if (agent_step->stop != nullptr) agent_step->stop();
   }
   running = 0;
   std::signal(SIGINT, SIG_DFL);
@@ -265,13 +267,13 @@ void Stop() {
 }
 
 [[noreturn]] void EndAgent() {
-  const bool stopped = running == 0;
+  const bool agent_stopped = running == 0;
   CloseHeartbeatStream();
   syslog(LOG_INFO, "Stopped %s", app_name);
   ::closelog();
   daemonShutdown();
   std::fflush(stdout);
-  DieBySigint(stopped);
+  DieBySigint(agent_stopped);
   std::fflush(stdout);
   std::_Exit(0);
 }
@@ -284,12 +286,12 @@ int RunAgent(int argc, char** argv) {
   // Where the parent has it ignored there would be no child to wait for.
   std::signal(SIGCHLD, SIG_DFL);
   ReadyStandardStreams();
-  const int options_status = ParseOptions(argc, argv, &given_options);
-  if (options_status >= 0) return options_status;
-  for (const AgentStep& step : AGENT_STEPS) {
-    if (step.start != nullptr && !step.start()) EndAgentAtOnce(START_FAILED);
+  const int agent_status = ParseOptions(argc, argv, &given_options);
+  if (agent_status >= 0) return agent_status;
+  for (const AgentStep& agent_step : AGENT_STEPS) {
+    if (agent_step.start != nullptr && !agent_step.start()) EndAgentAtOnce(AGENT_START_FAILED);
   }
-  startStoppable.reset();
+  agentStartStoppable.reset();
   MainLoop();
   EndAgent();
 }

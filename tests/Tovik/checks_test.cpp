@@ -7,11 +7,11 @@
 #include <csignal>
 
 #include "Tovik/alarms/recipients.h"
+#include "Tovik/alarms/recipients_reload.h"
 #include "Tovik/checks/average_table.h"
 #include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/hang_check.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/alarms/recipients_reload.h"
 #include "Tovik/checks/result_check.h"
 #include "Tovik/checks/threshold_check.h"
 #include "Tovik/config/config.h"
@@ -271,7 +271,7 @@ TEST(ProcessSearchTest, ReadsNoFurtherThanToWhatDecides) {
     const char* what;
     std::vector<sysinfo::ProcessName> processes;
     std::tuple<Search, int32_t, size_t> found;  // the verdict, the pid, and how many were read
-    int64_t wanted = ANY_PID;
+    int64_t wanted = SEARCH_ANY_PID;
     bool (*isDead)(int32_t) = nullptr;
   } rows[] = {{"no process at all", {}, {NO_TABLE, 0, 0}},
               {"other names", {{1, ""}, {2, "stt2"}, {3, "st"}}, {ABSENT, 0, 3}},
@@ -280,7 +280,7 @@ TEST(ProcessSearchTest, ReadsNoFurtherThanToWhatDecides) {
               {"none of a pid", engines, {ABSENT, 0, 3}, 4},
               {"before a nameless one", hidden, {FOUND, 3, 1}},
               {"behind a nameless one", hidden, {NAMELESS, 0, 2}, 2},
-              {"alive behind zombies", engines, {FOUND, 3, 3}, ANY_PID, ended},
+              {"alive behind zombies", engines, {FOUND, 3, 3}, SEARCH_ANY_PID, ended},
               {"a zombie of a pid", engines, {ABSENT, 0, 3}, 2, ended}};
   for (const auto& row : rows) {
     size_t read = 0;
@@ -304,9 +304,9 @@ TEST(ProcessSearchTest, CountsNoneWhereOneIsNameless) {
 
 TEST(ThresholdTest, ShareIsInPercentWhereTheFigureIsNot) {
   const std::pair<int64_t, int> cases[] = {{62'652'416, 95}, {65'536'000, 100}, {655'359, 0}, {-1, 0}};
-  for (const auto& [rss, share] : cases) EXPECT_EQ(MemoryShare(rss, 65'536'000), share) << rss;
-  EXPECT_EQ(MemoryShare(1, 0), 0);
-  EXPECT_EQ(MemoryFigure(62'652'416 / 1024, 65'536'000), 0);
+  for (const auto& [rss, share] : cases) EXPECT_EQ(MemoryThresholdShare(rss, 65'536'000), share) << rss;
+  EXPECT_EQ(MemoryThresholdShare(1, 0), 0);
+  EXPECT_EQ(MemoryThresholdFigure(62'652'416 / 1024, 65'536'000), 0);
 }
 
 TEST(HangTest, TwoLongQueuesInARowAreAHang) {

@@ -69,14 +69,14 @@ TEST(NoticesTest, OnlyTheFileItNamesIsTheJournal) {
 }
 
 TEST(NoticesTest, AScriptsEndIsToldInWords) {
-  const auto words = [](int status) { return ScriptWords(status, "/x/run", "/x/"); };
+  const auto words = [](int status) { return ScriptNoticeWords(status, "/x/run", "/x/"); };
   EXPECT_EQ(words(3 << 8), "ended with status 3");
   EXPECT_EQ(words(9), "was ended by signal 9 (KILL)");
   EXPECT_EQ(words(137 << 8), "ended with status 137 (128 and signal 9 (KILL))");
   EXPECT_EQ(words(255 << 8), "ended with status 255");
   EXPECT_EQ(words(127 << 8), "ended with status 127 (the shell did not find it, or a command in it)");
   EXPECT_EQ(words(126 << 8), "ended with status 126 (the shell could not execute it)");
-  EXPECT_TRUE(support::Has(ScriptWords(126 << 8, "/x/", "/x/"), "SHELL_FILE has no value"));
+  EXPECT_TRUE(support::Has(ScriptNoticeWords(126 << 8, "/x/", "/x/"), "SHELL_FILE has no value"));
 }
 
 TEST(NoticesTest, ASilentPortIsToldInWords) {

@@ -15,24 +15,24 @@
 #define VALUE(more, text) "<td style='" CELL_STYLE "border-top:1px solid #00a1b9;" more "'>" text "</td>"
 
 // In code page 949.
-#define WORD_AVERAGE "\xC6\xF2\xB1\xD5"
-#define WORD_TOTAL_COUNT "\xC0\xFC\xC3\xBC \xB0\xC7\xBC\xF6"
-#define WORD_FILE_TIME "\xC6\xC4\xC0\xCF \xBD\xC3\xB0\xA3"
-#define WORD_RECOGNITION_TIME "\xC0\xCE\xBD\xC4 \xBD\xC3\xB0\xA3"
-#define WORD_RESPONSE_TIME "\xC0\xC0\xB4\xE4 \xBD\xC3\xB0\xA3"
-#define WORD_ITEMS "\xB0\xC7"
+#define CELL_AVERAGE "\xC6\xF2\xB1\xD5"
+#define CELL_TOTAL_COUNT "\xC0\xFC\xC3\xBC \xB0\xC7\xBC\xF6"
+#define CELL_FILE_TIME "\xC6\xC4\xC0\xCF \xBD\xC3\xB0\xA3"
+#define CELL_RECOGNITION_TIME "\xC0\xCE\xBD\xC4 \xBD\xC3\xB0\xA3"
+#define CELL_RESPONSE_TIME "\xC0\xC0\xB4\xE4 \xBD\xC3\xB0\xA3"
+#define CELL_ITEMS "\xB0\xC7"
 
 // clang-format off
 #define TABLE_FORMAT                                                                                   \
   "<table cellspacing='0' cellpadding='0' style='border-collapse:separate;border-spacing:0;"           \
   "border-top:1px solid #dcdcdc;border-bottom:1px solid #dcdcdc;border-left:0;border-right:0;'>"       \
-  ROW TITLE("[%s] / [" WORD_AVERAGE "]") "</tr>"                                                       \
-  ROW HEADER("140px", WORD_TOTAL_COUNT)                                                                \
+  ROW TITLE("[%s] / [" CELL_AVERAGE "]") "</tr>"                                                       \
+  ROW HEADER("140px", CELL_TOTAL_COUNT)                                                                \
       HEADER("140px", "xRT")                                                                           \
-      HEADER("160px", WORD_FILE_TIME "(ms)")                                                           \
-      HEADER("160px", WORD_RECOGNITION_TIME "(ms)")                                                    \
-      HEADER("160px", WORD_RESPONSE_TIME "(ms)") "</tr>"                                               \
-  ROW VALUE("", "%" PRId64 WORD_ITEMS)                                                                 \
+      HEADER("160px", CELL_FILE_TIME "(ms)")                                                           \
+      HEADER("160px", CELL_RECOGNITION_TIME "(ms)")                                                    \
+      HEADER("160px", CELL_RESPONSE_TIME "(ms)") "</tr>"                                               \
+  ROW VALUE("", "%" PRId64 CELL_ITEMS)                                                                 \
       VALUE("", "%.2f xRT")                                                                            \
       VALUE("", "%.2f ms")                                                                             \
       VALUE("font-weight:500;", "%.2f ms")                                                             \
@@ -41,18 +41,19 @@
 // clang-format on
 
 ResultAverages AverageOf(const RESULT_LIST* records, int64_t count) {
-  ResultAverages sum = {};
+  ResultAverages averageSum = {};
   for (int64_t i = 0; i < count; ++i) {
-    sum.xrt += static_cast<double>(records[i].xrt);
-    sum.file_time += static_cast<double>(records[i].file_time);
-    sum.recognition_time += static_cast<double>(records[i].recognition_time);
-    sum.response_time += static_cast<double>(records[i].response_time);
+    averageSum.xrt += static_cast<double>(records[i].xrt);
+    averageSum.file_time += static_cast<double>(records[i].file_time);
+    averageSum.recognition_time += static_cast<double>(records[i].recognition_time);
+    averageSum.response_time += static_cast<double>(records[i].response_time);
   }
-  const auto lines = static_cast<double>(count);
-  return {sum.xrt / lines, sum.file_time / lines, sum.recognition_time / lines, sum.response_time / lines};
+  const auto averagedJobs = static_cast<double>(count);
+  return {averageSum.xrt / averagedJobs, averageSum.file_time / averagedJobs,
+          averageSum.recognition_time / averagedJobs, averageSum.response_time / averagedJobs};
 }
 
-void FormatAverageTable(const char* date, int64_t count, const ResultAverages& averages, char* out) {
-  std::snprintf(out, AVERAGE_TABLE_SIZE, TABLE_FORMAT, date, count, averages.xrt, averages.file_time,
+void FormatAverageTable(const char* date, int64_t count, const ResultAverages& averages, char* averageTable) {
+  std::snprintf(averageTable, AVERAGE_TABLE_SIZE, TABLE_FORMAT, date, count, averages.xrt, averages.file_time,
                 averages.recognition_time, averages.response_time);
 }

@@ -11,18 +11,18 @@ inline constexpr int AVERAGE_TABLE_DATE = 64;    // bytes of the date text that 
 
 // One value that is infinite or NaN makes the average infinite or NaN.
 struct ResultAverages {
-  double xrt;
-  double file_time;         // ms
-  double recognition_time;  // ms
-  double response_time;     // ms
+  double xrt;               // average real-time factor
+  double file_time;         // average, ms
+  double recognition_time;  // average, ms
+  double response_time;     // average, ms
 };
 
 // Over the first count records, count above 0.
 ResultAverages AverageOf(const RESULT_LIST* records, int64_t count);
 
-// Formats the table into out (AVERAGE_TABLE_SIZE bytes), in code page 949. The table fits for all averages of
-// records and dates of up to AVERAGE_TABLE_DATE bytes. It holds no double quote, backslash or line break, so
-// it may stand inside a JSON text.
-void FormatAverageTable(const char* date, int64_t count, const ResultAverages& averages, char* out);
+// Formats the table into averageTable (AVERAGE_TABLE_SIZE bytes), in code page 949. The table fits for all
+// averages of records and dates of up to AVERAGE_TABLE_DATE bytes. It holds no double quote, backslash or
+// line break, so it may stand inside a JSON text.
+void FormatAverageTable(const char* date, int64_t count, const ResultAverages& averages, char* averageTable);
 
 #endif

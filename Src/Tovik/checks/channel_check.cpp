@@ -24,23 +24,26 @@ constexpr int CHANNEL_FAILURES_TOLD = 30;  // in a row: an engine takes its time
 
 bool channelsAsked = false;  // set once the first query, on the main thread, has ended
 
-void TellChannelsUnwatched(const char* when) {
+void TellChannelsUnwatched(const char* unwatchedWhen) {
   if (!notices::On() || base::StopSignalPending()) return;
-  notices::Tell<notices::Notice::CHANNELS_UNWATCHED>(std::to_string(m_PROC_PORT), when);
+  notices::Tell<notices::Notice::CHANNELS_UNWATCHED>(std::to_string(m_PROC_PORT), unwatchedWhen);
 }
 
 // The channels that are both counted by the engine and present in the record.
-std::span<const LVCSR_CHANNEL> CountedChannels(const LVCSR_DATA_CHANNEL& channelStatus) {
-  const int32_t channelCount = std::clamp(channelStatus.nChannelCnt, 0, channelStatus.nEntries);
-  return {channelStatus.pChannel, static_cast<size_t>(channelCount)};
+std::span<const LVCSR_CHANNEL> CountedChannels(const LVCSR_DATA_CHANNEL& checkedChannels) {
+  const int32_t checkedCount = std::clamp(checkedChannels.nChannelCnt, 0, checkedChannels.nEntries);
+  return {checkedChannels.pChannel, static_cast<size_t>(checkedCount)};
 }
 
-int64_t UsedChannelPercent(const LVCSR_DATA_CHANNEL& status) {
-  constexpr float PERCENT_LIMIT = 9223372036854775808.0F;  // 2^63
+int64_t UsedChannelPercent(const LVCSR_DATA_CHANNEL& checkedChannels) {
+  constexpr float CHANNEL_PERCENT_LIMIT = 9223372036854775808.0F;  // 2^63
   // In single precision. The division by 0 channels would give infinity or not-a-number.
-  if (status.nChannelCnt == 0) return INT64_MIN;
-  const float percent = static_cast<float>(status.nUsedCnt) / static_cast<float>(status.nChannelCnt) * 100.0F;
-  return percent >= -PERCENT_LIMIT && percent < PERCENT_LIMIT ? static_cast<int64_t>(percent) : INT64_MIN;
+  if (checkedChannels.nChannelCnt == 0) return INT64_MIN;
+  const float channelPercent =
+      static_cast<float>(checkedChannels.nUsedCnt) / static_cast<float>(checkedChannels.nChannelCnt) * 100.0F;
+  return channelPercent >= -CHANNEL_PERCENT_LIMIT && channelPercent < CHANNEL_PERCENT_LIMIT
+             ? static_cast<int64_t>(channelPercent)
+             : INT64_MIN;
 }
 
 }  // namespace
@@ -80,23 +83,24 @@ void send_time_proc() {
 }
 
 int64_t get_recg_svr_wrk_ch_cnt() {
-  const auto channelStatus = CurrentChannelStatus();
-  const int64_t percent = UsedChannelPercent(*channelStatus);
+  const auto checkedChannels = CurrentChannelStatus();
+  const int64_t channelPercent = UsedChannelPercent(*checkedChannels);
   TRACE(TRACE_INFO, "ch_status_check TotalCh cnt [ %ld ] MaxCh cnt [ %ld ] Percent [ %ld ]",
-        long{channelStatus->nChannelCnt}, long{channelStatus->nUsedCnt}, long{percent});
-  for (const LVCSR_CHANNEL& channel : CountedChannels(*channelStatus)) {
-    TRACE(TRACE_INFO, "recog_channel_status CHID [%d], STAT[%d]", channel.id, channel.state);
+        long{checkedChannels->nChannelCnt}, long{checkedChannels->nUsedCnt}, long{channelPercent});
+  for (const LVCSR_CHANNEL& checkedChannel : CountedChannels(*checkedChannels)) {
+    TRACE(TRACE_INFO, "recog_channel_status CHID [%d], STAT[%d]", checkedChannel.id, checkedChannel.state);
   }
-  return percent;
+  return channelPercent;
 }
 
 int64_t ch_status_check() {
-  const auto channelStatus = CurrentChannelStatus();
-  std::printf("ch_status_check TotalCh cnt [ %lld ] !!", static_cast<long long>(channelStatus->nChannelCnt));
-  for (const LVCSR_CHANNEL& channel : CountedChannels(*channelStatus)) {
-    std::printf("CHID [ %ld ], STATUS [ %ld ]", long{channel.id}, long{channel.state});
+  const auto checkedChannels = CurrentChannelStatus();
+  std::printf("ch_status_check TotalCh cnt [ %lld ] !!",
+              static_cast<long long>(checkedChannels->nChannelCnt));
+  for (const LVCSR_CHANNEL& checkedChannel : CountedChannels(*checkedChannels)) {
+    std::printf("CHID [ %ld ], STATUS [ %ld ]", long{checkedChannel.id}, long{checkedChannel.state});
   }
-  return channelStatus->nChannelCnt;
+  return checkedChannels->nChannelCnt;
 }
 
 void CheckChannels(const char* name) {
@@ -107,6 +111,6 @@ void CheckChannels(const char* name) {
   TRACE(TRACE_INFO, "System Channel [ %d ] Config Channel [ %d ]", channelFigure, channelThreshold);
   if (channelUsage < gSendInfo->ch_over_value) return;
   TRACE(TRACE_INFO, "Channel Over");
-  const std::string message = OverMessage(name, "Channel", channelFigure, channelThreshold);
-  Raise({Finding::CHANNELS_OVER, name, message.c_str()});
+  const std::string channelMessage = OverMessage(name, "Channel", channelFigure, channelThreshold);
+  Raise({Finding::CHANNELS_OVER, name, channelMessage.c_str()});
 }

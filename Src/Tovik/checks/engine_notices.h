@@ -22,9 +22,9 @@ class ScriptRun {
  public:
   ScriptRun();
   // For RunShell; null without a journal.
-  const base::Overdue* Limit() const;
+  const base::Overdue* NoticeLimit() const;
   // Its wait status, or -1 with errno; ECANCELED, of a script that a stop no longer waits for, is not told.
-  void TellEnd(int status, int error) const;
+  void TellScriptEnd(int scriptStatus, int scriptError) const;
 
  private:
   std::chrono::steady_clock::time_point scriptBegan_{};
@@ -32,9 +32,11 @@ class ScriptRun {
 
 // "ended with status 3", "was ended by signal 9 (KILL)". script and basePath are SHELL_FILE and BASE_PATH as
 // they are in use.
-std::string ScriptWords(int status, const std::string& script, const std::string& basePath);
+std::string ScriptNoticeWords(int scriptStatus, const std::string& script, const std::string& basePath);
 
-// Of a port that does not listen: why that is told now; empty when it is not. since is kept between calls.
-std::string SilentPortWords(int64_t port, bool listens, int64_t now, std::optional<int64_t>* silentSince);
+// Of a port that does not listen: why that is told now; empty when it is not. portSilentSince is kept between
+// calls.
+std::string SilentPortWords(int64_t noticePort, bool noticePortListens, int64_t noticeTime,
+                            std::optional<int64_t>* portSilentSince);
 
 #endif

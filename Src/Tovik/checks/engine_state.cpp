@@ -2,7 +2,7 @@
 
 #include "base/format.h"
 
-std::string EngineStateWords(EngineState state, int64_t hangs, bool channelsWatched) {
+std::string EngineStateWords(EngineState state, int64_t engineHangs, bool channelsWatched) {
   std::string stateWords;
   switch (state) {
     case EngineState::UNKNOWN:
@@ -15,8 +15,8 @@ std::string EngineStateWords(EngineState state, int64_t hangs, bool channelsWatc
       stateWords = "The engine was found dead and is started again";
       break;
   }
-  if (hangs > 0)
-    stateWords += base::Format("; hang check: dead, %lld in a row", static_cast<long long>(hangs));
+  if (engineHangs > 0)
+    stateWords += base::Format("; hang check: dead, %lld in a row", static_cast<long long>(engineHangs));
   if (!channelsWatched) stateWords += "; its channels are not watched: it has not answered yet";
   return stateWords;
 }

@@ -12,6 +12,6 @@ inline std::atomic<EngineState> engineState{EngineState::UNKNOWN};  // set by th
 inline std::atomic<int64_t> engineHangsInARow{0};  // dead verdicts in a row, set by the hang check
 
 // The status line, ASCII, without a line end. channelsWatched: the engine could be connected at least once.
-std::string EngineStateWords(EngineState state, int64_t hangs, bool channelsWatched);
+std::string EngineStateWords(EngineState state, int64_t engineHangs, bool channelsWatched);
 
 #endif

@@ -23,47 +23,48 @@
 namespace {
 
 constexpr time_t ERROR_LOG_LOOK_BACK = 120;  // seconds
-constexpr size_t MAX_ERROR_TEXT = ERROR_TEXT - 1;
+constexpr size_t LONGEST_ERROR_TEXT = ERROR_TEXT - 1;
 constexpr const char* ERROR_EXTRACT_NAME = "STTAlarmLog.txt";
-constexpr int64_t ERROR_LOG_LOOK_PAUSE = 1;  // seconds between two looks at the clock
+constexpr int64_t ERROR_LOG_CHECK_PAUSE = 1;  // seconds between two looks at the clock
 // A matching line has at least 8 bytes, so no alarm's text can hold more lines than this. The limit keeps a
 // log flooded with errors from being copied onto its own disk.
 constexpr const char* MAX_ERROR_LINES = "10240";
 
-void ReportErrorTextUnread(const char* path, int error) {
-  std::printf("[%s] file open fail : file name = %s, error = %d", "ReadTextFile", path, error);
+void ReportErrorTextUnread(const char* errorTextPath, int errorTextErrno) {
+  std::printf("[%s] file open fail : file name = %s, error = %d", "ReadTextFile", errorTextPath,
+              errorTextErrno);
 }
 
 // The file that receives the lines found. It is newly created with mode 0600, never reached through a link,
 // and removed by the destructor.
 class ErrorExtract {
  public:
-  explicit ErrorExtract(const std::string& path) : extractPath_(path) {
-    ::unlink(extractPath_.c_str());
-    extractFile_.Reset(
-        ::open(extractPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    extractError_ = extractFile_.Valid() ? 0 : errno;
+  explicit ErrorExtract(const std::string& path) : errorExtractPath_(path) {
+    ::unlink(errorExtractPath_.c_str());
+    errorExtractFile_.Reset(
+        ::open(errorExtractPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    errorExtractErrno_ = errorExtractFile_.Valid() ? 0 : errno;
   }
   ErrorExtract(const ErrorExtract&) = delete;
   ErrorExtract& operator=(const ErrorExtract&) = delete;
   ~ErrorExtract() {
-    if (extractFile_.Valid()) ::unlink(extractPath_.c_str());
+    if (errorExtractFile_.Valid()) ::unlink(errorExtractPath_.c_str());
   }
-  int Descriptor() const { return extractFile_.Get(); }
+  int Descriptor() const { return errorExtractFile_.Get(); }
   // errno when the file could not be created, else 0.
-  int Error() const { return extractError_; }
+  int Error() const { return errorExtractErrno_; }
 
  private:
-  std::string extractPath_;
-  base::UniqueFd extractFile_;
-  int extractError_ = 0;
+  std::string errorExtractPath_;
+  base::UniqueFd errorExtractFile_;
+  int errorExtractErrno_ = 0;
 };
 
-int CheckErrorLog(time_t now) {
-  const ErrorLogSearch search = ErrorLogSearchAt(now, m_sz_svc_txt_path, HostNameInFiles());
+int CheckErrorLog(time_t errorCheckTime) {
+  const ErrorLogSearch errorSearch = ErrorLogSearchAt(errorCheckTime, m_sz_svc_txt_path, HostNameInFiles());
   const base::UniqueText errorText(static_cast<char*>(std::malloc(ERROR_TEXT)));
   if (errorText == nullptr) throw std::bad_alloc();
-  if (FindErrorLines(search, errorText.get()) < 1) return -1;
+  if (FindErrorLines(errorSearch, errorText.get()) < 1) return -1;
   Raise({Finding::ERROR_LINES, m_sz_proc_name, errorText.get()});
   return 1;
 }
@@ -72,21 +73,21 @@ int CheckErrorLog(time_t now) {
 
 void ErrorLogCycle() {
   static ErrorCheckState errorCheck;
-  const time_t now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
-  if (ErrorCheckDue(local.tm_min, m_errorlog_period, &errorCheck)) {
-    errorCheck.succeeded = TraceOutcome(errorCheckProc()) ? 1 : 0;
+  const time_t errorCheckTime = std::time(nullptr);
+  std::tm errorCheckLocal{};
+  localtime_r(&errorCheckTime, &errorCheckLocal);
+  if (ErrorCheckDue(errorCheckLocal.tm_min, m_errorlog_period, &errorCheck)) {
+    errorCheck.succeeded = TraceErrorCheckOutcome(errorCheckProc()) ? 1 : 0;
   }
   TRACE(TRACE_INFO, "send_timer ErrorCheck Time [ %d ]", static_cast<int>(m_errorlog_period));
-  base::SleepSeconds(ERROR_LOG_LOOK_PAUSE);
+  base::SleepSeconds(ERROR_LOG_CHECK_PAUSE);
 }
 
-bool ErrorCheckDue(int minute, int64_t period, ErrorCheckState* state) {
-  if (minute % period == 0 && state->succeeded == 0 && minute == state->lastMinute) return true;
-  if (minute != state->lastMinute) {
-    state->succeeded = 0;
-    state->lastMinute = minute;
+bool ErrorCheckDue(int minute, int64_t period, ErrorCheckState* errorCheck) {
+  if (minute % period == 0 && errorCheck->succeeded == 0 && minute == errorCheck->lastMinute) return true;
+  if (minute != errorCheck->lastMinute) {
+    errorCheck->succeeded = 0;
+    errorCheck->lastMinute = minute;
   }
   return false;
 }
@@ -95,70 +96,73 @@ int errorCheckProc() {
   return ErrorCheckAt(std::time(nullptr));
 }
 
-int ErrorCheckAt(time_t now) {
+int ErrorCheckAt(time_t errorCheckTime) {
   try {
-    return CheckErrorLog(now);
+    return CheckErrorLog(errorCheckTime);
   } catch (const std::bad_alloc&) {
     TRACE(TRACE_ERROR, "no memory for the error-log check");
     return -1;
   }
 }
 
-int ReadTextFile(const char* path, char* out) {
-  out[0] = 0;
+int ReadTextFile(const char* path, char* errorText) {
+  errorText[0] = 0;
   // Without O_NONBLOCK a FIFO put in the file's place would hold up the check.
-  const base::UniqueFd textFile(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (!textFile.Valid()) {
-    const int error = errno;
-    ReportErrorTextUnread(path, error);
+  const base::UniqueFd errorTextFile(::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!errorTextFile.Valid()) {
+    const int errorTextErrno = errno;
+    ReportErrorTextUnread(path, errorTextErrno);
     return 0;
   }
-  size_t length = base::ReadUpTo(textFile.Get(), out, MAX_ERROR_TEXT);
-  if (length == MAX_ERROR_TEXT) length = charset::WholeCp949Characters({out, length}).size();
-  out[length] = 0;
-  return static_cast<int>(std::strlen(out));
+  size_t errorLength = base::ReadUpTo(errorTextFile.Get(), errorText, LONGEST_ERROR_TEXT);
+  if (errorLength == LONGEST_ERROR_TEXT)
+    errorLength = charset::WholeCp949Characters({errorText, errorLength}).size();
+  errorText[errorLength] = 0;
+  return static_cast<int>(std::strlen(errorText));
 }
 
-ErrorLogSearch ErrorLogSearchAt(time_t now, const char* folder, const std::optional<std::string>& host) {
-  const time_t searchedMinute = now - ERROR_LOG_LOOK_BACK;
-  std::tm local{};
-  localtime_r(&searchedMinute, &local);
-  const int month = local.tm_mon + 1;
-  const std::string hostPrefix = host ? *host + "." : "";
-  ErrorLogSearch search;
-  search.pattern = base::Format(" %02d:%02d:", local.tm_hour, local.tm_min);
-  search.errorLog = base::Format("%s%d%02d%02d/%s%02d%02d.ERR.LOG", folder, local.tm_year + 1900, month,
-                                 local.tm_mday, hostPrefix.c_str(), month, local.tm_mday);
-  search.extract = folder + hostPrefix + ERROR_EXTRACT_NAME;
-  search.command = base::Format("grep \"%s\" %s > %s", search.pattern.c_str(), search.errorLog.c_str(),
-                                search.extract.c_str());
-  return search;
+ErrorLogSearch ErrorLogSearchAt(time_t errorCheckTime, const char* logFolder,
+                                const std::optional<std::string>& host) {
+  const time_t errorMinuteTime = errorCheckTime - ERROR_LOG_LOOK_BACK;
+  std::tm errorMinute{};
+  localtime_r(&errorMinuteTime, &errorMinute);
+  const int errorMonth = errorMinute.tm_mon + 1;
+  const std::string logHostPrefix = host ? *host + "." : "";
+  ErrorLogSearch errorSearch;
+  errorSearch.pattern = base::Format(" %02d:%02d:", errorMinute.tm_hour, errorMinute.tm_min);
+  errorSearch.errorLog =
+      base::Format("%s%d%02d%02d/%s%02d%02d.ERR.LOG", logFolder, errorMinute.tm_year + 1900, errorMonth,
+                   errorMinute.tm_mday, logHostPrefix.c_str(), errorMonth, errorMinute.tm_mday);
+  errorSearch.extract = logFolder + logHostPrefix + ERROR_EXTRACT_NAME;
+  errorSearch.command = base::Format("grep \"%s\" %s > %s", errorSearch.pattern.c_str(),
+                                     errorSearch.errorLog.c_str(), errorSearch.extract.c_str());
+  return errorSearch;
 }
 
-int FindErrorLines(const ErrorLogSearch& search, char* out) {
-  out[0] = 0;
-  const ErrorExtract extract(search.extract);
-  if (extract.Error() != 0) {
-    ReportErrorTextUnread(search.extract.c_str(), extract.Error());
+int FindErrorLines(const ErrorLogSearch& errorSearch, char* errorText) {
+  errorText[0] = 0;
+  const ErrorExtract errorExtract(errorSearch.extract);
+  if (errorExtract.Error() != 0) {
+    ReportErrorTextUnread(errorSearch.extract.c_str(), errorExtract.Error());
     return 0;
   }
   // "-D skip" keeps grep from waiting for a writer when the log is a FIFO.
-  const int grepStatus = base::RunProgram(
-      {"grep", "-a", "-D", "skip", "-m", MAX_ERROR_LINES, "-e", search.pattern, "--", search.errorLog},
-      extract.Descriptor(), {"LC_ALL=C"});
+  const int grepStatus = base::RunProgram({"grep", "-a", "-D", "skip", "-m", MAX_ERROR_LINES, "-e",
+                                           errorSearch.pattern, "--", errorSearch.errorLog},
+                                          errorExtract.Descriptor(), {"LC_ALL=C"});
   if (grepStatus < 0) {
     const int grepError = errno;
     // The stop ended the wait. The search was started all the same, so this is no failure.
     if (grepError == ECANCELED) return 0;
     TRACE(TRACE_DEBUG, "Unable to execute distrib server error log script (%d)\n%s, command = %s", grepError,
-          std::strerror(grepError), search.command.c_str());
+          std::strerror(grepError), errorSearch.command.c_str());
     return 0;
   }
-  return ReadTextFile(search.extract.c_str(), out);
+  return ReadTextFile(errorSearch.extract.c_str(), errorText);
 }
 
-bool TraceOutcome(int result) {
-  if (result == 0) {
+bool TraceErrorCheckOutcome(int errorCheckResult) {
+  if (errorCheckResult == 0) {
     TRACE(TRACE_WARN, "errorCheckProc fail");
     return false;
   }

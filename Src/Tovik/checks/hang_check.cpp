@@ -22,59 +22,60 @@ namespace {
 
 constexpr const char* HANG_PROBE_HOST = "127.0.0.1";
 constexpr int64_t FULL_HANG_CHECK = 1;
-constexpr int64_t SHORTEST_HANG_PAUSE = 60;  // seconds
+constexpr int64_t SHORTEST_HANG_CHECK_PAUSE = 60;  // seconds
 
 // The pid in the engine's PID file; 0, which no process has, when there is none.
-int64_t ExpectedEnginePid() {
-  int64_t pid = 0;
-  return ReadPidFile(m_sz_svc_pid_file, &pid) ? std::max<int64_t>(pid, 0) : 0;
+int64_t EnginePidForHangCheck() {
+  int64_t hangCheckPid = 0;
+  return ReadPidFile(m_sz_svc_pid_file, &hangCheckPid) ? std::max<int64_t>(hangCheckPid, 0) : 0;
 }
 
 enum class HangVerdict { ALIVE, NO_CONNECTION, LONG_QUEUE, NO_PROCESS };
 // The end of a hang log line, by verdict.
 constexpr std::array<const char*, 4> HANG_VERDICT_WORDS = {"alived", "deaded - disconnect", "deaded - queue",
                                                            "deaded - process"};
-const char* HangVerdictWords(HangVerdict verdict) {
-  return HANG_VERDICT_WORDS[static_cast<size_t>(verdict)];
+const char* HangVerdictWords(HangVerdict hangVerdict) {
+  return HANG_VERDICT_WORDS[static_cast<size_t>(hangVerdict)];
 }
 
 HangState hangState;
 
 // Call it before the probe connects, or the probe is counted too. A queue that cannot be read counts as
 // empty.
-int64_t ConnectionsWaiting(int port) {
+int64_t HangQueueLength(int hangProbePort) {
   if (m_hang_queue == 0) return 0;
-  sysinfo::ListeningPort enginePort;
-  sysinfo::ReadListeningPort(static_cast<uint16_t>(port), &enginePort);
-  return enginePort.waiting;
+  sysinfo::ListeningPort hangProbeQueue;
+  sysinfo::ReadListeningPort(static_cast<uint16_t>(hangProbePort), &hangProbeQueue);
+  return hangProbeQueue.waiting;
 }
 
-HangVerdict Probe() {
-  const int port = static_cast<int>(m_PROC_PORT);
-  const bool queueHangs = QueueHangs(ConnectionsWaiting(port), m_hang_queue, &hangState);
-  long session = 0;
-  TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Create [%s] [%d]", HANG_PROBE_HOST, port);
-  HangVerdict verdict = queueHangs ? HangVerdict::LONG_QUEUE : HangVerdict::ALIVE;
-  if (Session_Create(HANG_PROBE_HOST, port, &session) != 0) verdict = HangVerdict::NO_CONNECTION;
-  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, HangVerdictWords(verdict));
+HangVerdict HangProbe() {
+  const int hangProbePort = static_cast<int>(m_PROC_PORT);
+  const bool queueHangs = QueueHangs(HangQueueLength(hangProbePort), m_hang_queue, &hangState);
+  long hangSession = 0;
+  TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Create [%s] [%d]", HANG_PROBE_HOST, hangProbePort);
+  HangVerdict hangVerdict = queueHangs ? HangVerdict::LONG_QUEUE : HangVerdict::ALIVE;
+  if (Session_Create(HANG_PROBE_HOST, hangProbePort, &hangSession) != 0)
+    hangVerdict = HangVerdict::NO_CONNECTION;
+  HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, HangVerdictWords(hangVerdict));
   // Without a connection the session is 0. Session_Destroy then puts the null device in the place of
   // descriptor 0, so that the number stays taken.
-  const int destroyed = Session_Destroy(session);
-  TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Destroy [ %d ]", destroyed);
-  return verdict;
+  const int hangSessionEnd = Session_Destroy(hangSession);
+  TRACE(TRACE_DEBUG, "try: hangCheckProc Session_Destroy [ %d ]", hangSessionEnd);
+  return hangVerdict;
 }
 
-HangVerdict WithoutProcess() {
+HangVerdict HangWithoutProcess() {
   HANG_TRACE("[ %s ] health check : %s", m_sz_proc_name, HangVerdictWords(HangVerdict::NO_PROCESS));
   return HangVerdict::NO_PROCESS;
 }
 
-void TellHangVerdict(const char* name, HangVerdict verdict) {
-  const bool alarmDue = HangAlarmDue(verdict == HangVerdict::ALIVE, m_hang_alarm, &hangState);
+void TellHangVerdict(const char* name, HangVerdict hangVerdict) {
+  const bool hangAlarmDue = HangAlarmDue(hangVerdict == HangVerdict::ALIVE, m_hang_alarm, &hangState);
   engineHangsInARow = hangState.hangsInARow;
-  if (!alarmDue) return;
-  const std::string message = HangMessage(name, HangVerdictWords(verdict), hangState.hangsInARow);
-  Raise({Finding::ENGINE_HANGS, name, message.c_str()});
+  if (!hangAlarmDue) return;
+  const std::string hangMessage = HangMessage(name, HangVerdictWords(hangVerdict), hangState.hangsInARow);
+  Raise({Finding::ENGINE_HANGS, name, hangMessage.c_str()});
 }
 
 }  // namespace
@@ -86,24 +87,25 @@ void HangCycle() {
 }
 
 int64_t HangPause(int64_t hangTime) {
-  return hangTime >= SHORTEST_HANG_PAUSE ? hangTime : hangTime + SHORTEST_HANG_PAUSE;
+  return hangTime >= SHORTEST_HANG_CHECK_PAUSE ? hangTime : hangTime + SHORTEST_HANG_CHECK_PAUSE;
 }
 
 int hangCheckProc(const char* name) {
   TRACE(TRACE_INFO, "try: hangCheckProc start [ %d ]", 0);
-  const Search found = FindEngine(name, ExpectedEnginePid()).verdict;
-  if (found == Search::NO_TABLE) return 0;
-  const bool engineRuns = found == Search::FOUND;
-  TellHangVerdict(name, engineRuns && m_hang_save_flag == FULL_HANG_CHECK ? Probe() : WithoutProcess());
+  const Search hangSearch = FindEngine(name, EnginePidForHangCheck()).verdict;
+  if (hangSearch == Search::NO_TABLE) return 0;
+  const bool engineRuns = hangSearch == Search::FOUND;
+  TellHangVerdict(name,
+                  engineRuns && m_hang_save_flag == FULL_HANG_CHECK ? HangProbe() : HangWithoutProcess());
   return 1;
 }
 
-bool QueueHangs(int64_t waiting, int64_t limit, HangState* state) {
-  const bool queueIsOver = limit > 0 && waiting > limit;
-  return std::exchange(state->hangQueueWasOver, queueIsOver) && queueIsOver;
+bool QueueHangs(int64_t waiting, int64_t limit, HangState* hangs) {
+  const bool hangQueueIsOver = limit > 0 && waiting > limit;
+  return std::exchange(hangs->hangQueueWasOver, hangQueueIsOver) && hangQueueIsOver;
 }
 
-bool HangAlarmDue(bool alive, int64_t every, HangState* state) {
-  state->hangsInARow = alive ? 0 : state->hangsInARow + 1;
-  return !alive && every > 0 && state->hangsInARow % every == 0;
+bool HangAlarmDue(bool engineAlive, int64_t every, HangState* hangs) {
+  hangs->hangsInARow = engineAlive ? 0 : hangs->hangsInARow + 1;
+  return !engineAlive && every > 0 && hangs->hangsInARow % every == 0;
 }

@@ -26,9 +26,9 @@ struct HangState {
 };
 // Returns true when more than limit connections wait now and did in the check before. With limit 0 it is
 // never true.
-bool QueueHangs(int64_t waiting, int64_t limit, HangState* state);
+bool QueueHangs(int64_t waiting, int64_t limit, HangState* hangs);
 // Counts a verdict. Returns true when an alarm is due: after every `every` dead verdicts in a row, or never
 // when that is 0.
-bool HangAlarmDue(bool alive, int64_t every, HangState* state);
+bool HangAlarmDue(bool engineAlive, int64_t every, HangState* hangs);
 
 #endif

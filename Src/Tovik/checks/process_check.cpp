@@ -25,8 +25,8 @@ int32_t m_pid = 0;  // from the engine's PID file, for the trace only
 // Returns 1 when the engine was found and measured, or when the search met a process without a name; 0 when
 // the engine is not running.
 int proc_run_func(const char* name) {
-  const SearchResult engine = FindEngine(name);
-  switch (engine.verdict) {
+  const SearchResult checkedProcess = FindEngine(name);
+  switch (checkedProcess.verdict) {
     case Search::ABSENT:
     case Search::NO_TABLE:
       return 0;
@@ -37,38 +37,39 @@ int proc_run_func(const char* name) {
       break;
   }
   TRACE(TRACE_INFO, "match inputProcessName [ %s ] systemProcessName [ %s ] systemProcessID [ %d ]", name,
-        name, engine.pid);
+        name, checkedProcess.pid);
   TRACE(TRACE_INFO, "g_shm_open_flag = %d", g_shm_open_flag.load());
-  TellEngineFound(name, engine.pid);
-  CheckThresholds(name, engine.pid);
+  TellEngineFound(name, checkedProcess.pid);
+  CheckThresholds(name, checkedProcess.pid);
   return 1;
 }
 
-void StartEngine() {
-  const std::string startCommand = base::Format("\"%s\" %s", m_sz_shell_file, m_sz_shell_method);
-  TRACE(TRACE_INFO, "process exec [ %s ]", startCommand.c_str());
-  const ScriptRun scriptRun;
-  const int scriptStatus = base::RunShell(startCommand, scriptRun.Limit());
-  const int scriptError = errno;
-  scriptRun.TellEnd(scriptStatus, scriptError);
-  if (scriptStatus >= 0) return;
+void RestartEngine() {
+  const std::string processCommand = base::Format("\"%s\" %s", m_sz_shell_file, m_sz_shell_method);
+  TRACE(TRACE_INFO, "process exec [ %s ]", processCommand.c_str());
+  const ScriptRun processScript;
+  const int processScriptStatus = base::RunShell(processCommand, processScript.NoticeLimit());
+  const int processScriptError = errno;
+  processScript.TellScriptEnd(processScriptStatus, processScriptError);
+  if (processScriptStatus >= 0) return;
   // A script that the stop no longer waits for was started all the same.
-  if (scriptError == ECANCELED) return;
-  TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", scriptError, std::strerror(scriptError));
+  if (processScriptError == ECANCELED) return;
+  TRACE(TRACE_ERROR, "Error: Unable to start service[%d] [%s]", processScriptError,
+        std::strerror(processScriptError));
 }
 
-int Tick(const char* name) {
-  int64_t pid = m_pid;
-  if (ReadPidFile(m_sz_svc_pid_file, &pid)) m_pid = static_cast<int32_t>(pid);
-  const int engineRuns = proc_run_func(name);
-  engineState = engineRuns == 1 ? EngineState::RUNS : EngineState::STARTED_AGAIN;
-  if (engineRuns == 1) return 0;
-  TRACE(TRACE_INFO, "proc_run_func [ %d ] ProcessID [ %d ]", engineRuns, m_pid);
+int ProcessTick(const char* name) {
+  int64_t processPid = m_pid;
+  if (ReadPidFile(m_sz_svc_pid_file, &processPid)) m_pid = static_cast<int32_t>(processPid);
+  const int processRuns = proc_run_func(name);
+  engineState = processRuns == 1 ? EngineState::RUNS : EngineState::STARTED_AGAIN;
+  if (processRuns == 1) return 0;
+  TRACE(TRACE_INFO, "proc_run_func [ %d ] ProcessID [ %d ]", processRuns, m_pid);
   TRACE(TRACE_INFO, "%s process start.", name);
   TellEngineMissing(name);
-  const std::string message = RestartMessage(name);
-  Raise({Finding::ENGINE_DEAD, name, message.c_str(), m_sz_cfg_file});
-  StartEngine();
+  const std::string restartMessage = RestartMessage(name);
+  Raise({Finding::ENGINE_DEAD, name, restartMessage.c_str(), m_sz_cfg_file});
+  RestartEngine();
   base::SleepSeconds(m_restart_period);
   return 1;
 }
@@ -83,7 +84,7 @@ void ProcessCycle() {
 
 int TovikProc(const char* name) {
   try {
-    return Tick(name);
+    return ProcessTick(name);
   } catch (const std::bad_alloc&) {
     TRACE(TRACE_ERROR, "no memory for the check of %s", name);
     return 0;

@@ -20,83 +20,89 @@
 
 namespace {
 
-constexpr size_t PID_FILE_SIZE = 1024;
+constexpr size_t SEARCHED_PID_FILE_SIZE = 1024;
 constexpr int64_t SEARCH_SPACING_SECONDS = 1;
-constexpr size_t EXECUTABLE_LINK_SIZE = 251;
+constexpr size_t SEARCHED_LINK_SIZE = 251;
 
-bool IsPidFolder(const char* name) {
-  return *name != '\0' && std::all_of(name, name + std::strlen(name), [](char c) {
-    return std::isdigit(static_cast<unsigned char>(c)) != 0;
-  });
+bool IsPidFolder(const char* searchedName) {
+  return *searchedName != '\0' &&
+         std::all_of(searchedName, searchedName + std::strlen(searchedName), [](char searchedChar) {
+           return std::isdigit(static_cast<unsigned char>(searchedChar)) != 0;
+         });
 }
 
-std::string ExecutableOf(const std::string& processFolder) {
-  std::array<char, EXECUTABLE_LINK_SIZE> executable;
-  const ssize_t length = ::readlink((processFolder + "/exe").c_str(), executable.data(), executable.size());
-  return length < 0 ? std::string() : std::string(executable.data(), static_cast<size_t>(length));
+std::string SearchedExecutable(const std::string& processFolder) {
+  std::array<char, SEARCHED_LINK_SIZE> searchedLink;
+  const ssize_t searchedLength =
+      ::readlink((processFolder + "/exe").c_str(), searchedLink.data(), searchedLink.size());
+  return searchedLength < 0 ? std::string()
+                            : std::string(searchedLink.data(), static_cast<size_t>(searchedLength));
 }
 
-void WaitBetweenProcessLooks() {
+void WaitBetweenSearches() {
   if (qxapi_has_process() == 1) base::SleepSeconds(SEARCH_SPACING_SECONDS);
 }
 
 }  // namespace
 
-SearchResult FindProcess(const ProcessSource& next, const char* name, int64_t pid,
+SearchResult FindProcess(const ProcessSource& nextProcess, const char* soughtName, int64_t soughtPid,
                          bool (*isDead)(int32_t pid)) {
-  Search verdict = Search::NO_TABLE;
-  sysinfo::ProcessName process{};
-  while (next(&process)) {
-    verdict = Search::ABSENT;
-    if (process.name == nullptr) return {Search::NAMELESS, 0};
-    if (std::strcmp(process.name, name) != 0) continue;
-    if (pid != ANY_PID && pid != process.pid) continue;
-    if (isDead == nullptr || !isDead(process.pid)) return {Search::FOUND, process.pid};
+  Search searchVerdict = Search::NO_TABLE;
+  sysinfo::ProcessName candidate{};
+  while (nextProcess(&candidate)) {
+    searchVerdict = Search::ABSENT;
+    if (candidate.name == nullptr) return {Search::NAMELESS, 0};
+    if (std::strcmp(candidate.name, soughtName) != 0) continue;
+    if (soughtPid != SEARCH_ANY_PID && soughtPid != candidate.pid) continue;
+    if (isDead == nullptr || !isDead(candidate.pid)) return {Search::FOUND, candidate.pid};
   }
-  return {verdict, 0};
+  return {searchVerdict, 0};
 }
 
-SearchResult FindEngine(const char* name, int64_t pid) {
-  WaitBetweenProcessLooks();
-  sysinfo::ProcessWalk walk;
-  return FindProcess([&walk](sysinfo::ProcessName* process) { return walk.Next(process); }, name, pid,
-                     m_zombie_dead != 0 ? sysinfo::IsZombie : nullptr);
+SearchResult FindEngine(const char* soughtName, int64_t soughtPid) {
+  WaitBetweenSearches();
+  sysinfo::ProcessWalk searchWalk;
+  return FindProcess([&searchWalk](sysinfo::ProcessName* candidate) { return searchWalk.Next(candidate); },
+                     soughtName, soughtPid, m_zombie_dead != 0 ? sysinfo::IsZombie : nullptr);
 }
 
 sysinfo::ProcessNames SpacedSnapshot() {
-  WaitBetweenProcessLooks();
+  WaitBetweenSearches();
   return sysinfo::ReadProcessNames();
 }
 
-int CountProcesses(const sysinfo::ProcessNames& processes, const char* name) {
-  int count = 0;
+int CountProcesses(const sysinfo::ProcessNames& processes, const char* soughtName) {
+  int processesFound = 0;
   for (size_t i = 0; i < processes.Size(); ++i) {
-    const sysinfo::ProcessName process = processes[i];
-    if (process.name == nullptr) return 0;
-    if (std::strcmp(process.name, name) == 0) ++count;
+    const sysinfo::ProcessName candidate = processes[i];
+    if (candidate.name == nullptr) return 0;
+    if (std::strcmp(candidate.name, soughtName) == 0) ++processesFound;
   }
-  return count;
+  return processesFound;
 }
 
-bool ReadPidFile(const char* path, int64_t* pid) {
-  const base::UniqueFd pidFile = base::OpenRegular(path);
-  if (!pidFile.Valid()) return false;
-  std::array<char, PID_FILE_SIZE> pidText;
-  *pid = base::LeadingNumber({pidText.data(), base::ReadUpTo(pidFile.Get(), pidText.data(), pidText.size())});
+bool ReadPidFile(const char* pidFilePath, int64_t* processPid) {
+  const base::UniqueFd processPidFile = base::OpenRegular(pidFilePath);
+  if (!processPidFile.Valid()) return false;
+  std::array<char, SEARCHED_PID_FILE_SIZE> processPidText;
+  *processPid =
+      base::LeadingNumber({processPidText.data(), base::ReadUpTo(processPidFile.Get(), processPidText.data(),
+                                                                 processPidText.size())});
   return true;
 }
 
-pid_t getProcessID(const char* text, const char* proc_root) {
-  const base::UniqueDir root(::opendir(proc_root));
-  const dirent* entry = nullptr;
-  while (root && (entry = ::readdir(root.get())) != nullptr) {
-    if (!IsPidFolder(entry->d_name)) continue;
-    const std::string executable = ExecutableOf(std::string(proc_root) + "/" + entry->d_name);
-    if (executable.empty() || executable.find(text) == std::string::npos) continue;
-    const auto pid = static_cast<pid_t>(base::LeadingNumber(entry->d_name));
-    std::printf("getProcessID(%s) :Found. id = %d\n", text, pid);
-    return pid;
+pid_t getProcessID(const char* soughtText, const char* proc_root) {
+  const base::UniqueDir searchedRoot(::opendir(proc_root));
+  const dirent* searchedEntry = nullptr;
+  while (searchedRoot && (searchedEntry = ::readdir(searchedRoot.get())) != nullptr) {
+    if (!IsPidFolder(searchedEntry->d_name)) continue;
+    const std::string searchedExecutable =
+        SearchedExecutable(std::string(proc_root) + "/" + searchedEntry->d_name);
+    if (searchedExecutable.empty() || searchedExecutable.find(soughtText) == std::string::npos) continue;
+    const auto foundPid = static_cast<pid_t>(base::LeadingNumber(searchedEntry->d_name));
+    std::printf("getProcessID(%s) :Found. id = %d\n", soughtText, foundPid);
+    return foundPid;
   }
-  std::printf("getProcessID(%s) : id = 0 (could not find process)\n", text);
+  std::printf("getProcessID(%s) : id = 0 (could not find process)\n", soughtText);
   return 0;
 }

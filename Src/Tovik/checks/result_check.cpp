@@ -7,7 +7,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string>
 
@@ -29,25 +28,21 @@ namespace {
 constexpr time_t RESULT_AGE = 86400;        // seconds: the file of yesterday is reported
 constexpr int64_t RESULT_CHECK_PAUSE = 61;  // seconds
 
-struct RecordsRelease {
-  void operator()(RESULT_LIST* records) const { FreeResultData(records); }
-};
-
-std::tm LocalTime(time_t when) {
-  std::tm local{};
-  localtime_r(&when, &local);
-  return local;
+std::tm LocalResultTime(time_t resultTime) {
+  std::tm resultLocal{};
+  localtime_r(&resultTime, &resultLocal);
+  return resultLocal;
 }
 
-bool IsDue(time_t now) {
-  const std::tm local = LocalTime(now);
-  const ResultMoment moment = ResultMomentOf(m_result_check_time, local);
-  const bool inTime = moment == ResultMoment::DUE;
-  if (m_result_catch_up != 0 && (inTime || ResultTimePassed(m_result_check_time, local))) {
-    if (TakeResultDay(inTime, local)) return true;
-    if (inTime) return false;
+bool ResultIsDue(time_t resultCheckTime) {
+  const std::tm resultLocal = LocalResultTime(resultCheckTime);
+  const ResultMoment resultMoment = ResultMomentOf(m_result_check_time, resultLocal);
+  const bool resultInTime = resultMoment == ResultMoment::DUE;
+  if (m_result_catch_up != 0 && (resultInTime || ResultTimePassed(m_result_check_time, resultLocal))) {
+    if (TakeResultDay(resultInTime, resultLocal)) return true;
+    if (resultInTime) return false;
   }
-  switch (moment) {
+  switch (resultMoment) {
     case ResultMoment::OTHER_HOUR:
       TRACE(TRACE_ERROR, "Result check Hour Over");
       return false;
@@ -61,33 +56,34 @@ bool IsDue(time_t now) {
 }
 
 // A file that is missing or may not be opened is not traced.
-void TraceUnread(const std::string& path, int error) {
-  switch (error) {
+void TraceUnreadResult(const std::string& resultPath, int resultErrno) {
+  switch (resultErrno) {
     case EFBIG:
-      TRACE(TRACE_ERROR, "Result file %s has more than %" PRId64 " lines", path.c_str(), MAX_RESULT_RECORDS);
+      TRACE(TRACE_ERROR, "Result file %s has more than %" PRId64 " lines", resultPath.c_str(),
+            MAX_RESULT_RECORDS);
       break;
     case EINVAL:
-      TRACE(TRACE_ERROR, "Result file %s is no regular file", path.c_str());
+      TRACE(TRACE_ERROR, "Result file %s is no regular file", resultPath.c_str());
       break;
     case ENOMEM:
-      TRACE(TRACE_ERROR, "Result file %s: no memory to read it", path.c_str());
+      TRACE(TRACE_ERROR, "Result file %s: no memory to read it", resultPath.c_str());
       break;
     default:
       break;
   }
 }
 
-int ReportResults(time_t now) {
-  const ResultDay resultDay = ResultDayAt(now, m_sz_svc_txt_path, HostNameInFiles());
-  const int64_t jobs = base::CountNewlines(resultDay.path.c_str());
-  if (jobs < 0) return -1;
-  const std::unique_ptr<RESULT_LIST, RecordsRelease> records(GetResultReadData(resultDay.path.c_str(), jobs));
-  if (records == nullptr) {
-    const int error = errno;
-    TraceUnread(resultDay.path, error);
+int ReportResults(time_t resultCheckTime) {
+  const ResultDay resultDay = ResultDayAt(resultCheckTime, m_sz_svc_txt_path, HostNameInFiles());
+  const int64_t resultJobs = base::CountNewlines(resultDay.path.c_str());
+  if (resultJobs < 0) return -1;
+  const UniqueResults resultRecords(GetResultReadData(resultDay.path.c_str(), resultJobs));
+  if (resultRecords == nullptr) {
+    const int resultErrno = errno;
+    TraceUnreadResult(resultDay.path, resultErrno);
     return -1;
   }
-  GetResultShowData(resultDay.path.c_str(), jobs, records.get(), resultDay.date.c_str());
+  GetResultShowData(resultDay.path.c_str(), resultJobs, resultRecords.get(), resultDay.date.c_str());
   return 1;
 }
 
@@ -98,45 +94,50 @@ constexpr size_t RESULT_CHECK_DAY_SIZE = 8;
 std::string unkeptResultDay;
 
 std::string ResultCheckDayPath() {
-  const auto host = HostNameInFiles();
-  return m_sz_txt_path + (host ? *host + "." : "") + "result.day";
+  const auto resultHost = HostNameInFiles();
+  return m_sz_txt_path + (resultHost ? *resultHost + "." : "") + "result.day";
 }
 
-std::string ResultCheckDayText(const std::tm& local) {
-  return base::Format("%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+std::string ResultCheckDayText(const std::tm& resultLocal) {
+  return base::Format("%04d%02d%02d", resultLocal.tm_year + 1900, resultLocal.tm_mon + 1,
+                      resultLocal.tm_mday);
 }
 
 // The day in the file; empty when there is none.
-std::string KeptResultDay(const std::string& path) {
-  const base::UniqueFd dayFile = base::OpenRegular(path.c_str(), nullptr, O_NOFOLLOW);
-  std::array<char, RESULT_CHECK_DAY_SIZE> day;
-  return dayFile.Valid() ? std::string(day.data(), base::ReadUpTo(dayFile.Get(), day.data(), day.size()))
-                         : "";
+std::string KeptResultDay(const std::string& resultDayPath) {
+  const base::UniqueFd resultDayFile = base::OpenRegular(resultDayPath.c_str(), nullptr, O_NOFOLLOW);
+  std::array<char, RESULT_CHECK_DAY_SIZE> keptDay;
+  return resultDayFile.Valid() ? std::string(keptDay.data(), base::ReadUpTo(resultDayFile.Get(),
+                                                                            keptDay.data(), keptDay.size()))
+                               : "";
 }
 
 // Writes a new file and renames it. A full disk or a crash leaves either the old or the new file whole.
-bool WriteResultDay(const std::string& path, const std::string& day) {
-  const std::string newDayPath = path + ".new";
-  ::unlink(newDayPath.c_str());
-  base::UniqueFd dayFile(::open(newDayPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                                RESULT_CHECK_DAY_MODE));
-  if (!dayFile.Valid()) return false;
-  const std::string line = day + "\n";
-  const bool written = ::write(dayFile.Get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
-  return written && dayFile.Reset() == 0 && ::rename(newDayPath.c_str(), path.c_str()) == 0;
+bool WriteResultDay(const std::string& resultDayPath, const std::string& resultDay) {
+  const std::string newResultDayPath = resultDayPath + ".new";
+  ::unlink(newResultDayPath.c_str());
+  base::UniqueFd resultDayFile(::open(
+      newResultDayPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, RESULT_CHECK_DAY_MODE));
+  if (!resultDayFile.Valid()) return false;
+  const std::string dayLine = resultDay + "\n";
+  const bool dayWritten =
+      ::write(resultDayFile.Get(), dayLine.data(), dayLine.size()) == static_cast<ssize_t>(dayLine.size());
+  return dayWritten && resultDayFile.Reset() == 0 &&
+         ::rename(newResultDayPath.c_str(), resultDayPath.c_str()) == 0;
 }
 
-bool Keep(const std::string& path, const std::string& day) {
-  if (WriteResultDay(path, day)) return true;
-  const int error = errno;
-  TRACE(TRACE_WARN, "RESULT_CATCH_UP: %s cannot be written: %s", path.c_str(), std::strerror(error));
+bool KeepResultDay(const std::string& resultDayPath, const std::string& resultDay) {
+  if (WriteResultDay(resultDayPath, resultDay)) return true;
+  const int resultDayErrno = errno;
+  TRACE(TRACE_WARN, "RESULT_CATCH_UP: %s cannot be written: %s", resultDayPath.c_str(),
+        std::strerror(resultDayErrno));
   return false;
 }
 
 }  // namespace
 
 void ResultCycle() {
-  TraceOutcome(resultCheckProc());
+  TraceErrorCheckOutcome(resultCheckProc());
   base::SleepSeconds(RESULT_CHECK_PAUSE);
 }
 
@@ -148,58 +149,64 @@ int resultCheckProc() {
   return ResultCheckAt(std::time(nullptr));
 }
 
-int ResultCheckAt(time_t now) {
+int ResultCheckAt(time_t resultCheckTime) {
   try {
-    return IsDue(now) ? ReportResults(now) : -1;
+    return ResultIsDue(resultCheckTime) ? ReportResults(resultCheckTime) : -1;
   } catch (const std::bad_alloc&) {
     TRACE(TRACE_ERROR, "no memory for the result check");
     return -1;
   }
 }
 
-void GetResultShowData(const char* path, int64_t count, const RESULT_LIST* records, const char* date) {
+void GetResultShowData(const char* resultPath, int64_t resultCount, const RESULT_LIST* resultRecords,
+                       const char* resultDate) {
   char averageTable[AVERAGE_TABLE_SIZE] = "";
-  if (count > 0) FormatAverageTable(date, count, AverageOf(records, count), averageTable);
-  Raise({Finding::DAILY_RESULT, m_sz_proc_name, averageTable, path});
+  if (resultCount > 0)
+    FormatAverageTable(resultDate, resultCount, AverageOf(resultRecords, resultCount), averageTable);
+  Raise({Finding::DAILY_RESULT, m_sz_proc_name, averageTable, resultPath});
 }
 
-ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local) {
-  std::string timeText(timeOfDay);
-  char timePart[RESULT_LINE];
-  char* minutePart = GetNextString(timeText.data(), ':', timePart);
-  if (base::LeadingNumber(timePart) != local.tm_hour) return ResultMoment::OTHER_HOUR;
-  GetNextString(minutePart, ':', timePart);
-  return base::LeadingNumber(timePart) == local.tm_min ? ResultMoment::DUE : ResultMoment::OTHER_MINUTE;
+ResultMoment ResultMomentOf(const char* resultTime, const std::tm& resultLocal) {
+  std::string resultTimeText(resultTime);
+  char resultTimePart[RESULT_LINE];
+  char* resultMinutePart = GetNextString(resultTimeText.data(), ':', resultTimePart);
+  if (base::LeadingNumber(resultTimePart) != resultLocal.tm_hour) return ResultMoment::OTHER_HOUR;
+  GetNextString(resultMinutePart, ':', resultTimePart);
+  return base::LeadingNumber(resultTimePart) == resultLocal.tm_min ? ResultMoment::DUE
+                                                                   : ResultMoment::OTHER_MINUTE;
 }
 
-bool ResultTimePassed(const char* timeOfDay, const std::tm& local) {
-  std::string timeText(timeOfDay);
-  char timePart[RESULT_LINE];
-  char* minutePart = GetNextString(timeText.data(), ':', timePart);
-  const int64_t hour = base::LeadingNumber(timePart);
-  GetNextString(minutePart, ':', timePart);
-  const int64_t minute = base::LeadingNumber(timePart);
-  if (hour < 0 || hour >= 24 || minute < 0 || minute >= 60) return false;
-  return local.tm_hour != hour ? local.tm_hour > hour : local.tm_min > minute;
+bool ResultTimePassed(const char* resultTime, const std::tm& resultLocal) {
+  std::string resultTimeText(resultTime);
+  char resultTimePart[RESULT_LINE];
+  char* resultMinutePart = GetNextString(resultTimeText.data(), ':', resultTimePart);
+  const int64_t resultHour = base::LeadingNumber(resultTimePart);
+  GetNextString(resultMinutePart, ':', resultTimePart);
+  const int64_t resultMinute = base::LeadingNumber(resultTimePart);
+  if (resultHour < 0 || resultHour >= 24 || resultMinute < 0 || resultMinute >= 60) return false;
+  return resultLocal.tm_hour != resultHour ? resultLocal.tm_hour > resultHour
+                                           : resultLocal.tm_min > resultMinute;
 }
 
-ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::string>& host) {
-  const std::tm day = LocalTime(now - RESULT_AGE);
-  const int year = day.tm_year + 1900;
-  const int month = day.tm_mon + 1;
-  const std::string resultFile = host ? base::Format("Result.%s.csv", host->c_str()) : "Result.csv";
-  return {base::Format("%s%d%02d%02d/%s", folder, year, month, day.tm_mday, resultFile.c_str()),
-          base::Format("%d/%02d/%02d", year, month, day.tm_mday)};
+ResultDay ResultDayAt(time_t resultCheckTime, const char* folder, const std::optional<std::string>& host) {
+  const std::tm resultDay = LocalResultTime(resultCheckTime - RESULT_AGE);
+  const int resultYear = resultDay.tm_year + 1900;
+  const int resultMonth = resultDay.tm_mon + 1;
+  const std::string resultDayFile = host ? base::Format("Result.%s.csv", host->c_str()) : "Result.csv";
+  const std::string resultDate = base::Format("%d/%02d/%02d", resultYear, resultMonth, resultDay.tm_mday);
+  return {base::Format("%s%d%02d%02d/%s", folder, resultYear, resultMonth, resultDay.tm_mday,
+                       resultDayFile.c_str()),
+          resultDate};
 }
 
-bool TakeResultDay(bool inTime, const std::tm& local) {
-  const std::string path = ResultCheckDayPath();
-  const std::string day = ResultCheckDayText(local);
-  if (day == unkeptResultDay || day == KeptResultDay(path)) return false;
-  if (Keep(path, day)) {
-    if (!inTime) TRACE(TRACE_INFO, "Result check missed its minute and is made up for");
+bool TakeResultDay(bool resultInTime, const std::tm& resultLocal) {
+  const std::string resultDayPath = ResultCheckDayPath();
+  const std::string resultDay = ResultCheckDayText(resultLocal);
+  if (resultDay == unkeptResultDay || resultDay == KeptResultDay(resultDayPath)) return false;
+  if (KeepResultDay(resultDayPath, resultDay)) {
+    if (!resultInTime) TRACE(TRACE_INFO, "Result check missed its minute and is made up for");
     return true;
   }
-  if (inTime) unkeptResultDay = day;
-  return inTime;
+  if (resultInTime) unkeptResultDay = resultDay;
+  return resultInTime;
 }

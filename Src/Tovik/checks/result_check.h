@@ -31,19 +31,21 @@ bool IsResultTime(const char* resultTime);
 // for the mail and the post.
 int resultCheckProc();
 // The same with a given moment as the present.
-int ResultCheckAt(time_t now);
+int ResultCheckAt(time_t resultCheckTime);
 
-// Raises the alarm with a table of the averages over count records; the mail carries the file at path.
-// Without records the table is an empty text. The table shows date.
-void GetResultShowData(const char* path, int64_t count, const RESULT_LIST* records, const char* date);
+// Raises the alarm with a table of the averages over resultCount records; the mail carries the file at
+// resultPath. Without records the table is an empty text. The table shows resultDate.
+void GetResultShowData(const char* resultPath, int64_t resultCount, const RESULT_LIST* resultRecords,
+                       const char* resultDate);
 
 // How a local time compares with a configured time of day.
 enum class ResultMoment { DUE, OTHER_HOUR, OTHER_MINUTE };
-// timeOfDay is "HH:MM". A part that is missing or not a number counts as 0. A time like "25:00" is never due.
-ResultMoment ResultMomentOf(const char* timeOfDay, const std::tm& local);
+// resultTime is "HH:MM". A part that is missing or not a number counts as 0. A time like "25:00" is never
+// due.
+ResultMoment ResultMomentOf(const char* resultTime, const std::tm& resultLocal);
 
 // Returns true when that minute of today has passed; never for a time like "25:00".
-bool ResultTimePassed(const char* timeOfDay, const std::tm& local);
+bool ResultTimePassed(const char* resultTime, const std::tm& resultLocal);
 
 // The day that is reported: the local date of 86,400 seconds ago.
 struct ResultDay {
@@ -51,11 +53,12 @@ struct ResultDay {
   std::string date;  // as the table shows it
 };
 // folder is a path prefix. host, when present, becomes part of the file's name, even if it is empty.
-ResultDay ResultDayAt(time_t now, const char* folder, const std::optional<std::string>& host);
+ResultDay ResultDayAt(time_t resultCheckTime, const char* folder, const std::optional<std::string>& host);
 
 // Returns true when today's report should be made now; today then counts as done, even if the report fails.
-// inTime: RESULT_TIME is this minute; otherwise it has passed. When the day cannot be written (traced), the
-// report is made in its own minute only, so that it is not repeated in every later minute. For one thread.
-bool TakeResultDay(bool inTime, const std::tm& local);
+// resultInTime: RESULT_TIME is this minute; otherwise it has passed. When the day cannot be written (traced),
+// the report is made in its own minute only, so that it is not repeated in every later minute. For one
+// thread.
+bool TakeResultDay(bool resultInTime, const std::tm& resultLocal);
 
 #endif

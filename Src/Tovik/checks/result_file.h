@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 inline constexpr int RESULT_FIELDS = 24;  // of a line; further fields are ignored
 inline constexpr int RESULT_LINE = 4096;  // line buffer, terminator included
@@ -33,5 +34,10 @@ char* GetNextString(char* src, char sep, char* dst);
 RESULT_LIST* GetResultReadData(const char* path, int64_t count);
 // Null is allowed.
 void FreeResultData(RESULT_LIST* records);
+
+struct ResultsRelease {
+  void operator()(RESULT_LIST* records) const { FreeResultData(records); }
+};
+using UniqueResults = std::unique_ptr<RESULT_LIST, ResultsRelease>;
 
 #endif

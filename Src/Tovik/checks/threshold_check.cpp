@@ -14,12 +14,12 @@
 
 namespace {
 
-constexpr int32_t NO_CPU_USAGE = -999;  // no figure: the CPU is neither reported nor checked
+constexpr int32_t NO_CPU_FIGURE = -999;  // no figure: the CPU is neither reported nor checked
 
 // Returns true when the engine's true share of the host's memory, put into *share, reaches MEM_OVER_PERCENT.
-bool ShareIsOver(int pid, int64_t total_kb, int* memoryShare) {
+bool ShareReachesThreshold(int pid, int64_t host_kb, int* memoryShare) {
   if (m_mem_over_percent == 0) return false;
-  *memoryShare = MemoryShare(process_memory_kb(pid), total_kb);
+  *memoryShare = MemoryThresholdShare(process_memory_kb(pid), host_kb);
   const auto shareThreshold = static_cast<int>(m_mem_over_percent);
   TRACE(TRACE_INFO, "System Memory Share [ %d ] Config Memory Share [ %d ]", *memoryShare, shareThreshold);
   return *memoryShare >= shareThreshold;
@@ -28,35 +28,35 @@ bool ShareIsOver(int pid, int64_t total_kb, int* memoryShare) {
 void CheckMemory(const char* name, int pid) {
   const int engineMemoryMb = process_memory_usage(pid);
   const auto hostMemoryKb = static_cast<int64_t>(system_memory_usage());
-  int32_t memoryFigure = MemoryFigure(engineMemoryMb, hostMemoryKb);
+  int32_t memoryFigure = MemoryThresholdFigure(engineMemoryMb, hostMemoryKb);
   auto memoryThreshold = static_cast<int>(gSendInfo->mem_over_value);
   gMemUsage = memoryFigure;
   TRACE(TRACE_INFO, "System Memory [ %d ] Config Memory [ %d ]", memoryFigure, memoryThreshold);
-  const bool memoryFigureIsOver = memoryFigure >= gSendInfo->mem_over_value;
+  const bool figureOverThreshold = memoryFigure >= gSendInfo->mem_over_value;
   int memoryShare = 0;
-  const bool memoryShareIsOver = ShareIsOver(pid, hostMemoryKb, &memoryShare);
-  if (!memoryFigureIsOver && !memoryShareIsOver) return;
+  const bool shareOverThreshold = ShareReachesThreshold(pid, hostMemoryKb, &memoryShare);
+  if (!figureOverThreshold && !shareOverThreshold) return;
   TRACE(TRACE_INFO, "Memory Over");
   // There is one alarm even when both are over. It then names the share, the figure that people know.
-  if (memoryShareIsOver) {
+  if (shareOverThreshold) {
     memoryFigure = memoryShare;
     memoryThreshold = static_cast<int>(m_mem_over_percent);
   }
-  const std::string message = OverMessage(name, "Memory", memoryFigure, memoryThreshold);
-  Raise({Finding::MEMORY_OVER, name, message.c_str()});
+  const std::string thresholdMessage = OverMessage(name, "Memory", memoryFigure, memoryThreshold);
+  Raise({Finding::MEMORY_OVER, name, thresholdMessage.c_str()});
 }
 
 void CheckCpu(const char* name) {
-  const int32_t cpuUsage = system_cpu_usage();
+  const int32_t cpuFigure = system_cpu_usage();
   const auto cpuThreshold = static_cast<int>(gSendInfo->cpu_over_value);
-  gCpuUsage = cpuUsage;
-  TRACE(TRACE_INFO, "System CPU [ %d ] Config CPU [ %d ]", cpuUsage, cpuThreshold);
-  if (cpuUsage == NO_CPU_USAGE) return;
+  gCpuUsage = cpuFigure;
+  TRACE(TRACE_INFO, "System CPU [ %d ] Config CPU [ %d ]", cpuFigure, cpuThreshold);
+  if (cpuFigure == NO_CPU_FIGURE) return;
   send_request(REPORT_RESOURCE_USAGE, CODE_RESOURCE_USAGE);
-  if (cpuUsage < gSendInfo->cpu_over_value) return;
+  if (cpuFigure < gSendInfo->cpu_over_value) return;
   TRACE(TRACE_INFO, "CPU Over");
-  const std::string message = OverMessage(name, "CPU", cpuUsage, cpuThreshold);
-  Raise({Finding::CPU_OVER, name, message.c_str()});
+  const std::string thresholdMessage = OverMessage(name, "CPU", cpuFigure, cpuThreshold);
+  Raise({Finding::CPU_OVER, name, thresholdMessage.c_str()});
 }
 
 }  // namespace
@@ -67,12 +67,12 @@ void CheckThresholds(const char* name, int pid) {
   CheckCpu(name);
 }
 
-int MemoryShare(int64_t rss_kb, int64_t total_kb) {
-  return rss_kb > 0 && total_kb > 0 ? static_cast<int>(rss_kb * 100 / total_kb) : 0;
+int MemoryThresholdShare(int64_t engine_kb, int64_t host_kb) {
+  return engine_kb > 0 && host_kb > 0 ? static_cast<int>(engine_kb * 100 / host_kb) : 0;
 }
 
-int32_t MemoryFigure(int rss_mb, int64_t total_kb) {
-  const float memoryFigure = static_cast<float>(rss_mb) / static_cast<float>(total_kb) * 100.0F;
-  const bool fits = memoryFigure > -2147483648.0F && memoryFigure < 2147483648.0F;
-  return fits ? static_cast<int32_t>(memoryFigure) : INT32_MIN;
+int32_t MemoryThresholdFigure(int engine_mb, int64_t host_kb) {
+  const float thresholdFigure = static_cast<float>(engine_mb) / static_cast<float>(host_kb) * 100.0F;
+  const bool figureFits = thresholdFigure > -2147483648.0F && thresholdFigure < 2147483648.0F;
+  return figureFits ? static_cast<int32_t>(thresholdFigure) : INT32_MIN;
 }

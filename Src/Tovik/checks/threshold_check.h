@@ -13,10 +13,10 @@ void CheckThresholds(const char* name, int pid);
 
 // The memory figure: MB divided by kB, times 100, in single precision, truncated. INT32_MIN when the result
 // is not a number or does not fit.
-int32_t MemoryFigure(int rss_mb, int64_t total_kb);
+int32_t MemoryThresholdFigure(int engine_mb, int64_t host_kb);
 
 // The true share in percent, truncated; 0 when one of the two is not positive. MEM_OVER_PERCENT is compared
 // with it. The memory figure is about 1/1024 of it and is kept for the programs that read it.
-int MemoryShare(int64_t rss_kb, int64_t total_kb);
+int MemoryThresholdShare(int64_t engine_kb, int64_t host_kb);
 
 #endif

@@ -13,65 +13,71 @@ static_assert(std::endian::native == std::endian::little, "the engine's integers
 // Reads one integer after the other, and none beyond the end.
 class ChannelReplyReader {
  public:
-  ChannelReplyReader(const char* data, size_t length) : reply_(data), replyLeft_(length) {}
+  ChannelReplyReader(const char* replyData, size_t replyLength)
+      : reply_(replyData), replyLeft_(replyLength) {}
 
-  template <typename Integer>
-  bool TakeInteger(Integer* out) {
-    if (replyLeft_ < sizeof *out) return false;
-    std::memcpy(out, reply_, sizeof *out);
-    reply_ += sizeof *out;
-    replyLeft_ -= sizeof *out;
+  template <typename ReplyInteger>
+  bool TakeReplyInteger(ReplyInteger* replyInteger) {
+    if (replyLeft_ < sizeof *replyInteger) return false;
+    std::memcpy(replyInteger, reply_, sizeof *replyInteger);
+    reply_ += sizeof *replyInteger;
+    replyLeft_ -= sizeof *replyInteger;
     return true;
   }
-  size_t Left() const { return replyLeft_; }
+  size_t ReplyLeft() const { return replyLeft_; }
 
  private:
   const char* reply_;
   size_t replyLeft_;
 };
 
-int32_t LowHalf(int64_t value) {
-  return static_cast<int32_t>(static_cast<uint64_t>(value) & UINT32_MAX);
+int32_t LowReplyHalf(int64_t replyInteger) {
+  return static_cast<int32_t>(static_cast<uint64_t>(replyInteger) & UINT32_MAX);
 }
 
-// Reads up to `claimed` pairs of Integers into a new array.
-template <typename Integer>
-void TakeChannels(ChannelReplyReader* reply, int32_t claimed, LVCSR_DATA_CHANNEL* record) {
-  const size_t channelCount = std::min(static_cast<size_t>(claimed), reply->Left() / (2 * sizeof(Integer)));
-  record->nEntries = 0;
-  record->pChannel = nullptr;
-  if (channelCount == 0) return;
-  record->pChannel = static_cast<LVCSR_CHANNEL*>(std::calloc(channelCount, sizeof *record->pChannel));
-  if (record->pChannel == nullptr) return;
-  Integer id = 0;
-  Integer state = 0;
-  for (size_t i = 0; i < channelCount && reply->TakeInteger(&id) && reply->TakeInteger(&state); ++i) {
-    record->pChannel[i] = {LowHalf(id), LowHalf(state)};
+// Reads up to `claimedChannels` pairs of ReplyIntegers into a new array.
+template <typename ReplyInteger>
+void TakeReplyChannels(ChannelReplyReader* reply, int32_t claimedChannels, LVCSR_DATA_CHANNEL* decodedReply) {
+  const size_t replyChannels =
+      std::min(static_cast<size_t>(claimedChannels), reply->ReplyLeft() / (2 * sizeof(ReplyInteger)));
+  decodedReply->nEntries = 0;
+  decodedReply->pChannel = nullptr;
+  if (replyChannels == 0) return;
+  decodedReply->pChannel =
+      static_cast<LVCSR_CHANNEL*>(std::calloc(replyChannels, sizeof *decodedReply->pChannel));
+  if (decodedReply->pChannel == nullptr) return;
+  ReplyInteger replyId = 0;
+  ReplyInteger replyState = 0;
+  for (size_t i = 0;
+       i < replyChannels && reply->TakeReplyInteger(&replyId) && reply->TakeReplyInteger(&replyState); ++i) {
+    decodedReply->pChannel[i] = {LowReplyHalf(replyId), LowReplyHalf(replyState)};
   }
-  record->nEntries = static_cast<int32_t>(channelCount);
+  decodedReply->nEntries = static_cast<int32_t>(replyChannels);
 }
 
 }  // namespace
 
-void DecodeChannelReply(const char* payload, size_t length, LVCSR_DATA_CHANNEL* record) {
-  *record = {};
-  ChannelReplyReader reply(payload, length);
-  for (int32_t* replyCount :
-       {&record->nThreadCnt, &record->nChannelCnt, &record->nUsedCnt, &record->nWaitCnt, &record->nIdleCnt}) {
-    reply.TakeInteger(replyCount);
+void DecodeChannelReply(const char* replyPayload, size_t replyLength, LVCSR_DATA_CHANNEL* decodedReply) {
+  *decodedReply = {};
+  ChannelReplyReader reply(replyPayload, replyLength);
+  for (int32_t* replyCount : {&decodedReply->nThreadCnt, &decodedReply->nChannelCnt, &decodedReply->nUsedCnt,
+                              &decodedReply->nWaitCnt, &decodedReply->nIdleCnt}) {
+    reply.TakeReplyInteger(replyCount);
   }
-  if (record->nThreadCnt > 0) TakeChannels<int32_t>(&reply, record->nThreadCnt, record);
+  if (decodedReply->nThreadCnt > 0)
+    TakeReplyChannels<int32_t>(&reply, decodedReply->nThreadCnt, decodedReply);
 }
 
-void DecodeTextChannelReply(const char* data, size_t length, LVCSR_DATA_CHANNEL* record) {
-  ChannelReplyReader reply(data, length);
-  int64_t channelCount = 0;
-  if (!reply.TakeInteger(&channelCount)) return;
-  record->nChannelCnt = LowHalf(channelCount);
-  int64_t usedChannels = 0;
-  if (reply.TakeInteger(&usedChannels)) {
-    record->nUsedCnt = LowHalf(usedChannels);
-    record->nWaitCnt = static_cast<int32_t>(usedChannels >> 32);
+void DecodeTextChannelReply(const char* replyData, size_t replyLength, LVCSR_DATA_CHANNEL* decodedReply) {
+  ChannelReplyReader reply(replyData, replyLength);
+  int64_t replyChannels = 0;
+  if (!reply.TakeReplyInteger(&replyChannels)) return;
+  decodedReply->nChannelCnt = LowReplyHalf(replyChannels);
+  int64_t replyUsedChannels = 0;
+  if (reply.TakeReplyInteger(&replyUsedChannels)) {
+    decodedReply->nUsedCnt = LowReplyHalf(replyUsedChannels);
+    decodedReply->nWaitCnt = static_cast<int32_t>(replyUsedChannels >> 32);
   }
-  if (record->nChannelCnt > 0) TakeChannels<int64_t>(&reply, record->nChannelCnt, record);
+  if (decodedReply->nChannelCnt > 0)
+    TakeReplyChannels<int64_t>(&reply, decodedReply->nChannelCnt, decodedReply);
 }

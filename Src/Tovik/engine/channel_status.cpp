@@ -15,15 +15,16 @@ std::atomic<uint8_t> g_shm_open_flag{0};
 
 namespace {
 
-constexpr const char* QUERIED_HOST = "127.0.0.1";
-constexpr int QUERY_CONNECT_SECONDS = 10;
-constexpr int QUERY_REPLY_SECONDS = 30;
-constexpr int32_t ASK_CHANNELS = 5;
+constexpr const char* CHANNEL_QUERY_HOST = "127.0.0.1";
+constexpr int CHANNEL_CONNECT_SECONDS = 10;
+constexpr int CHANNEL_ANSWER_SECONDS = 30;
+constexpr int32_t ASK_CHANNEL_STATUS = 5;
 
 // A record that owns its channel array.
 struct ChannelStatus {
   ChannelStatus() = default;
-  explicit ChannelStatus(const LVCSR_DATA_CHANNEL& filled) : record(filled), channels(filled.pChannel) {}
+  explicit ChannelStatus(const LVCSR_DATA_CHANNEL& answeredStatus)
+      : record(answeredStatus), channels(answeredStatus.pChannel) {}
 
   LVCSR_DATA_CHANNEL record{};
   std::unique_ptr<LVCSR_CHANNEL[], base::MallocFree> channels;
@@ -31,8 +32,8 @@ struct ChannelStatus {
 
 base::SharedRecord<ChannelStatus> gSTAT;
 
-int ResultOfStatus(int32_t engine_status) {
-  switch (engine_status) {
+int ChannelStatusResult(int32_t channelQueryStatus) {
+  switch (channelQueryStatus) {
     case 2:
     case 3:
       return ENGINE_FAILED;
@@ -43,65 +44,68 @@ int ResultOfStatus(int32_t engine_status) {
   }
 }
 
-void PrepareQueryTls(LVCSR_SOCK_HEAD* head) {
-  CreateClientContext(SSLInit(head));
-  DunraSTT_SSL(m_sz_cert_file, m_sz_key_file, m_sz_ca_file, m_sz_ssl_password, head);
+void PrepareChannelQueryTls(LVCSR_SOCK_HEAD* channelSocket) {
+  CreateClientContext(SSLInit(channelSocket));
+  DunraSTT_SSL(m_sz_cert_file, m_sz_key_file, m_sz_ca_file, m_sz_ssl_password, channelSocket);
 }
 
-struct QueryExit {
-  void operator()(LVCSR_SOCK_HEAD* head) const { DunraSTT_EXIT(head); }
+struct ChannelQueryExit {
+  void operator()(LVCSR_SOCK_HEAD* channelSocket) const { DunraSTT_EXIT(channelSocket); }
 };
 
 // Closes the connection in every case, also without memory for the record.
-void Query(LVCSR_SOCK_HEAD* head) {
-  const std::unique_ptr<LVCSR_SOCK_HEAD, QueryExit> connection(head);
+void QueryChannelStatus(LVCSR_SOCK_HEAD* channelSocket) {
+  const std::unique_ptr<LVCSR_SOCK_HEAD, ChannelQueryExit> channelQuery(channelSocket);
   gSTAT.Set({});
-  LVCSR_DATA_CHANNEL record{};
-  if (DunraSTT_GET_CHANNEL(head, &record) == ENGINE_OK) {
+  LVCSR_DATA_CHANNEL channelRecord{};
+  if (DunraSTT_GET_CHANNEL(channelSocket, &channelRecord) == ENGINE_OK) {
     TRACE(TRACE_INFO,
           "Thread Count [ %d ], Channel Count [ %d ], Used Count [ %d ], Wait Count [ %d ], "
           "Idle Count [ %d ]",
-          record.nThreadCnt, record.nChannelCnt, record.nUsedCnt, record.nWaitCnt, record.nIdleCnt);
+          channelRecord.nThreadCnt, channelRecord.nChannelCnt, channelRecord.nUsedCnt, channelRecord.nWaitCnt,
+          channelRecord.nIdleCnt);
   }
-  gSTAT.Set(ChannelStatus(record));
+  gSTAT.Set(ChannelStatus(channelRecord));
 }
 
 }  // namespace
 
-int DunraSTT_GET_CHANNEL(LVCSR_SOCK_HEAD* head, LVCSR_DATA_CHANNEL* record) {
-  if (head->bUseSSL != 0 && head->pSSL == nullptr) return ENGINE_FAILED;
-  if (head->uSock <= 0) {
+int DunraSTT_GET_CHANNEL(LVCSR_SOCK_HEAD* channelSocket, LVCSR_DATA_CHANNEL* record) {
+  if (channelSocket->bUseSSL != 0 && channelSocket->pSSL == nullptr) return ENGINE_FAILED;
+  if (channelSocket->uSock <= 0) {
     TRACE(TRACE_ERROR, "[CHANNEL] Socket ID Create Failed");
     return ENGINE_FAILED;
   }
-  const LVCSR_NET_HEADER request{ASK_CHANNELS, 0, 0, head->uChannel};
-  int result = SendData(head, &request, nullptr, 0);
-  if (result != ENGINE_OK) {
-    TRACE(TRACE_ERROR, "[CHANNEL] SendData packets Failed[%d]", request.nLength);
-    return result;
+  const LVCSR_NET_HEADER channelQuery{ASK_CHANNEL_STATUS, 0, 0, channelSocket->uChannel};
+  int channelResult = SendData(channelSocket, &channelQuery, nullptr, 0);
+  if (channelResult != ENGINE_OK) {
+    TRACE(TRACE_ERROR, "[CHANNEL] SendData packets Failed[%d]", channelQuery.nLength);
+    return channelResult;
   }
-  LVCSR_NET_HEADER reply{};
-  const base::UniqueText payload(RecvData(head, &reply, &result, 0));
-  if (payload != nullptr) DecodeChannelReply(payload.get(), static_cast<size_t>(reply.nLength), record);
-  if (result == ENGINE_OK) {
-    result = ResultOfStatus(reply.nStatus);
-    TRACE(TRACE_ERROR, "[CHANNEL] RecvData packets Check[%d] Stat[%d] Len[%d]", result, reply.nStatus,
-          reply.nLength);
+  LVCSR_NET_HEADER channelAnswer{};
+  const base::UniqueText answeredChannels(RecvData(channelSocket, &channelAnswer, &channelResult, 0));
+  if (answeredChannels != nullptr)
+    DecodeChannelReply(answeredChannels.get(), static_cast<size_t>(channelAnswer.nLength), record);
+  if (channelResult == ENGINE_OK) {
+    channelResult = ChannelStatusResult(channelAnswer.nStatus);
+    TRACE(TRACE_ERROR, "[CHANNEL] RecvData packets Check[%d] Stat[%d] Len[%d]", channelResult,
+          channelAnswer.nStatus, channelAnswer.nLength);
   }
-  head->uChannel = result == ENGINE_OK ? reply.nChannel : -1;
-  return result;
+  channelSocket->uChannel = channelResult == ENGINE_OK ? channelAnswer.nChannel : -1;
+  return channelResult;
 }
 
 int SHM_OPEN() {
-  LVCSR_SOCK_HEAD head{};
-  if (m_ssl_check != 0) PrepareQueryTls(&head);
-  const int port = static_cast<int>(m_PROC_PORT);
-  if (DunraSTT_INIT(QUERIED_HOST, port, QUERY_CONNECT_SECONDS, QUERY_REPLY_SECONDS, &head) != ENGINE_OK) {
-    TRACE(TRACE_ERROR, "[ %d ] disconnect", port);
-    DunraSTT_EXIT(&head);
+  LVCSR_SOCK_HEAD channelSocket{};
+  if (m_ssl_check != 0) PrepareChannelQueryTls(&channelSocket);
+  const int channelPort = static_cast<int>(m_PROC_PORT);
+  if (DunraSTT_INIT(CHANNEL_QUERY_HOST, channelPort, CHANNEL_CONNECT_SECONDS, CHANNEL_ANSWER_SECONDS,
+                    &channelSocket) != ENGINE_OK) {
+    TRACE(TRACE_ERROR, "[ %d ] disconnect", channelPort);
+    DunraSTT_EXIT(&channelSocket);
     return -1;
   }
-  Query(&head);
+  QueryChannelStatus(&channelSocket);
   TRACE(TRACE_INFO, "Shared memory");
   return 1;
 }

@@ -30,7 +30,7 @@ int SHM_CLOS();
 // ENGINE_TIMED_OUT when no reply came; ENGINE_REFUSED for engine status 4. As soon as a payload has arrived
 // the record is replaced, whatever the result: an older array is not released, and the caller frees the new
 // one.
-int DunraSTT_GET_CHANNEL(LVCSR_SOCK_HEAD* head, LVCSR_DATA_CHANNEL* record);
+int DunraSTT_GET_CHANNEL(LVCSR_SOCK_HEAD* channelSocket, LVCSR_DATA_CHANNEL* record);
 
 // The current record, complete and never null. It stays valid as long as the caller keeps it.
 std::shared_ptr<const LVCSR_DATA_CHANNEL> CurrentChannelStatus();

@@ -24,12 +24,12 @@ inline constexpr int ENGINE_REFUSED = -3;
 // seconds, at least 1. Returns ENGINE_OK; ENGINE_TIMED_OUT when the kernel gave up the attempt; otherwise
 // ENGINE_FAILED, also when connTimeout has passed or the handshake ran out of time. After a failed handshake
 // or certificate check the socket is closed and uSock below 0; after an earlier failure it is unchanged.
-int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, LVCSR_SOCK_HEAD* head);
+int DunraSTT_INIT(const char* host, int port, int connTimeout, int recvTimeout, LVCSR_SOCK_HEAD* connection);
 
 // Closes the record's socket unless it is -1, and frees session and context. A record that never connected
 // closes descriptor 0 (see base/standard_descriptors.h). The record forgets the socket's number, so a second
 // call cannot close another file that has got it meanwhile. Returns 0, or -1 when the close failed
 // (nothing else is then freed), or when there is nothing to close after a failed handshake; -1 is not traced.
-int DunraSTT_EXIT(LVCSR_SOCK_HEAD* head);
+int DunraSTT_EXIT(LVCSR_SOCK_HEAD* connection);
 
 #endif

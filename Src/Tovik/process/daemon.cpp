@@ -22,17 +22,17 @@ namespace {
 
 constexpr pid_t INIT_PID = 1;
 constexpr mode_t DAEMON_UMASK = 022;
-constexpr mode_t LOCK_MODE = 0600;
+constexpr mode_t DAEMON_LOCK_MODE = 0600;
 
 base::UniqueFd pidFilehandle;
 
 void DetachDaemon() {
-  const pid_t child = fork();
-  if (child < 0) {
+  const pid_t daemon_child = fork();
+  if (daemon_child < 0) {
     TellNoStart("the daemon's process", errno);
     std::_Exit(1);
   }
-  if (child > 0) {
+  if (daemon_child > 0) {
     std::fflush(nullptr);
     std::_Exit(0);
   }
@@ -40,23 +40,24 @@ void DetachDaemon() {
   if (setsid() < 0) std::_Exit(1);
 }
 
-void CloseAllDescriptors() {
+void CloseDaemonDescriptors() {
   if (::close_range(0, ~0U, 0) == 0) return;
-  for (int fd = getdtablesize(); fd >= 0; --fd) ::close(fd);
+  for (int daemon_fd = getdtablesize(); daemon_fd >= 0; --daemon_fd) ::close(daemon_fd);
 }
 
-void TakeDaemonLock(const char* lockfile) {
-  pidFilehandle = base::UniqueFd(::open(lockfile, O_RDWR | O_CREAT | O_CLOEXEC, LOCK_MODE));
+void TakeDaemonLock(const char* daemon_lockfile) {
+  pidFilehandle = base::UniqueFd(::open(daemon_lockfile, O_RDWR | O_CREAT | O_CLOEXEC, DAEMON_LOCK_MODE));
   if (!pidFilehandle.Valid()) {
-    syslog(LOG_INFO, "Could not open PID lock file %s, exiting", lockfile);
+    syslog(LOG_INFO, "Could not open PID lock file %s, exiting", daemon_lockfile);
     std::_Exit(1);
   }
   if (::lockf(pidFilehandle.Get(), F_TLOCK, 0) < 0) {
-    syslog(LOG_INFO, "Could not lock PID lock file %s, exiting", lockfile);
+    syslog(LOG_INFO, "Could not lock PID lock file %s, exiting", daemon_lockfile);
     std::_Exit(1);
   }
-  const std::string pid = base::Format("%d\n", getpid());
-  [[maybe_unused]] const ssize_t written = ::write(pidFilehandle.Get(), pid.data(), pid.size());
+  const std::string daemon_pid = base::Format("%d\n", getpid());
+  [[maybe_unused]] const ssize_t pid_written =
+      ::write(pidFilehandle.Get(), daemon_pid.data(), daemon_pid.size());
 }
 
 }  // namespace
@@ -64,10 +65,10 @@ void TakeDaemonLock(const char* lockfile) {
 void daemonize(const char* rundir, const char* lockfile) {
   if (getppid() == INIT_PID) return;
   BlockJobSignals();
-  InstallEarlyHandler();
+  InstallEarlySignalHandler();
   std::fflush(nullptr);
   DetachDaemon();
-  CloseAllDescriptors();
+  CloseDaemonDescriptors();
   base::GuardStandardDescriptors();
   [[maybe_unused]] const int rundir_changed = rundir == nullptr ? 0 : ::chdir(rundir);
   TakeDaemonLock(lockfile);

@@ -17,15 +17,15 @@ namespace {
 
 bool WriteHeartbeat() {
   if (std::fprintf(log_stream, "Debug: %d\n", counter++) < 0) {
-    const int error = errno;
+    const int heartbeat_error = errno;
     syslog(LOG_ERR, "Can not write to log stream: %s, error: %s", HeartbeatStreamName(),
-           std::strerror(error));
+           std::strerror(heartbeat_error));
     return false;
   }
   if (std::fflush(log_stream) != 0) {
-    const int error = errno;
+    const int heartbeat_error = errno;
     syslog(LOG_ERR, "Can not fflush() log stream: %s, error: %s", HeartbeatStreamName(),
-           std::strerror(error));
+           std::strerror(heartbeat_error));
     return false;
   }
   return true;

@@ -25,8 +25,8 @@ void OpenHeartbeatStream() {
     log_stream = heartbeatFile.get();
     return;
   }
-  const int error = errno;
-  syslog(LOG_ERR, "Can not open log file: %s, error: %s", HeartbeatStreamName(), std::strerror(error));
+  const int stream_error = errno;
+  syslog(LOG_ERR, "Can not open log file: %s, error: %s", HeartbeatStreamName(), std::strerror(stream_error));
 }
 
 void CloseHeartbeatStream() {

@@ -15,7 +15,7 @@ Options given_options;
 
 namespace {
 
-constexpr const char* VERSION = "2.3.x.x";
+constexpr const char* HELP_VERSION = "2.3.x.x";
 
 void KeepOptionArgument(std::string* option_text, bool* given) {
   *option_text = optarg;
@@ -56,7 +56,7 @@ int ParseOptions(int argc, char** argv, Options* options) {
 }
 
 void print_help() {
-  std::printf("  DUNRA STT Service Daemon Ver.%s\n", VERSION);
+  std::printf("  DUNRA STT Service Daemon Ver.%s\n", HELP_VERSION);
   std::printf("\n");
   std::printf("  Usage: %s [OPTIONS]\n\n", app_name);
   std::printf("  Options:\n");
@@ -73,27 +73,27 @@ int delay = 1;
 
 int read_conf_file(int reload) {
   if (!given_options.hasConfigFile) return 0;
-  const char* const config_name = given_options.configFile.c_str();
-  const base::UniqueFile config_file(std::fopen(config_name, "re"));
-  if (!config_file) {
-    const int error = errno;
-    syslog(LOG_ERR, "Can not open config file: %s, error: %s", config_name, std::strerror(error));
+  const char* const option_f_path = given_options.configFile.c_str();
+  const base::UniqueFile option_f_file(std::fopen(option_f_path, "re"));
+  if (!option_f_file) {
+    const int option_f_error = errno;
+    syslog(LOG_ERR, "Can not open config file: %s, error: %s", option_f_path, std::strerror(option_f_error));
   } else if (reload == 1) {
-    syslog(LOG_INFO, "Reloaded configuration file %s of %s", config_name, app_name);
+    syslog(LOG_INFO, "Reloaded configuration file %s of %s", option_f_path, app_name);
   } else {
-    syslog(LOG_INFO, "Configuration of %s read from file %s", app_name, config_name);
+    syslog(LOG_INFO, "Configuration of %s read from file %s", app_name, option_f_path);
   }
   return -1;
 }
 
-int test_conf_file(const char* path) {
-  const base::UniqueFile config_file(std::fopen(path, "re"));
-  if (!config_file) {
-    std::fprintf(stderr, "Can't read config file %s\n", path);
+int test_conf_file(const char* option_t_path) {
+  const base::UniqueFile option_t_file(std::fopen(option_t_path, "re"));
+  if (!option_t_file) {
+    std::fprintf(stderr, "Can't read config file %s\n", option_t_path);
     return 1;
   }
-  if (std::fscanf(config_file.get(), "%d", &delay) < 1) {
-    std::fprintf(stderr, "Wrong config file %s\n", path);
+  if (std::fscanf(option_t_file.get(), "%d", &delay) < 1) {
+    std::fprintf(stderr, "Wrong config file %s\n", option_t_path);
     return 1;
   }
   return 0;

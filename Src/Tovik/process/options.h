@@ -48,6 +48,6 @@ extern int delay;
 int read_conf_file(int reload);
 
 // Reads one decimal number from a file into delay. Returns 0, or 1 after a message on standard error.
-int test_conf_file(const char* path);
+int test_conf_file(const char* option_t_path);
 
 #endif

@@ -17,7 +17,7 @@ void TakeServiceManager();
 // Whether there is one.
 bool HasServiceManager();
 // Sends one message; a failure is traced. Blocks for a second at most. Keeps no descriptor. Any thread.
-void TellServiceManager(const std::string& message);
+void TellServiceManager(const std::string& manager_message);
 
 // Within how many milliseconds it wants a sign of life each time; 0: not at all.
 int64_t ManagerWatchdogMilliseconds();
@@ -26,9 +26,9 @@ int64_t ManagerPatienceSeconds();
 
 // The address that a text stands for: an absolute path, or behind "@" an abstract name. Its length, 0 for a
 // text that is neither or too long.
-socklen_t NotifyAddress(const std::string& notify_socket, sockaddr_un* address);
+socklen_t NotifyAddress(const std::string& manager_socket, sockaddr_un* manager_address);
 // The milliseconds that WATCHDOG_USEC (may be null) asks for, where WATCHDOG_PID (may be null) is this
 // process.
-int64_t ManagerWatchdogOf(const char* microseconds, const char* pid, pid_t own);
+int64_t ManagerWatchdogOf(const char* watchdog_usec, const char* watchdog_pid, pid_t own_pid);
 
 #endif

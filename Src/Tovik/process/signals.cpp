@@ -12,18 +12,18 @@ namespace {
 
 constexpr std::initializer_list<int> HANDLED_SIGNALS = {SIGINT, SIGHUP, SIGTERM, SIGALRM};
 
-void (*stopAction)() = nullptr;
+void (*stopSignalAction)() = nullptr;
 
-sigset_t SetOf(std::initializer_list<int> signals) {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : signals) sigaddset(&set, signal);
-  return set;
+sigset_t SignalSetOf(std::initializer_list<int> signals) {
+  sigset_t signal_set;
+  sigemptyset(&signal_set);
+  for (const int signal : signals) sigaddset(&signal_set, signal);
+  return signal_set;
 }
 
-void TakeSignal(const sigset_t& set, int seconds) {
-  const timespec limit{seconds, 0};
-  const int signal = sigtimedwait(&set, nullptr, &limit);
+void TakeSignal(const sigset_t& signal_set, int signal_seconds) {
+  const timespec signal_limit{signal_seconds, 0};
+  const int signal = sigtimedwait(&signal_set, nullptr, &signal_limit);
   if (signal > 0) handle_signal(signal);
 }
 
@@ -36,24 +36,24 @@ void BlockJobSignals() {
   sigprocmask(SIG_BLOCK, &job_signals, nullptr);
 }
 
-void InstallEarlyHandler() {
-  struct sigaction early {};
-  early.sa_handler = signal_handler;
-  sigemptyset(&early.sa_mask);
-  for (const int signal : {SIGHUP, SIGTERM, SIGINT}) sigaction(signal, &early, nullptr);
+void InstallEarlySignalHandler() {
+  struct sigaction early_action {};
+  early_action.sa_handler = signal_handler;
+  sigemptyset(&early_action.sa_mask);
+  for (const int signal : {SIGHUP, SIGTERM, SIGINT}) sigaction(signal, &early_action, nullptr);
 }
 
 void signal_handler(int /*sig*/) {}
 
-void InstallSignalHandlers(void (*stop)()) {
-  stopAction = stop;
-  const sigset_t handled = SetOf(HANDLED_SIGNALS);
-  pthread_sigmask(SIG_BLOCK, &handled, nullptr);
-  struct sigaction action {};
-  action.sa_handler = handle_signal;
-  action.sa_mask = handled;
-  action.sa_flags = SA_RESTART;
-  for (const int signal : HANDLED_SIGNALS) sigaction(signal, &action, nullptr);
+void InstallSignalHandlers(void (*stop_action)()) {
+  stopSignalAction = stop_action;
+  const sigset_t handled_signals = SignalSetOf(HANDLED_SIGNALS);
+  pthread_sigmask(SIG_BLOCK, &handled_signals, nullptr);
+  struct sigaction signal_action {};
+  signal_action.sa_handler = handle_signal;
+  signal_action.sa_mask = handled_signals;
+  signal_action.sa_flags = SA_RESTART;
+  for (const int signal : HANDLED_SIGNALS) sigaction(signal, &signal_action, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
 }
 
@@ -61,7 +61,7 @@ void handle_signal(int sig) {
   switch (sig) {
     case SIGINT:
     case SIGTERM:
-      stopAction();
+      stopSignalAction();
       break;
     case SIGHUP:
       WriteDebugLine("reloading daemon config file ...");
@@ -75,16 +75,16 @@ void handle_signal(int sig) {
   }
 }
 
-void SleepTakingSignal(int seconds) {
-  TakeSignal(SetOf(HANDLED_SIGNALS), seconds);
+void SleepTakingSignal(int signal_seconds) {
+  TakeSignal(SignalSetOf(HANDLED_SIGNALS), signal_seconds);
 }
 
 void DieBySigint(bool stopped) {
-  const sigset_t interrupt = SetOf({SIGINT});
+  const sigset_t sigint_alone = SignalSetOf({SIGINT});
   ::kill(::getpid(), SIGINT);
   if (stopped) {
-    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+    pthread_sigmask(SIG_UNBLOCK, &sigint_alone, nullptr);
   } else {
-    TakeSignal(interrupt, 0);
+    TakeSignal(sigint_alone, 0);
   }
 }

@@ -11,11 +11,11 @@
 // For a daemon in the making: blocks the signals of children and of the terminal.
 void BlockJobSignals();
 // For the same, until InstallSignalHandlers. A stop signal that arrives in this time is lost.
-void InstallEarlyHandler();
+void InstallEarlySignalHandler();
 void signal_handler(int sig);
 
 // Blocks the signals, installs handle_signal and ignores SIGPIPE. SIGINT and SIGTERM call stop.
-void InstallSignalHandlers(void (*stop)());
+void InstallSignalHandlers(void (*stop_action)());
 void handle_signal(int sig);
 
 // Sleeps until one of the four signals arrives, at most for so many seconds, and handles that one.

@@ -10,9 +10,9 @@ namespace {
 
 using notices::Notice;
 
-std::string ProcessNameOf(const sysinfo::ProcessNames& processes, pid_t pid) {
+std::string OwnProcessName(const sysinfo::ProcessNames& processes, pid_t own_pid) {
   for (size_t i = 0; i < processes.Size(); ++i)
-    if (processes[i].pid == pid && processes[i].name != nullptr) return processes[i].name;
+    if (processes[i].pid == own_pid && processes[i].name != nullptr) return processes[i].name;
   return {};
 }
 
@@ -22,8 +22,8 @@ bool HidesProcessNames(const sysinfo::ProcessNames& processes) {
   return false;
 }
 
-void TellBadKey(const char* key, const std::string& why) {
-  notices::Tell<Notice::BAD_KEY>(key, ConfigFileName(m_sz_configfile), why);
+void TellBadKey(const char* key, const std::string& why_no_start) {
+  notices::Tell<Notice::BAD_KEY>(key, ConfigFileName(m_sz_configfile), why_no_start);
 }
 
 }  // namespace
@@ -39,32 +39,34 @@ void TellNoTimeOfDay() {
                                 "\", no time of day as 07:30, and RESULT_CHECK is set");
 }
 
-void TellNotAlone(const sysinfo::ProcessNames& processes, const char* name, pid_t own_pid) {
+void TellNotAlone(const sysinfo::ProcessNames& processes, const char* agent_name, pid_t own_pid) {
   if (!notices::On()) return;
-  const std::string other_agents = OtherAgents(processes, name, own_pid);
-  const std::string own_name = ProcessNameOf(processes, own_pid);
-  if (*name == '\0') {
+  const std::string other_agents = OtherAgents(processes, agent_name, own_pid);
+  const std::string own_name = OwnProcessName(processes, own_pid);
+  if (*agent_name == '\0') {
     TellBadKey("WATCHDOG_NAME", "has no value");
   } else if (HidesProcessNames(processes)) {
     notices::Tell<Notice::NO_START>("/proc hides the names of processes (hidepid): another agent may run");
-  } else if (own_name != name) {
+  } else if (own_name != agent_name) {
     TellBadKey("WATCHDOG_NAME",
-               "is \"" + std::string(name) + "\", and this program is named \"" + own_name + '"');
+               "is \"" + std::string(agent_name) + "\", and this program is named \"" + own_name + '"');
   } else {
-    notices::Tell<Notice::ALREADY_RUNNING>(other_agents, name);
+    notices::Tell<Notice::ALREADY_RUNNING>(other_agents, agent_name);
   }
 }
 
-void TellNoStart(const char* what, int error) {
-  if (notices::On()) notices::Tell<Notice::NO_START>(std::string(what) + ": " + std::strerror(error));
+void TellNoStart(const char* failed_step, int error) {
+  if (notices::On()) notices::Tell<Notice::NO_START>(std::string(failed_step) + ": " + std::strerror(error));
 }
 
-std::string OtherAgents(const sysinfo::ProcessNames& processes, const char* name, pid_t own_pid) {
+std::string OtherAgents(const sysinfo::ProcessNames& processes, const char* agent_name, pid_t own_pid) {
   std::string other_agents;
   for (size_t i = 0; i < processes.Size(); ++i) {
-    const sysinfo::ProcessName process = processes[i];
-    if (process.name == nullptr || process.pid == own_pid || std::strcmp(process.name, name) != 0) continue;
-    other_agents += (other_agents.empty() ? "" : ", ") + std::to_string(process.pid);
+    const sysinfo::ProcessName other_agent = processes[i];
+    if (other_agent.name == nullptr || other_agent.pid == own_pid ||
+        std::strcmp(other_agent.name, agent_name) != 0)
+      continue;
+    other_agents += (other_agents.empty() ? "" : ", ") + std::to_string(other_agent.pid);
   }
   return other_agents;
 }

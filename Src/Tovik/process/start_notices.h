@@ -14,11 +14,11 @@ void TellNoConfiguration(int error);
 // RESULT_TIME is no time of day.
 void TellNoTimeOfDay();
 // The process table has not exactly one process of the agent's name; own_pid is the agent's process id.
-void TellNotAlone(const sysinfo::ProcessNames& processes, const char* name, pid_t own_pid);
+void TellNotAlone(const sysinfo::ProcessNames& processes, const char* agent_name, pid_t own_pid);
 // A step of the start failed; error is errno.
-void TellNoStart(const char* what, int error);
+void TellNoStart(const char* failed_step, int error);
 
 // The other processes of that name, "812, 901".
-std::string OtherAgents(const sysinfo::ProcessNames& processes, const char* name, pid_t own_pid);
+std::string OtherAgents(const sysinfo::ProcessNames& processes, const char* agent_name, pid_t own_pid);
 
 #endif

@@ -17,40 +17,42 @@ namespace {
 // For REPORT_QUEUE.
 std::mutex reportQueueMutex;
 ReportQueue reportQueue;
-int64_t givenUp = 0;  // reports that the queue dropped; guarded by reportQueueMutex
+int64_t reportsGivenUp = 0;  // reports that the queue dropped; guarded by reportQueueMutex
 
 std::optional<int64_t> NextQueuedReport() {
-  std::optional<WaitingReport> report;
+  std::optional<WaitingReport> queuedReport;
   {
     const std::lock_guard<std::mutex> lock(reportQueueMutex);
-    report = reportQueue.Next();
+    queuedReport = reportQueue.Next();
   }
-  if (!report) return std::nullopt;
-  if (report->type == REPORT_ALARM) gAlarmFlag = report->code;
-  return FindReportType(report->type)->messageId;
+  if (!queuedReport) return std::nullopt;
+  if (queuedReport->type == REPORT_ALARM) gAlarmFlag = queuedReport->code;
+  return FindReportType(queuedReport->type)->messageId;
 }
 
 }  // namespace
 
-void QueueReport(int type, int code) {
-  const auto limit = static_cast<size_t>(m_report_queue);
-  ReportQueue::Added added{};
-  int64_t lost = 0;
+void QueueReport(int reportType, int reportCode) {
+  const auto queueLimit = static_cast<size_t>(m_report_queue);
+  ReportQueue::Added queueOutcome{};
+  int64_t queueLost = 0;
   {
     const std::lock_guard<std::mutex> lock(reportQueueMutex);
-    added = reportQueue.Add({type, code}, limit);
-    if (added == ReportQueue::Added::OLDEST_GAVE_WAY || added == ReportQueue::Added::GAVE_WAY) ++givenUp;
-    lost = givenUp;
+    queueOutcome = reportQueue.Add({reportType, reportCode}, queueLimit);
+    if (queueOutcome == ReportQueue::Added::OLDEST_GAVE_WAY || queueOutcome == ReportQueue::Added::GAVE_WAY)
+      ++reportsGivenUp;
+    queueLost = reportsGivenUp;
   }
-  switch (added) {
+  switch (queueOutcome) {
     case ReportQueue::Added::WAITS:
       break;
     case ReportQueue::Added::MERGED:
-      TRACE(TRACE_DEBUG, "report type %d code %d waits already and is sent once", type, code);
+      TRACE(TRACE_DEBUG, "report type %d code %d waits already and is sent once", reportType, reportCode);
       break;
     case ReportQueue::Added::OLDEST_GAVE_WAY:
     case ReportQueue::Added::GAVE_WAY:
-      TRACE(TRACE_WARN, "REPORT_QUEUE is full: %lld reports given up so far", static_cast<long long>(lost));
+      TRACE(TRACE_WARN, "REPORT_QUEUE is full: %lld reports given up so far",
+            static_cast<long long>(queueLost));
       break;
   }
 }
@@ -67,26 +69,28 @@ void DropReports() {
   reportQueue = {};
 }
 
-ReportQueue::Added ReportQueue::Add(const WaitingReport& report, size_t limit) {
-  if (std::find(reports_.begin(), reports_.end(), report) != reports_.end()) return Added::MERGED;
-  if (reports_.size() < std::max(limit, LEAST_REPORTS)) {
-    reports_.push_back(report);
+ReportQueue::Added ReportQueue::Add(const WaitingReport& reportToQueue, size_t queueLimit) {
+  if (std::find(queuedReports_.begin(), queuedReports_.end(), reportToQueue) != queuedReports_.end())
+    return Added::MERGED;
+  if (queuedReports_.size() < std::max(queueLimit, LEAST_REPORTS)) {
+    queuedReports_.push_back(reportToQueue);
     return Added::WAITS;
   }
-  const auto oldest = std::find_if(reports_.begin(), reports_.end(),
-                                   [](const WaitingReport& waiting) { return waiting.type != REPORT_ALARM; });
-  if (oldest != reports_.end()) {
-    reports_.erase(oldest);
-  } else if (report.type != REPORT_ALARM) {
+  const auto oldestQueued =
+      std::find_if(queuedReports_.begin(), queuedReports_.end(),
+                   [](const WaitingReport& waitingReport) { return waitingReport.type != REPORT_ALARM; });
+  if (oldestQueued != queuedReports_.end()) {
+    queuedReports_.erase(oldestQueued);
+  } else if (reportToQueue.type != REPORT_ALARM) {
     return Added::GAVE_WAY;
   }
-  reports_.push_back(report);
-  return oldest != reports_.end() ? Added::OLDEST_GAVE_WAY : Added::WAITS;
+  queuedReports_.push_back(reportToQueue);
+  return oldestQueued != queuedReports_.end() ? Added::OLDEST_GAVE_WAY : Added::WAITS;
 }
 
 std::optional<WaitingReport> ReportQueue::Next() {
-  if (reports_.empty()) return std::nullopt;
-  const WaitingReport firstReport = reports_.front();
-  reports_.erase(reports_.begin());
+  if (queuedReports_.empty()) return std::nullopt;
+  const WaitingReport firstReport = queuedReports_.front();
+  queuedReports_.erase(queuedReports_.begin());
   return firstReport;
 }

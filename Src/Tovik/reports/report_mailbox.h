@@ -20,7 +20,7 @@ extern std::atomic<int64_t> gMsgId;    // its message id
 extern std::atomic<int64_t> gAlarmFlag;
 
 // Puts a report into the queue. What the queue merges or drops is traced. Any thread.
-void QueueReport(int type, int code);
+void QueueReport(int reportType, int reportCode);
 
 // The message id of the report to be sent next, if one waits. In the queue it is removed, and an alarm's code
 // goes to gAlarmFlag. The mailbox stays as it is: the caller clears it after sending. For the management
@@ -44,16 +44,16 @@ class ReportQueue {
 
   enum class Added { WAITS, MERGED, OLDEST_GAVE_WAY, GAVE_WAY };
 
-  // Adds a report. One that waits already keeps its place and is not added again (MERGED). When limit reports
-  // (LEAST at least) wait, the oldest report that is no alarm gives way; when all are alarms, a new report
-  // that is no alarm does. An alarm never gives way: there are fewer alarm codes than places.
-  Added Add(const WaitingReport& report, size_t limit);
+  // Adds a report. One that waits already keeps its place and is not added again (MERGED). When queueLimit
+  // reports (LEAST at least) wait, the oldest report that is no alarm gives way; when all are alarms, a new
+  // report that is no alarm does. An alarm never gives way: there are fewer alarm codes than places.
+  Added Add(const WaitingReport& reportToQueue, size_t queueLimit);
   // Removes and returns the oldest.
   std::optional<WaitingReport> Next();
-  size_t Size() const { return reports_.size(); }
+  size_t Size() const { return queuedReports_.size(); }
 
  private:
-  std::vector<WaitingReport> reports_;
+  std::vector<WaitingReport> queuedReports_;
 };
 
 #endif

@@ -12,38 +12,40 @@
 
 namespace {
 
-constexpr int64_t MAILBOX_PAUSE_MS = 10;
+constexpr int64_t REQUEST_PAUSE_MS = 10;
 
-struct MailboxRequest {
+struct RequestedReport {
   int type;
   int code;
 };
 
 }  // namespace
 
-void send_request(int type, int code) {
-  const ReportSender* const sender = FindReportSender(type);
-  if (sender == nullptr) return;
+void send_request(int requestedType, int requestedCode) {
+  const ReportSender* const requestSender = FindReportSender(requestedType);
+  if (requestSender == nullptr) return;
   if (m_report_queue != 0) {
-    QueueReport(type, code);
+    QueueReport(requestedType, requestedCode);
     return;
   }
-  MailboxRequest request{type, code};
-  if (type == REPORT_ALARM) gAlarmFlag = code;
-  base::Thread poster;
-  if (poster.Start(send_request_thread, &request) < 0) {
-    const int error = errno;
-    TRACE(TRACE_ERROR, "Create %s send_request_thread fail..Errcode [ %d ]", sender->requestName, error);
+  RequestedReport request{requestedType, requestedCode};
+  if (requestedType == REPORT_ALARM) gAlarmFlag = requestedCode;
+  base::Thread requestPoster;
+  if (requestPoster.Start(send_request_thread, &request) < 0) {
+    const int requestError = errno;
+    TRACE(TRACE_ERROR, "Create %s send_request_thread fail..Errcode [ %d ]", requestSender->requestName,
+          requestError);
     return;
   }
-  poster.Join();
-  base::SleepMilliseconds(MAILBOX_PAUSE_MS);
+  requestPoster.Join();
+  base::SleepMilliseconds(REQUEST_PAUSE_MS);
 }
 
-void* send_request_thread(void* argument) {
-  const ReportType* const report = FindReportType(static_cast<const MailboxRequest*>(argument)->type);
-  if (report != nullptr) gMsgId = report->messageId;
+void* send_request_thread(void* request) {
+  const ReportType* const requestedReport =
+      FindReportType(static_cast<const RequestedReport*>(request)->type);
+  if (requestedReport != nullptr) gMsgId = requestedReport->messageId;
   gMsgFlag = 1;
-  base::SleepMilliseconds(MAILBOX_PAUSE_MS);
+  base::SleepMilliseconds(REQUEST_PAUSE_MS);
   return reinterpret_cast<void*>(1);
 }

@@ -5,8 +5,8 @@
 // Posts a report of this type and code (DIOSVC/report_types.h); an unknown type does nothing. Returns when
 // the report lies in the mailbox, after some 20 ms, or in the queue, at once (report_mailbox.h). When the
 // thread that fills the mailbox cannot be created, the report is lost and that is traced. Any thread.
-void send_request(int type, int code);
-// The body of the thread that fills the mailbox. The argument is two int: type and code.
-void* send_request_thread(void* argument);
+void send_request(int requestedType, int requestedCode);
+// The body of the thread that fills the mailbox. request points to two int: type and code.
+void* send_request_thread(void* request);
 
 #endif

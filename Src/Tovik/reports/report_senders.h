@@ -18,18 +18,18 @@ extern std::atomic<int32_t> gMemUsage;  // engine's MB over the host's kB, times
 // The sender of a type of report, and the names of its threads in the trace line when one cannot be created.
 struct ReportSender {
   int type;  // DIOSVC/report_types.h
-  void* (*thread)(void* entry);
+  void* (*thread)(void* reportServer);
   const char* requestName;
   const char* senderName;
 };
 // Null for an unknown type.
 const ReportSender* FindReportSender(int type);
 
-// Thread bodies. entry is a SVC_SERVER that must outlive the thread; each delivers one report to that server.
-// They return 1, or -1 on failure.
-void* send_alarm_thread(void* entry);
-void* send_ch_status_thread(void* entry);
-void* send_resouce_info_thread(void* entry);
+// Thread bodies. reportServer is a SVC_SERVER that must outlive the thread; each delivers one report to that
+// server. They return 1, or -1 on failure.
+void* send_alarm_thread(void* reportServer);
+void* send_ch_status_thread(void* reportServer);
+void* send_resouce_info_thread(void* reportServer);
 
 // Starts the management thread; call it once. Returns false, with a trace line, when it cannot be created.
 [[nodiscard]] bool StartManageThread();

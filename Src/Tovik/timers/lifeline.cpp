@@ -18,7 +18,7 @@
 namespace {
 
 constexpr int64_t LONGEST_LIFELINE_PAUSE_MS = 1000;
-constexpr int64_t SIGNS_OF_LIFE_IN_TIME = 2;  // where they are asked for
+constexpr int64_t LIFELINE_SIGNS_IN_TIME = 2;  // where they are asked for
 constexpr int64_t LIFELINE_LOOKS_IN_TIME = 4;
 
 base::Thread lifelineThread;
@@ -29,17 +29,17 @@ std::string LifelineStatus(const char* stuck) {
 }
 
 // Tells what has changed since the last call. For one thread at a time.
-void TellStatus(const char* stuck) {
-  static std::string told_status;
-  const std::string status = LifelineStatus(stuck);
-  if (status == told_status) return;
-  told_status = status;
-  TellServiceManager("STATUS=" + status);
+void TellLifelineStatus(const char* stuck) {
+  static std::string told_lifeline;
+  const std::string lifeline = LifelineStatus(stuck);
+  if (lifeline == told_lifeline) return;
+  told_lifeline = lifeline;
+  TellServiceManager("STATUS=" + lifeline);
 }
 
 // For one thread.
-void TellLife(const char* stuck) {
-  static int64_t sign_due = 0;
+void TellSignOfLife(const char* stuck) {
+  static int64_t lifeline_due = 0;
   static bool stuck_traced = false;
   if (ManagerWatchdogMilliseconds() == 0) return;
   if (stuck != nullptr) {
@@ -49,21 +49,22 @@ void TellLife(const char* stuck) {
     return;
   }
   stuck_traced = false;
-  if (base::SteadyMilliseconds() < sign_due) return;
+  if (base::SteadyMilliseconds() < lifeline_due) return;
   TellServiceManager("WATCHDOG=1");
-  sign_due = base::SteadyMilliseconds() + ManagerWatchdogMilliseconds() / SIGNS_OF_LIFE_IN_TIME;
+  lifeline_due = base::SteadyMilliseconds() + ManagerWatchdogMilliseconds() / LIFELINE_SIGNS_IN_TIME;
 }
 
 void* KeepLifeline(void* /*argument*/) {
-  const int64_t watchdog_ms = ManagerWatchdogMilliseconds();
-  const int64_t watchdog_pause = std::max<int64_t>(watchdog_ms / LIFELINE_LOOKS_IN_TIME, 1);
-  const int64_t pause =
-      watchdog_ms == 0 ? LONGEST_LIFELINE_PAUSE_MS : std::min(watchdog_pause, LONGEST_LIFELINE_PAUSE_MS);
+  const int64_t lifeline_watchdog_ms = ManagerWatchdogMilliseconds();
+  const int64_t watchdog_pause = std::max<int64_t>(lifeline_watchdog_ms / LIFELINE_LOOKS_IN_TIME, 1);
+  const int64_t lifeline_pause = lifeline_watchdog_ms == 0
+                                     ? LONGEST_LIFELINE_PAUSE_MS
+                                     : std::min(watchdog_pause, LONGEST_LIFELINE_PAUSE_MS);
   do {
     const char* const stuck = StuckTimer();
-    TellStatus(stuck);
-    TellLife(stuck);
-  } while (base::SleepMilliseconds(pause));
+    TellLifelineStatus(stuck);
+    TellSignOfLife(stuck);
+  } while (base::SleepMilliseconds(lifeline_pause));
   return nullptr;
 }
 
@@ -73,9 +74,9 @@ bool StartLifeline() {
   if (!HasServiceManager()) return true;
   TellServiceManager("READY=1");
   if (lifelineThread.Start(KeepLifeline, nullptr) == 0) return true;
-  const int error = errno;
-  TellNoStart("a thread", error);
-  TRACE(TRACE_ERROR, "Create lifeline thread fail..Errcode [ %d ]", error);
+  const int lifeline_error = errno;
+  TellNoStart("a thread", lifeline_error);
+  TRACE(TRACE_ERROR, "Create lifeline thread fail..Errcode [ %d ]", lifeline_error);
   return false;
 }
 

@@ -17,8 +17,8 @@ void JoinTimerThreads();
 // run moves. Any thread.
 const char* StuckTimer();
 
-// The body of a timer thread. argument points to the timer's id (uint32_t), which must outlive the thread.
+// The body of a timer thread. timer_id points to the timer's id (uint32_t), which must outlive the thread.
 // Ends on gSvcManageThrdExit and returns 1.
-void* send_timer(void* argument);
+void* send_timer(void* timer_id);
 
 #endif
