@@ -35,9 +35,6 @@ constexpr ResultAverages AVERAGES_EXAMPLE = {0.12, 4210.5, 505.3, 612.8};
 constexpr int64_t COUNT_EXAMPLE = 1234;
 constexpr const char* HANG_EXAMPLE = "deaded - disconnect";  // of the hang log's words
 
-struct RecordsRelease {
-  void operator()(RESULT_LIST* records) const { FreeResultData(records); }
-};
 struct AddressesFree {
   void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
 };
@@ -63,8 +60,7 @@ std::string Table(const std::string& date, int64_t count, const ResultAverages& 
 Content ResultContent(std::time_t now) {
   const ResultDay day = ResultDayAt(now, m_sz_svc_txt_path, HostNameInFiles());
   const int64_t count = base::CountNewlines(day.path.c_str());
-  const std::unique_ptr<RESULT_LIST, RecordsRelease> records(
-      count < 0 ? nullptr : GetResultReadData(day.path.c_str(), count));
+  const UniqueResults records(count < 0 ? nullptr : GetResultReadData(day.path.c_str(), count));
   if (records == nullptr)
     return {
         Table(day.date, COUNT_EXAMPLE, AVERAGES_EXAMPLE),

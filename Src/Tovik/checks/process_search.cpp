@@ -26,9 +26,8 @@ constexpr size_t SEARCHED_LINK_SIZE = 251;
 
 bool IsPidFolder(const char* searchedName) {
   return *searchedName != '\0' &&
-         std::all_of(searchedName, searchedName + std::strlen(searchedName), [](char searchedChar) {
-           return std::isdigit(static_cast<unsigned char>(searchedChar)) != 0;
-         });
+         std::all_of(searchedName, searchedName + std::strlen(searchedName),
+                     [](char digit) { return std::isdigit(static_cast<unsigned char>(digit)) != 0; });
 }
 
 std::string SearchedExecutable(const std::string& processFolder) {

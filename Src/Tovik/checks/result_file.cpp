@@ -22,167 +22,161 @@
 namespace {
 
 constexpr size_t RESULT_READ_SIZE = size_t{256} << 10;
-constexpr size_t RESULT_COMMA_BLOCK = 64;              // bytes whose commas are looked for at once
-constexpr size_t RESULT_LINE_PIECE = RESULT_LINE - 1;  // longest line that the line buffer holds
-constexpr size_t RESULT_RECOGNITION_FIELD = 13;
-constexpr size_t RESULT_FILE_FIELD = 16;
-constexpr size_t RESULT_XRT_FIELD = 19;
-constexpr size_t RESULT_RESPONSE_FIELD = 22;
-constexpr size_t LAST_RESULT_FIELD = RESULT_RESPONSE_FIELD;
+constexpr size_t COMMA_BLOCK = 64;              // bytes whose commas are looked for at once
+constexpr size_t LINE_PIECE = RESULT_LINE - 1;  // longest line that the line buffer holds
+constexpr size_t RECOGNITION_FIELD = 13;
+constexpr size_t FILE_TIME_FIELD = 16;
+constexpr size_t XRT_FIELD = 19;
+constexpr size_t RESPONSE_FIELD = 22;
+constexpr size_t LAST_FIELD = RESPONSE_FIELD;
 
 // Returns a file's lines as fgets does, without copying them.
 class ResultLineReader {
  public:
   explicit ResultLineReader(base::UniqueFd resultFile)
       : resultFile_(std::move(resultFile)),
-        resultLines_(static_cast<char*>(std::calloc(RESULT_READ_SIZE + RESULT_COMMA_BLOCK, 1))) {}
+        csvLines_(static_cast<char*>(std::calloc(RESULT_READ_SIZE + COMMA_BLOCK, 1))) {}
   // False when there was no memory; nothing else may be called then.
-  bool Ready() const { return resultLines_ != nullptr; }
+  bool Ready() const { return csvLines_ != nullptr; }
 
-  // The next line with its newline, or a piece of RESULT_LINE_PIECE bytes; valid until the next call, and
-  // RESULT_COMMA_BLOCK bytes behind it are readable. False at the end.
-  bool Next(std::string_view* resultLine) {
-    size_t resultLength = ResultPieceLength();
-    while (resultLength == 0 && FillLines()) resultLength = ResultPieceLength();
-    if (resultLength == 0) resultLength = resultLinesEnd_ - resultLinesBegin_;
-    *resultLine = {resultLines_.get() + resultLinesBegin_, resultLength};
-    resultLinesBegin_ += resultLength;
-    return resultLength > 0;
+  // The next line with its newline, or a piece of LINE_PIECE bytes; valid until the next call, and
+  // COMMA_BLOCK bytes behind it are readable. False at the end.
+  bool Next(std::string_view* csvLine) {
+    size_t lineLength = LinePieceLength();
+    while (lineLength == 0 && FillLines()) lineLength = LinePieceLength();
+    if (lineLength == 0) lineLength = csvLinesEnd_ - csvLinesBegin_;
+    *csvLine = {csvLines_.get() + csvLinesBegin_, lineLength};
+    csvLinesBegin_ += lineLength;
+    return lineLength > 0;
   }
   // True once a NUL byte was read. Few files have one, so only then is each line searched for it.
-  bool MetNul() const { return resultHasNul_; }
+  bool MetNul() const { return nulSeen_; }
 
  private:
   // The length of the first line or piece that is complete in the buffer; 0 when none is.
-  size_t ResultPieceLength() const {
-    const size_t pieceLimit = std::min(resultLinesEnd_ - resultLinesBegin_, RESULT_LINE_PIECE);
-    const char* pieceStart = resultLines_.get() + resultLinesBegin_;
+  size_t LinePieceLength() const {
+    const size_t pieceLimit = std::min(csvLinesEnd_ - csvLinesBegin_, LINE_PIECE);
+    const char* pieceStart = csvLines_.get() + csvLinesBegin_;
     const void* newline = pieceLimit == 0 ? nullptr : std::memchr(pieceStart, '\n', pieceLimit);
     if (newline != nullptr) return static_cast<size_t>(static_cast<const char*>(newline) - pieceStart) + 1;
-    return pieceLimit == RESULT_LINE_PIECE ? RESULT_LINE_PIECE : 0;
+    return pieceLimit == LINE_PIECE ? LINE_PIECE : 0;
   }
   bool FillLines() {
-    std::memmove(resultLines_.get(), resultLines_.get() + resultLinesBegin_,
-                 resultLinesEnd_ - resultLinesBegin_);
-    resultLinesEnd_ -= std::exchange(resultLinesBegin_, 0);
-    const size_t resultBytesRead = base::ReadUpTo(resultFile_.Get(), resultLines_.get() + resultLinesEnd_,
-                                                  RESULT_READ_SIZE - resultLinesEnd_);
-    resultHasNul_ =
-        resultHasNul_ || std::memchr(resultLines_.get() + resultLinesEnd_, '\0', resultBytesRead) != nullptr;
-    resultLinesEnd_ += resultBytesRead;
-    return resultBytesRead > 0;
+    std::memmove(csvLines_.get(), csvLines_.get() + csvLinesBegin_, csvLinesEnd_ - csvLinesBegin_);
+    csvLinesEnd_ -= std::exchange(csvLinesBegin_, 0);
+    const size_t csvBytesRead =
+        base::ReadUpTo(resultFile_.Get(), csvLines_.get() + csvLinesEnd_, RESULT_READ_SIZE - csvLinesEnd_);
+    nulSeen_ = nulSeen_ || std::memchr(csvLines_.get() + csvLinesEnd_, '\0', csvBytesRead) != nullptr;
+    csvLinesEnd_ += csvBytesRead;
+    return csvBytesRead > 0;
   }
 
   base::UniqueFd resultFile_;
-  base::UniqueText resultLines_;
-  size_t resultLinesBegin_ = 0;
-  size_t resultLinesEnd_ = 0;
-  bool resultHasNul_ = false;
+  base::UniqueText csvLines_;
+  size_t csvLinesBegin_ = 0;
+  size_t csvLinesEnd_ = 0;
+  bool nulSeen_ = false;
 };
 
-bool IsResultDigit(char resultChar) {
-  return resultChar >= '0' && resultChar <= '9';
+bool IsCsvDigit(char csvChar) {
+  return csvChar >= '0' && csvChar <= '9';
 }
 
 // As atoi; a number out of int's range becomes the nearest int.
-int64_t ResultInteger(std::string_view resultField) {
-  return std::clamp<int64_t>(base::LeadingNumber(resultField), INT_MIN, INT_MAX);
+int64_t CsvFieldToInteger(std::string_view csvField) {
+  return std::clamp<int64_t>(base::LeadingNumber(csvField), INT_MIN, INT_MAX);
 }
 
 // Slow, but reads every form: blanks, signs, exponents, hexadecimal, infinities.
-double ResultDoubleByLibrary(std::string_view resultField) {
-  char resultCopy[RESULT_LINE];
-  resultCopy[resultField.copy(resultCopy, RESULT_LINE_PIECE)] = 0;
-  return std::strtod(resultCopy, nullptr);
+double CsvFieldToDoubleByLibrary(std::string_view csvField) {
+  char fieldCopy[RESULT_LINE];
+  fieldCopy[csvField.copy(fieldCopy, LINE_PIECE)] = 0;
+  return std::strtod(fieldCopy, nullptr);
 }
 
 // As atof. Digits with a point and at most 15 figures, as the engine writes them, are one exact integer and
 // one exact power of ten: their quotient is the correctly rounded value.
-double ResultDouble(std::string_view resultField) {
-  static constexpr double RESULT_POWERS_OF_TEN[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                                    1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-  if (resultField.size() > 16) return ResultDoubleByLibrary(resultField);
-  int64_t resultFigures = 0;
-  size_t resultPlaces = 0;
-  bool resultHasPoint = false;
-  for (const char resultChar : resultField) {
-    if (IsResultDigit(resultChar)) {
-      resultFigures = resultFigures * 10 + (resultChar - '0');
-      resultPlaces += resultHasPoint ? 1 : 0;
-    } else if (resultChar == '.' && !resultHasPoint) {
-      resultHasPoint = true;
+double CsvFieldToDouble(std::string_view csvField) {
+  static constexpr double POWERS_OF_TEN[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                             1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+  if (csvField.size() > 16) return CsvFieldToDoubleByLibrary(csvField);
+  int64_t fieldFigures = 0;
+  size_t decimalPlaces = 0;
+  bool pointSeen = false;
+  for (const char csvChar : csvField) {
+    if (IsCsvDigit(csvChar)) {
+      fieldFigures = fieldFigures * 10 + (csvChar - '0');
+      decimalPlaces += pointSeen ? 1 : 0;
+    } else if (csvChar == '.' && !pointSeen) {
+      pointSeen = true;
     } else {
-      return ResultDoubleByLibrary(resultField);
+      return CsvFieldToDoubleByLibrary(csvField);
     }
   }
-  if (resultFigures > int64_t{999'999'999'999'999}) return ResultDoubleByLibrary(resultField);
-  return static_cast<double>(resultFigures) / RESULT_POWERS_OF_TEN[resultPlaces];
+  if (fieldFigures > int64_t{999'999'999'999'999}) return CsvFieldToDoubleByLibrary(csvField);
+  return static_cast<double>(fieldFigures) / POWERS_OF_TEN[decimalPlaces];
 }
 
 static_assert(std::numeric_limits<float>::is_iec559, "a field too large for a float becomes infinite");
-float ResultFloat(std::string_view resultField) {
-  return static_cast<float>(ResultDouble(resultField));
+float CsvFieldToFloat(std::string_view csvField) {
+  return static_cast<float>(CsvFieldToDouble(csvField));
 }
 
 // A bit for each byte of a block that is a comma, the first byte's lowest. Most of a large file's time is
 // spent here, and every x86-64 has the instructions.
-uint64_t ResultCommas(const char* resultBlock) {
-  uint64_t resultCommas = 0;
+uint64_t CommasOfBlock(const char* csvBlock) {
+  uint64_t commas = 0;
 #ifdef __SSE2__
-  for (size_t i = 0; i < RESULT_COMMA_BLOCK; i += sizeof(__m128i)) {
-    const __m128i resultBytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(resultBlock + i));
-    const int commasInResult = _mm_movemask_epi8(_mm_cmpeq_epi8(resultBytes, _mm_set1_epi8(',')));
-    resultCommas |= uint64_t{static_cast<unsigned>(commasInResult)} << i;
+  for (size_t i = 0; i < COMMA_BLOCK; i += sizeof(__m128i)) {
+    const __m128i csvBytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(csvBlock + i));
+    const int commasFound = _mm_movemask_epi8(_mm_cmpeq_epi8(csvBytes, _mm_set1_epi8(',')));
+    commas |= uint64_t{static_cast<unsigned>(commasFound)} << i;
   }
 #else
-  for (size_t i = 0; i < RESULT_COMMA_BLOCK; ++i) resultCommas |= uint64_t{resultBlock[i] == ','} << i;
+  for (size_t i = 0; i < COMMA_BLOCK; ++i) commas |= uint64_t{csvBlock[i] == ','} << i;
 #endif
-  return resultCommas;
+  return commas;
 }
 
-// The fields of a line up to the last one that is used. RESULT_COMMA_BLOCK bytes after the line must be
-// readable.
+// The fields of a line up to the last one that is used. COMMA_BLOCK bytes after the line must be readable.
 class ResultFields {
  public:
-  explicit ResultFields(std::string_view resultLine) : resultLine_(resultLine) {
-    for (size_t resultLineAt = 0; resultLineAt < resultLine.size() && resultFieldCount_ < LAST_RESULT_FIELD;
-         resultLineAt += RESULT_COMMA_BLOCK) {
-      uint64_t resultCommas = ResultCommas(resultLine.data() + resultLineAt);
-      if (resultLine.size() - resultLineAt < RESULT_COMMA_BLOCK)
-        resultCommas &= (uint64_t{1} << (resultLine.size() - resultLineAt)) - 1;
-      for (; resultCommas != 0 && resultFieldCount_ < LAST_RESULT_FIELD; resultCommas &= resultCommas - 1) {
-        resultFieldEnds_[++resultFieldCount_] =
-            resultLineAt + static_cast<size_t>(std::countr_zero(resultCommas));
+  explicit ResultFields(std::string_view csvLine) : csvLine_(csvLine) {
+    for (size_t at = 0; at < csvLine.size() && fieldCount_ < LAST_FIELD; at += COMMA_BLOCK) {
+      uint64_t commas = CommasOfBlock(csvLine.data() + at);
+      if (csvLine.size() - at < COMMA_BLOCK) commas &= (uint64_t{1} << (csvLine.size() - at)) - 1;
+      for (; commas != 0 && fieldCount_ < LAST_FIELD; commas &= commas - 1) {
+        fieldEnds_[++fieldCount_] = at + static_cast<size_t>(std::countr_zero(commas));
       }
     }
-    if (resultFieldCount_ < LAST_RESULT_FIELD) resultFieldEnds_[++resultFieldCount_] = resultLine.size();
+    if (fieldCount_ < LAST_FIELD) fieldEnds_[++fieldCount_] = csvLine.size();
   }
   // Fields count from 1; one beyond the line's end is empty.
   std::string_view Field(size_t fieldNumber) const {
-    if (fieldNumber > resultFieldCount_) return {};
-    const size_t fieldBegin = fieldNumber == 1 ? 0 : resultFieldEnds_[fieldNumber - 1] + 1;
-    return resultLine_.substr(fieldBegin, resultFieldEnds_[fieldNumber] - fieldBegin);
+    if (fieldNumber > fieldCount_) return {};
+    const size_t fieldBegin = fieldNumber == 1 ? 0 : fieldEnds_[fieldNumber - 1] + 1;
+    return csvLine_.substr(fieldBegin, fieldEnds_[fieldNumber] - fieldBegin);
   }
 
  private:
-  std::string_view resultLine_;
-  size_t resultFieldEnds_[LAST_RESULT_FIELD + 1];
-  size_t resultFieldCount_ = 0;
+  std::string_view csvLine_;
+  size_t fieldEnds_[LAST_FIELD + 1];
+  size_t fieldCount_ = 0;
 };
 
 // A line up to its first NUL byte, without its newline.
-std::string_view ResultLineText(std::string_view resultPiece, bool mayHoldNul) {
-  if (mayHoldNul) resultPiece = resultPiece.substr(0, resultPiece.find('\0'));
-  if (resultPiece.ends_with('\n')) resultPiece.remove_suffix(1);
-  return resultPiece;
+std::string_view ResultLineText(std::string_view linePiece, bool mayHoldNul) {
+  if (mayHoldNul) linePiece = linePiece.substr(0, linePiece.find('\0'));
+  if (linePiece.ends_with('\n')) linePiece.remove_suffix(1);
+  return linePiece;
 }
 
-void ParseResultLine(std::string_view resultLine, RESULT_LIST& resultRecord) {
-  const ResultFields resultFields(resultLine);
-  resultRecord.recognition_time = ResultInteger(resultFields.Field(RESULT_RECOGNITION_FIELD));
-  resultRecord.file_time = ResultFloat(resultFields.Field(RESULT_FILE_FIELD));
-  resultRecord.xrt = ResultFloat(resultFields.Field(RESULT_XRT_FIELD));
-  resultRecord.response_time = ResultInteger(resultFields.Field(RESULT_RESPONSE_FIELD));
+void ParseResultLine(std::string_view csvLine, RESULT_LIST& resultRecord) {
+  const ResultFields csvFields(csvLine);
+  resultRecord.recognition_time = CsvFieldToInteger(csvFields.Field(RECOGNITION_FIELD));
+  resultRecord.file_time = CsvFieldToFloat(csvFields.Field(FILE_TIME_FIELD));
+  resultRecord.xrt = CsvFieldToFloat(csvFields.Field(XRT_FIELD));
+  resultRecord.response_time = CsvFieldToInteger(csvFields.Field(RESPONSE_FIELD));
 }
 
 RESULT_LIST* RefuseResults(int resultErrno) {
@@ -193,11 +187,11 @@ RESULT_LIST* RefuseResults(int resultErrno) {
 }  // namespace
 
 char* GetNextString(char* src, char sep, char* dst) {
-  const std::string_view resultRest(src);
-  std::string_view resultField = resultRest.substr(0, resultRest.find(sep));
-  char* nextField = src + resultField.size() + (resultField.size() < resultRest.size() ? 1 : 0);
-  if (resultField.ends_with('\n')) resultField.remove_suffix(1);
-  dst[resultField.copy(dst, RESULT_LINE - 1)] = 0;
+  const std::string_view csvRest(src);
+  std::string_view csvField = csvRest.substr(0, csvRest.find(sep));
+  char* nextField = src + csvField.size() + (csvField.size() < csvRest.size() ? 1 : 0);
+  if (csvField.ends_with('\n')) csvField.remove_suffix(1);
+  dst[csvField.copy(dst, RESULT_LINE - 1)] = 0;
   return nextField;
 }
 
@@ -205,13 +199,13 @@ RESULT_LIST* GetResultReadData(const char* path, int64_t count) {
   if (count < 0 || count > MAX_RESULT_RECORDS) return RefuseResults(count < 0 ? EINVAL : EFBIG);
   base::UniqueFd resultFile = base::OpenRegular(path);
   if (!resultFile.Valid()) return nullptr;
-  ResultLineReader resultLines(std::move(resultFile));
-  const auto resultRoom = static_cast<size_t>(std::max<int64_t>(count, 1));
-  UniqueResults resultRecords(static_cast<RESULT_LIST*>(std::calloc(resultRoom, sizeof(RESULT_LIST))));
-  if (resultRecords == nullptr || !resultLines.Ready()) return RefuseResults(ENOMEM);
-  std::string_view resultLine;
-  for (int64_t i = 0; i < count && resultLines.Next(&resultLine); ++i) {
-    ParseResultLine(ResultLineText(resultLine, resultLines.MetNul()), resultRecords.get()[i]);
+  ResultLineReader csvLines(std::move(resultFile));
+  const auto recordRoom = static_cast<size_t>(std::max<int64_t>(count, 1));
+  UniqueResults resultRecords(static_cast<RESULT_LIST*>(std::calloc(recordRoom, sizeof(RESULT_LIST))));
+  if (resultRecords == nullptr || !csvLines.Ready()) return RefuseResults(ENOMEM);
+  std::string_view csvLine;
+  for (int64_t i = 0; i < count && csvLines.Next(&csvLine); ++i) {
+    ParseResultLine(ResultLineText(csvLine, csvLines.MetNul()), resultRecords.get()[i]);
   }
   return resultRecords.release();
 }
