@@ -48,7 +48,7 @@ namespace {
 constexpr int START_FAILED = -1;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 
-std::optional<base::StopOnPendingSignal> startStoppable;  // while the steps that may wait are taken
+std::optional<base::StopWaitsOnSignal> startStoppable;  // while the steps that may wait are taken
 
 bool PrintBanner() {
   timespec start_time{};

@@ -26,12 +26,12 @@ class SpawnPlan {
   explicit SpawnPlan(int stdoutFd) {
     posix_spawnattr_init(&spawnAttributes_);
     posix_spawn_file_actions_init(&spawnActions_);
-    sigset_t noSignals;
-    sigset_t allSignals;
-    sigemptyset(&noSignals);
-    sigfillset(&allSignals);
-    posix_spawnattr_setsigmask(&spawnAttributes_, &noSignals);
-    posix_spawnattr_setsigdefault(&spawnAttributes_, &allSignals);
+    sigset_t spawnMask;
+    sigset_t spawnDefaults;
+    sigemptyset(&spawnMask);
+    sigfillset(&spawnDefaults);
+    posix_spawnattr_setsigmask(&spawnAttributes_, &spawnMask);
+    posix_spawnattr_setsigdefault(&spawnAttributes_, &spawnDefaults);
     posix_spawnattr_setflags(&spawnAttributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     if (stdoutFd >= 0) posix_spawn_file_actions_adddup2(&spawnActions_, stdoutFd, STDOUT_FILENO);
     posix_spawn_file_actions_addclosefrom_np(&spawnActions_, STDERR_FILENO + 1);
@@ -51,24 +51,27 @@ class SpawnPlan {
   posix_spawn_file_actions_t spawnActions_{};
 };
 
-std::vector<char*> ArgumentPointers(std::vector<std::string>& arguments) {
-  std::vector<char*> argumentPointers;
-  argumentPointers.reserve(arguments.size() + 1);
-  for (std::string& argument : arguments) argumentPointers.push_back(argument.data());
-  argumentPointers.push_back(nullptr);
-  return argumentPointers;
+std::vector<char*> ChildTextPointers(std::vector<std::string>& childTexts) {
+  std::vector<char*> childPointers;
+  childPointers.reserve(childTexts.size() + 1);
+  for (std::string& childText : childTexts) childPointers.push_back(childText.data());
+  childPointers.push_back(nullptr);
+  return childPointers;
 }
 
-bool SameEnvVariable(std::string_view variable, std::string_view otherVariable) {
-  return variable.substr(0, variable.find('=')) == otherVariable.substr(0, otherVariable.find('='));
+bool SameEnvVariable(std::string_view childVariable, std::string_view inheritedVariable) {
+  return childVariable.substr(0, childVariable.find('=')) ==
+         inheritedVariable.substr(0, inheritedVariable.find('='));
 }
 
-std::vector<std::string> ChildEnvironment(const std::vector<std::string>& changes) {
-  std::vector<std::string> childEnvironment = changes;
-  for (char** inherited = environ; inherited != nullptr && *inherited != nullptr; ++inherited) {
-    bool replaced = false;
-    for (const std::string& change : changes) replaced = replaced || SameEnvVariable(change, *inherited);
-    if (!replaced) childEnvironment.emplace_back(*inherited);
+std::vector<std::string> ChildEnvironment(const std::vector<std::string>& childChanges) {
+  std::vector<std::string> childEnvironment = childChanges;
+  for (char** parentVariable = environ; parentVariable != nullptr && *parentVariable != nullptr;
+       ++parentVariable) {
+    bool childOverrides = false;
+    for (const std::string& childChange : childChanges)
+      childOverrides = childOverrides || SameEnvVariable(childChange, *parentVariable);
+    if (!childOverrides) childEnvironment.emplace_back(*parentVariable);
   }
   return childEnvironment;
 }
@@ -107,8 +110,8 @@ int RunProgram(const std::vector<std::string>& childArgv, int stdoutFd,
   std::vector<std::string> environmentCopy = ChildEnvironment(environment);
   SpawnPlan spawnPlan(stdoutFd);
   pid_t childPid = 0;
-  const int spawnError =
-      spawnPlan.Spawn(&childPid, ArgumentPointers(argvCopy).data(), ArgumentPointers(environmentCopy).data());
+  const int spawnError = spawnPlan.Spawn(&childPid, ChildTextPointers(argvCopy).data(),
+                                         ChildTextPointers(environmentCopy).data());
   if (spawnError != 0) {
     errno = spawnError;
     return -1;

@@ -25,67 +25,67 @@
 namespace base {
 namespace {
 
-constexpr unsigned MEMORY_DEVICES = 1;  // major number of the null device and similar ones
-constexpr rlim_t DESCRIPTOR_NUMBERS_END = 1024;
-constexpr rlim_t RESERVED_DESCRIPTORS = 8;
+constexpr unsigned NEVER_LOSSY_DEVICES = 1;  // major number of the null device and similar ones
+constexpr rlim_t LOSSY_NUMBERS_END = 1024;
+constexpr rlim_t LOSSY_NUMBERS_RESERVED = 8;
 // Writers wait so long for a slow reader in each second.
-constexpr std::chrono::milliseconds READER_PATIENCE{250};
+constexpr std::chrono::milliseconds LOSSY_PATIENCE{250};
 
 bool MayStall(int stream_fd) {
-  struct stat stream_status;
-  if (::fstat(stream_fd, &stream_status) != 0) return false;
-  if (S_ISCHR(stream_status.st_mode)) return major(stream_status.st_rdev) != MEMORY_DEVICES;
-  return S_ISFIFO(stream_status.st_mode) || S_ISSOCK(stream_status.st_mode);
+  struct stat lossy_candidate;
+  if (::fstat(stream_fd, &lossy_candidate) != 0) return false;
+  if (S_ISCHR(lossy_candidate.st_mode)) return major(lossy_candidate.st_rdev) != NEVER_LOSSY_DEVICES;
+  return S_ISFIFO(lossy_candidate.st_mode) || S_ISSOCK(lossy_candidate.st_mode);
 }
 
 // The time that writers still have to wait for a reader.
-class Patience {
+class LossyPatience {
  public:
-  // Waits until fd can be written. Returns false when the time for that is used up.
-  bool WaitForRoom(int fd) {
-    if (patience_exhausted_) return false;
-    const auto wait_start = PatienceClock::now();
-    if (!patient_second_ || wait_start - *patient_second_ >= std::chrono::seconds(1)) {
-      patient_second_ = wait_start;
-      patience_left_ = READER_PATIENCE;
+  // Waits until lossy_fd can be written. Returns false when the time for that is used up.
+  bool WaitForRoom(int lossy_fd) {
+    if (lossy_patience_spent_) return false;
+    const auto lossy_wait_start = LossyClock::now();
+    if (!lossy_second_ || lossy_wait_start - *lossy_second_ >= std::chrono::seconds(1)) {
+      lossy_second_ = lossy_wait_start;
+      lossy_patience_left_ = LOSSY_PATIENCE;
     }
-    pollfd room{fd, POLLOUT, 0};
-    const timespec wait_limit{0, std::max<int64_t>(patience_left_.count(), 0)};
-    ::ppoll(&room, 1, &wait_limit, nullptr);
-    patience_left_ -= PatienceClock::now() - wait_start;
-    patience_exhausted_ = patience_left_.count() <= 0;
-    return !patience_exhausted_;
+    pollfd lossy_room{lossy_fd, POLLOUT, 0};
+    const timespec lossy_wait_limit{0, std::max<int64_t>(lossy_patience_left_.count(), 0)};
+    ::ppoll(&lossy_room, 1, &lossy_wait_limit, nullptr);
+    lossy_patience_left_ -= LossyClock::now() - lossy_wait_start;
+    lossy_patience_spent_ = lossy_patience_left_.count() <= 0;
+    return !lossy_patience_spent_;
   }
-  void Renew() { patience_exhausted_ = false; }
+  void Renew() { lossy_patience_spent_ = false; }
 
  private:
-  using PatienceClock = std::chrono::steady_clock;
+  using LossyClock = std::chrono::steady_clock;
 
-  std::optional<PatienceClock::time_point> patient_second_;  // start of the second of patience_left_
-  std::chrono::nanoseconds patience_left_{0};
-  bool patience_exhausted_ = false;
+  std::optional<LossyClock::time_point> lossy_second_;  // start of the second of lossy_patience_left_
+  std::chrono::nanoseconds lossy_patience_left_{0};
+  bool lossy_patience_spent_ = false;
 };
 
 // One write that does not block. Returns the number of bytes written, or -1 with errno (EAGAIN: no space
 // now).
-using WriteNow = ssize_t (*)(int fd, const char* data, size_t size);
+using WriteNow = ssize_t (*)(int lossy_fd, const char* data, size_t size);
 
-ssize_t WriteOwnStream(int fd, const char* data, size_t size) {
-  return ::write(fd, data, size);
+ssize_t WriteOwnStream(int lossy_fd, const char* data, size_t size) {
+  return ::write(lossy_fd, data, size);
 }
 
-ssize_t WriteSocketStream(int fd, const char* data, size_t size) {
-  return ::send(fd, data, size, MSG_DONTWAIT);
+ssize_t WriteSocketStream(int lossy_fd, const char* data, size_t size) {
+  return ::send(lossy_fd, data, size, MSG_DONTWAIT);
 }
 
 // For a file description that other processes use in blocking mode. A kernel without RWF_NOWAIT for this file
 // gets at most PIPE_BUF bytes after poll(2): so many fit whenever anything fits.
-ssize_t WriteSharedStream(int fd, const char* data, size_t size) {
-  const iovec piece{const_cast<char*>(data), std::min<size_t>(size, PIPE_BUF)};
-  const ssize_t written = ::pwritev2(fd, &piece, 1, -1, RWF_NOWAIT);
+ssize_t WriteSharedStream(int lossy_fd, const char* data, size_t size) {
+  const iovec lossy_piece{const_cast<char*>(data), std::min<size_t>(size, PIPE_BUF)};
+  const ssize_t written = ::pwritev2(lossy_fd, &lossy_piece, 1, -1, RWF_NOWAIT);
   if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return written;
-  pollfd room{fd, POLLOUT, 0};
-  if (::poll(&room, 1, 0) > 0) return ::write(fd, piece.iov_base, piece.iov_len);
+  pollfd lossy_room{lossy_fd, POLLOUT, 0};
+  if (::poll(&lossy_room, 1, 0) > 0) return ::write(lossy_fd, lossy_piece.iov_base, lossy_piece.iov_len);
   errno = EAGAIN;
   return -1;
 }
@@ -93,48 +93,51 @@ ssize_t WriteSharedStream(int fd, const char* data, size_t size) {
 // The destination of a lossy stream.
 class LossySink {
  public:
-  // fd belongs to own or to file, or outlives the sink.
-  LossySink(int fd, WriteNow write, UniqueFd own = {}, UniqueFile file = nullptr)
-      : sink_fd_(fd), write_now_(write), own_sink_fd_(std::move(own)), own_sink_file_(std::move(file)) {}
+  // lossy_fd belongs to own or to file, or outlives the sink.
+  LossySink(int lossy_fd, WriteNow write, UniqueFd own = {}, UniqueFile file = nullptr)
+      : lossy_sink_fd_(lossy_fd),
+        write_now_(write),
+        own_sink_fd_(std::move(own)),
+        own_sink_file_(std::move(file)) {}
 
   // Returns 0 when the text was written or dropped, or -1 with errno.
   [[gnu::noinline]] int Write(std::string_view text) {
-    const std::lock_guard<std::mutex> sink_lock(sink_mutex_);
-    if (line_cut_) {
-      const ssize_t line_ended = PutUntilFull("\n");
-      if (line_ended <= 0) return static_cast<int>(line_ended);
+    const std::lock_guard<std::mutex> lossy_sink_lock(lossy_sink_mutex_);
+    if (lossy_line_cut_) {
+      const ssize_t lossy_line_ended = PutUntilFull("\n");
+      if (lossy_line_ended <= 0) return static_cast<int>(lossy_line_ended);
     }
     const ssize_t written = PutUntilFull(text);
-    line_cut_ = written > 0 && static_cast<size_t>(written) < text.size() && text[written - 1] != '\n';
+    lossy_line_cut_ = written > 0 && static_cast<size_t>(written) < text.size() && text[written - 1] != '\n';
     return written < 0 ? -1 : 0;
   }
 
  private:
   // Returns how many bytes were written before space ran out, or -1 with errno.
   ssize_t PutUntilFull(std::string_view text) {
-    size_t put_size = 0;
-    while (put_size < text.size()) {
-      const ssize_t written = write_now_(sink_fd_, text.data() + put_size, text.size() - put_size);
+    size_t lossy_size = 0;
+    while (lossy_size < text.size()) {
+      const ssize_t written = write_now_(lossy_sink_fd_, text.data() + lossy_size, text.size() - lossy_size);
       if (written > 0) {
-        put_size += static_cast<size_t>(written);
-        patience_.Renew();
+        lossy_size += static_cast<size_t>(written);
+        lossy_patience_.Renew();
         continue;
       }
-      const int put_error = written < 0 ? errno : EAGAIN;
-      if (put_error == EINTR) continue;
-      if (put_error != EAGAIN && put_error != ENOBUFS) return -1;
-      if (!patience_.WaitForRoom(sink_fd_)) break;
+      const int lossy_error = written < 0 ? errno : EAGAIN;
+      if (lossy_error == EINTR) continue;
+      if (lossy_error != EAGAIN && lossy_error != ENOBUFS) return -1;
+      if (!lossy_patience_.WaitForRoom(lossy_sink_fd_)) break;
     }
-    return static_cast<ssize_t>(put_size);
+    return static_cast<ssize_t>(lossy_size);
   }
 
-  std::mutex sink_mutex_;
-  int sink_fd_;
+  std::mutex lossy_sink_mutex_;
+  int lossy_sink_fd_;
   WriteNow write_now_;
   UniqueFd own_sink_fd_;
   UniqueFile own_sink_file_;
-  Patience patience_;
-  bool line_cut_ = false;  // the last text ended in the middle of a line
+  LossyPatience lossy_patience_;
+  bool lossy_line_cut_ = false;  // the last text ended in the middle of a line
 };
 
 ssize_t WriteToLossySink(void* sink, const char* data, size_t size) {
@@ -146,7 +149,8 @@ int CloseLossySink(void* sink) {
   return 0;
 }
 
-// Returns null with errno when memory runs out; else *taken is the sink, which closing the stream deletes.
+// Returns null with errno when memory runs out; else *taken_sink is the sink, which closing the stream
+// deletes.
 FILE* LossyStreamInto(std::unique_ptr<LossySink> sink, LossySink** taken_sink) {
   FILE* const lossy_stream =
       ::fopencookie(sink.get(), "w", {nullptr, WriteToLossySink, nullptr, CloseLossySink});
@@ -154,32 +158,32 @@ FILE* LossyStreamInto(std::unique_ptr<LossySink> sink, LossySink** taken_sink) {
   return lossy_stream;
 }
 
-// Opens what fd refers to once more, as a file description of the agent's own. Returns an invalid descriptor
-// where the system does not allow that. The new number is high, so that the low numbers stay the same as
-// without it.
-UniqueFd OpenStreamAgain(int fd) {
-  const std::string fd_path = Format("/proc/self/fd/%d", fd);
-  const UniqueFd low_fd(::open(fd_path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  rlimit descriptor_limit{};
-  ::getrlimit(RLIMIT_NOFILE, &descriptor_limit);
-  const rlim_t numbers_end = std::min(descriptor_limit.rlim_cur, DESCRIPTOR_NUMBERS_END);
-  if (!low_fd.Valid() || numbers_end < RESERVED_DESCRIPTORS) return {};
-  return UniqueFd(
-      ::fcntl(low_fd.Get(), F_DUPFD_CLOEXEC, static_cast<int>(numbers_end - RESERVED_DESCRIPTORS)));
+// Opens what lossy_fd refers to once more, as a file description of the agent's own. Returns an invalid
+// descriptor where the system does not allow that. The new number is high, so that the low numbers stay the
+// same as without it.
+UniqueFd OpenStreamAgain(int lossy_fd) {
+  const std::string lossy_fd_path = Format("/proc/self/fd/%d", lossy_fd);
+  const UniqueFd low_lossy_fd(::open(lossy_fd_path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  rlimit lossy_fd_limit{};
+  ::getrlimit(RLIMIT_NOFILE, &lossy_fd_limit);
+  const rlim_t lossy_numbers_end = std::min(lossy_fd_limit.rlim_cur, LOSSY_NUMBERS_END);
+  if (!low_lossy_fd.Valid() || lossy_numbers_end < LOSSY_NUMBERS_RESERVED) return {};
+  return UniqueFd(::fcntl(low_lossy_fd.Get(), F_DUPFD_CLOEXEC,
+                          static_cast<int>(lossy_numbers_end - LOSSY_NUMBERS_RESERVED)));
 }
 
-std::unique_ptr<LossySink> LossySinkTo(int fd) {
-  struct stat stream_status {};
-  ::fstat(fd, &stream_status);
-  if (S_ISSOCK(stream_status.st_mode)) return std::make_unique<LossySink>(fd, WriteSocketStream);
-  UniqueFd own_sink_fd = OpenStreamAgain(fd);
-  if (!own_sink_fd.Valid()) return std::make_unique<LossySink>(fd, WriteSharedStream);
-  const int number = own_sink_fd.Get();
-  return std::make_unique<LossySink>(number, WriteOwnStream, std::move(own_sink_fd));
+std::unique_ptr<LossySink> LossySinkTo(int lossy_fd) {
+  struct stat lossy_candidate {};
+  ::fstat(lossy_fd, &lossy_candidate);
+  if (S_ISSOCK(lossy_candidate.st_mode)) return std::make_unique<LossySink>(lossy_fd, WriteSocketStream);
+  UniqueFd own_sink_fd = OpenStreamAgain(lossy_fd);
+  if (!own_sink_fd.Valid()) return std::make_unique<LossySink>(lossy_fd, WriteSharedStream);
+  const int own_lossy_fd = own_sink_fd.Get();
+  return std::make_unique<LossySink>(own_lossy_fd, WriteOwnStream, std::move(own_sink_fd));
 }
 
 // A standard stream and its lossy replacement.
-struct StandardStream {
+struct LossyStandardStream {
   FILE** stream_variable;
   FILE* plain_stream;
   int standard_fd;
@@ -200,23 +204,23 @@ struct StandardStream {
   }
 };
 
-StandardStream standard_output = {&stdout, stdout, STDOUT_FILENO, _IOLBF, nullptr};
-StandardStream standard_errors = {&stderr, stderr, STDERR_FILENO, _IONBF, nullptr};
+LossyStandardStream lossy_output = {&stdout, stdout, STDOUT_FILENO, _IOLBF, nullptr};
+LossyStandardStream lossy_errors = {&stderr, stderr, STDERR_FILENO, _IONBF, nullptr};
 
-void WritePlain(int fd, std::string_view unwritten) {
-  while (!unwritten.empty()) {
-    const ssize_t written = ::write(fd, unwritten.data(), unwritten.size());
+void WriteLossless(int plain_fd, std::string_view lossless_rest) {
+  while (!lossless_rest.empty()) {
+    const ssize_t written = ::write(plain_fd, lossless_rest.data(), lossless_rest.size());
     if (written <= 0) return;
-    unwritten.remove_prefix(static_cast<size_t>(written));
+    lossless_rest.remove_prefix(static_cast<size_t>(written));
   }
 }
 
 }  // namespace
 
 void MakeStandardStreamsLossy() {
-  for (StandardStream* standard_stream : {&standard_output, &standard_errors}) {
-    standard_stream->MakePlain();
-    if (MayStall(standard_stream->standard_fd)) standard_stream->MakeLossy();
+  for (LossyStandardStream* lossy_standard_stream : {&lossy_output, &lossy_errors}) {
+    lossy_standard_stream->MakePlain();
+    if (MayStall(lossy_standard_stream->standard_fd)) lossy_standard_stream->MakeLossy();
   }
 }
 
@@ -234,10 +238,10 @@ UniqueFile LossyStream(UniqueFile file) {
 void Echo(std::string_view text) {
   if (::__fpending(stdout) != 0) {
     std::fwrite(text.data(), 1, text.size(), stdout);
-  } else if (standard_output.lossy_sink != nullptr) {
-    standard_output.lossy_sink->Write(text);
+  } else if (lossy_output.lossy_sink != nullptr) {
+    lossy_output.lossy_sink->Write(text);
   } else {
-    WritePlain(STDOUT_FILENO, text);
+    WriteLossless(STDOUT_FILENO, text);
   }
 }
 

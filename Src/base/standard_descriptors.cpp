@@ -32,7 +32,7 @@ void GuardStandardDescriptors() {
   if (null_device >= 0) ::close(null_device);
 }
 
-int CloseDescriptor(int descriptor) {
+int CloseKeepingStandard(int descriptor) {
   if (descriptor < 0 || descriptor > STDERR_FILENO) return ::close(descriptor);
   ReplaceByNullDevice(descriptor);
   return 0;

@@ -7,11 +7,11 @@
 #include <csignal>
 
 #include "Tovik/alarms/recipients.h"
+#include "Tovik/alarms/recipients_reload.h"
 #include "Tovik/checks/average_table.h"
 #include "Tovik/checks/error_log_check.h"
 #include "Tovik/checks/hang_check.h"
 #include "Tovik/checks/process_search.h"
-#include "Tovik/alarms/recipients_reload.h"
 #include "Tovik/checks/result_check.h"
 #include "Tovik/checks/threshold_check.h"
 #include "Tovik/config/config.h"
@@ -137,7 +137,7 @@ TEST_F(ErrorLogTest, SaysNothingOfASearchThatAStopCuts) {
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
     ::kill(::getpid(), SIGTERM);
-    const base::StopOnPendingSignal stoppable;
+    const base::StopWaitsOnSignal stoppable;
     std::_Exit(test::TraceOf([&] { ErrorCheckAt(now_); }).empty() && !fs::exists(extract_) ? 0 : 1);
   };
   EXPECT_EXIT(cut_search(), testing::ExitedWithCode(0), "");

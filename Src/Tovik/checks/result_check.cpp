@@ -79,7 +79,7 @@ void TraceUnread(const std::string& path, int error) {
 
 int ReportResults(time_t now) {
   const ResultDay resultDay = ResultDayAt(now, m_sz_svc_txt_path, HostNameInFiles());
-  const int64_t jobs = base::CountNewlines(resultDay.path.c_str());
+  const int64_t jobs = base::CountFileNewlines(resultDay.path.c_str());
   if (jobs < 0) return -1;
   const std::unique_ptr<RESULT_LIST, RecordsRelease> records(GetResultReadData(resultDay.path.c_str(), jobs));
   if (records == nullptr) {

@@ -183,7 +183,7 @@ int DunraSTT_EXIT(LVCSR_SOCK_HEAD* head) {
     head->uSock = -1;
     return -1;
   }
-  if (socket != -1 && base::CloseDescriptor(socket) < 0) return -1;
+  if (socket != -1 && base::CloseKeepingStandard(socket) < 0) return -1;
   if (head->bUseSSL == 1) {
     SSLClose(head);
     head->uSock = -1;

@@ -84,7 +84,7 @@ int Session_Create(const char* host, int port, long* sock) {
 
 int Session_Destroy(long sock) {
   if (sock == -1) return 0;
-  return base::CloseDescriptor(SessionDescriptor(sock));
+  return base::CloseKeepingStandard(SessionDescriptor(sock));
 }
 
 int ASR_CLIENT_WAIT(long sock, long seconds) {
