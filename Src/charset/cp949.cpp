@@ -8,6 +8,7 @@
 #include "base/unique_handles.h"
 #include "charset/byte_words.h"
 #include "charset/cp949_utf8_forms.h"
+#include "charset/utf8_text.h"
 
 using charset::Byte;
 using charset::CP949_UTF8_FORMS;
@@ -24,11 +25,11 @@ constexpr uint32_t MAX_CP949_LENGTH = 0x3FFFFFFF;
 size_t CopyAscii(const Byte* cp949, size_t len, Byte* utf8) {
   size_t i = 0;
   for (; len - i >= 16; i += 16) {
-    const uint64_t firstWord = LoadByteWord(cp949 + i);
-    const uint64_t secondWord = LoadByteWord(cp949 + i + 8);
-    if (((firstWord | secondWord) & HIGH_BITS) != 0) break;
-    std::memcpy(utf8 + i, &firstWord, sizeof firstWord);
-    std::memcpy(utf8 + i + 8, &secondWord, sizeof secondWord);
+    const uint64_t firstCp949 = LoadByteWord(cp949 + i);
+    const uint64_t secondCp949 = LoadByteWord(cp949 + i + 8);
+    if (((firstCp949 | secondCp949) & HIGH_BITS) != 0) break;
+    std::memcpy(utf8 + i, &firstCp949, sizeof firstCp949);
+    std::memcpy(utf8 + i + 8, &secondCp949, sizeof secondCp949);
   }
   for (; i < len && cp949[i] < 0x80; i++) utf8[i] = cp949[i];
   return i;
@@ -36,8 +37,8 @@ size_t CopyAscii(const Byte* cp949, size_t len, Byte* utf8) {
 
 // The size that EncodeCp949 needs: three bytes for each two, three for a lead byte at the end, and one
 // because each character is stored as four bytes.
-constexpr size_t EncodedRoom(size_t cp949Length) {
-  return cp949Length / 2 * 3 + 3 + 1;
+constexpr size_t EncodedRoom(size_t cp949Size) {
+  return cp949Size / 2 * 3 + 3 + 1;
 }
 
 // Returns the number of bytes written to utf8, or -1 at a code outside the table.
@@ -46,15 +47,15 @@ ptrdiff_t EncodeCp949(const Byte* cp949, size_t len, Byte* utf8) {
   size_t i = 0;
   while (i < len) {
     if (cp949[i] < 0x80) {
-      const size_t asciiRun = CopyAscii(cp949 + i, len - i, utf8);
-      i += asciiRun;
-      utf8 += asciiRun;
+      const size_t cp949Ascii = CopyAscii(cp949 + i, len - i, utf8);
+      i += cp949Ascii;
+      utf8 += cp949Ascii;
       continue;
     }
     // Wraps around below the first code.
-    const uint32_t codeIndex = cp949[i] * 256U + cp949[i + 1] - charset::FIRST_CP949_CODE;
-    if (codeIndex >= CP949_UTF8_FORMS.size()) return -1;
-    const charset::Cp949Utf8Form& form = CP949_UTF8_FORMS[codeIndex];
+    const uint32_t cp949Index = cp949[i] * 256U + cp949[i + 1] - charset::FIRST_CP949_CODE;
+    if (cp949Index >= CP949_UTF8_FORMS.size()) return -1;
+    const charset::Cp949Utf8Form& form = CP949_UTF8_FORMS[cp949Index];
     std::memcpy(utf8, &form, sizeof form);
     utf8 += form.length;
     i += 2;
@@ -97,24 +98,24 @@ int32_t decode_UTF8(const char* src, int32_t len, char* dst, int32_t cap) {
   if (cap <= 0) return -1;
   const auto* const utf8 = reinterpret_cast<const Byte*>(src);
   int64_t i = 0;
-  int64_t written = 0;
+  int64_t cp949Written = 0;
   while (i < len) {
     if (IsThreeByteCharacter(utf8 + i)) {
       const uint16_t hangulCode = HangulSyllableCode(utf8 + i);
       if (hangulCode == 0) {
-        dst[written] = ' ';
+        dst[cp949Written] = ' ';
         return -1;
       }
-      dst[written] = static_cast<char>(hangulCode >> 8);
-      if (written + 1 < cap) dst[written + 1] = static_cast<char>(hangulCode & 0xFF);
-      written += 2;
+      dst[cp949Written] = static_cast<char>(hangulCode >> 8);
+      if (cp949Written + 1 < cap) dst[cp949Written + 1] = static_cast<char>(hangulCode & 0xFF);
+      cp949Written += 2;
       i += 3;
     } else {
-      dst[written++] = utf8[i] < 0x80 ? src[i] : ' ';
+      dst[cp949Written++] = utf8[i] < 0x80 ? src[i] : ' ';
       i++;
     }
-    if (written >= cap) return -1;
+    if (cp949Written >= cap) return -1;
   }
-  dst[written] = '\0';
-  return static_cast<int32_t>(written);
+  dst[cp949Written] = '\0';
+  return static_cast<int32_t>(cp949Written);
 }

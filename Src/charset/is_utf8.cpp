@@ -25,24 +25,24 @@ uint64_t LoadLittleEndian(const Byte* utf8) {
 }
 
 // IsUtf8Word's steps for leads of more than three bytes.
-bool AddLongUtf8Leads(uint64_t utf8Word, uint64_t leads, uint64_t& wanted, uint64_t& owed) {
-  for (unsigned k = 3; leads != 0; leads &= utf8Word << ++k) {
+bool AddLongUtf8Leads(uint64_t utf8Word, uint64_t utf8Leads, uint64_t& wanted, uint64_t& owed) {
+  for (unsigned k = 3; utf8Leads != 0; utf8Leads &= utf8Word << ++k) {
     if (k == 6) return false;  // 0xFE, 0xFF
-    wanted |= leads << (8 * k);
-    owed |= leads >> (64 - 8 * k);
+    wanted |= utf8Leads << (8 * k);
+    owed |= utf8Leads >> (64 - 8 * k);
   }
   return true;
 }
 
 bool IsUtf8Word(uint64_t utf8Word, uint64_t& owed) {
   const uint64_t high = utf8Word & HIGH_BITS;
-  const uint64_t leads = high & utf8Word << 1;
-  const uint64_t leads3 = leads & utf8Word << 2;  // leads of three or more bytes
-  const uint64_t leads4 = leads3 & utf8Word << 3;
-  uint64_t wanted = owed | leads << 8 | leads3 << 16;
-  owed = leads >> 56 | leads3 >> 48;
-  if (leads4 != 0 && !AddLongUtf8Leads(utf8Word, leads4, wanted, owed)) return false;
-  return wanted == (high ^ leads);
+  const uint64_t utf8Leads = high & utf8Word << 1;
+  const uint64_t utf8Leads3 = utf8Leads & utf8Word << 2;  // leads of three or more bytes
+  const uint64_t utf8Leads4 = utf8Leads3 & utf8Word << 3;
+  uint64_t wanted = owed | utf8Leads << 8 | utf8Leads3 << 16;
+  owed = utf8Leads >> 56 | utf8Leads3 >> 48;
+  if (utf8Leads4 != 0 && !AddLongUtf8Leads(utf8Word, utf8Leads4, wanted, owed)) return false;
+  return wanted == (high ^ utf8Leads);
 }
 
 bool AreUtf8Words(const Byte* utf8, size_t wordCount, uint64_t& owed) {
