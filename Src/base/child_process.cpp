@@ -79,25 +79,25 @@ std::vector<std::string> ChildEnvironment(const std::vector<std::string>& childC
 // Returns 1 when the child has ended, or -1 with errno when the wait failed or was cut.
 int AwaitChildEnd(pid_t childPid, int* waitStatus, const Overdue* overdue) {
   const UniqueFd childPidFd(static_cast<int>(::syscall(SYS_pidfd_open, childPid, 0)));
-  int64_t msUntilOverdue = overdue == nullptr ? FOREVER : overdue->childLimitMs;
+  int64_t childMsLeft = overdue == nullptr ? FOREVER : overdue->childLimitMs;
   while (true) {
-    if (msUntilOverdue == 0) {
+    if (childMsLeft == 0) {
       overdue->tellOverdue();
-      msUntilOverdue = FOREVER;
+      childMsLeft = FOREVER;
     }
-    const pid_t endedPid = ::waitpid(childPid, waitStatus, WNOHANG);
-    if (endedPid == childPid) return 1;
-    if (endedPid < 0 && errno != EINTR) return -1;
+    const pid_t endedChild = ::waitpid(childPid, waitStatus, WNOHANG);
+    if (endedChild == childPid) return 1;
+    if (endedChild < 0 && errno != EINTR) return -1;
     if (childPidFd.Valid()) {
-      const int childReady = WaitDescriptor(childPidFd.Get(), POLLIN, msUntilOverdue);
+      const int childReady = WaitDescriptor(childPidFd.Get(), POLLIN, childMsLeft);
       if (childReady < 0) return -1;
-      if (childReady == 0) msUntilOverdue = 0;
+      if (childReady == 0) childMsLeft = 0;
     } else if (StopGraceOver()) {
       errno = ECANCELED;
       return -1;
     } else {
       ::poll(nullptr, 0, CHILD_POLL_MS);
-      if (msUntilOverdue != FOREVER) msUntilOverdue = std::max<int64_t>(msUntilOverdue - CHILD_POLL_MS, 0);
+      if (childMsLeft != FOREVER) childMsLeft = std::max<int64_t>(childMsLeft - CHILD_POLL_MS, 0);
     }
   }
 }

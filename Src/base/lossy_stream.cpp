@@ -82,8 +82,8 @@ ssize_t WriteSocketStream(int lossy_fd, const char* data, size_t size) {
 // gets at most PIPE_BUF bytes after poll(2): so many fit whenever anything fits.
 ssize_t WriteSharedStream(int lossy_fd, const char* data, size_t size) {
   const iovec lossy_piece{const_cast<char*>(data), std::min<size_t>(size, PIPE_BUF)};
-  const ssize_t written = ::pwritev2(lossy_fd, &lossy_piece, 1, -1, RWF_NOWAIT);
-  if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return written;
+  const ssize_t lossy_written = ::pwritev2(lossy_fd, &lossy_piece, 1, -1, RWF_NOWAIT);
+  if (lossy_written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return lossy_written;
   pollfd lossy_room{lossy_fd, POLLOUT, 0};
   if (::poll(&lossy_room, 1, 0) > 0) return ::write(lossy_fd, lossy_piece.iov_base, lossy_piece.iov_len);
   errno = EAGAIN;
@@ -101,29 +101,31 @@ class LossySink {
         own_sink_file_(std::move(file)) {}
 
   // Returns 0 when the text was written or dropped, or -1 with errno.
-  [[gnu::noinline]] int Write(std::string_view text) {
+  [[gnu::noinline]] int Write(std::string_view lossy_text) {
     const std::lock_guard<std::mutex> lossy_sink_lock(lossy_sink_mutex_);
     if (lossy_line_cut_) {
       const ssize_t lossy_line_ended = PutUntilFull("\n");
       if (lossy_line_ended <= 0) return static_cast<int>(lossy_line_ended);
     }
-    const ssize_t written = PutUntilFull(text);
-    lossy_line_cut_ = written > 0 && static_cast<size_t>(written) < text.size() && text[written - 1] != '\n';
-    return written < 0 ? -1 : 0;
+    const ssize_t lossy_written = PutUntilFull(lossy_text);
+    lossy_line_cut_ = lossy_written > 0 && static_cast<size_t>(lossy_written) < lossy_text.size() &&
+                      lossy_text[lossy_written - 1] != '\n';
+    return lossy_written < 0 ? -1 : 0;
   }
 
  private:
   // Returns how many bytes were written before space ran out, or -1 with errno.
-  ssize_t PutUntilFull(std::string_view text) {
+  ssize_t PutUntilFull(std::string_view lossy_text) {
     size_t lossy_size = 0;
-    while (lossy_size < text.size()) {
-      const ssize_t written = write_now_(lossy_sink_fd_, text.data() + lossy_size, text.size() - lossy_size);
-      if (written > 0) {
-        lossy_size += static_cast<size_t>(written);
+    while (lossy_size < lossy_text.size()) {
+      const ssize_t lossy_written =
+          write_now_(lossy_sink_fd_, lossy_text.data() + lossy_size, lossy_text.size() - lossy_size);
+      if (lossy_written > 0) {
+        lossy_size += static_cast<size_t>(lossy_written);
         lossy_patience_.Renew();
         continue;
       }
-      const int lossy_error = written < 0 ? errno : EAGAIN;
+      const int lossy_error = lossy_written < 0 ? errno : EAGAIN;
       if (lossy_error == EINTR) continue;
       if (lossy_error != EAGAIN && lossy_error != ENOBUFS) return -1;
       if (!lossy_patience_.WaitForRoom(lossy_sink_fd_)) break;
@@ -235,13 +237,13 @@ UniqueFile LossyStream(UniqueFile file) {
 
 // Without the lock of stdout, which costs as much as the rest: what another thread prints at this very moment
 // may come before or after the text.
-void Echo(std::string_view text) {
+void Echo(std::string_view lossy_text) {
   if (::__fpending(stdout) != 0) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fwrite(lossy_text.data(), 1, lossy_text.size(), stdout);
   } else if (lossy_output.lossy_sink != nullptr) {
-    lossy_output.lossy_sink->Write(text);
+    lossy_output.lossy_sink->Write(lossy_text);
   } else {
-    WriteLossless(STDOUT_FILENO, text);
+    WriteLossless(STDOUT_FILENO, lossy_text);
   }
 }
 

@@ -68,14 +68,14 @@ ssize_t ReceiveSome(int socket_fd, void* buffer, size_t length, int64_t millisec
 
 ssize_t ReceiveExactly(int socket_fd, void* buffer, size_t length, int64_t milliseconds) {
   char* socket_buffer = static_cast<char*>(buffer);
-  ssize_t received = 1;
+  ssize_t socket_received = 1;
   while (length > 0) {
-    received = ReceiveSome(socket_fd, socket_buffer, length, milliseconds);
-    if (received <= 0) return received;
-    socket_buffer += received;
-    length -= static_cast<size_t>(received);
+    socket_received = ReceiveSome(socket_fd, socket_buffer, length, milliseconds);
+    if (socket_received <= 0) return socket_received;
+    socket_buffer += socket_received;
+    length -= static_cast<size_t>(socket_received);
   }
-  return received;
+  return socket_received;
 }
 
 ssize_t SendSome(int socket_fd, const void* data, size_t length, int64_t milliseconds, int flags) {
@@ -85,14 +85,15 @@ ssize_t SendSome(int socket_fd, const void* data, size_t length, int64_t millise
 
 int SendAll(int socket_fd, const void* data, size_t length, int64_t milliseconds, int flags, size_t* sent) {
   const char* socket_bytes = static_cast<const char*>(data);
-  size_t sent_size = 0;
-  ssize_t sent_now = 1;
-  while (sent_size < length && sent_now > 0) {
-    sent_now = SendSome(socket_fd, socket_bytes + sent_size, length - sent_size, milliseconds, flags);
-    if (sent_now > 0) sent_size += static_cast<size_t>(sent_now);
+  size_t socket_sent = 0;
+  ssize_t socket_sent_now = 1;
+  while (socket_sent < length && socket_sent_now > 0) {
+    socket_sent_now =
+        SendSome(socket_fd, socket_bytes + socket_sent, length - socket_sent, milliseconds, flags);
+    if (socket_sent_now > 0) socket_sent += static_cast<size_t>(socket_sent_now);
   }
-  if (sent != nullptr) *sent = sent_size;
-  return sent_size == length ? 0 : -1;
+  if (sent != nullptr) *sent = socket_sent;
+  return socket_sent == length ? 0 : -1;
 }
 
 }  // namespace base

@@ -117,10 +117,10 @@ int WaitDescriptor(int fd, short events, int64_t ms) {
   while (true) {
     const int64_t stop_grace_end_ms = stopGraceEndMs.load();
     StoppablePoll wait_poll(fd, events, stop_grace_end_ms == 0);
-    const int polled_count = wait_poll.PollUntil(
+    const int wait_result = wait_poll.PollUntil(
         stop_grace_end_ms == 0 ? wait_deadline : std::min(wait_deadline, stop_grace_end_ms));
-    if (polled_count < 0 && errno != EINTR) return -1;
-    if (polled_count < 0) continue;
+    if (wait_result < 0 && errno != EINTR) return -1;
+    if (wait_result < 0) continue;
     if (wait_poll.BadDescriptor()) return WaitFailed(EBADF);
     if (wait_poll.Ready()) return 1;
     if (wait_poll.SignalPending() || (stop_grace_end_ms != 0 && StopClockMs() >= stop_grace_end_ms))

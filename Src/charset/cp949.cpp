@@ -19,7 +19,7 @@ namespace {
 
 constexpr uint32_t FIRST_HANGUL_SYLLABLE = 0xAC00;
 // Twice the length of a text has to stay a signed 32-bit number.
-constexpr uint32_t MAX_CP949_LENGTH = 0x3FFFFFFF;
+constexpr uint32_t MAX_CP949_SIZE = 0x3FFFFFFF;
 
 // Copies the ASCII bytes at the start of the len bytes of code page 949. Returns their number.
 size_t CopyAscii(const Byte* cp949, size_t len, Byte* utf8) {
@@ -79,18 +79,19 @@ uint16_t HangulSyllableCode(const Byte* utf8) {
 }  // namespace
 
 int32_t encode_UTF8(const char* src, uint32_t len, char** out, uint32_t* out_len) {
-  if (len > MAX_CP949_LENGTH) return -1;
+  if (len > MAX_CP949_SIZE) return -1;
   base::UniqueText utf8(static_cast<char*>(std::malloc(EncodedRoom(len))));
   if (utf8 == nullptr) return -1;
-  const ptrdiff_t utf8Length =
+  const ptrdiff_t encodedLength =
       EncodeCp949(reinterpret_cast<const Byte*>(src), len, reinterpret_cast<Byte*>(utf8.get()));
-  if (utf8Length < 0) return -1;
-  utf8.get()[utf8Length] = '\0';
+  if (encodedLength < 0) return -1;
+  utf8.get()[encodedLength] = '\0';
 
   char* const roomyUtf8 = utf8.release();
-  auto* const fittedUtf8 = static_cast<char*>(std::realloc(roomyUtf8, static_cast<size_t>(utf8Length) + 1));
+  auto* const fittedUtf8 =
+      static_cast<char*>(std::realloc(roomyUtf8, static_cast<size_t>(encodedLength) + 1));
   *out = fittedUtf8 != nullptr ? fittedUtf8 : roomyUtf8;
-  *out_len = static_cast<uint32_t>(utf8Length);
+  *out_len = static_cast<uint32_t>(encodedLength);
   return 0;
 }
 

@@ -27,23 +27,23 @@ struct SnapshotSource {
   uint64_t page_kb = static_cast<uint64_t>(::sysconf(_SC_PAGESIZE)) >> 10;
 };
 
-char* CopyRecordText(std::string_view record_text) {
-  auto* const text_copy = static_cast<char*>(std::malloc(record_text.size() + 1));
+char* CopyProcessText(std::string_view process_text) {
+  auto* const text_copy = static_cast<char*>(std::malloc(process_text.size() + 1));
   if (text_copy == nullptr) return nullptr;
-  std::memcpy(text_copy, record_text.data(), record_text.size());
-  text_copy[record_text.size()] = '\0';
+  std::memcpy(text_copy, process_text.data(), process_text.size());
+  text_copy[process_text.size()] = '\0';
   return text_copy;
 }
 
 void StoreCommandLine(std::string_view cmdline, qxapi_process* qxapi_record) {
   if (cmdline.empty()) return;
-  qxapi_record->cmdline = CopyRecordText(cmdline);
+  qxapi_record->cmdline = CopyProcessText(cmdline);
   if (qxapi_record->cmdline != nullptr) {
     qxapi_record->cmdline_len = cmdline.size();
     __qxapi_command_line_decoder__(qxapi_record->cmdline, cmdline.size(), &qxapi_record->argc,
                                    &qxapi_record->argv);
   }
-  qxapi_record->command = CopyRecordText(cmdline);
+  qxapi_record->command = CopyProcessText(cmdline);
   if (qxapi_record->command != nullptr) {
     std::replace(qxapi_record->command, qxapi_record->command + cmdline.size() - 1, '\0', ' ');
   }
@@ -54,7 +54,7 @@ void StoreStatus(std::string_view status, qxapi_process* qxapi_record) {
   status_fields.pid = qxapi_record->pid;
   sysinfo::ParseStatus(status, &status_fields);
   qxapi_record->pid = status_fields.pid;
-  if (status_fields.name) qxapi_record->name = CopyRecordText(*status_fields.name);
+  if (status_fields.name) qxapi_record->name = CopyProcessText(*status_fields.name);
   qxapi_record->state[0] = status_fields.state;
   qxapi_record->ppid = status_fields.ppid;
   qxapi_record->uid = status_fields.uid;
