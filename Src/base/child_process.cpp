@@ -42,8 +42,8 @@ class SpawnPlan {
     posix_spawn_file_actions_destroy(&spawnActions_);
     posix_spawnattr_destroy(&spawnAttributes_);
   }
-  int Spawn(pid_t* pid, char* const* childArgv, char* const* environment) {
-    return posix_spawnp(pid, childArgv[0], &spawnActions_, &spawnAttributes_, childArgv, environment);
+  int Spawn(pid_t* pid, char* const* childArgv, char* const* childVariables) {
+    return posix_spawnp(pid, childArgv[0], &spawnActions_, &spawnAttributes_, childArgv, childVariables);
   }
 
  private:
@@ -105,9 +105,9 @@ int AwaitChildEnd(pid_t childPid, int* waitStatus, const Overdue* overdue) {
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& childArgv, int stdoutFd,
-               const std::vector<std::string>& environment, const Overdue* overdue) {
+               const std::vector<std::string>& childVariables, const Overdue* overdue) {
   std::vector<std::string> argvCopy = childArgv;
-  std::vector<std::string> environmentCopy = ChildEnvironment(environment);
+  std::vector<std::string> environmentCopy = ChildEnvironment(childVariables);
   SpawnPlan spawnPlan(stdoutFd);
   pid_t childPid = 0;
   const int spawnError = spawnPlan.Spawn(&childPid, ChildTextPointers(argvCopy).data(),

@@ -31,9 +31,9 @@ constexpr rlim_t LOSSY_NUMBERS_RESERVED = 8;
 // Writers wait so long for a slow reader in each second.
 constexpr std::chrono::milliseconds LOSSY_PATIENCE{250};
 
-bool MayStall(int stream_fd) {
+bool MayStall(int candidate_fd) {
   struct stat lossy_candidate;
-  if (::fstat(stream_fd, &lossy_candidate) != 0) return false;
+  if (::fstat(candidate_fd, &lossy_candidate) != 0) return false;
   if (S_ISCHR(lossy_candidate.st_mode)) return major(lossy_candidate.st_rdev) != NEVER_LOSSY_DEVICES;
   return S_ISFIFO(lossy_candidate.st_mode) || S_ISSOCK(lossy_candidate.st_mode);
 }
@@ -97,8 +97,8 @@ class LossySink {
   LossySink(int lossy_fd, WriteNow write, UniqueFd own = {}, UniqueFile file = nullptr)
       : lossy_sink_fd_(lossy_fd),
         write_now_(write),
-        own_sink_fd_(std::move(own)),
-        own_sink_file_(std::move(file)) {}
+        own_lossy_fd_(std::move(own)),
+        own_lossy_file_(std::move(file)) {}
 
   // Returns 0 when the text was written or dropped, or -1 with errno.
   [[gnu::noinline]] int Write(std::string_view lossy_text) {
@@ -136,8 +136,8 @@ class LossySink {
   std::mutex lossy_sink_mutex_;
   int lossy_sink_fd_;
   WriteNow write_now_;
-  UniqueFd own_sink_fd_;
-  UniqueFile own_sink_file_;
+  UniqueFd own_lossy_fd_;
+  UniqueFile own_lossy_file_;
   LossyPatience lossy_patience_;
   bool lossy_line_cut_ = false;  // the last text ended in the middle of a line
 };
@@ -187,7 +187,7 @@ std::unique_ptr<LossySink> LossySinkTo(int lossy_fd) {
 // A standard stream and its lossy replacement.
 struct LossyStandardStream {
   FILE** stream_variable;
-  FILE* plain_stream;
+  FILE* lossless_stream;
   int standard_fd;
   int buffering_mode;
   LossySink* lossy_sink;  // of the replacement; null when there is none
@@ -195,13 +195,13 @@ struct LossyStandardStream {
   void MakePlain() {
     if (lossy_sink == nullptr) return;
     lossy_sink = nullptr;
-    std::fclose(std::exchange(*stream_variable, plain_stream));
+    std::fclose(std::exchange(*stream_variable, lossless_stream));
   }
   void MakeLossy() {
     FILE* const lossy_stream = LossyStreamInto(LossySinkTo(standard_fd), &lossy_sink);
     if (lossy_stream == nullptr) return;
     std::setvbuf(lossy_stream, nullptr, buffering_mode, BUFSIZ);
-    std::fflush(plain_stream);
+    std::fflush(lossless_stream);
     *stream_variable = lossy_stream;
   }
 };
@@ -227,12 +227,12 @@ void MakeStandardStreamsLossy() {
 }
 
 UniqueFile LossyStream(UniqueFile file) {
-  const int stream_fd = file ? ::fileno(file.get()) : -1;
-  if (!MayStall(stream_fd)) return file;
-  ::fcntl(stream_fd, F_SETFL, ::fcntl(stream_fd, F_GETFL) | O_NONBLOCK);
+  const int lossy_fd = file ? ::fileno(file.get()) : -1;
+  if (!MayStall(lossy_fd)) return file;
+  ::fcntl(lossy_fd, F_SETFL, ::fcntl(lossy_fd, F_GETFL) | O_NONBLOCK);
   LossySink* taken_sink = nullptr;
   return UniqueFile(LossyStreamInto(
-      std::make_unique<LossySink>(stream_fd, WriteOwnStream, UniqueFd(), std::move(file)), &taken_sink));
+      std::make_unique<LossySink>(lossy_fd, WriteOwnStream, UniqueFd(), std::move(file)), &taken_sink));
 }
 
 // Without the lock of stdout, which costs as much as the rest: what another thread prints at this very moment

@@ -43,7 +43,7 @@ constexpr size_t EncodedRoom(size_t cp949Size) {
 
 // Returns the number of bytes written to utf8, or -1 at a code outside the table.
 ptrdiff_t EncodeCp949(const Byte* cp949, size_t len, Byte* utf8) {
-  Byte* const utf8Start = utf8;
+  Byte* const encodedStart = utf8;
   size_t i = 0;
   while (i < len) {
     if (cp949[i] < 0x80) {
@@ -60,19 +60,19 @@ ptrdiff_t EncodeCp949(const Byte* cp949, size_t len, Byte* utf8) {
     utf8 += form.length;
     i += 2;
   }
-  return utf8 - utf8Start;
+  return utf8 - encodedStart;
 }
 
 // Reads the second and third byte only if those before them fit a three-byte character.
-bool IsThreeByteCharacter(const Byte* utf8) {
-  return (utf8[0] & 0xF0) == 0xE0 && charset::IsUtf8Continuation(utf8[1]) &&
-         charset::IsUtf8Continuation(utf8[2]);
+bool MayBeHangul(const Byte* hangul) {
+  return (hangul[0] & 0xF0) == 0xE0 && charset::IsUtf8Continuation(hangul[1]) &&
+         charset::IsUtf8Continuation(hangul[2]);
 }
 
 // Returns the code of a three-byte character, or 0 when it is no Hangul syllable.
-uint16_t HangulSyllableCode(const Byte* utf8) {
-  const uint32_t codePoint = (utf8[0] & 0x0FU) << 12 | (utf8[1] & 0x3FU) << 6 | (utf8[2] & 0x3FU);
-  const uint32_t syllable = codePoint - FIRST_HANGUL_SYLLABLE;  // wraps around below the first one
+uint16_t HangulSyllableCode(const Byte* hangul) {
+  const uint32_t hangulPoint = (hangul[0] & 0x0FU) << 12 | (hangul[1] & 0x3FU) << 6 | (hangul[2] & 0x3FU);
+  const uint32_t syllable = hangulPoint - FIRST_HANGUL_SYLLABLE;  // wraps around below the first one
   return syllable < std::size(uni2ksc_code) ? uni2ksc_code[syllable] : 0;
 }
 
@@ -80,17 +80,17 @@ uint16_t HangulSyllableCode(const Byte* utf8) {
 
 int32_t encode_UTF8(const char* src, uint32_t len, char** out, uint32_t* out_len) {
   if (len > MAX_CP949_SIZE) return -1;
-  base::UniqueText utf8(static_cast<char*>(std::malloc(EncodedRoom(len))));
-  if (utf8 == nullptr) return -1;
+  base::UniqueText encoded(static_cast<char*>(std::malloc(EncodedRoom(len))));
+  if (encoded == nullptr) return -1;
   const ptrdiff_t encodedLength =
-      EncodeCp949(reinterpret_cast<const Byte*>(src), len, reinterpret_cast<Byte*>(utf8.get()));
+      EncodeCp949(reinterpret_cast<const Byte*>(src), len, reinterpret_cast<Byte*>(encoded.get()));
   if (encodedLength < 0) return -1;
-  utf8.get()[encodedLength] = '\0';
+  encoded.get()[encodedLength] = '\0';
 
-  char* const roomyUtf8 = utf8.release();
-  auto* const fittedUtf8 =
-      static_cast<char*>(std::realloc(roomyUtf8, static_cast<size_t>(encodedLength) + 1));
-  *out = fittedUtf8 != nullptr ? fittedUtf8 : roomyUtf8;
+  char* const roomyEncoded = encoded.release();
+  auto* const fittedEncoded =
+      static_cast<char*>(std::realloc(roomyEncoded, static_cast<size_t>(encodedLength) + 1));
+  *out = fittedEncoded != nullptr ? fittedEncoded : roomyEncoded;
   *out_len = static_cast<uint32_t>(encodedLength);
   return 0;
 }
@@ -101,7 +101,7 @@ int32_t decode_UTF8(const char* src, int32_t len, char* dst, int32_t cap) {
   int64_t i = 0;
   int64_t cp949Written = 0;
   while (i < len) {
-    if (IsThreeByteCharacter(utf8 + i)) {
+    if (MayBeHangul(utf8 + i)) {
       const uint16_t hangulCode = HangulSyllableCode(utf8 + i);
       if (hangulCode == 0) {
         dst[cp949Written] = ' ';

@@ -28,11 +28,11 @@ struct SnapshotSource {
 };
 
 char* CopyProcessText(std::string_view process_text) {
-  auto* const text_copy = static_cast<char*>(std::malloc(process_text.size() + 1));
-  if (text_copy == nullptr) return nullptr;
-  std::memcpy(text_copy, process_text.data(), process_text.size());
-  text_copy[process_text.size()] = '\0';
-  return text_copy;
+  auto* const process_copy = static_cast<char*>(std::malloc(process_text.size() + 1));
+  if (process_copy == nullptr) return nullptr;
+  std::memcpy(process_copy, process_text.data(), process_text.size());
+  process_copy[process_text.size()] = '\0';
+  return process_copy;
 }
 
 void StoreCommandLine(std::string_view cmdline, qxapi_process* qxapi_record) {
@@ -50,26 +50,26 @@ void StoreCommandLine(std::string_view cmdline, qxapi_process* qxapi_record) {
 }
 
 void StoreStatus(std::string_view status, qxapi_process* qxapi_record) {
-  sysinfo::StatusFields status_fields;
-  status_fields.pid = qxapi_record->pid;
-  sysinfo::ParseStatus(status, &status_fields);
-  qxapi_record->pid = status_fields.pid;
-  if (status_fields.name) qxapi_record->name = CopyProcessText(*status_fields.name);
-  qxapi_record->state[0] = status_fields.state;
-  qxapi_record->ppid = status_fields.ppid;
-  qxapi_record->uid = status_fields.uid;
-  qxapi_record->gid = status_fields.gid;
-  qxapi_record->vmsize = status_fields.vmsize;
-  qxapi_record->threads = status_fields.threads;
+  sysinfo::StatusFields qxapi_fields;
+  qxapi_fields.pid = qxapi_record->pid;
+  sysinfo::ParseStatus(status, &qxapi_fields);
+  qxapi_record->pid = qxapi_fields.pid;
+  if (qxapi_fields.name) qxapi_record->name = CopyProcessText(*qxapi_fields.name);
+  qxapi_record->state[0] = qxapi_fields.state;
+  qxapi_record->ppid = qxapi_fields.ppid;
+  qxapi_record->uid = qxapi_fields.uid;
+  qxapi_record->gid = qxapi_fields.gid;
+  qxapi_record->vmsize = qxapi_fields.vmsize;
+  qxapi_record->threads = qxapi_fields.threads;
 }
 
 void StoreCounters(std::string_view stat, uint64_t page_kb, qxapi_process* qxapi_record) {
-  const auto stat_counters = sysinfo::ParseStat(stat);
-  if (!stat_counters) return;
-  qxapi_record->utime = stat_counters->utime;
-  qxapi_record->stime = stat_counters->stime;
-  qxapi_record->nice = stat_counters->nice;
-  qxapi_record->rss_kb = page_kb * stat_counters->pages;
+  const auto qxapi_counters = sysinfo::ParseStat(stat);
+  if (!qxapi_counters) return;
+  qxapi_record->utime = qxapi_counters->utime;
+  qxapi_record->stime = qxapi_counters->stime;
+  qxapi_record->nice = qxapi_counters->nice;
+  qxapi_record->rss_kb = page_kb * qxapi_counters->pages;
 }
 
 void StoreStateLetters(qxapi_process* qxapi_record) {

@@ -28,12 +28,13 @@ constexpr size_t QXAPI_SPRINTF_LIMIT = 0x80000 - 4096;
 
 // Calls each with the start of every word, until it returns false.
 template <typename Each>
-void ForEachCommandWord(char* buf, uint64_t len, Each each_word) {
+void ForEachCommandWord(char* command_line, uint64_t len, Each each_word) {
   for (uint64_t command_word_start = 0; command_word_start < len;) {
-    const void* const word_nul = std::memchr(buf + command_word_start, '\0', len - command_word_start);
+    const void* const word_nul =
+        std::memchr(command_line + command_word_start, '\0', len - command_word_start);
     const uint64_t word_end =
-        word_nul == nullptr ? len : static_cast<uint64_t>(static_cast<const char*>(word_nul) - buf);
-    if (!each_word(buf + command_word_start)) return;
+        word_nul == nullptr ? len : static_cast<uint64_t>(static_cast<const char*>(word_nul) - command_line);
+    if (!each_word(command_line + command_word_start)) return;
     command_word_start = word_end + 1;
   }
 }
@@ -77,13 +78,13 @@ int __qxapi_command_line_decoder__(char* buf, uint64_t len, uint32_t* argc, char
   *argc = 0;
   *argv = nullptr;
   if (buf == nullptr || len == 0) return -1;
-  uint32_t word_count = 0;
-  ForEachCommandWord(buf, len, [&](char*) { return ++word_count < QXAPI_MAX_WORDS; });
-  auto** const argv_array = static_cast<char**>(std::malloc(word_count * sizeof(char*)));
+  uint32_t argv_count = 0;
+  ForEachCommandWord(buf, len, [&](char*) { return ++argv_count < QXAPI_MAX_WORDS; });
+  auto** const argv_array = static_cast<char**>(std::malloc(argv_count * sizeof(char*)));
   if (argv_array == nullptr) return 0;
   ForEachCommandWord(buf, len, [&](char* command_word) {
     argv_array[(*argc)++] = command_word;
-    return *argc < word_count;
+    return *argc < argv_count;
   });
   *argv = argv_array;
   return 1;

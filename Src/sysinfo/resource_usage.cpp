@@ -97,9 +97,9 @@ int MemoryPercentInt(const char* meminfo, double* total_kb, double* available_kb
 }
 
 int ResidentKilobytes(const char* rss_line) {
-  constexpr const char* STATUS_WHITE = " \t\n\v\f\r";
-  rss_line += std::strspn(rss_line, STATUS_WHITE);
-  rss_line += std::strcspn(rss_line, STATUS_WHITE);
+  constexpr const char* RSS_WHITE = " \t\n\v\f\r";
+  rss_line += std::strspn(rss_line, RSS_WHITE);
+  rss_line += std::strcspn(rss_line, RSS_WHITE);
   return static_cast<int>(base::LeadingNumber(rss_line));
 }
 
@@ -126,8 +126,8 @@ uint64_t NetworkCounter(const char* net_dev, int eth_number) {
   return network_counters[0] + network_counters[layout.sent];
 }
 
-float LinkPercent(uint64_t bytes_before, uint64_t bytes_after) {
-  return 800.0F * static_cast<float>(bytes_after - bytes_before) / 100000000.0F;
+float LinkPercent(uint64_t eth_bytes_before, uint64_t eth_bytes_after) {
+  return 800.0F * static_cast<float>(eth_bytes_after - eth_bytes_before) / 100000000.0F;
 }
 
 float CpuUsage(const char* proc_root, CpuSample* previous_cpu) {
@@ -224,7 +224,7 @@ uint64_t NetworkStatics(int eth_number) {
 }
 
 float NetworkUsage(int eth_number) {
-  const uint64_t bytes_before = NetworkStatics(eth_number);
+  const uint64_t eth_bytes_before = NetworkStatics(eth_number);
   base::SleepSeconds(1);
-  return sysinfo::LinkPercent(bytes_before, NetworkStatics(eth_number));
+  return sysinfo::LinkPercent(eth_bytes_before, NetworkStatics(eth_number));
 }

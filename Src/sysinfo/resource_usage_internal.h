@@ -26,7 +26,7 @@ int ResidentKilobytes(const char* rss_line);
 unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t available_blocks, uint64_t* total_mb,
                          uint64_t* available_mb);
 uint64_t NetworkCounter(const char* net_dev, int eth_number);
-float LinkPercent(uint64_t bytes_before, uint64_t bytes_after);
+float LinkPercent(uint64_t eth_bytes_before, uint64_t eth_bytes_after);
 
 float CpuUsage(const char* proc_root, CpuSample* previous_cpu);
 int MemoryUsage(const char* proc_root, double* total_kb, double* available_kb);
