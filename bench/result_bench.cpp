@@ -58,7 +58,7 @@ class ResultFile {
 void ResultReport(benchmark::State& state) {
   static const ResultFile file;
   for (auto _ : state) {
-    const int64_t count = base::CountNewlines(file.Path());
+    const int64_t count = base::CountFileNewlines(file.Path());
     RESULT_LIST* records = GetResultReadData(file.Path(), count);
     if (count != LINES || records == nullptr) std::abort();
     benchmark::DoNotOptimize(AverageOf(records, count));

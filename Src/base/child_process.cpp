@@ -26,12 +26,12 @@ class SpawnPlan {
   explicit SpawnPlan(int stdoutFd) {
     posix_spawnattr_init(&spawnAttributes_);
     posix_spawn_file_actions_init(&spawnActions_);
-    sigset_t noSignals;
-    sigset_t allSignals;
-    sigemptyset(&noSignals);
-    sigfillset(&allSignals);
-    posix_spawnattr_setsigmask(&spawnAttributes_, &noSignals);
-    posix_spawnattr_setsigdefault(&spawnAttributes_, &allSignals);
+    sigset_t spawnMask;
+    sigset_t spawnDefaults;
+    sigemptyset(&spawnMask);
+    sigfillset(&spawnDefaults);
+    posix_spawnattr_setsigmask(&spawnAttributes_, &spawnMask);
+    posix_spawnattr_setsigdefault(&spawnAttributes_, &spawnDefaults);
     posix_spawnattr_setflags(&spawnAttributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     if (stdoutFd >= 0) posix_spawn_file_actions_adddup2(&spawnActions_, stdoutFd, STDOUT_FILENO);
     posix_spawn_file_actions_addclosefrom_np(&spawnActions_, STDERR_FILENO + 1);
@@ -42,8 +42,8 @@ class SpawnPlan {
     posix_spawn_file_actions_destroy(&spawnActions_);
     posix_spawnattr_destroy(&spawnAttributes_);
   }
-  int Spawn(pid_t* pid, char* const* childArgv, char* const* environment) {
-    return posix_spawnp(pid, childArgv[0], &spawnActions_, &spawnAttributes_, childArgv, environment);
+  int Spawn(pid_t* pid, char* const* childArgv, char* const* childVariables) {
+    return posix_spawnp(pid, childArgv[0], &spawnActions_, &spawnAttributes_, childArgv, childVariables);
   }
 
  private:
@@ -51,24 +51,27 @@ class SpawnPlan {
   posix_spawn_file_actions_t spawnActions_{};
 };
 
-std::vector<char*> ArgumentPointers(std::vector<std::string>& arguments) {
-  std::vector<char*> argumentPointers;
-  argumentPointers.reserve(arguments.size() + 1);
-  for (std::string& argument : arguments) argumentPointers.push_back(argument.data());
-  argumentPointers.push_back(nullptr);
-  return argumentPointers;
+std::vector<char*> ChildTextPointers(std::vector<std::string>& childTexts) {
+  std::vector<char*> childPointers;
+  childPointers.reserve(childTexts.size() + 1);
+  for (std::string& childText : childTexts) childPointers.push_back(childText.data());
+  childPointers.push_back(nullptr);
+  return childPointers;
 }
 
-bool SameEnvVariable(std::string_view variable, std::string_view otherVariable) {
-  return variable.substr(0, variable.find('=')) == otherVariable.substr(0, otherVariable.find('='));
+bool SameEnvVariable(std::string_view childVariable, std::string_view inheritedVariable) {
+  return childVariable.substr(0, childVariable.find('=')) ==
+         inheritedVariable.substr(0, inheritedVariable.find('='));
 }
 
-std::vector<std::string> ChildEnvironment(const std::vector<std::string>& changes) {
-  std::vector<std::string> childEnvironment = changes;
-  for (char** inherited = environ; inherited != nullptr && *inherited != nullptr; ++inherited) {
-    bool replaced = false;
-    for (const std::string& change : changes) replaced = replaced || SameEnvVariable(change, *inherited);
-    if (!replaced) childEnvironment.emplace_back(*inherited);
+std::vector<std::string> ChildEnvironment(const std::vector<std::string>& childChanges) {
+  std::vector<std::string> childEnvironment = childChanges;
+  for (char** parentVariable = environ; parentVariable != nullptr && *parentVariable != nullptr;
+       ++parentVariable) {
+    bool childOverrides = false;
+    for (const std::string& childChange : childChanges)
+      childOverrides = childOverrides || SameEnvVariable(childChange, *parentVariable);
+    if (!childOverrides) childEnvironment.emplace_back(*parentVariable);
   }
   return childEnvironment;
 }
@@ -76,25 +79,25 @@ std::vector<std::string> ChildEnvironment(const std::vector<std::string>& change
 // Returns 1 when the child has ended, or -1 with errno when the wait failed or was cut.
 int AwaitChildEnd(pid_t childPid, int* waitStatus, const Overdue* overdue) {
   const UniqueFd childPidFd(static_cast<int>(::syscall(SYS_pidfd_open, childPid, 0)));
-  int64_t msUntilOverdue = overdue == nullptr ? FOREVER : overdue->childLimitMs;
+  int64_t childMsLeft = overdue == nullptr ? FOREVER : overdue->childLimitMs;
   while (true) {
-    if (msUntilOverdue == 0) {
+    if (childMsLeft == 0) {
       overdue->tellOverdue();
-      msUntilOverdue = FOREVER;
+      childMsLeft = FOREVER;
     }
-    const pid_t endedPid = ::waitpid(childPid, waitStatus, WNOHANG);
-    if (endedPid == childPid) return 1;
-    if (endedPid < 0 && errno != EINTR) return -1;
+    const pid_t endedChild = ::waitpid(childPid, waitStatus, WNOHANG);
+    if (endedChild == childPid) return 1;
+    if (endedChild < 0 && errno != EINTR) return -1;
     if (childPidFd.Valid()) {
-      const int childReady = WaitDescriptor(childPidFd.Get(), POLLIN, msUntilOverdue);
+      const int childReady = WaitDescriptor(childPidFd.Get(), POLLIN, childMsLeft);
       if (childReady < 0) return -1;
-      if (childReady == 0) msUntilOverdue = 0;
+      if (childReady == 0) childMsLeft = 0;
     } else if (StopGraceOver()) {
       errno = ECANCELED;
       return -1;
     } else {
       ::poll(nullptr, 0, CHILD_POLL_MS);
-      if (msUntilOverdue != FOREVER) msUntilOverdue = std::max<int64_t>(msUntilOverdue - CHILD_POLL_MS, 0);
+      if (childMsLeft != FOREVER) childMsLeft = std::max<int64_t>(childMsLeft - CHILD_POLL_MS, 0);
     }
   }
 }
@@ -102,13 +105,13 @@ int AwaitChildEnd(pid_t childPid, int* waitStatus, const Overdue* overdue) {
 }  // namespace
 
 int RunProgram(const std::vector<std::string>& childArgv, int stdoutFd,
-               const std::vector<std::string>& environment, const Overdue* overdue) {
+               const std::vector<std::string>& childVariables, const Overdue* overdue) {
   std::vector<std::string> argvCopy = childArgv;
-  std::vector<std::string> environmentCopy = ChildEnvironment(environment);
+  std::vector<std::string> environmentCopy = ChildEnvironment(childVariables);
   SpawnPlan spawnPlan(stdoutFd);
   pid_t childPid = 0;
-  const int spawnError =
-      spawnPlan.Spawn(&childPid, ArgumentPointers(argvCopy).data(), ArgumentPointers(environmentCopy).data());
+  const int spawnError = spawnPlan.Spawn(&childPid, ChildTextPointers(argvCopy).data(),
+                                         ChildTextPointers(environmentCopy).data());
   if (spawnError != 0) {
     errno = spawnError;
     return -1;

@@ -17,12 +17,12 @@ struct Overdue {
 
 // Runs a program, looked up in PATH, and waits until it ends. childArgv is its argv. It starts with default
 // signal actions, an empty signal mask and no descriptor above 2. stdoutFd becomes its standard output unless
-// it is negative. Each entry of environment ("NAME=value") replaces the agent's own entry of that name, or is
-// added.
-// Returns the wait status of waitpid(2), or -1 with errno when the program could not be started. During a
-// stop, -1 with ECANCELED means that the grace ended before the child did; the child goes on running.
+// it is negative. Each entry of childVariables ("NAME=value") replaces the agent's own entry of that name, or
+// is added. Returns the wait status of waitpid(2), or -1 with errno when the program could not be started.
+// During a stop, -1 with ECANCELED means that the grace ended before the child did; the child goes on
+// running.
 [[nodiscard]] int RunProgram(const std::vector<std::string>& childArgv, int stdoutFd = -1,
-                             const std::vector<std::string>& environment = {},
+                             const std::vector<std::string>& childVariables = {},
                              const Overdue* overdue = nullptr);
 
 // Runs a command line with the system shell ("/bin/sh -c"). Results as RunProgram.

@@ -7,27 +7,28 @@
 
 namespace base {
 
-std::string FormatList(const char* format, va_list arguments) {
-  std::array<char, 512> short_text;
-  va_list second_pass;
-  va_copy(second_pass, arguments);
-  const int full_length = std::vsnprintf(short_text.data(), short_text.size(), format, arguments);
+std::string FormatList(const char* format, va_list format_arguments) {
+  std::array<char, 512> short_format;
+  va_list format_arguments_again;
+  va_copy(format_arguments_again, format_arguments);
+  const int formatted_length =
+      std::vsnprintf(short_format.data(), short_format.size(), format, format_arguments);
   std::string formatted;
-  if (full_length >= 0 && static_cast<size_t>(full_length) < short_text.size()) {
-    formatted.assign(short_text.data(), static_cast<size_t>(full_length));
-  } else if (full_length >= 0) {
-    formatted.resize(static_cast<size_t>(full_length));
-    std::vsnprintf(formatted.data(), formatted.size() + 1, format, second_pass);
+  if (formatted_length >= 0 && static_cast<size_t>(formatted_length) < short_format.size()) {
+    formatted.assign(short_format.data(), static_cast<size_t>(formatted_length));
+  } else if (formatted_length >= 0) {
+    formatted.resize(static_cast<size_t>(formatted_length));
+    std::vsnprintf(formatted.data(), formatted.size() + 1, format, format_arguments_again);
   }
-  va_end(second_pass);
+  va_end(format_arguments_again);
   return formatted;
 }
 
 std::string Format(const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  std::string formatted = FormatList(format, arguments);
-  va_end(arguments);
+  va_list format_arguments;
+  va_start(format_arguments, format);
+  std::string formatted = FormatList(format, format_arguments);
+  va_end(format_arguments);
   return formatted;
 }
 

@@ -11,7 +11,7 @@ namespace base {
 
 // Return the formatted text at its full length, or an empty text when vsnprintf(3) fails.
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...);
-[[gnu::format(printf, 1, 0)]] std::string FormatList(const char* format, va_list arguments);
+[[gnu::format(printf, 1, 0)]] std::string FormatList(const char* format, va_list format_arguments);
 
 // Copies text into a buffer of size bytes (at least 1). Text that does not fit is cut. The result is always
 // terminated.

@@ -25,9 +25,9 @@ void MakeStandardStreamsLossy();
 // descriptor becomes non-blocking, so it must not be shared.
 UniqueFile LossyStream(UniqueFile file);
 
-// Writes text to standard output, after everything printed before. It bypasses the buffer of stdout unless
+// Writes a text to standard output, after everything printed before. It bypasses the buffer of stdout unless
 // something is left in there. Any thread may call it. Errors are ignored.
-void Echo(std::string_view text);
+void Echo(std::string_view lossy_text);
 
 }  // namespace base
 

@@ -53,23 +53,23 @@ struct LookUpRequest {
 };
 
 // Keeps signals away from the new thread: threads that outlive a look-up handle them.
-class SignalsBlocked {
+class LookUpSignalsBlocked {
  public:
-  SignalsBlocked() {
-    sigset_t all_signals;
-    sigfillset(&all_signals);
-    ::pthread_sigmask(SIG_SETMASK, &all_signals, &old_signals_);
+  LookUpSignalsBlocked() {
+    sigset_t lookup_mask;
+    sigfillset(&lookup_mask);
+    ::pthread_sigmask(SIG_SETMASK, &lookup_mask, &asker_mask_);
   }
-  ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &old_signals_, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+  ~LookUpSignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &asker_mask_, nullptr); }
+  LookUpSignalsBlocked(const LookUpSignalsBlocked&) = delete;
+  LookUpSignalsBlocked& operator=(const LookUpSignalsBlocked&) = delete;
 
  private:
-  sigset_t old_signals_{};
+  sigset_t asker_mask_{};
 };
 
-int LookUpFailed(int error) {
-  errno = error;
+int LookUpFailed(int lookup_error) {
+  errno = lookup_error;
   return EAI_SYSTEM;
 }
 
@@ -77,7 +77,7 @@ int AskLookUpThread(const std::shared_ptr<LookUpRequest>& lookup_request, Addres
   lookup_request->lookup_finished = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (!lookup_request->lookup_finished.Valid()) return EAI_SYSTEM;
   {
-    const SignalsBlocked blocked;
+    const LookUpSignalsBlocked blocked;
     std::thread([lookup_request] { lookup_request->Answer(); }).detach();
   }
   if (WaitDescriptor(lookup_request->lookup_finished.Get(), POLLIN, FOREVER) < 0) return EAI_SYSTEM;

@@ -10,31 +10,31 @@
 namespace base {
 namespace {
 
-void ReplaceByNullDevice(int standard_fd) {
-  UniqueFd null_device(::open("/dev/null", O_RDWR | O_CLOEXEC));
-  if (!null_device.Valid()) return;
-  if (null_device.Get() <= STDERR_FILENO) {
+void ReplaceStandardByNull(int standard_fd) {
+  UniqueFd standard_null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  if (!standard_null.Valid()) return;
+  if (standard_null.Get() <= STDERR_FILENO) {
     // fd itself or another of the three was free, and the null device has just taken that number.
-    ::fcntl(null_device.Get(), F_SETFD, 0);
-    if (null_device.Release() == standard_fd) return;
-    ReplaceByNullDevice(standard_fd);
+    ::fcntl(standard_null.Get(), F_SETFD, 0);
+    if (standard_null.Release() == standard_fd) return;
+    ReplaceStandardByNull(standard_fd);
     return;
   }
-  while (::dup2(null_device.Get(), standard_fd) < 0 && (errno == EINTR || errno == EBUSY)) {
+  while (::dup2(standard_null.Get(), standard_fd) < 0 && (errno == EINTR || errno == EBUSY)) {
   }
 }
 
 }  // namespace
 
 void GuardStandardDescriptors() {
-  int null_device = ::open("/dev/null", O_RDWR);
-  while (null_device >= 0 && null_device <= STDERR_FILENO) null_device = ::dup(null_device);
-  if (null_device >= 0) ::close(null_device);
+  int standard_null = ::open("/dev/null", O_RDWR);
+  while (standard_null >= 0 && standard_null <= STDERR_FILENO) standard_null = ::dup(standard_null);
+  if (standard_null >= 0) ::close(standard_null);
 }
 
-int CloseDescriptor(int descriptor) {
+int CloseKeepingStandard(int descriptor) {
   if (descriptor < 0 || descriptor > STDERR_FILENO) return ::close(descriptor);
-  ReplaceByNullDevice(descriptor);
+  ReplaceStandardByNull(descriptor);
   return 0;
 }
 

@@ -13,7 +13,7 @@ void GuardStandardDescriptors();
 // time. Children inherit the replacement, as usual for these three. If the null device cannot be opened, the
 // descriptor stays as it is.
 // Returns 0, also for every call on 0, 1 or 2, or -1 with errno.
-int CloseDescriptor(int descriptor);
+int CloseKeepingStandard(int descriptor);
 
 }  // namespace base
 

@@ -20,9 +20,9 @@ using StopClock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 UniqueFd stopEvent;
-std::atomic<int64_t> graceEndMs{0};  // by the steady clock; 0: no stop requested
+std::atomic<int64_t> stopGraceEndMs{0};  // by the steady clock; 0: no stop requested
 // A plain int: an object with a destructor would cost every thread memory.
-thread_local int pendingSignalsFd = -1;
+thread_local int stopSignalsFd = -1;
 
 int64_t StopClockMs() {
   return std::chrono::duration_cast<milliseconds>(StopClock::now().time_since_epoch()).count();
@@ -39,19 +39,18 @@ int64_t WaitDeadline(int64_t ms) {
 
 // One poll of a descriptor, the stop event and the pending signals.
 struct StoppablePoll {
-  std::array<pollfd, 3> polled;
+  std::array<pollfd, 3> wait_polled;
 
   explicit StoppablePoll(int fd = -1, short events = 0, bool watch_stop = true)
-      : polled{{{fd, events, 0},
-                {watch_stop ? stopEvent.Get() : -1, POLLIN, 0},
-                {pendingSignalsFd, POLLIN, 0}}} {}
+      : wait_polled{
+            {{fd, events, 0}, {watch_stop ? stopEvent.Get() : -1, POLLIN, 0}, {stopSignalsFd, POLLIN, 0}}} {}
   int PollUntil(int64_t wait_deadline) {
-    return ::poll(polled.data(), polled.size(), PollTimeout(wait_deadline));
+    return ::poll(wait_polled.data(), wait_polled.size(), PollTimeout(wait_deadline));
   }
-  bool Ready() const { return polled[0].revents != 0; }
-  bool BadDescriptor() const { return (polled[0].revents & POLLNVAL) != 0; }
-  bool Stopped() const { return polled[1].revents != 0; }
-  bool SignalPending() const { return polled[2].revents != 0; }
+  bool Ready() const { return wait_polled[0].revents != 0; }
+  bool BadDescriptor() const { return (wait_polled[0].revents & POLLNVAL) != 0; }
+  bool Stopped() const { return wait_polled[1].revents != 0; }
+  bool SignalPending() const { return wait_polled[2].revents != 0; }
 };
 
 int WaitFailed(int wait_error) {
@@ -67,28 +66,29 @@ int StopPrepare() {
 }
 
 void StopRequest() {
-  int64_t no_stop = 0;
-  if (!graceEndMs.compare_exchange_strong(no_stop, StopClockMs() + milliseconds(STOP_GRACE).count())) return;
-  const uint64_t wake_up = 1;
-  [[maybe_unused]] const ssize_t written = ::write(stopEvent.Get(), &wake_up, sizeof wake_up);
+  int64_t no_stop_yet = 0;
+  if (!stopGraceEndMs.compare_exchange_strong(no_stop_yet, StopClockMs() + milliseconds(STOP_GRACE).count()))
+    return;
+  const uint64_t stop_wake_up = 1;
+  [[maybe_unused]] const ssize_t stop_written = ::write(stopEvent.Get(), &stop_wake_up, sizeof stop_wake_up);
 }
 
 bool StopGraceOver() {
-  const int64_t grace_end_ms = graceEndMs.load();
-  return grace_end_ms != 0 && StopClockMs() >= grace_end_ms;
+  const int64_t stop_grace_end_ms = stopGraceEndMs.load();
+  return stop_grace_end_ms != 0 && StopClockMs() >= stop_grace_end_ms;
 }
 
-StopOnPendingSignal::StopOnPendingSignal() {
+StopWaitsOnSignal::StopWaitsOnSignal() {
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
   sigaddset(&stop_signals, SIGINT);
   sigaddset(&stop_signals, SIGTERM);
   stop_signals_fd_ = UniqueFd(::signalfd(-1, &stop_signals, SFD_CLOEXEC | SFD_NONBLOCK));
-  pendingSignalsFd = stop_signals_fd_.Get();
+  stopSignalsFd = stop_signals_fd_.Get();
 }
 
-StopOnPendingSignal::~StopOnPendingSignal() {
-  pendingSignalsFd = -1;
+StopWaitsOnSignal::~StopWaitsOnSignal() {
+  stopSignalsFd = -1;
 }
 
 bool StopSignalPending() {
@@ -115,15 +115,15 @@ int WaitDescriptor(int fd, short events, int64_t ms) {
   if (fd < 0) return WaitFailed(EBADF);
   const int64_t wait_deadline = WaitDeadline(ms);
   while (true) {
-    const int64_t grace_end_ms = graceEndMs.load();
-    StoppablePoll wait_poll(fd, events, grace_end_ms == 0);
-    const int polled_count =
-        wait_poll.PollUntil(grace_end_ms == 0 ? wait_deadline : std::min(wait_deadline, grace_end_ms));
-    if (polled_count < 0 && errno != EINTR) return -1;
-    if (polled_count < 0) continue;
+    const int64_t stop_grace_end_ms = stopGraceEndMs.load();
+    StoppablePoll wait_poll(fd, events, stop_grace_end_ms == 0);
+    const int wait_result = wait_poll.PollUntil(
+        stop_grace_end_ms == 0 ? wait_deadline : std::min(wait_deadline, stop_grace_end_ms));
+    if (wait_result < 0 && errno != EINTR) return -1;
+    if (wait_result < 0) continue;
     if (wait_poll.BadDescriptor()) return WaitFailed(EBADF);
     if (wait_poll.Ready()) return 1;
-    if (wait_poll.SignalPending() || (grace_end_ms != 0 && StopClockMs() >= grace_end_ms))
+    if (wait_poll.SignalPending() || (stop_grace_end_ms != 0 && StopClockMs() >= stop_grace_end_ms))
       return WaitFailed(ECANCELED);
     if (StopClockMs() >= wait_deadline) return 0;
   }

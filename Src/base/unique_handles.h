@@ -17,8 +17,8 @@ namespace base {
 class UniqueFd {
  public:
   UniqueFd() = default;
-  explicit UniqueFd(int fd) : fd_(fd) {}
-  UniqueFd(UniqueFd&& other) noexcept : fd_(other.Release()) {}
+  explicit UniqueFd(int fd) : unique_fd_(fd) {}
+  UniqueFd(UniqueFd&& other) noexcept : unique_fd_(other.Release()) {}
   UniqueFd& operator=(UniqueFd&& other) noexcept {
     if (this != &other) Reset(other.Release());
     return *this;
@@ -27,18 +27,18 @@ class UniqueFd {
   UniqueFd& operator=(const UniqueFd&) = delete;
   ~UniqueFd() { Reset(); }
 
-  int Get() const { return fd_; }
-  bool Valid() const { return fd_ >= 0; }
+  int Get() const { return unique_fd_; }
+  bool Valid() const { return unique_fd_ >= 0; }
   // Gives up the descriptor; the caller closes it.
-  int Release() { return std::exchange(fd_, -1); }
+  int Release() { return std::exchange(unique_fd_, -1); }
   // Closes the descriptor held and takes fd instead. Returns the result of close(2), or 0 when none was held.
   int Reset(int fd = -1) {
-    const int old_fd = std::exchange(fd_, fd);
+    const int old_fd = std::exchange(unique_fd_, fd);
     return old_fd >= 0 ? ::close(old_fd) : 0;
   }
 
  private:
-  int fd_ = -1;
+  int unique_fd_ = -1;
 };
 
 struct FileCloser {
@@ -58,11 +58,11 @@ using UniqueText = std::unique_ptr<char, MallocFree>;
 
 // Gives the text room for size bytes (1 or more), as realloc(3) does. Returns false with errno when memory
 // runs out; the text is then unchanged.
-[[nodiscard]] inline bool Resize(UniqueText& text, size_t size) {
-  auto* const moved_text = static_cast<char*>(std::realloc(text.get(), size));
+[[nodiscard]] inline bool Resize(UniqueText& unique_text, size_t size) {
+  auto* const moved_text = static_cast<char*>(std::realloc(unique_text.get(), size));
   if (moved_text == nullptr) return false;
-  static_cast<void>(text.release());
-  text.reset(moved_text);
+  static_cast<void>(unique_text.release());
+  unique_text.reset(moved_text);
   return true;
 }
 

@@ -19,10 +19,6 @@ inline uint64_t LoadByteWord(const Byte* bytes) {
   return byteWord;
 }
 
-inline bool IsUtf8Continuation(Byte byte) {
-  return (byte & 0xC0) == 0x80;
-}
-
 }  // namespace charset
 
 #endif

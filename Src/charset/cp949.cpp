@@ -8,6 +8,7 @@
 #include "base/unique_handles.h"
 #include "charset/byte_words.h"
 #include "charset/cp949_utf8_forms.h"
+#include "charset/utf8_text.h"
 
 using charset::Byte;
 using charset::CP949_UTF8_FORMS;
@@ -18,17 +19,17 @@ namespace {
 
 constexpr uint32_t FIRST_HANGUL_SYLLABLE = 0xAC00;
 // Twice the length of a text has to stay a signed 32-bit number.
-constexpr uint32_t MAX_CP949_LENGTH = 0x3FFFFFFF;
+constexpr uint32_t MAX_CP949_SIZE = 0x3FFFFFFF;
 
 // Copies the ASCII bytes at the start of the len bytes of code page 949. Returns their number.
 size_t CopyAscii(const Byte* cp949, size_t len, Byte* utf8) {
   size_t i = 0;
   for (; len - i >= 16; i += 16) {
-    const uint64_t firstWord = LoadByteWord(cp949 + i);
-    const uint64_t secondWord = LoadByteWord(cp949 + i + 8);
-    if (((firstWord | secondWord) & HIGH_BITS) != 0) break;
-    std::memcpy(utf8 + i, &firstWord, sizeof firstWord);
-    std::memcpy(utf8 + i + 8, &secondWord, sizeof secondWord);
+    const uint64_t firstCp949 = LoadByteWord(cp949 + i);
+    const uint64_t secondCp949 = LoadByteWord(cp949 + i + 8);
+    if (((firstCp949 | secondCp949) & HIGH_BITS) != 0) break;
+    std::memcpy(utf8 + i, &firstCp949, sizeof firstCp949);
+    std::memcpy(utf8 + i + 8, &secondCp949, sizeof secondCp949);
   }
   for (; i < len && cp949[i] < 0x80; i++) utf8[i] = cp949[i];
   return i;
@@ -36,60 +37,61 @@ size_t CopyAscii(const Byte* cp949, size_t len, Byte* utf8) {
 
 // The size that EncodeCp949 needs: three bytes for each two, three for a lead byte at the end, and one
 // because each character is stored as four bytes.
-constexpr size_t EncodedRoom(size_t cp949Length) {
-  return cp949Length / 2 * 3 + 3 + 1;
+constexpr size_t EncodedRoom(size_t cp949Size) {
+  return cp949Size / 2 * 3 + 3 + 1;
 }
 
 // Returns the number of bytes written to utf8, or -1 at a code outside the table.
 ptrdiff_t EncodeCp949(const Byte* cp949, size_t len, Byte* utf8) {
-  Byte* const utf8Start = utf8;
+  Byte* const encodedStart = utf8;
   size_t i = 0;
   while (i < len) {
     if (cp949[i] < 0x80) {
-      const size_t asciiRun = CopyAscii(cp949 + i, len - i, utf8);
-      i += asciiRun;
-      utf8 += asciiRun;
+      const size_t cp949Ascii = CopyAscii(cp949 + i, len - i, utf8);
+      i += cp949Ascii;
+      utf8 += cp949Ascii;
       continue;
     }
     // Wraps around below the first code.
-    const uint32_t codeIndex = cp949[i] * 256U + cp949[i + 1] - charset::FIRST_CP949_CODE;
-    if (codeIndex >= CP949_UTF8_FORMS.size()) return -1;
-    const charset::Cp949Utf8Form& form = CP949_UTF8_FORMS[codeIndex];
+    const uint32_t cp949Index = cp949[i] * 256U + cp949[i + 1] - charset::FIRST_CP949_CODE;
+    if (cp949Index >= CP949_UTF8_FORMS.size()) return -1;
+    const charset::Cp949Utf8Form& form = CP949_UTF8_FORMS[cp949Index];
     std::memcpy(utf8, &form, sizeof form);
     utf8 += form.length;
     i += 2;
   }
-  return utf8 - utf8Start;
+  return utf8 - encodedStart;
 }
 
 // Reads the second and third byte only if those before them fit a three-byte character.
-bool IsThreeByteCharacter(const Byte* utf8) {
-  return (utf8[0] & 0xF0) == 0xE0 && charset::IsUtf8Continuation(utf8[1]) &&
-         charset::IsUtf8Continuation(utf8[2]);
+bool MayBeHangul(const Byte* hangul) {
+  return (hangul[0] & 0xF0) == 0xE0 && charset::IsUtf8Continuation(hangul[1]) &&
+         charset::IsUtf8Continuation(hangul[2]);
 }
 
 // Returns the code of a three-byte character, or 0 when it is no Hangul syllable.
-uint16_t HangulSyllableCode(const Byte* utf8) {
-  const uint32_t codePoint = (utf8[0] & 0x0FU) << 12 | (utf8[1] & 0x3FU) << 6 | (utf8[2] & 0x3FU);
-  const uint32_t syllable = codePoint - FIRST_HANGUL_SYLLABLE;  // wraps around below the first one
+uint16_t HangulSyllableCode(const Byte* hangul) {
+  const uint32_t hangulPoint = (hangul[0] & 0x0FU) << 12 | (hangul[1] & 0x3FU) << 6 | (hangul[2] & 0x3FU);
+  const uint32_t syllable = hangulPoint - FIRST_HANGUL_SYLLABLE;  // wraps around below the first one
   return syllable < std::size(uni2ksc_code) ? uni2ksc_code[syllable] : 0;
 }
 
 }  // namespace
 
 int32_t encode_UTF8(const char* src, uint32_t len, char** out, uint32_t* out_len) {
-  if (len > MAX_CP949_LENGTH) return -1;
-  base::UniqueText utf8(static_cast<char*>(std::malloc(EncodedRoom(len))));
-  if (utf8 == nullptr) return -1;
-  const ptrdiff_t utf8Length =
-      EncodeCp949(reinterpret_cast<const Byte*>(src), len, reinterpret_cast<Byte*>(utf8.get()));
-  if (utf8Length < 0) return -1;
-  utf8.get()[utf8Length] = '\0';
+  if (len > MAX_CP949_SIZE) return -1;
+  base::UniqueText encoded(static_cast<char*>(std::malloc(EncodedRoom(len))));
+  if (encoded == nullptr) return -1;
+  const ptrdiff_t encodedLength =
+      EncodeCp949(reinterpret_cast<const Byte*>(src), len, reinterpret_cast<Byte*>(encoded.get()));
+  if (encodedLength < 0) return -1;
+  encoded.get()[encodedLength] = '\0';
 
-  char* const roomyUtf8 = utf8.release();
-  auto* const fittedUtf8 = static_cast<char*>(std::realloc(roomyUtf8, static_cast<size_t>(utf8Length) + 1));
-  *out = fittedUtf8 != nullptr ? fittedUtf8 : roomyUtf8;
-  *out_len = static_cast<uint32_t>(utf8Length);
+  char* const roomyEncoded = encoded.release();
+  auto* const fittedEncoded =
+      static_cast<char*>(std::realloc(roomyEncoded, static_cast<size_t>(encodedLength) + 1));
+  *out = fittedEncoded != nullptr ? fittedEncoded : roomyEncoded;
+  *out_len = static_cast<uint32_t>(encodedLength);
   return 0;
 }
 
@@ -97,24 +99,24 @@ int32_t decode_UTF8(const char* src, int32_t len, char* dst, int32_t cap) {
   if (cap <= 0) return -1;
   const auto* const utf8 = reinterpret_cast<const Byte*>(src);
   int64_t i = 0;
-  int64_t written = 0;
+  int64_t cp949Written = 0;
   while (i < len) {
-    if (IsThreeByteCharacter(utf8 + i)) {
+    if (MayBeHangul(utf8 + i)) {
       const uint16_t hangulCode = HangulSyllableCode(utf8 + i);
       if (hangulCode == 0) {
-        dst[written] = ' ';
+        dst[cp949Written] = ' ';
         return -1;
       }
-      dst[written] = static_cast<char>(hangulCode >> 8);
-      if (written + 1 < cap) dst[written + 1] = static_cast<char>(hangulCode & 0xFF);
-      written += 2;
+      dst[cp949Written] = static_cast<char>(hangulCode >> 8);
+      if (cp949Written + 1 < cap) dst[cp949Written + 1] = static_cast<char>(hangulCode & 0xFF);
+      cp949Written += 2;
       i += 3;
     } else {
-      dst[written++] = utf8[i] < 0x80 ? src[i] : ' ';
+      dst[cp949Written++] = utf8[i] < 0x80 ? src[i] : ' ';
       i++;
     }
-    if (written >= cap) return -1;
+    if (cp949Written >= cap) return -1;
   }
-  dst[written] = '\0';
-  return static_cast<int32_t>(written);
+  dst[cp949Written] = '\0';
+  return static_cast<int32_t>(cp949Written);
 }

@@ -25,10 +25,11 @@ static_assert(sizeof(Cp949Utf8Form) == 4);
 
 // The form of a code point; 0 is "no mapping". The two-byte form is not UTF-8: see encode_UTF8.
 constexpr Cp949Utf8Form MakeCp949Utf8Form(uint16_t codePoint) {
-  const auto lastUtf8 = static_cast<uint8_t>(0x80 | (codePoint & 0x3F));
-  const auto middleUtf8 = static_cast<uint8_t>(0x80 | ((codePoint >> 6) & 0x3F));
-  if (codePoint > 0x7FF) return {{static_cast<uint8_t>(0xE0 | (codePoint >> 12)), middleUtf8, lastUtf8}, 3};
-  if (codePoint > 0x7F) return {{middleUtf8, lastUtf8}, 2};
+  const auto lastFormByte = static_cast<uint8_t>(0x80 | (codePoint & 0x3F));
+  const auto middleFormByte = static_cast<uint8_t>(0x80 | ((codePoint >> 6) & 0x3F));
+  if (codePoint > 0x7FF)
+    return {{static_cast<uint8_t>(0xE0 | (codePoint >> 12)), middleFormByte, lastFormByte}, 3};
+  if (codePoint > 0x7F) return {{middleFormByte, lastFormByte}, 2};
   if (codePoint > 0) return {{static_cast<uint8_t>(codePoint)}, 1};
   return {{0xC0, 0xA0}, 2};
 }

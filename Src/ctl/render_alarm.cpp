@@ -59,7 +59,7 @@ std::string Table(const std::string& date, int64_t count, const ResultAverages& 
 
 Content ResultContent(std::time_t now) {
   const ResultDay day = ResultDayAt(now, m_sz_svc_txt_path, HostNameInFiles());
-  const int64_t count = base::CountNewlines(day.path.c_str());
+  const int64_t count = base::CountFileNewlines(day.path.c_str());
   const UniqueResults records(count < 0 ? nullptr : GetResultReadData(day.path.c_str(), count));
   if (records == nullptr)
     return {

@@ -38,13 +38,13 @@ std::optional<uint32_t> HexBehindColon(std::string_view tcp_field) {
 // Nothing for the headline and for a line that is cut.
 std::optional<TcpRow> ParseTcpRow(std::string_view tcp_line) {
   std::array<std::string_view, TCP_ROW_FIELDS> tcp_fields;
-  size_t field_start = 0;
+  size_t tcp_field_start = 0;
   for (std::string_view& tcp_field : tcp_fields) {
-    field_start = tcp_line.find_first_not_of(' ', field_start);
-    if (field_start == std::string_view::npos) return std::nullopt;
-    const size_t field_end = std::min(tcp_line.find(' ', field_start), tcp_line.size());
-    tcp_field = tcp_line.substr(field_start, field_end - field_start);
-    field_start = field_end;
+    tcp_field_start = tcp_line.find_first_not_of(' ', tcp_field_start);
+    if (tcp_field_start == std::string_view::npos) return std::nullopt;
+    const size_t field_end = std::min(tcp_line.find(' ', tcp_field_start), tcp_line.size());
+    tcp_field = tcp_line.substr(tcp_field_start, field_end - tcp_field_start);
+    tcp_field_start = field_end;
   }
   const auto local_port = HexBehindColon(tcp_fields[1]);
   const auto tcp_state = HexBehindColon(tcp_fields[3]);
@@ -90,10 +90,10 @@ bool AddListeners(std::string_view tcp_rows, uint16_t port, ListeningPort* port_
 }
 
 int ReadListeningPort(uint16_t port, ListeningPort* port_found, const char* proc_root) {
-  const std::string net_folder = std::string(proc_root) + "/net/";
+  const std::string tcp_folder = std::string(proc_root) + "/net/";
   *port_found = {};
-  const bool tcp4_read = ReadTcpTable(net_folder + "tcp", port, port_found);
-  const bool tcp6_read = ReadTcpTable(net_folder + "tcp6", port, port_found);
+  const bool tcp4_read = ReadTcpTable(tcp_folder + "tcp", port, port_found);
+  const bool tcp6_read = ReadTcpTable(tcp_folder + "tcp6", port, port_found);
   return tcp4_read || tcp6_read ? 1 : 0;
 }
 

@@ -23,12 +23,12 @@ class ProcFolder {
   // end.
   bool NextProcess();
   // The number at the start of the name, read as scanf's %i does.
-  int32_t Pid() const { return entry_pid_; }
+  int32_t Pid() const { return proc_pid_; }
   // Opens a file of the entry for reading.
   template <size_t N>
   base::UniqueFd Open(const char (&proc_file)[N]) {
     static_assert(N <= LONGEST_PROC_FILE);
-    std::memcpy(entry_path_ + entry_path_length_, proc_file, N);
+    std::memcpy(proc_path_ + proc_path_length_, proc_file, N);
     return OpenEntryFile();
   }
   // Whether the entry is still a folder; that of a process that has ended is not.
@@ -42,16 +42,16 @@ class ProcFolder {
 
   // The size of the buffer for entries read ahead. The kernel needs a microsecond for each entry, and a
   // caller that only asks whether there is any process needs just the first.
-  static constexpr size_t PROC_ENTRIES_SIZE = 4096;
+  static constexpr size_t PROC_FOLDER_BUFFER = 4096;
 
   base::UniqueFd proc_folder_;
-  alignas(8) char proc_entries_[PROC_ENTRIES_SIZE]{};
-  size_t next_entry_ = 0;  // in proc_entries_
-  size_t entries_end_ = 0;
-  int32_t entry_pid_ = 0;
+  alignas(8) char proc_folder_buffer_[PROC_FOLDER_BUFFER]{};
+  size_t next_proc_entry_ = 0;  // in proc_folder_buffer_
+  size_t proc_entries_end_ = 0;
+  int32_t proc_pid_ = 0;
   // Relative to the folder: the entry's name, a slash, a file.
-  char entry_path_[NAME_MAX + 1 + LONGEST_PROC_FILE]{};
-  size_t entry_path_length_ = 0;
+  char proc_path_[NAME_MAX + 1 + LONGEST_PROC_FILE]{};
+  size_t proc_path_length_ = 0;
 };
 
 // Reads whole small files into one buffer that is used again.
@@ -68,7 +68,7 @@ class ProcText {
   bool GrowText();
 
   base::UniqueText proc_text_;
-  size_t text_capacity_ = 0;
+  size_t proc_text_capacity_ = 0;
 };
 
 // The first bytes of a file, as a text.

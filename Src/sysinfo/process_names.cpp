@@ -22,26 +22,26 @@ size_t ReadComm(const base::UniqueFd& comm_file, char* comm, size_t size) {
 
 size_t NameFromComm(std::string_view comm, char* name) {
   // The status file writes a newline as two characters, so it is not white space there.
-  const auto is_trimmed = [](char c) { return IsProcWhite(c) && c != '\n'; };
+  const auto trimmed_from_name = [](char c) { return IsStatusWhite(c) && c != '\n'; };
   if (comm.ends_with('\n')) comm.remove_suffix(1);
-  while (!comm.empty() && is_trimmed(comm.front())) comm.remove_prefix(1);
-  while (!comm.empty() && is_trimmed(comm.back())) comm.remove_suffix(1);
-  char* name_end = name;
+  while (!comm.empty() && trimmed_from_name(comm.front())) comm.remove_prefix(1);
+  while (!comm.empty() && trimmed_from_name(comm.back())) comm.remove_suffix(1);
+  char* shown_name_end = name;
   for (const char c : comm) {
-    if (c == '\n' || c == '\\') *name_end++ = '\\';
-    *name_end++ = c == '\n' ? 'n' : c;
+    if (c == '\n' || c == '\\') *shown_name_end++ = '\\';
+    *shown_name_end++ = c == '\n' ? 'n' : c;
   }
-  return static_cast<size_t>(name_end - name);
+  return static_cast<size_t>(shown_name_end - name);
 }
 
 bool ProcessWalk::Next(ProcessName* process) noexcept {
-  while (proc_folder_.NextProcess()) {
+  while (names_folder_.NextProcess()) {
     char comm[COMM_SIZE];
-    const size_t comm_size = ReadComm(proc_folder_.Open("comm"), comm, sizeof comm);
+    const size_t comm_size = ReadComm(names_folder_.Open("comm"), comm, sizeof comm);
     // Without a name the process may have ended meanwhile; then it is left out.
-    if (comm_size == 0 && !proc_folder_.StillThere()) continue;
+    if (comm_size == 0 && !names_folder_.StillThere()) continue;
     shown_name_[NameFromComm({comm, comm_size}, shown_name_)] = '\0';
-    *process = {proc_folder_.Pid(), comm_size > 0 ? shown_name_ : nullptr};
+    *process = {names_folder_.Pid(), comm_size > 0 ? shown_name_ : nullptr};
     return true;
   }
   return false;

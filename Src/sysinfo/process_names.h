@@ -27,7 +27,7 @@ size_t NameFromComm(std::string_view comm, char* name);
 // small file for each process that is asked for (about 3 microseconds each); a stop does not cut it.
 class ProcessWalk {
  public:
-  explicit ProcessWalk(const char* proc_root = "/proc") : proc_folder_(proc_root) {}
+  explicit ProcessWalk(const char* proc_root = "/proc") : names_folder_(proc_root) {}
   // The next process; false at the end. Its name stays valid until the next call.
   bool Next(ProcessName* process) noexcept;
 
@@ -35,7 +35,7 @@ class ProcessWalk {
   // Kernel threads have names of up to 63 bytes; a newline follows.
   static constexpr size_t COMM_SIZE = 64;
 
-  ProcFolder proc_folder_;
+  ProcFolder names_folder_;
   char shown_name_[2 * COMM_SIZE + 1]{};  // an escaped byte takes two
 };
 
@@ -43,8 +43,8 @@ class ProcessNames {
  public:
   size_t Size() const { return processes_.size(); }
   // The name stays valid until the next Add, at most as long as this object.
-  ProcessName operator[](size_t process_index) const {
-    const NameEntry& name_entry = processes_[process_index];
+  ProcessName operator[](size_t name_index) const {
+    const NameEntry& name_entry = processes_[name_index];
     return {name_entry.pid,
             name_entry.name_start == NAMELESS ? nullptr : all_names_.data() + name_entry.name_start};
   }

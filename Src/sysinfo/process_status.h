@@ -10,13 +10,13 @@
 namespace sysinfo {
 
 // Blank, tab, newline, vertical tab, form feed and carriage return, in every locale.
-inline bool IsProcWhite(char c) {
+inline bool IsStatusWhite(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// As __qxapi_get_word_sep__ (qxapi_text.h), without the copy. *rest takes the place of the cursor; an
+// As __qxapi_get_word_sep__ (qxapi_text.h), without the copy. *status_rest takes the place of the cursor; an
 // empty word is an empty view.
-std::string_view CutProcWord(const char* separators, std::string_view* rest);
+std::string_view CutStatusWord(const char* status_separators, std::string_view* status_rest);
 
 struct StatusFields {
   std::optional<std::string_view> name;  // points into the text

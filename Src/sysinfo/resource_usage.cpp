@@ -22,21 +22,23 @@ namespace {
 constexpr const char* PROC_ROOT = "/proc";
 
 // The number after the first occurrence of a label, or 0 without one.
-double LabelledFigure(const char* meminfo, const char* label) {
-  const char* const label_at = std::strstr(meminfo, label);
-  double figure = 0;
-  if (label_at != nullptr) std::sscanf(label_at + std::strlen(label), "%lf", &figure);
-  return figure;
+double LabelledResource(const char* meminfo, const char* label) {
+  const char* const resource_at = std::strstr(meminfo, label);
+  double resource_figure = 0;
+  if (resource_at != nullptr) std::sscanf(resource_at + std::strlen(label), "%lf", &resource_figure);
+  return resource_figure;
 }
 
-uint32_t LabelledFigureInt(const char* meminfo, const char* label) {
-  const char* const label_at = std::strstr(meminfo, label);
-  return label_at == nullptr ? 0 : static_cast<uint32_t>(base::LeadingNumber(label_at + std::strlen(label)));
+uint32_t LabelledResourceInt(const char* meminfo, const char* label) {
+  const char* const resource_at = std::strstr(meminfo, label);
+  return resource_at == nullptr
+             ? 0
+             : static_cast<uint32_t>(base::LeadingNumber(resource_at + std::strlen(label)));
 }
 
 template <typename Value, typename From>
-void StoreFigure(Value* figure_out, From figure) {
-  if (figure_out != nullptr) *figure_out = static_cast<Value>(figure);
+void StoreResource(Value* resource_out, From resource_figure) {
+  if (resource_out != nullptr) *resource_out = static_cast<Value>(resource_figure);
 }
 
 // The columns of a layout of /proc/net/dev, and which of them counts what was sent.
@@ -50,50 +52,54 @@ constexpr std::array<NetworkLayout, 3> NETWORK_LAYOUTS{{{10, 5}, {12, 6}, {16, 8
 
 namespace sysinfo {
 
-float NextCpuUsage(const char* stat, CpuSample* previous) {
-  CpuSample sample{0.0, 0.0, 0.0, 0.0};
-  std::sscanf(stat, "cpu %lf %lf %lf %lf", &sample.puser, &sample.pwait, &sample.psys, &sample.pidle);
-  const double idle_ticks = sample.pidle - previous->pidle;
-  const double total_ticks = (sample.puser - previous->puser) + (sample.pwait - previous->pwait) +
-                             (sample.psys - previous->psys) + idle_ticks;
+float NextCpuUsage(const char* stat, CpuSample* previous_cpu) {
+  CpuSample cpu_sample{0.0, 0.0, 0.0, 0.0};
+  std::sscanf(stat, "cpu %lf %lf %lf %lf", &cpu_sample.puser, &cpu_sample.pwait, &cpu_sample.psys,
+              &cpu_sample.pidle);
+  const double cpu_idle_ticks = cpu_sample.pidle - previous_cpu->pidle;
+  const double cpu_total_ticks = (cpu_sample.puser - previous_cpu->puser) +
+                                 (cpu_sample.pwait - previous_cpu->pwait) +
+                                 (cpu_sample.psys - previous_cpu->psys) + cpu_idle_ticks;
   double cpu_usage = 0.0;
-  if (total_ticks > 0 && previous->puser >= 0) cpu_usage = 100 - 100 * idle_ticks / total_ticks;
-  *previous = sample;
+  if (cpu_total_ticks > 0 && previous_cpu->puser >= 0)
+    cpu_usage = 100 - 100 * cpu_idle_ticks / cpu_total_ticks;
+  *previous_cpu = cpu_sample;
   return static_cast<float>(cpu_usage);
 }
 
-int TruncateToInt(double figure) {
-  if (std::isnan(figure)) return 0;
-  if (figure >= INT_MAX) return INT_MAX;
-  return figure <= INT_MIN ? INT_MIN : static_cast<int>(figure);
+int TruncateToInt(double resource_figure) {
+  if (std::isnan(resource_figure)) return 0;
+  if (resource_figure >= INT_MAX) return INT_MAX;
+  return resource_figure <= INT_MIN ? INT_MIN : static_cast<int>(resource_figure);
 }
 
 int MemoryPercent(const char* meminfo, double* total_kb, double* available_kb) {
-  const double mem_total = LabelledFigure(meminfo, "MemTotal:");
-  const double mem_unused = LabelledFigure(meminfo, "MemFree:") + LabelledFigure(meminfo, "Cached:") +
-                            LabelledFigure(meminfo, "Buffers:");
+  const double mem_total = LabelledResource(meminfo, "MemTotal:");
+  const double mem_unused = LabelledResource(meminfo, "MemFree:") + LabelledResource(meminfo, "Cached:") +
+                            LabelledResource(meminfo, "Buffers:");
   if (mem_total == 0) return 0;
-  StoreFigure(total_kb, mem_total);
-  StoreFigure(available_kb, mem_unused);
+  StoreResource(total_kb, mem_total);
+  StoreResource(available_kb, mem_unused);
   return TruncateToInt(100.0 * (mem_total - mem_unused) / mem_total);
 }
 
 int MemoryPercentInt(const char* meminfo, double* total_kb, double* available_kb) {
-  const uint32_t mem_total = LabelledFigureInt(meminfo, "MemTotal:");
-  const uint32_t mem_unused = LabelledFigureInt(meminfo, "MemFree:") +
-                              LabelledFigureInt(meminfo, "Buffers:") + LabelledFigureInt(meminfo, "Cached:");
+  const uint32_t mem_total = LabelledResourceInt(meminfo, "MemTotal:");
+  const uint32_t mem_unused = LabelledResourceInt(meminfo, "MemFree:") +
+                              LabelledResourceInt(meminfo, "Buffers:") +
+                              LabelledResourceInt(meminfo, "Cached:");
   if (mem_total == 0) return 0;
-  StoreFigure(total_kb, static_cast<int32_t>(mem_total));
-  StoreFigure(available_kb, static_cast<int32_t>(mem_unused));
+  StoreResource(total_kb, static_cast<int32_t>(mem_total));
+  StoreResource(available_kb, static_cast<int32_t>(mem_unused));
   // Divided in 64 bits: the smallest 32-bit number divided by -1 would overflow.
   const int64_t hundredfold = static_cast<int32_t>((mem_total - mem_unused) * 100);
   return static_cast<int>(hundredfold / static_cast<int32_t>(mem_total));
 }
 
 int ResidentKilobytes(const char* rss_line) {
-  constexpr const char* STATUS_WHITE = " \t\n\v\f\r";
-  rss_line += std::strspn(rss_line, STATUS_WHITE);
-  rss_line += std::strcspn(rss_line, STATUS_WHITE);
+  constexpr const char* RSS_WHITE = " \t\n\v\f\r";
+  rss_line += std::strspn(rss_line, RSS_WHITE);
+  rss_line += std::strcspn(rss_line, RSS_WHITE);
   return static_cast<int>(base::LeadingNumber(rss_line));
 }
 
@@ -101,8 +107,8 @@ unsigned int DiskPercent(uint64_t block_size, uint64_t blocks, uint64_t availabl
                          uint64_t* available_mb) {
   const uint64_t disk_total = (block_size * (blocks >> 10)) >> 10;
   const uint64_t disk_available = (block_size * (available_blocks >> 10)) >> 10;
-  StoreFigure(total_mb, disk_total);
-  StoreFigure(available_mb, disk_available);
+  StoreResource(total_mb, disk_total);
+  StoreResource(available_mb, disk_available);
   if (disk_total == 0 || disk_available == 0) return 0;
   return static_cast<unsigned int>((disk_total - disk_available) * 100 / disk_total);
 }
@@ -120,13 +126,13 @@ uint64_t NetworkCounter(const char* net_dev, int eth_number) {
   return network_counters[0] + network_counters[layout.sent];
 }
 
-float LinkPercent(uint64_t bytes_before, uint64_t bytes_after) {
-  return 800.0F * static_cast<float>(bytes_after - bytes_before) / 100000000.0F;
+float LinkPercent(uint64_t eth_bytes_before, uint64_t eth_bytes_after) {
+  return 800.0F * static_cast<float>(eth_bytes_after - eth_bytes_before) / 100000000.0F;
 }
 
-float CpuUsage(const char* proc_root, CpuSample* previous) {
+float CpuUsage(const char* proc_root, CpuSample* previous_cpu) {
   ProcHead proc_stat;
-  return proc_stat.Read(proc_root, "stat") ? NextCpuUsage(proc_stat.Text(), previous) : 0.0F;
+  return proc_stat.Read(proc_root, "stat") ? NextCpuUsage(proc_stat.Text(), previous_cpu) : 0.0F;
 }
 
 int MemoryUsage(const char* proc_root, double* total_kb, double* available_kb) {
@@ -139,23 +145,25 @@ int MemoryUsageInt(const char* proc_root, double* total_kb, double* available_kb
   return meminfo.Read(proc_root, "meminfo") ? MemoryPercentInt(meminfo.Text(), total_kb, available_kb) : 0;
 }
 
-int ResidentMemory(const char* proc_root, int pid) {
-  std::array<char, PATH_MAX> status_path;
-  const int path_length =
-      std::snprintf(status_path.data(), status_path.size(), "%s/%d/status", proc_root, pid);
-  if (path_length < 0 || static_cast<size_t>(path_length) >= status_path.size()) return -1;
-  const base::UniqueFile status_file(std::fopen(status_path.data(), "re"));
-  if (!status_file) return -1;
-  std::array<char, 1024> status_line;
-  while (std::fgets(status_line.data(), status_line.size(), status_file.get()) != nullptr) {
-    if (std::strstr(status_line.data(), "VmRSS") != nullptr) return ResidentKilobytes(status_line.data());
+int ResidentMemoryUsage(const char* proc_root, int pid) {
+  std::array<char, PATH_MAX> memory_usage_path;
+  const int memory_path_length =
+      std::snprintf(memory_usage_path.data(), memory_usage_path.size(), "%s/%d/status", proc_root, pid);
+  if (memory_path_length < 0 || static_cast<size_t>(memory_path_length) >= memory_usage_path.size())
+    return -1;
+  const base::UniqueFile memory_usage_file(std::fopen(memory_usage_path.data(), "re"));
+  if (!memory_usage_file) return -1;
+  std::array<char, 1024> memory_usage_line;
+  while (std::fgets(memory_usage_line.data(), memory_usage_line.size(), memory_usage_file.get()) != nullptr) {
+    if (std::strstr(memory_usage_line.data(), "VmRSS") != nullptr)
+      return ResidentKilobytes(memory_usage_line.data());
   }
   return 0;
 }
 
-int ProcessMemory(const char* proc_root, int pid) {
-  const int kilobytes = ResidentMemory(proc_root, pid);
-  return kilobytes == -1 ? -1 : kilobytes / 1024;
+int ProcessMemoryUsage(const char* proc_root, int pid) {
+  const int resident_kb = ResidentMemoryUsage(proc_root, pid);
+  return resident_kb == -1 ? -1 : resident_kb / 1024;
 }
 
 uint64_t NetworkStatics(const char* proc_root, int eth_number) {
@@ -166,8 +174,8 @@ uint64_t NetworkStatics(const char* proc_root, int eth_number) {
 }  // namespace sysinfo
 
 float CpuUsage() {
-  static sysinfo::CpuSample previous;
-  return sysinfo::CpuUsage(PROC_ROOT, &previous);
+  static sysinfo::CpuSample previous_cpu;
+  return sysinfo::CpuUsage(PROC_ROOT, &previous_cpu);
 }
 
 int system_cpu_usage() {
@@ -190,16 +198,16 @@ int MemUsage(double* total_kb, double* available_kb) {
 }
 
 int process_memory_usage(int pid) {
-  return sysinfo::ProcessMemory(PROC_ROOT, pid);
+  return sysinfo::ProcessMemoryUsage(PROC_ROOT, pid);
 }
 
 int process_memory_kb(int pid) {
-  return sysinfo::ResidentMemory(PROC_ROOT, pid);
+  return sysinfo::ResidentMemoryUsage(PROC_ROOT, pid);
 }
 
 unsigned int DiskUsage(const char* path, uint64_t* total_mb, uint64_t* available_mb) {
-  std::array<char, 511> working_folder;
-  if (path == nullptr) path = ::getcwd(working_folder.data(), working_folder.size());
+  std::array<char, 511> disk_folder;
+  if (path == nullptr) path = ::getcwd(disk_folder.data(), disk_folder.size());
   struct statfs disk_figures {};
   if (path == nullptr || ::statfs(path, &disk_figures) != 0) return 0;
   return sysinfo::DiskPercent(static_cast<uint64_t>(disk_figures.f_bsize), disk_figures.f_blocks,
@@ -216,7 +224,7 @@ uint64_t NetworkStatics(int eth_number) {
 }
 
 float NetworkUsage(int eth_number) {
-  const uint64_t bytes_before = NetworkStatics(eth_number);
+  const uint64_t eth_bytes_before = NetworkStatics(eth_number);
   base::SleepSeconds(1);
-  return sysinfo::LinkPercent(bytes_before, NetworkStatics(eth_number));
+  return sysinfo::LinkPercent(eth_bytes_before, NetworkStatics(eth_number));
 }

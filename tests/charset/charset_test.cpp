@@ -5,6 +5,7 @@
 #include "base/unique_handles.h"
 #include "charset/cp949_length.h"
 #include "charset/is_utf8.h"
+#include "charset/utf8_repair.h"
 #include "charset/utf8_text.h"
 
 namespace {

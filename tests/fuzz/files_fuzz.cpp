@@ -15,7 +15,7 @@
 #include "Tovik/notices/notices.h"
 #include "base/format.h"
 #include "base/regular_file.h"
-#include "charset/utf8_text.h"
+#include "charset/utf8_repair.h"
 #include "fuzz/fuzz.h"
 #include "smtp/smtp_status.h"
 

@@ -53,9 +53,9 @@ TEST(ProcessMemory, IsInWholeMegabytes) {
   std::filesystem::create_directory(proc / "5");
   for (const auto& [status, megabytes] : cases) {
     proc.Write("5/status", status);
-    EXPECT_EQ(sysinfo::ProcessMemory(proc.Path().c_str(), 5), megabytes) << status;
+    EXPECT_EQ(sysinfo::ProcessMemoryUsage(proc.Path().c_str(), 5), megabytes) << status;
   }
-  EXPECT_EQ(sysinfo::ProcessMemory(proc.Path().c_str(), 6), -1);
+  EXPECT_EQ(sysinfo::ProcessMemoryUsage(proc.Path().c_str(), 6), -1);
   EXPECT_GT(process_memory_usage(::getpid()), 0);
 }
 

@@ -9,6 +9,7 @@
 #include "base/format.h"
 #include "charset/cp949.h"
 #include "charset/cp949_length.h"
+#include "charset/utf8_repair.h"
 #include "charset/utf8_text.h"
 
 namespace alarms {

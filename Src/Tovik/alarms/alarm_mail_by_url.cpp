@@ -21,7 +21,7 @@
 #include "Tovik/alarms/recipients.h"
 #include "Tovik/config/config.h"
 #include "base/stoppable_wait.h"
-#include "charset/utf8_text.h"
+#include "charset/utf8_repair.h"
 #include "smtp/smtp.h"
 
 namespace alarms {

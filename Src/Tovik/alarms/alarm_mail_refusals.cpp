@@ -4,7 +4,7 @@
 
 #include "Tovik/notices/notices.h"
 #include "base/number.h"
-#include "charset/utf8_text.h"
+#include "charset/utf8_repair.h"
 #include "smtp/smtp.h"
 
 namespace alarms {

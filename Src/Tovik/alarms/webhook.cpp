@@ -11,7 +11,7 @@
 #include "Tovik/config/host_address.h"
 #include "Tovik/notices/notices.h"
 #include "Tovik/trace.h"
-#include "charset/utf8_text.h"
+#include "charset/utf8_repair.h"
 
 namespace {
 

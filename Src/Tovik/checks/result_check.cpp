@@ -75,7 +75,7 @@ void TraceUnreadResult(const std::string& resultPath, int resultErrno) {
 
 int ReportResults(time_t resultCheckTime) {
   const ResultDay resultDay = ResultDayAt(resultCheckTime, m_sz_svc_txt_path, HostNameInFiles());
-  const int64_t resultJobs = base::CountNewlines(resultDay.path.c_str());
+  const int64_t resultJobs = base::CountFileNewlines(resultDay.path.c_str());
   if (resultJobs < 0) return -1;
   const UniqueResults resultRecords(GetResultReadData(resultDay.path.c_str(), resultJobs));
   if (resultRecords == nullptr) {

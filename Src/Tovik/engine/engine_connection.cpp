@@ -188,7 +188,7 @@ int DunraSTT_EXIT(LVCSR_SOCK_HEAD* connection) {
     connection->uSock = -1;
     return -1;
   }
-  if (engineSocket != -1 && base::CloseDescriptor(engineSocket) < 0) return -1;
+  if (engineSocket != -1 && base::CloseKeepingStandard(engineSocket) < 0) return -1;
   if (connection->bUseSSL == 1) {
     SSLClose(connection);
     connection->uSock = -1;

@@ -84,7 +84,7 @@ int Session_Create(const char* host, int port, long* sessionSock) {
 
 int Session_Destroy(long sessionSock) {
   if (sessionSock == -1) return 0;
-  return base::CloseDescriptor(SessionDescriptor(sessionSock));
+  return base::CloseKeepingStandard(SessionDescriptor(sessionSock));
 }
 
 int ASR_CLIENT_WAIT(long sessionSock, long seconds) {

@@ -15,6 +15,7 @@
 
 #include "base/format.h"
 #include "base/steady_time.h"
+#include "charset/utf8_repair.h"
 #include "charset/utf8_text.h"
 
 namespace notices {
