@@ -165,9 +165,9 @@ void CheckBase64(const std::string& data, size_t piece) {
   smtp_base64_lines_writer writer;
   const size_t step = piece * smtp_base64_lines_writer::TWO_LINES_DATA;
   for (size_t at = 0; at < data.size(); at += step) {
-    HOLDS(writer.AddLines(data.data() + at, std::min(step, data.size() - at)) == 0);
+    HOLDS(writer.AddBase64Lines(data.data() + at, std::min(step, data.size() - at)) == 0);
   }
-  const base::UniqueText lines = writer.FinishLines(&length);
+  const base::UniqueText lines = writer.FinishBase64Lines(&length);
   HOLDS(std::string_view(lines.get(), length) == expected + "\r\n");
   // The slower implementation. On a processor without SSSE3 it is the same one.
   for (size_t at = 0; at + writer.TWO_LINES_DATA < data.size(); at += writer.TWO_LINES_DATA) {
