@@ -12,8 +12,8 @@ constexpr size_t FOLDER_PATH_SIZE = 4096;
 constexpr mode_t PARENT_FOLDER_MODE = 0754;
 constexpr mode_t FOLDER_MODE = 0755;
 
-bool IsFolderSeparator(char c) {
-  return c == '/' || c == '\\';
+bool IsFolderSeparator(char folderByte) {
+  return folderByte == '/' || folderByte == '\\';
 }
 
 bool IsRootedFolder(const std::string& folder) {

@@ -48,9 +48,9 @@ class DunraSTTUtils {
 
   // The folders of the trace logs and of the hang log, used as a prefix: they must end in "/". At most 4,095
   // bytes are kept. A shorter text leaves the rest of a longer one behind it.
-  static void SetPath(const char* path);
+  static void SetPath(const char* logFolder);
   static const char* GetPath();
-  static void SetHangPath(const char* path);
+  static void SetHangPath(const char* hangLogFolder);
   static const char* GetHangPath();
   static void SetLogLevel(long level);
   static long GetLogLevel() { return mDunraSTTLogLvl; }
