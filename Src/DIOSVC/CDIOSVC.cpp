@@ -39,11 +39,11 @@ std::unique_ptr<char[]> AllocateSvcReply(size_t svc_reply_size) {
 
 // Returns false when memory runs out, and for a negative length.
 bool BuildSvcFrame(int svc_tag, long report_type, const char* report_data, long svc_data_length,
-                   std::string* data_frame) {
+                   std::string* svc_frame) {
   if (svc_data_length < 0) return false;
   try {
-    *data_frame = frames::DataFrame(svc_tag, report_type,
-                                    std::string(report_data, static_cast<size_t>(svc_data_length)));
+    *svc_frame = frames::DataFrame(svc_tag, report_type,
+                                   std::string(report_data, static_cast<size_t>(svc_data_length)));
     return true;
   } catch (const std::exception&) {
     return false;
@@ -105,40 +105,40 @@ long CDIOSVC::SOCK_SVC_CREATE(const char* address, long port) {
   return svc_socket.Release();
 }
 
-long CDIOSVC::DIO_SVC_WAIT(long seconds) {
-  return base::WaitDescriptor(m_sock.Get(), POLLIN, seconds * 1000);
+long CDIOSVC::DIO_SVC_WAIT(long svc_seconds) {
+  return base::WaitDescriptor(m_sock.Get(), POLLIN, svc_seconds * 1000);
 }
 
 void (*svc_overhear)(std::string_view body) = nullptr;
 
-bool CDIOSVC::ReceiveReplyPart(char* reply_part, size_t part_size) {
-  const ssize_t reply_bytes = base::ReceiveExactly(m_sock.Get(), reply_part, part_size);
+bool CDIOSVC::ReceiveSvcReply(char* svc_reply_part, size_t part_size) {
+  const ssize_t svc_reply_bytes = base::ReceiveExactly(m_sock.Get(), svc_reply_part, part_size);
   const int svc_receive_error = errno;
-  if (reply_bytes == 0) KeepSvcFailure("the server closed the connection", 0);
-  if (reply_bytes < 0) KeepSvcFailure("the reply broke off", svc_receive_error);
-  return reply_bytes > 0;
+  if (svc_reply_bytes == 0) KeepSvcFailure("the server closed the connection", 0);
+  if (svc_reply_bytes < 0) KeepSvcFailure("the reply broke off", svc_receive_error);
+  return svc_reply_bytes > 0;
 }
 
-CDIOSVC::SvcReply CDIOSVC::ReadReply(const char* expected_reply) {
+CDIOSVC::SvcReply CDIOSVC::ReadSvcReply(const char* expected_reply) {
   using End = SvcReply::End;
   svc_reply_header_.fill('\0');
   SvcReply svc_reply{End::NO_HEADER, 0, frames::LengthField(svc_reply_header_.data()), 0};
-  if (!ReceiveReplyPart(svc_reply_header_.data(), frames::HEADER_SIZE)) return svc_reply;
+  if (!ReceiveSvcReply(svc_reply_header_.data(), frames::HEADER_SIZE)) return svc_reply;
   svc_reply.body_length = frames::BodyLength(svc_reply_header_.data());
-  const auto reply_size = static_cast<size_t>(svc_reply.body_length);
-  const std::unique_ptr<char[]> reply_body = AllocateSvcReply(reply_size + 1);
+  const auto svc_reply_size = static_cast<size_t>(svc_reply.body_length);
+  const std::unique_ptr<char[]> svc_reply_body = AllocateSvcReply(svc_reply_size + 1);
   svc_reply.allocation_error = errno;
   svc_reply.end = End::NO_MEMORY;
-  if (!reply_body) {
+  if (!svc_reply_body) {
     KeepSvcFailure("no memory for the reply", svc_reply.allocation_error);
     return svc_reply;
   }
   svc_reply.end = End::NO_BODY;
-  if (!ReceiveReplyPart(reply_body.get(), reply_size)) return svc_reply;
-  const std::string_view reply_text(reply_body.get(), reply_size);
-  if (svc_overhear != nullptr) svc_overhear(reply_text);
-  svc_reply.end = reply_text.starts_with(expected_reply) ? End::EXPECTED : End::OTHER;
-  if (svc_reply.end == End::OTHER) KeepSvcFailure("another reply than expected", 0, reply_text);
+  if (!ReceiveSvcReply(svc_reply_body.get(), svc_reply_size)) return svc_reply;
+  const std::string_view svc_reply_text(svc_reply_body.get(), svc_reply_size);
+  if (svc_overhear != nullptr) svc_overhear(svc_reply_text);
+  svc_reply.end = svc_reply_text.starts_with(expected_reply) ? End::EXPECTED : End::OTHER;
+  if (svc_reply.end == End::OTHER) KeepSvcFailure("another reply than expected", 0, svc_reply_text);
   return svc_reply;
 }
 
@@ -204,12 +204,12 @@ long CDIOSVC::JudgeData(const SvcReply& svc_reply) {
 }
 
 long CDIOSVC::SOCK_SVC_OPEN() {
-  const std::string open_frame = frames::OpenFrame(m_sock.Get());
-  const int svc_frame_length = static_cast<int>(open_frame.size());
-  if (base::SendSome(m_sock.Get(), open_frame.data(), open_frame.size()) < 1) {
+  const std::string svc_open_frame = frames::OpenFrame(m_sock.Get());
+  const int svc_frame_length = static_cast<int>(svc_open_frame.size());
+  if (base::SendSome(m_sock.Get(), svc_open_frame.data(), svc_open_frame.size()) < 1) {
     const int svc_open_error = errno;
     SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : %s(%06d:%s:%d)", SVC_OPEN_FAILED, svc_frame_length,
-              open_frame.c_str(), svc_open_error);
+              svc_open_frame.c_str(), svc_open_error);
     KeepSvcFailure("OPEN could not be sent", svc_open_error);
     return -1;
   }
@@ -218,41 +218,41 @@ long CDIOSVC::SOCK_SVC_OPEN() {
     const int svc_open_error = errno;
     KeepSvcFailure("no reply to OPEN", reply_ready == 0 ? ETIMEDOUT : svc_open_error);
     SVC_TRACE(TRACE_INFO, "[ SVC_OPEN ] : Channel Open Filed(%06d:%s:%d)", svc_frame_length,
-              open_frame.c_str(), svc_open_error);
+              svc_open_frame.c_str(), svc_open_error);
     return -1;
   }
-  return JudgeOpen(ReadReply("OPEN_OK"));
+  return JudgeOpen(ReadSvcReply("OPEN_OK"));
 }
 
 long CDIOSVC::SOCK_SVC_CLOS() {
-  const std::string close_frame = frames::CloseFrame(m_sock.Get());
-  if (base::SendSome(m_sock.Get(), close_frame.data(), close_frame.size()) < 1) return -1;
-  SVC_TRACE(TRACE_INFO, "[ SVC_CLOSE ] : Channel Close(%06d:%s)", static_cast<int>(close_frame.size()),
-            close_frame.c_str());
+  const std::string svc_close_frame = frames::CloseFrame(m_sock.Get());
+  if (base::SendSome(m_sock.Get(), svc_close_frame.data(), svc_close_frame.size()) < 1) return -1;
+  SVC_TRACE(TRACE_INFO, "[ SVC_CLOSE ] : Channel Close(%06d:%s)", static_cast<int>(svc_close_frame.size()),
+            svc_close_frame.c_str());
   if (DIO_SVC_WAIT(SVC_REPLY_SECONDS) != 1) return -1;
-  return JudgeClose(ReadReply("CLOSE_OK"));
+  return JudgeClose(ReadSvcReply("CLOSE_OK"));
 }
 
 long CDIOSVC::SOCK_SVC_DATA_SEND(const char* report_data, long svc_data_length, long report_type) {
-  std::string data_frame;
-  if (!BuildSvcFrame(m_sock.Get(), report_type, report_data, svc_data_length, &data_frame)) {
+  std::string svc_frame;
+  if (!BuildSvcFrame(m_sock.Get(), report_type, report_data, svc_data_length, &svc_frame)) {
     const auto svc_frame_size = static_cast<int>(static_cast<unsigned long>(svc_data_length) + 31);
     SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : malloc fail Request Size[%d], Error[%d]", svc_frame_size, ENOMEM);
     KeepSvcFailure("no memory for the report", ENOMEM);
     return -1;
   }
-  if (base::SendAll(m_sock.Get(), data_frame.data(), data_frame.size()) < 0) {
+  if (base::SendAll(m_sock.Get(), svc_frame.data(), svc_frame.size()) < 0) {
     KeepSvcFailure("the report could not be sent", errno);
     SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : CHANNEL_DATA Send Failed.");
     return -1;
   }
-  data_frame = std::string();  // frees the memory before the wait for the server
+  svc_frame = std::string();  // frees the memory before the wait for the server
   const long reply_ready = DIO_SVC_WAIT(SVC_REPLY_SECONDS);
   if (reply_ready != 1) {
     KeepSvcFailure("no reply to the report", reply_ready == 0 ? ETIMEDOUT : errno);
     return -1;
   }
-  return JudgeData(ReadReply("DATA_RECEIVE_OK"));
+  return JudgeData(ReadSvcReply("DATA_RECEIVE_OK"));
 }
 
 void CDIOSVC::TraceStart(int svc_type, const void* report_data) const {

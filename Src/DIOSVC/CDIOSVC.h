@@ -40,7 +40,7 @@ class CDIOSVC {
   // resolved. Closing the socket resets the connection (SO_LINGER 0).
   long SOCK_SVC_CREATE(const char* address, long port);
   // Waits until the socket is readable. Returns 1, 0 when the time has passed, or -1 on failure.
-  long DIO_SVC_WAIT(long seconds);
+  long DIO_SVC_WAIT(long svc_seconds);
   // Open and close the channel, one exchange each. Return 1, or -1.
   long SOCK_SVC_OPEN();
   long SOCK_SVC_CLOS();
@@ -60,8 +60,8 @@ class CDIOSVC {
  private:
   struct SvcReply;
 
-  SvcReply ReadReply(const char* expected_reply);
-  bool ReceiveReplyPart(char* reply_part, size_t part_size);
+  SvcReply ReadSvcReply(const char* expected_reply);
+  bool ReceiveSvcReply(char* svc_reply_part, size_t part_size);
   // Return 1 for the expected reply, else -1 after a trace line.
   long JudgeOpen(const SvcReply& svc_reply);
   long JudgeClose(const SvcReply& svc_reply);

@@ -10,24 +10,24 @@
 namespace frames {
 namespace {
 
-constexpr size_t LENGTH_FIELD_DIGITS = 6;
+constexpr size_t FRAME_LENGTH_DIGITS = 6;
 constexpr size_t DATA_FRAME_OVERHEAD = 30;
 
 }  // namespace
 
-std::string OpenFrame(int64_t connection_tag) {
-  return base::Format("%06ld C %06d OPEN -e ", connection_tag, 8);
+std::string OpenFrame(int64_t frame_tag) {
+  return base::Format("%06ld C %06d OPEN -e ", frame_tag, 8);
 }
 
-std::string CloseFrame(int64_t connection_tag) {
-  return base::Format("%06ld C %06d CLOSE", connection_tag, 5);
+std::string CloseFrame(int64_t frame_tag) {
+  return base::Format("%06ld C %06d CLOSE", frame_tag, 5);
 }
 
-std::string DataFrame(int64_t connection_tag, int64_t report_type, const std::string& frame_data) {
+std::string DataFrame(int64_t frame_tag, int64_t report_type, const std::string& frame_data) {
   std::string data_frame;
   if (const ReportType* const frame_report = FindReportType(report_type)) {
     const auto frame_body_length = static_cast<long>(frame_data.size() + std::strlen(frame_report->keyword));
-    data_frame = base::Format("%06ld C %06ld %s", connection_tag, frame_body_length, frame_report->keyword);
+    data_frame = base::Format("%06ld C %06ld %s", frame_tag, frame_body_length, frame_report->keyword);
   }
   data_frame += frame_data;
   data_frame.resize(frame_data.size() + DATA_FRAME_OVERHEAD);
@@ -36,7 +36,7 @@ std::string DataFrame(int64_t connection_tag, int64_t report_type, const std::st
 
 int BodyLength(const char* frame_header) {
   return static_cast<int>(
-      std::max<int64_t>(0, base::LeadingNumber({LengthField(frame_header), LENGTH_FIELD_DIGITS})));
+      std::max<int64_t>(0, base::LeadingNumber({LengthField(frame_header), FRAME_LENGTH_DIGITS})));
 }
 
 std::string ChannelList(const LVCSR_DATA_CHANNEL& frame_channels) {
