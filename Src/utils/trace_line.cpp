@@ -13,7 +13,7 @@
 namespace trace {
 namespace {
 
-constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
+constexpr long TRACE_NANOSECONDS_PER_MS = 1'000'000;
 constexpr std::array<std::string_view, 6> TRACE_LEVEL_TAGS = {"FATAL", "ERROR", "WARN",
                                                               "INFO",  "DEBUG", "TRACE"};
 
@@ -25,7 +25,7 @@ constexpr uint64_t HIGH_MESSAGE_BITS = 0x80 * EACH_MESSAGE_BYTE;
 // Adds the time stamp; the rest of it is "mmm]".
 void AddTimeStamp(TraceText* traceLine, const TraceSecond& second, long nanoseconds) {
   traceLine->Add({second.stamp, sizeof second.stamp - 1});
-  traceLine->AddNumber(nanoseconds / NANOSECONDS_PER_MILLISECOND, 3).Add("]");
+  traceLine->AddNumber(nanoseconds / TRACE_NANOSECONDS_PER_MS, 3).Add("]");
 }
 
 size_t TraceDigits(unsigned long traceNumber) {
@@ -66,10 +66,10 @@ TraceText& TraceText::AddNumber(long traceNumber, size_t width) {
 
 bool TraceText::AddSimplyFormatted(const char* traceFormat, va_list traceArguments) {
   while (true) {
-    const char* const percent = ::strchrnul(traceFormat, '%');
-    Add({traceFormat, static_cast<size_t>(percent - traceFormat)});
-    if (*percent == '\0') return true;
-    traceFormat = percent + 1;
+    const char* const tracePercent = ::strchrnul(traceFormat, '%');
+    Add({traceFormat, static_cast<size_t>(tracePercent - traceFormat)});
+    if (*tracePercent == '\0') return true;
+    traceFormat = tracePercent + 1;
     if (*traceFormat == 's') {
       const char* const traceArgument = va_arg(traceArguments, const char*);
       if (traceArgument == nullptr) return false;

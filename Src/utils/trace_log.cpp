@@ -33,7 +33,7 @@ constexpr mode_t LOG_FOLDER_MODE_BITS = 07777;
 
 // What the path of a log file depends on, unless it contains the host name.
 struct LogPathKey {
-  time_t secondTime;
+  time_t logSecondTime;
   unsigned settings;
   char logType;
   bool datedFolder;
@@ -43,9 +43,9 @@ struct LogPathKey {
 
 // The buffers for one line. The arrays are never cleared: usually only their first bytes are touched.
 struct LogWorkspace {
-  time_t secondTime;  // the time of `second`; 0: none yet
-  trace::TraceSecond second;
-  LogPathKey logPathKey;  // what `logPath` was made from; its `secondTime` is 0 at first
+  time_t logSecondTime;  // the time of `logSecond`; 0: none yet
+  trace::TraceSecond logSecond;
+  LogPathKey logPathKey;  // what `logPath` was made from; its `logSecondTime` is 0 at first
   char logLine[trace::TRACE_LINE_SIZE];
   char logFolder[trace::LOG_PATH_SIZE];
   char logPath[trace::LOG_PATH_SIZE];
@@ -62,8 +62,8 @@ class BorrowedLogWorkspace {
   BorrowedLogWorkspace() {
     if (!sharedLogWorkspaceInUse.test_and_set(std::memory_order_acquire)) return;
     ownLogWorkspace_.reset(new LogWorkspace);
-    ownLogWorkspace_->secondTime = 0;
-    ownLogWorkspace_->logPathKey.secondTime = 0;
+    ownLogWorkspace_->logSecondTime = 0;
+    ownLogWorkspace_->logPathKey.logSecondTime = 0;
   }
   ~BorrowedLogWorkspace() {
     if (!ownLogWorkspace_) sharedLogWorkspaceInUse.clear(std::memory_order_release);
@@ -82,8 +82,8 @@ class BorrowedLogWorkspace {
 [[gnu::cold]] void BeginLogSecond(time_t logNow, LogWorkspace* workspace) {
   std::tm logLocalTime{};
   localtime_r(&logNow, &logLocalTime);
-  workspace->second = trace::TraceSecondOf(logLocalTime);
-  workspace->secondTime = logNow;
+  workspace->logSecond = trace::TraceSecondOf(logLocalTime);
+  workspace->logSecondTime = logNow;
 }
 
 // Returns the nanoseconds of the present time and updates the workspace's second. Most lines share their
@@ -91,7 +91,7 @@ class BorrowedLogWorkspace {
 long TellLogTime(LogWorkspace* workspace) {
   timespec logNow{};
   clock_gettime(CLOCK_REALTIME, &logNow);
-  if (logNow.tv_sec != workspace->secondTime) BeginLogSecond(logNow.tv_sec, workspace);
+  if (logNow.tv_sec != workspace->logSecondTime) BeginLogSecond(logNow.tv_sec, workspace);
   return logNow.tv_nsec;
 }
 
@@ -102,15 +102,15 @@ long TellLogTime(LogWorkspace* workspace) {
 }
 
 [[gnu::cold]] void MakeLogPath(const LogPathKey& logKey, const char* host, LogWorkspace* workspace) {
-  const auto [secondTime, changes, type, dated, channel] = logKey;
+  const auto [logSecondTime, changes, type, dated, channel] = logKey;
   workspace->logPathKey = logKey;
   trace::TraceText logPath(workspace->logPath);
   if (dated) {
     const char* const logRoot = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
-    trace::AddDatedLogFolder(&logPath, logRoot, workspace->second);
+    trace::AddDatedLogFolder(&logPath, logRoot, workspace->logSecond);
     trace::TraceText(workspace->logFolder).Add(logPath.View()).Terminated();
   }
-  trace::AddLogFileName(&logPath, type, channel, workspace->second, host);
+  trace::AddLogFileName(&logPath, type, channel, workspace->logSecond, host);
   logPath.Terminated();
 }
 
@@ -118,8 +118,8 @@ long TellLogTime(LogWorkspace* workspace) {
 // as the line before.
 void SetLogPaths(char type, long channel, bool dated, LogWorkspace* workspace) {
   const char* const host = DunraSTTUtils::GetLogHostnameFlag() != 0 ? LogHostName(workspace) : nullptr;
-  const LogPathKey key{workspace->secondTime, trace::logSettings.load(std::memory_order_relaxed), type, dated,
-                       channel};
+  const LogPathKey key{workspace->logSecondTime, trace::logSettings.load(std::memory_order_relaxed), type,
+                       dated, channel};
   if (key != workspace->logPathKey || host != nullptr) MakeLogPath(key, host, workspace);
 }
 
@@ -167,9 +167,9 @@ void SaveInLogFile(char type, long channel, long save, LogWorkspace* workspace, 
   const long nanoseconds = TellLogTime(&workspace);
   trace::TraceText logLine(workspace.logLine);
   if (hangLog) {
-    trace::BeginHangLine(&logLine, workspace.second, nanoseconds);
+    trace::BeginHangLine(&logLine, workspace.logSecond, nanoseconds);
   } else {
-    trace::BeginOrdinaryLine(&logLine, workspace.second, nanoseconds, level, channel, place);
+    trace::BeginOrdinaryLine(&logLine, workspace.logSecond, nanoseconds, level, channel, place);
   }
   const size_t logHeadSize = logLine.Size();
   logLine.AddFormatted(FORMATTED_LOG_LIMIT, logFormat, logArguments);
