@@ -13,8 +13,8 @@ namespace {
 constexpr smtp_text_rule ATTACHMENT_NAME_RULE{32, "'\"", false, true};
 
 // Sets the status of a file that could not be read, by errno.
-int AttachmentFileFailure(smtp_session* session, int error) {
-  return smtp_status_code_set(session, error == ENOMEM ? SMTP_NO_MEMORY : SMTP_FILE_FAILED);
+int AttachmentFileFailure(smtp_session* session, int attachmentError) {
+  return smtp_status_code_set(session, attachmentError == ENOMEM ? SMTP_NO_MEMORY : SMTP_FILE_FAILED);
 }
 
 bool ValidAttachmentName(const char* name) {

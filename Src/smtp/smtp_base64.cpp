@@ -122,12 +122,12 @@ int smtp_base64_lines_writer::ReserveBase64Lines(size_t dataLength) {
 void smtp_base64_two_lines_by_table(const unsigned char* data, char* base64) {
   // A line of 78 characters ends in the middle of a group of four: 19 groups and half of the 20th; the next
   // line has the other half and 19 more.
-  std::array<char, 4> middleGroup{};
-  PutBase64Group(data + 57, middleGroup.data());
+  std::array<char, 4> base64Middle{};
+  PutBase64Group(data + 57, base64Middle.data());
   base64 = PutBase64(data, 57, base64);
-  std::memcpy(base64, middleGroup.data(), 2);
+  std::memcpy(base64, base64Middle.data(), 2);
   std::memcpy(base64 + 2, BASE64_LINE_ENDING.data(), BASE64_LINE_ENDING.size());
-  std::memcpy(base64 + 4, middleGroup.data() + 2, 2);
+  std::memcpy(base64 + 4, base64Middle.data() + 2, 2);
   base64 = PutBase64(data + 60, 57, base64 + 6);
   std::memcpy(base64, BASE64_LINE_ENDING.data(), BASE64_LINE_ENDING.size());
 }
@@ -205,7 +205,8 @@ int smtp_base64_lines_writer::AddBase64Lines(const void* data, size_t length) {
   if (Base64LinesSize(length, &linesSize) != 0 || GrowBase64Lines(linesSize, true) != 0) return -1;
   const auto* unencoded = static_cast<const unsigned char*>(data);
   const auto putTwoLines = smtp_base64_two_lines();
-  for (; length >= TWO_LINES_DATA; length -= TWO_LINES_DATA, unencoded += TWO_LINES_DATA) {
+  for (; length >= TWO_BASE64_LINES_DATA;
+       length -= TWO_BASE64_LINES_DATA, unencoded += TWO_BASE64_LINES_DATA) {
     putTwoLines(unencoded, base64Lines_.get() + base64Used_);
     base64Used_ += 2 * BASE64_LINE_BYTES;
   }

@@ -19,7 +19,7 @@ void smtp_base64_encode_block(const unsigned char* block, size_t count, char* ba
 class smtp_base64_lines_writer {
  public:
   // The number of data bytes that make two whole lines. Every piece but the last must be a multiple of it.
-  static constexpr size_t TWO_LINES_DATA = 117;
+  static constexpr size_t TWO_BASE64_LINES_DATA = 117;
 
   // Makes room for the lines of so much more data. Returns 0, or -1 without memory.
   int ReserveBase64Lines(size_t dataLength);
@@ -37,7 +37,7 @@ class smtp_base64_lines_writer {
   size_t base64Allocated_ = 0;
 };
 
-// Writes the two lines of TWO_LINES_DATA bytes of data: 160 characters with the line ends, without a
+// Writes the two lines of TWO_BASE64_LINES_DATA bytes of data: 160 characters with the line ends, without a
 // terminator.
 using smtp_base64_two_lines_t = void(const unsigned char* data, char* base64);
 smtp_base64_two_lines_t smtp_base64_two_lines_by_table;

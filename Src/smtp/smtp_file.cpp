@@ -14,7 +14,7 @@ namespace {
 
 constexpr size_t FILE_READ_SIZE = 512;
 // Small enough to stay in the processor's cache until it is encoded.
-constexpr size_t BASE64_FILE_PIECE = smtp_base64_lines_writer::TWO_LINES_DATA * 512;
+constexpr size_t BASE64_FILE_PIECE = smtp_base64_lines_writer::TWO_BASE64_LINES_DATA * 512;
 
 // The number of bytes left in a regular file, or 0. File sizes are far too small to overflow.
 size_t KnownFileRest(FILE* mailFile) {
@@ -26,40 +26,40 @@ size_t KnownFileRest(FILE* mailFile) {
 }
 
 // Makes room for at least FILE_READ_SIZE bytes and a terminator after the bytes held.
-int ReserveFileRead(base::UniqueText& fileContents, size_t fileBytes, size_t& fileSpace) {
-  size_t wantedFileBytes = 0;
-  if (smtp_si_add_size_t(fileBytes, FILE_READ_SIZE + 1, &wantedFileBytes) != 0) return -1;
-  if (wantedFileBytes <= fileSpace) return 0;
-  if (smtp_si_add_size_t(wantedFileBytes, fileSpace, &wantedFileBytes) != 0) return -1;
-  if (!base::Resize(fileContents, wantedFileBytes)) return -1;
-  fileSpace = wantedFileBytes;
+int ReserveFileRead(base::UniqueText& mailFileText, size_t mailFileBytes, size_t& mailFileSpace) {
+  size_t wantedMailBytes = 0;
+  if (smtp_si_add_size_t(mailFileBytes, FILE_READ_SIZE + 1, &wantedMailBytes) != 0) return -1;
+  if (wantedMailBytes <= mailFileSpace) return 0;
+  if (smtp_si_add_size_t(wantedMailBytes, mailFileSpace, &wantedMailBytes) != 0) return -1;
+  if (!base::Resize(mailFileText, wantedMailBytes)) return -1;
+  mailFileSpace = wantedMailBytes;
   return 0;
 }
 
 }  // namespace
 
 char* smtp_ffile_get_contents(FILE* mailFile, size_t* length) {
-  base::UniqueText fileContents;
-  size_t fileBytes = 0;
-  size_t fileSpace = KnownFileRest(mailFile);
-  if (fileSpace > 0) {
+  base::UniqueText mailFileText;
+  size_t mailFileBytes = 0;
+  size_t mailFileSpace = KnownFileRest(mailFile);
+  if (mailFileSpace > 0) {
     // Larger than needed, so that the end of the file shows without another allocation.
-    fileSpace += FILE_READ_SIZE + 1;
-    fileContents.reset(static_cast<char*>(smtp_reallocarray(nullptr, fileSpace, 1)));
-    if (fileContents == nullptr) return nullptr;
+    mailFileSpace += FILE_READ_SIZE + 1;
+    mailFileText.reset(static_cast<char*>(smtp_reallocarray(nullptr, mailFileSpace, 1)));
+    if (mailFileText == nullptr) return nullptr;
   }
   while (true) {
-    if (ReserveFileRead(fileContents, fileBytes, fileSpace) != 0) return smtp_out_of_memory();
+    if (ReserveFileRead(mailFileText, mailFileBytes, mailFileSpace) != 0) return smtp_out_of_memory();
     errno = 0;
-    const size_t wantedFileBytes = fileSpace - 1 - fileBytes;
-    const size_t fileBytesRead = std::fread(fileContents.get() + fileBytes, 1, wantedFileBytes, mailFile);
-    fileBytes += fileBytesRead;
+    const size_t wantedMailBytes = mailFileSpace - 1 - mailFileBytes;
+    const size_t mailFileRead = std::fread(mailFileText.get() + mailFileBytes, 1, wantedMailBytes, mailFile);
+    mailFileBytes += mailFileRead;
     if (std::ferror(mailFile) != 0) return nullptr;
-    if (fileBytesRead < wantedFileBytes) break;
+    if (mailFileRead < wantedMailBytes) break;
   }
-  fileContents.get()[fileBytes] = '\0';
-  if (length != nullptr) *length = fileBytes;
-  return fileContents.release();
+  mailFileText.get()[mailFileBytes] = '\0';
+  if (length != nullptr) *length = mailFileBytes;
+  return mailFileText.release();
 }
 
 namespace {
@@ -81,18 +81,18 @@ char* smtp_file_get_contents(const char* path, size_t* length) {
 }
 
 char* smtp_ffile_base64_lines(FILE* mailFile, size_t* length) {
-  const base::UniqueText filePiece(static_cast<char*>(std::malloc(BASE64_FILE_PIECE)));
+  const base::UniqueText mailFilePiece(static_cast<char*>(std::malloc(BASE64_FILE_PIECE)));
   smtp_base64_lines_writer mailFileWriter;
-  if (filePiece == nullptr || mailFileWriter.ReserveBase64Lines(KnownFileRest(mailFile)) != 0)
+  if (mailFilePiece == nullptr || mailFileWriter.ReserveBase64Lines(KnownFileRest(mailFile)) != 0)
     return smtp_out_of_memory();
-  for (size_t fileBytesRead = BASE64_FILE_PIECE; fileBytesRead == BASE64_FILE_PIECE;) {
+  for (size_t mailFileRead = BASE64_FILE_PIECE; mailFileRead == BASE64_FILE_PIECE;) {
     errno = 0;
-    fileBytesRead = std::fread(filePiece.get(), 1, BASE64_FILE_PIECE, mailFile);
+    mailFileRead = std::fread(mailFilePiece.get(), 1, BASE64_FILE_PIECE, mailFile);
     if (std::ferror(mailFile) != 0) return nullptr;
-    if (mailFileWriter.AddBase64Lines(filePiece.get(), fileBytesRead) != 0) return smtp_out_of_memory();
+    if (mailFileWriter.AddBase64Lines(mailFilePiece.get(), mailFileRead) != 0) return smtp_out_of_memory();
   }
-  base::UniqueText fileLines = mailFileWriter.FinishBase64Lines(length);
-  return fileLines != nullptr ? fileLines.release() : smtp_out_of_memory();
+  base::UniqueText mailFileLines = mailFileWriter.FinishBase64Lines(length);
+  return mailFileLines != nullptr ? mailFileLines.release() : smtp_out_of_memory();
 }
 
 char* smtp_file_base64_lines(const char* path, size_t* length) {

@@ -113,9 +113,9 @@ size_t smtp_fold_whitespace_get_offset(const char* headerLine, size_t width) {
     at += std::strcspn(headerLine + at, HEADER_BLANKS);
     if (headerLine[at] == '\0') return at < foldLimit || foldAt == 0 ? at : foldAt;
     at += std::strspn(headerLine + at, HEADER_BLANKS);
-    const size_t lastBlank = at - 1;
-    if (lastBlank >= foldLimit && foldAt != 0) return foldAt;
-    foldAt = lastBlank;
+    const size_t headerBlank = at - 1;
+    if (headerBlank >= foldLimit && foldAt != 0) return foldAt;
+    foldAt = headerBlank;
   }
 }
 
@@ -144,8 +144,8 @@ constexpr std::array DATE_HEADER_MONTHS = {"Jan", "Feb", "Mar", "Apr", "May", "J
                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 constexpr int DATE_HEADER_LENGTH = 31;
 
-bool IsDateHeaderIndex(int index, size_t names) {
-  return index >= 0 && static_cast<size_t>(index) < names;
+bool IsDateHeaderIndex(int dateIndex, size_t dateNames) {
+  return dateIndex >= 0 && static_cast<size_t>(dateIndex) < dateNames;
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ char* smtp_stpcpy(char* destination, const char* text) {
 
 namespace {
 
-size_t CountOccurrences(const char* text, const char* search, size_t searchLength) {
+size_t CountStringMatches(const char* text, const char* search, size_t searchLength) {
   size_t occurrences = 0;
   for (const char* foundString = std::strstr(text, search); foundString != nullptr;
        foundString = std::strstr(foundString + searchLength, search)) {
@@ -76,7 +76,7 @@ char* smtp_str_replace(const char* search, const char* replace, const char* text
   const size_t replaceLength = std::strlen(replace);
   if (searchLength == 0) return smtp_strdup(text);
   size_t replacedSize = 0;
-  if (ReplacedSize(std::strlen(text), CountOccurrences(text, search, searchLength), searchLength,
+  if (ReplacedSize(std::strlen(text), CountStringMatches(text, search, searchLength), searchLength,
                    replaceLength, &replacedSize) != 0) {
     return smtp_out_of_memory();
   }

@@ -13,7 +13,7 @@ int smtp_si_sub_size_t(size_t a, size_t b, size_t* result);
 int smtp_si_mul_size_t(size_t a, size_t b, size_t* result);
 
 // realloc(3) of count * size bytes. Null with ENOMEM also on overflow; the old block then stays.
-void* smtp_reallocarray(void* block, size_t count, size_t size);
+void* smtp_reallocarray(void* arrayBlock, size_t count, size_t size);
 // Sets errno to ENOMEM and returns null.
 char* smtp_out_of_memory();
 char* smtp_strdup(const char* text);
