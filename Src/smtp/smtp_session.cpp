@@ -58,21 +58,20 @@ int ExpectAuthReply(smtp_session* session, int authCode) {
 smtp_printed* smtp_print_instead = nullptr;
 
 int smtp_connect(smtp_session* session, const char* server, const char* port) {
-  base::AddressList serverAddresses;
-  session->connectError = base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &serverAddresses);
+  base::AddressList smtpAddresses;
+  session->connectError = base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &smtpAddresses);
   if (session->connectError == EAI_SYSTEM) session->connectError = errno;
   if (session->connectError == 0) {
-    for (const addrinfo* address = serverAddresses.get(); address != nullptr; address = address->ai_next) {
-      base::UniqueFd serverSock = base::OpenSocket(address->ai_family, address->ai_protocol);
-      if (!serverSock.Valid() ||
-          base::Connect(serverSock.Get(), address->ai_addr, address->ai_addrlen) != 0) {
+    for (const addrinfo* address = smtpAddresses.get(); address != nullptr; address = address->ai_next) {
+      base::UniqueFd smtpSock = base::OpenSocket(address->ai_family, address->ai_protocol);
+      if (!smtpSock.Valid() || base::Connect(smtpSock.Get(), address->ai_addr, address->ai_addrlen) != 0) {
         session->connectError = errno;
         continue;
       }
       // A mail ends with several small writes. They must not wait for each other's acknowledgement.
       const int noDelay = 1;
-      ::setsockopt(serverSock.Get(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
-      session->sock = std::move(serverSock);
+      ::setsockopt(smtpSock.Get(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
+      session->sock = std::move(smtpSock);
       return session->status;
     }
   }
@@ -80,8 +79,8 @@ int smtp_connect(smtp_session* session, const char* server, const char* port) {
 }
 
 const char* smtp_connect_errstr(const smtp_session* session) {
-  const int connectError = session->connectError;
-  return connectError < 0 ? ::gai_strerror(connectError) : std::strerror(connectError);
+  const int smtpConnectError = session->connectError;
+  return smtpConnectError < 0 ? ::gai_strerror(smtpConnectError) : std::strerror(smtpConnectError);
 }
 
 int smtp_ehlo(smtp_session* session) {
@@ -126,8 +125,8 @@ int smtp_auth_login(smtp_session* session, const char* user, const char* passwor
 
 int smtp_auth(smtp_session* session, int method, const char* user, const char* password) {
   if (session->status != SMTP_SUCCESS || method == SMTP_METHOD_NONE) return session->status;
-  const bool knownMethod = method == SMTP_METHOD_PLAIN || method == SMTP_METHOD_LOGIN;
-  if (!knownMethod || user == nullptr || password == nullptr)
+  const bool knownAuthMethod = method == SMTP_METHOD_PLAIN || method == SMTP_METHOD_LOGIN;
+  if (!knownAuthMethod || user == nullptr || password == nullptr)
     return smtp_status_code_set(session, SMTP_INVALID);
   if (session->print != nullptr) return SMTP_SUCCESS;
   const int authStatus = smtp_guarded(session, [&] {

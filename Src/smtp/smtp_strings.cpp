@@ -135,16 +135,16 @@ int smtp_str_has_nonascii_utf8(const char* smtpText) {
   return 0;
 }
 
-char* smtp_split_into(std::string_view unsplit, size_t n, std::string_view pieceEnding, char* split) {
+char* smtp_split_into(std::string_view unsplit, size_t n, std::string_view pieceEnding, char* smtpSplit) {
   while (!unsplit.empty()) {
     const size_t pieceLength = smtp_strnlen_utf8(unsplit, n);
     if (pieceLength == SIZE_MAX) return nullptr;
-    std::memcpy(split, unsplit.data(), pieceLength);
-    std::memcpy(split + pieceLength, pieceEnding.data(), pieceEnding.size());
-    split += pieceLength + pieceEnding.size();
+    std::memcpy(smtpSplit, unsplit.data(), pieceLength);
+    std::memcpy(smtpSplit + pieceLength, pieceEnding.data(), pieceEnding.size());
+    smtpSplit += pieceLength + pieceEnding.size();
     unsplit.remove_prefix(pieceLength);
   }
-  return split;
+  return smtpSplit;
 }
 
 int smtp_split_size(size_t textLength, size_t n, size_t endingLength, size_t* splitSize) {
@@ -164,15 +164,15 @@ char* smtp_chunk_split(const char* text, size_t n, const char* pieceEnding) {
   size_t splitSize = 0;
   if (smtp_split_size(unsplit.size(), n, std::strlen(pieceEnding), &splitSize) != 0)
     return smtp_out_of_memory();
-  UniqueText split(static_cast<char*>(std::malloc(splitSize)));
-  if (split == nullptr) return nullptr;
-  char* splitStringEnd = smtp_split_into(unsplit, n, pieceEnding, split.get());
+  UniqueText smtpSplit(static_cast<char*>(std::malloc(splitSize)));
+  if (smtpSplit == nullptr) return nullptr;
+  char* splitStringEnd = smtp_split_into(unsplit, n, pieceEnding, smtpSplit.get());
   if (splitStringEnd == nullptr) {
     errno = EINVAL;
     return nullptr;
   }
   *splitStringEnd = '\0';
-  return split.release();
+  return smtpSplit.release();
 }
 
 bool smtp_text_rule::Allows(char smtpChar) const {

@@ -42,7 +42,7 @@ char* smtp_chunk_split(const char* text, size_t n, const char* pieceEnding);
 int smtp_split_size(size_t textLength, size_t n, size_t endingLength, size_t* splitSize);
 // Writes the pieces of a text as smtp_chunk_split does, nothing for an empty text. Returns the end of what
 // was written, or null when the text is not UTF-8.
-char* smtp_split_into(std::string_view unsplit, size_t n, std::string_view pieceEnding, char* split);
+char* smtp_split_into(std::string_view unsplit, size_t n, std::string_view pieceEnding, char* smtpSplit);
 
 // The bytes that a text may have: none below lowestByte, no 127 and none of refusedBytes. Line breaks are
 // below every lowestByte.

@@ -17,8 +17,8 @@ constexpr long TRACE_NANOSECONDS_PER_MS = 1'000'000;
 constexpr std::array<std::string_view, 6> TRACE_LEVEL_TAGS = {"FATAL", "ERROR", "WARN",
                                                               "INFO",  "DEBUG", "TRACE"};
 
-constexpr uint64_t EACH_MESSAGE_BYTE = 0x0101010101010101;
-constexpr uint64_t HIGH_MESSAGE_BITS = 0x80 * EACH_MESSAGE_BYTE;
+constexpr uint64_t EACH_TRACE_BYTE = 0x0101010101010101;
+constexpr uint64_t HIGH_TRACE_BITS = 0x80 * EACH_TRACE_BYTE;
 
 // Lines are put together by hand: every trace line passes here, and printf would take most of the time.
 
@@ -102,16 +102,16 @@ void TraceText::AddFormatted(size_t traceLimit, const char* traceFormat, va_list
 }
 
 bool IsPlainMessage(std::string_view traceMessage) {
-  uint64_t notPlain = 0;  // has a high bit set if any byte is a '%' or at least 0x80
-  while (traceMessage.size() >= sizeof notPlain) {
-    uint64_t messageBytes = 0;
-    std::memcpy(&messageBytes, traceMessage.data(), sizeof messageBytes);
-    notPlain |= messageBytes | ((messageBytes ^ ('%' * EACH_MESSAGE_BYTE)) - EACH_MESSAGE_BYTE);
-    traceMessage.remove_prefix(sizeof messageBytes);
+  uint64_t notPlainTrace = 0;  // has a high bit set if any byte is a '%' or at least 0x80
+  while (traceMessage.size() >= sizeof notPlainTrace) {
+    uint64_t traceBytes = 0;
+    std::memcpy(&traceBytes, traceMessage.data(), sizeof traceBytes);
+    notPlainTrace |= traceBytes | ((traceBytes ^ ('%' * EACH_TRACE_BYTE)) - EACH_TRACE_BYTE);
+    traceMessage.remove_prefix(sizeof traceBytes);
   }
-  for (const char messageByte : traceMessage)
-    notPlain |= messageByte == '%' ? HIGH_MESSAGE_BITS : static_cast<unsigned char>(messageByte);
-  return (notPlain & HIGH_MESSAGE_BITS) == 0;
+  for (const char traceByte : traceMessage)
+    notPlainTrace |= traceByte == '%' ? HIGH_TRACE_BITS : static_cast<unsigned char>(traceByte);
+  return (notPlainTrace & HIGH_TRACE_BITS) == 0;
 }
 
 std::string_view TraceLevelTag(long level) {
@@ -121,15 +121,15 @@ std::string_view TraceLevelTag(long level) {
 
 std::string MessageToUtf8(std::string traceMessage) {
   if (is_UTF8(traceMessage.c_str()) == 1) return traceMessage;
-  char* utf8Message = nullptr;
-  uint32_t utf8MessageLength = 0;
-  if (encode_UTF8(traceMessage.c_str(), static_cast<uint32_t>(traceMessage.size()), &utf8Message,
-                  &utf8MessageLength) == 0) {
-    const base::UniqueText messageOwner(utf8Message);
-    return {utf8Message, utf8MessageLength};
+  char* utf8Trace = nullptr;
+  uint32_t utf8TraceLength = 0;
+  if (encode_UTF8(traceMessage.c_str(), static_cast<uint32_t>(traceMessage.size()), &utf8Trace,
+                  &utf8TraceLength) == 0) {
+    const base::UniqueText utf8TraceOwner(utf8Trace);
+    return {utf8Trace, utf8TraceLength};
   }
-  for (char& messageByte : traceMessage) {
-    if (static_cast<unsigned char>(messageByte) >= 0x80) messageByte = '?';
+  for (char& traceByte : traceMessage) {
+    if (static_cast<unsigned char>(traceByte) >= 0x80) traceByte = '?';
   }
   return traceMessage;
 }
