@@ -22,28 +22,28 @@
 #include "utils/trace_log.h"
 
 #define SVC_TRACE(level, ...) \
-  DUNRA_NAMED_TRACE(TRACE_ORDINARY, level, server_index_, trace_save_, __VA_ARGS__)
+  DUNRA_NAMED_TRACE(TRACE_ORDINARY, level, svc_index_, svc_trace_save_, __VA_ARGS__)
 
 namespace {
 
-constexpr long REPLY_WAIT_SECONDS = 60;
-constexpr size_t SERVER_ADDRESS_SIZE = 128;
+constexpr long SVC_REPLY_SECONDS = 60;
+constexpr size_t SVC_ADDRESS_SIZE = 128;
 
 // "channel open failure", in code page 949.
-constexpr const char* OPEN_FAILED = "\xC3\xA4\xB3\xCE \xBF\xC0\xC7\xC2 \xBD\xC7\xC6\xD0";
+constexpr const char* SVC_OPEN_FAILED = "\xC3\xA4\xB3\xCE \xBF\xC0\xC7\xC2 \xBD\xC7\xC6\xD0";
 
 // The memory is not cleared: only the bytes that arrive are touched, so real memory grows with them.
-std::unique_ptr<char[]> AllocateReplyBody(size_t size) {
-  return std::unique_ptr<char[]>(new (std::nothrow) char[size]);
+std::unique_ptr<char[]> AllocateSvcReply(size_t svc_reply_size) {
+  return std::unique_ptr<char[]>(new (std::nothrow) char[svc_reply_size]);
 }
 
 // Returns false when memory runs out, and for a negative length.
-bool BuildDataFrame(int tag, long report_type, const char* report_data, long data_length,
-                    std::string* data_frame) {
-  if (data_length < 0) return false;
+bool BuildSvcFrame(int svc_tag, long report_type, const char* report_data, long svc_data_length,
+                   std::string* svc_frame) {
+  if (svc_data_length < 0) return false;
   try {
-    *data_frame =
-        frames::DataFrame(tag, report_type, std::string(report_data, static_cast<size_t>(data_length)));
+    *svc_frame = frames::DataFrame(svc_tag, report_type,
+                                   std::string(report_data, static_cast<size_t>(svc_data_length)));
     return true;
   } catch (const std::exception&) {
     return false;
@@ -53,7 +53,7 @@ bool BuildDataFrame(int tag, long report_type, const char* report_data, long dat
 }  // namespace
 
 // How reading a reply ended, and the values that its trace line shows.
-struct CDIOSVC::ServerReply {
+struct CDIOSVC::SvcReply {
   enum class End { EXPECTED, NO_HEADER, NO_MEMORY, NO_BODY, OTHER };
   End end;
   int body_length;
@@ -61,254 +61,254 @@ struct CDIOSVC::ServerReply {
   int allocation_error;      // errno of it
 };
 
-void CDIOSVC::KeepFailure(const char* what, int error, std::string_view reply) {
+void CDIOSVC::KeepSvcFailure(const char* what, int error, std::string_view reply) {
   svc_failure_ = {what, error, {}};
   base::CopyText(svc_failure_.reply.data(), svc_failure_.reply.size(), reply);
 }
 
-long CDIOSVC::initialize_svc(long index, const char* address, long port, long save, const char* path,
-                             long level) {
-  server_index_ = index;
-  trace_save_ = save;
-  DunraSTTUtils::SetPath(path);
-  DunraSTTUtils::SetLogLevel(level);
-  const std::string server_address(address, strnlen(address, SERVER_ADDRESS_SIZE - 1));
-  m_sock.Reset(static_cast<int>(SOCK_SVC_CREATE(server_address.c_str(), port)));
+long CDIOSVC::initialize_svc(long index, const char* address, long port, long save, const char* svc_log_path,
+                             long svc_log_level) {
+  svc_index_ = index;
+  svc_trace_save_ = save;
+  DunraSTTUtils::SetPath(svc_log_path);
+  DunraSTTUtils::SetLogLevel(svc_log_level);
+  const std::string svc_address(address, strnlen(address, SVC_ADDRESS_SIZE - 1));
+  m_sock.Reset(static_cast<int>(SOCK_SVC_CREATE(svc_address.c_str(), port)));
   if (m_sock.Valid()) return 1;
   SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : initialize sock svc fail");
   return -1;
 }
 
 long CDIOSVC::SOCK_SVC_CREATE(const char* address, long port) {
-  base::UniqueFd server_socket = base::OpenSocket(AF_INET);
-  if (!server_socket.Valid()) {
-    const int socket_error = errno;
+  base::UniqueFd svc_socket = base::OpenSocket(AF_INET);
+  if (!svc_socket.Valid()) {
+    const int svc_socket_error = errno;
     SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : CREATE SOCK FAIL(%s:%d) : %d", address, static_cast<int>(port),
-              socket_error);
-    KeepFailure("no socket", socket_error);
+              svc_socket_error);
+    KeepSvcFailure("no socket", svc_socket_error);
     return -1;
   }
-  const linger reset_on_close{1, 0};
-  ::setsockopt(server_socket.Get(), SOL_SOCKET, SO_LINGER, &reset_on_close, sizeof reset_on_close);
-  sockaddr_in server_address{};
-  server_address.sin_family = AF_INET;
-  server_address.sin_addr.s_addr = ::inet_addr(address);
-  server_address.sin_port = htons(static_cast<uint16_t>(port));
-  if (base::Connect(server_socket.Get(), reinterpret_cast<const sockaddr*>(&server_address),
-                    sizeof server_address) < 0) {
-    const int socket_error = errno;
+  const linger svc_reset_on_close{1, 0};
+  ::setsockopt(svc_socket.Get(), SOL_SOCKET, SO_LINGER, &svc_reset_on_close, sizeof svc_reset_on_close);
+  sockaddr_in svc_address{};
+  svc_address.sin_family = AF_INET;
+  svc_address.sin_addr.s_addr = ::inet_addr(address);
+  svc_address.sin_port = htons(static_cast<uint16_t>(port));
+  const auto* const svc_sockaddr = reinterpret_cast<const sockaddr*>(&svc_address);
+  if (base::Connect(svc_socket.Get(), svc_sockaddr, sizeof svc_address) < 0) {
+    const int svc_socket_error = errno;
     SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : CONNECT SOCK FAIL(%s:%d) : %d", address, static_cast<int>(port),
-              socket_error);
-    KeepFailure("no connection", socket_error);
+              svc_socket_error);
+    KeepSvcFailure("no connection", svc_socket_error);
     return -1;
   }
-  return server_socket.Release();
+  return svc_socket.Release();
 }
 
-long CDIOSVC::DIO_SVC_WAIT(long seconds) {
-  return base::WaitDescriptor(m_sock.Get(), POLLIN, seconds * 1000);
+long CDIOSVC::DIO_SVC_WAIT(long svc_seconds) {
+  return base::WaitDescriptor(m_sock.Get(), POLLIN, svc_seconds * 1000);
 }
 
 void (*svc_overhear)(std::string_view body) = nullptr;
 
-bool CDIOSVC::ReceiveReplyPart(char* reply_part, size_t part_size) {
-  const ssize_t reply_bytes = base::ReceiveExactly(m_sock.Get(), reply_part, part_size);
-  const int receive_error = errno;
-  if (reply_bytes == 0) KeepFailure("the server closed the connection", 0);
-  if (reply_bytes < 0) KeepFailure("the reply broke off", receive_error);
-  return reply_bytes > 0;
+bool CDIOSVC::ReceiveSvcReply(char* svc_reply_part, size_t part_size) {
+  const ssize_t svc_reply_bytes = base::ReceiveExactly(m_sock.Get(), svc_reply_part, part_size);
+  const int svc_receive_error = errno;
+  if (svc_reply_bytes == 0) KeepSvcFailure("the server closed the connection", 0);
+  if (svc_reply_bytes < 0) KeepSvcFailure("the reply broke off", svc_receive_error);
+  return svc_reply_bytes > 0;
 }
 
-CDIOSVC::ServerReply CDIOSVC::ReadReply(const char* expected_reply) {
-  using End = ServerReply::End;
-  reply_header_.fill('\0');
-  ServerReply server_reply{End::NO_HEADER, 0, frames::LengthField(reply_header_.data()), 0};
-  if (!ReceiveReplyPart(reply_header_.data(), frames::HEADER_SIZE)) return server_reply;
-  server_reply.body_length = frames::BodyLength(reply_header_.data());
-  const auto reply_size = static_cast<size_t>(server_reply.body_length);
-  const std::unique_ptr<char[]> reply_body = AllocateReplyBody(reply_size + 1);
-  server_reply.allocation_error = errno;
-  server_reply.end = End::NO_MEMORY;
-  if (!reply_body) {
-    KeepFailure("no memory for the reply", server_reply.allocation_error);
-    return server_reply;
+CDIOSVC::SvcReply CDIOSVC::ReadSvcReply(const char* expected_reply) {
+  using End = SvcReply::End;
+  svc_reply_header_.fill('\0');
+  SvcReply svc_reply{End::NO_HEADER, 0, frames::LengthField(svc_reply_header_.data()), 0};
+  if (!ReceiveSvcReply(svc_reply_header_.data(), frames::HEADER_SIZE)) return svc_reply;
+  svc_reply.body_length = frames::BodyLength(svc_reply_header_.data());
+  const auto svc_reply_size = static_cast<size_t>(svc_reply.body_length);
+  const std::unique_ptr<char[]> svc_reply_body = AllocateSvcReply(svc_reply_size + 1);
+  svc_reply.allocation_error = errno;
+  svc_reply.end = End::NO_MEMORY;
+  if (!svc_reply_body) {
+    KeepSvcFailure("no memory for the reply", svc_reply.allocation_error);
+    return svc_reply;
   }
-  server_reply.end = End::NO_BODY;
-  if (!ReceiveReplyPart(reply_body.get(), reply_size)) return server_reply;
-  const std::string_view reply_text(reply_body.get(), reply_size);
-  if (svc_overhear != nullptr) svc_overhear(reply_text);
-  server_reply.end = reply_text.starts_with(expected_reply) ? End::EXPECTED : End::OTHER;
-  if (server_reply.end == End::OTHER) KeepFailure("another reply than expected", 0, reply_text);
-  return server_reply;
+  svc_reply.end = End::NO_BODY;
+  if (!ReceiveSvcReply(svc_reply_body.get(), svc_reply_size)) return svc_reply;
+  const std::string_view svc_reply_text(svc_reply_body.get(), svc_reply_size);
+  if (svc_overhear != nullptr) svc_overhear(svc_reply_text);
+  svc_reply.end = svc_reply_text.starts_with(expected_reply) ? End::EXPECTED : End::OTHER;
+  if (svc_reply.end == End::OTHER) KeepSvcFailure("another reply than expected", 0, svc_reply_text);
+  return svc_reply;
 }
 
-long CDIOSVC::JudgeOpen(const ServerReply& server_reply) {
-  switch (server_reply.end) {
-    case ServerReply::End::EXPECTED:
+long CDIOSVC::JudgeOpen(const SvcReply& svc_reply) {
+  switch (svc_reply.end) {
+    case SvcReply::End::EXPECTED:
       return 1;
-    case ServerReply::End::NO_HEADER:
+    case SvcReply::End::NO_HEADER:
       SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : Header Pack Recv Failed.");
       break;
-    case ServerReply::End::NO_MEMORY:
+    case SvcReply::End::NO_MEMORY:
       SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : malloc fail 2.Request size [%d], Error [%d]",
-                server_reply.body_length + 1, server_reply.allocation_error);
+                svc_reply.body_length + 1, svc_reply.allocation_error);
       break;
-    case ServerReply::End::NO_BODY:
-      SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : Data Pack Recv Failed(%s)", server_reply.length_field);
+    case SvcReply::End::NO_BODY:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : Data Pack Recv Failed(%s)", svc_reply.length_field);
       break;
-    case ServerReply::End::OTHER:
-      SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(%d)", server_reply.body_length);
+    case SvcReply::End::OTHER:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : SVC_OPEN Data Pack Recv Failed(%d)", svc_reply.body_length);
       break;
   }
   return -1;
 }
 
-long CDIOSVC::JudgeClose(const ServerReply& server_reply) {
-  switch (server_reply.end) {
-    case ServerReply::End::EXPECTED:
+long CDIOSVC::JudgeClose(const SvcReply& svc_reply) {
+  switch (svc_reply.end) {
+    case SvcReply::End::EXPECTED:
       return 1;
-    case ServerReply::End::NO_HEADER:
+    case SvcReply::End::NO_HEADER:
       SVC_TRACE(TRACE_ERROR, "[ SVC_CLOSE ] : Header Pack Recv Failed.");
       break;
-    case ServerReply::End::NO_MEMORY:
+    case SvcReply::End::NO_MEMORY:
       break;
-    case ServerReply::End::NO_BODY:
-      SVC_TRACE(TRACE_ERROR, "[ SVC_CLOSE ] : Data Pack Recv Failed(%s)", server_reply.length_field);
+    case SvcReply::End::NO_BODY:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_CLOSE ] : Data Pack Recv Failed(%s)", svc_reply.length_field);
       break;
-    case ServerReply::End::OTHER:
-      SVC_TRACE(TRACE_ERROR, "[ SVC_CLOSE ] : Data Pack Recv Failed(%d)", server_reply.body_length);
+    case SvcReply::End::OTHER:
+      SVC_TRACE(TRACE_ERROR, "[ SVC_CLOSE ] : Data Pack Recv Failed(%d)", svc_reply.body_length);
       break;
   }
   return -1;
 }
 
-long CDIOSVC::JudgeData(const ServerReply& server_reply) {
-  switch (server_reply.end) {
-    case ServerReply::End::EXPECTED:
+long CDIOSVC::JudgeData(const SvcReply& svc_reply) {
+  switch (svc_reply.end) {
+    case SvcReply::End::EXPECTED:
       return 1;
-    case ServerReply::End::NO_HEADER:
+    case SvcReply::End::NO_HEADER:
       SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : Header Pack Recv Failed.");
       break;
-    case ServerReply::End::NO_MEMORY:
+    case SvcReply::End::NO_MEMORY:
       SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : malloc fail 3 Request Size[%d], Error[%d]",
-                server_reply.body_length + 1, server_reply.allocation_error);
+                svc_reply.body_length + 1, svc_reply.allocation_error);
       break;
-    case ServerReply::End::NO_BODY:
-      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : Data Pack Recv Failed(%s)", server_reply.length_field);
+    case SvcReply::End::NO_BODY:
+      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : Data Pack Recv Failed(%s)", svc_reply.length_field);
       break;
-    case ServerReply::End::OTHER:
-      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : Data Pack Recv Failed(%d)", server_reply.body_length);
+    case SvcReply::End::OTHER:
+      SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : Data Pack Recv Failed(%d)", svc_reply.body_length);
       break;
   }
   return -1;
 }
 
 long CDIOSVC::SOCK_SVC_OPEN() {
-  const std::string open_frame = frames::OpenFrame(m_sock.Get());
-  const int frame_length = static_cast<int>(open_frame.size());
-  if (base::SendSome(m_sock.Get(), open_frame.data(), open_frame.size()) < 1) {
-    const int open_error = errno;
-    SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : %s(%06d:%s:%d)", OPEN_FAILED, frame_length, open_frame.c_str(),
-              open_error);
-    KeepFailure("OPEN could not be sent", open_error);
+  const std::string svc_open_frame = frames::OpenFrame(m_sock.Get());
+  const int svc_frame_length = static_cast<int>(svc_open_frame.size());
+  if (base::SendSome(m_sock.Get(), svc_open_frame.data(), svc_open_frame.size()) < 1) {
+    const int svc_open_error = errno;
+    SVC_TRACE(TRACE_ERROR, "[ SVC_OPEN ] : %s(%06d:%s:%d)", SVC_OPEN_FAILED, svc_frame_length,
+              svc_open_frame.c_str(), svc_open_error);
+    KeepSvcFailure("OPEN could not be sent", svc_open_error);
     return -1;
   }
-  const long reply_ready = DIO_SVC_WAIT(REPLY_WAIT_SECONDS);
+  const long reply_ready = DIO_SVC_WAIT(SVC_REPLY_SECONDS);
   if (reply_ready != 1) {
-    const int open_error = errno;
-    KeepFailure("no reply to OPEN", reply_ready == 0 ? ETIMEDOUT : open_error);
-    SVC_TRACE(TRACE_INFO, "[ SVC_OPEN ] : Channel Open Filed(%06d:%s:%d)", frame_length, open_frame.c_str(),
-              open_error);
+    const int svc_open_error = errno;
+    KeepSvcFailure("no reply to OPEN", reply_ready == 0 ? ETIMEDOUT : svc_open_error);
+    SVC_TRACE(TRACE_INFO, "[ SVC_OPEN ] : Channel Open Filed(%06d:%s:%d)", svc_frame_length,
+              svc_open_frame.c_str(), svc_open_error);
     return -1;
   }
-  return JudgeOpen(ReadReply("OPEN_OK"));
+  return JudgeOpen(ReadSvcReply("OPEN_OK"));
 }
 
 long CDIOSVC::SOCK_SVC_CLOS() {
-  const std::string close_frame = frames::CloseFrame(m_sock.Get());
-  if (base::SendSome(m_sock.Get(), close_frame.data(), close_frame.size()) < 1) return -1;
-  SVC_TRACE(TRACE_INFO, "[ SVC_CLOSE ] : Channel Close(%06d:%s)", static_cast<int>(close_frame.size()),
-            close_frame.c_str());
-  if (DIO_SVC_WAIT(REPLY_WAIT_SECONDS) != 1) return -1;
-  return JudgeClose(ReadReply("CLOSE_OK"));
+  const std::string svc_close_frame = frames::CloseFrame(m_sock.Get());
+  if (base::SendSome(m_sock.Get(), svc_close_frame.data(), svc_close_frame.size()) < 1) return -1;
+  SVC_TRACE(TRACE_INFO, "[ SVC_CLOSE ] : Channel Close(%06d:%s)", static_cast<int>(svc_close_frame.size()),
+            svc_close_frame.c_str());
+  if (DIO_SVC_WAIT(SVC_REPLY_SECONDS) != 1) return -1;
+  return JudgeClose(ReadSvcReply("CLOSE_OK"));
 }
 
-long CDIOSVC::SOCK_SVC_DATA_SEND(const char* report_data, long data_length, long report_type) {
-  std::string data_frame;
-  if (!BuildDataFrame(m_sock.Get(), report_type, report_data, data_length, &data_frame)) {
-    const auto frame_size = static_cast<int>(static_cast<unsigned long>(data_length) + 31);
-    SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : malloc fail Request Size[%d], Error[%d]", frame_size, ENOMEM);
-    KeepFailure("no memory for the report", ENOMEM);
+long CDIOSVC::SOCK_SVC_DATA_SEND(const char* report_data, long svc_data_length, long report_type) {
+  std::string svc_frame;
+  if (!BuildSvcFrame(m_sock.Get(), report_type, report_data, svc_data_length, &svc_frame)) {
+    const auto svc_frame_size = static_cast<int>(static_cast<unsigned long>(svc_data_length) + 31);
+    SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : malloc fail Request Size[%d], Error[%d]", svc_frame_size, ENOMEM);
+    KeepSvcFailure("no memory for the report", ENOMEM);
     return -1;
   }
-  if (base::SendAll(m_sock.Get(), data_frame.data(), data_frame.size()) < 0) {
-    KeepFailure("the report could not be sent", errno);
+  if (base::SendAll(m_sock.Get(), svc_frame.data(), svc_frame.size()) < 0) {
+    KeepSvcFailure("the report could not be sent", errno);
     SVC_TRACE(TRACE_ERROR, "[ CH_DATA ] : CHANNEL_DATA Send Failed.");
     return -1;
   }
-  data_frame = std::string();  // frees the memory before the wait for the server
-  const long reply_ready = DIO_SVC_WAIT(REPLY_WAIT_SECONDS);
+  svc_frame = std::string();  // frees the memory before the wait for the server
+  const long reply_ready = DIO_SVC_WAIT(SVC_REPLY_SECONDS);
   if (reply_ready != 1) {
-    KeepFailure("no reply to the report", reply_ready == 0 ? ETIMEDOUT : errno);
+    KeepSvcFailure("no reply to the report", reply_ready == 0 ? ETIMEDOUT : errno);
     return -1;
   }
-  return JudgeData(ReadReply("DATA_RECEIVE_OK"));
+  return JudgeData(ReadSvcReply("DATA_RECEIVE_OK"));
 }
 
-void CDIOSVC::TraceStart(int report_type, const void* report_data) const {
-  if (report_type == REPORT_ALARM) {
-    const auto alarm_code = static_cast<int>(reinterpret_cast<intptr_t>(report_data));
+void CDIOSVC::TraceStart(int svc_type, const void* report_data) const {
+  if (svc_type == REPORT_ALARM) {
+    const auto svc_alarm_code = static_cast<int>(reinterpret_cast<intptr_t>(report_data));
     SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start.");
-    SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", alarm_code);
-    SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", alarm_code);
-  } else if (report_type == REPORT_RESOURCE_USAGE) {
+    SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", svc_alarm_code);
+    SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_ALARM start %d ", svc_alarm_code);
+  } else if (svc_type == REPORT_RESOURCE_USAGE) {
     SVC_TRACE(TRACE_INFO, "[ SOCK_SVC ] : SEND_RESOURCE_USAGE start");
   }
 }
 
-void CDIOSVC::TraceBody(int report_type, const std::string& report_body) const {
-  if (report_type == REPORT_ALARM) {
-    SVC_TRACE(TRACE_INFO, "send alarm reqeust data = %s", report_body.c_str());
-  } else if (report_type == REPORT_RESOURCE_USAGE) {
-    SVC_TRACE(TRACE_INFO, "send resource usage reqeust data = %s", report_body.c_str());
+void CDIOSVC::TraceBody(int svc_type, const std::string& svc_body) const {
+  if (svc_type == REPORT_ALARM) {
+    SVC_TRACE(TRACE_INFO, "send alarm reqeust data = %s", svc_body.c_str());
+  } else if (svc_type == REPORT_RESOURCE_USAGE) {
+    SVC_TRACE(TRACE_INFO, "send resource usage reqeust data = %s", svc_body.c_str());
   }
 }
 
-long CDIOSVC::SendReport(int report_type, const void* report_data) {
-  const ReportType* const report_row = FindReportType(report_type);
-  if (report_row == nullptr) return 1;
-  TraceStart(report_type, report_data);
-  const std::string report_body = report_row->body(report_data);
-  TraceBody(report_type, report_body);
-  const auto body_length = static_cast<long>(report_body.size());
-  if (SOCK_SVC_DATA_SEND(report_body.data(), body_length, report_type) == 1) return 1;
-  SVC_TRACE(TRACE_ERROR, "%s", report_row->failure_trace);
+long CDIOSVC::SendReport(int svc_type, const void* report_data) {
+  const ReportType* const svc_row = FindReportType(svc_type);
+  if (svc_row == nullptr) return 1;
+  TraceStart(svc_type, report_data);
+  const std::string svc_body = svc_row->body(report_data);
+  TraceBody(svc_type, svc_body);
+  const auto svc_body_length = static_cast<long>(svc_body.size());
+  if (SOCK_SVC_DATA_SEND(svc_body.data(), svc_body_length, svc_type) == 1) return 1;
+  SVC_TRACE(TRACE_ERROR, "%s", svc_row->failure_trace);
   return -1;
 }
 
 long CDIOSVC::DIO_SVC_PROC(int report_type, const void* report_data) {
-  long report_result = SOCK_SVC_OPEN();
-  if (report_result == 1) {
-    report_result = SendReport(report_type, report_data);
+  long svc_result = SOCK_SVC_OPEN();
+  if (svc_result == 1) {
+    svc_result = SendReport(report_type, report_data);
   } else {
     SVC_TRACE(TRACE_ERROR, "[ SOCK_SVC ] : svc ch open fail.");
   }
   m_sock.Reset();
-  return report_result;
+  return svc_result;
 }
 
-char* CDIOSVC::timeToString(const std::tm* when, int mode) {
-  static std::array<char, 20> time_text;
-  const int year = when->tm_year + 1900;
-  const int month = when->tm_mon + 1;
-  std::string next_text;
+char* CDIOSVC::timeToString(const std::tm* svc_time, int mode) {
+  static std::array<char, 20> svc_time_text;
+  const int year = svc_time->tm_year + 1900;
+  const int month = svc_time->tm_mon + 1;
+  std::string next_svc_time;
   if (mode == 0) {
-    next_text = base::Format("%04d%02d\\%02d\\%02d\\", year, month, when->tm_mday, when->tm_hour);
+    next_svc_time = base::Format("%04d%02d\\%02d\\%02d\\", year, month, svc_time->tm_mday, svc_time->tm_hour);
   } else if (mode == 1) {
-    next_text = base::Format("%04d%02d/%02d/%02d", year, month, when->tm_mday, when->tm_hour);
+    next_svc_time = base::Format("%04d%02d/%02d/%02d", year, month, svc_time->tm_mday, svc_time->tm_hour);
   } else {
-    return time_text.data();
+    return svc_time_text.data();
   }
-  base::CopyText(time_text.data(), time_text.size(), next_text);
-  return time_text.data();
+  base::CopyText(svc_time_text.data(), svc_time_text.size(), next_svc_time);
+  return svc_time_text.data();
 }

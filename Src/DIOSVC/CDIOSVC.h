@@ -34,18 +34,19 @@ class CDIOSVC {
   CDIOSVC& operator=(const CDIOSVC&) = delete;
 
   // Stores what the traces need, sets the folder and level of the trace log, and connects. Returns 1, or -1.
-  long initialize_svc(long index, const char* address, long port, long save, const char* path, long level);
+  long initialize_svc(long index, const char* address, long port, long save, const char* svc_log_path,
+                      long svc_log_level);
   // Connects. Returns the socket, or -1. The address is dotted IPv4 text (inet_addr(3)); names are not
   // resolved. Closing the socket resets the connection (SO_LINGER 0).
   long SOCK_SVC_CREATE(const char* address, long port);
   // Waits until the socket is readable. Returns 1, 0 when the time has passed, or -1 on failure.
-  long DIO_SVC_WAIT(long seconds);
+  long DIO_SVC_WAIT(long svc_seconds);
   // Open and close the channel, one exchange each. Return 1, or -1.
   long SOCK_SVC_OPEN();
   long SOCK_SVC_CLOS();
   // Sends one data frame of a report type (report_types.h) and receives its acknowledgement. Returns 1, or
   // -1.
-  long SOCK_SVC_DATA_SEND(const char* report_data, long data_length, long report_type);
+  long SOCK_SVC_DATA_SEND(const char* report_data, long svc_data_length, long report_type);
   // The whole report: 1, or -1. report_data is what the report type's body is made of (report_types.h). Any
   // other type sends nothing after the open. The socket is closed on every way out. No close frame is sent:
   // the connection ends after the acknowledgement.
@@ -54,28 +55,28 @@ class CDIOSVC {
   const SvcFailure& LastFailure() const { return svc_failure_; }
   // Date and hour, in a static buffer of 20 bytes that all objects share without a lock. Mode 0:
   // "YYYYMM\DD\HH\", mode 1: "YYYYMM/DD/HH". Any other mode returns the old text.
-  static char* timeToString(const std::tm* when, int mode);
+  static char* timeToString(const std::tm* svc_time, int mode);
 
  private:
-  struct ServerReply;
+  struct SvcReply;
 
-  ServerReply ReadReply(const char* expected_reply);
-  bool ReceiveReplyPart(char* reply_part, size_t part_size);
+  SvcReply ReadSvcReply(const char* expected_reply);
+  bool ReceiveSvcReply(char* svc_reply_part, size_t part_size);
   // Return 1 for the expected reply, else -1 after a trace line.
-  long JudgeOpen(const ServerReply& server_reply);
-  long JudgeClose(const ServerReply& server_reply);
-  long JudgeData(const ServerReply& server_reply);
+  long JudgeOpen(const SvcReply& svc_reply);
+  long JudgeClose(const SvcReply& svc_reply);
+  long JudgeData(const SvcReply& svc_reply);
   // Keeps a failure. reply is empty, or what the server said.
-  void KeepFailure(const char* what, int error, std::string_view reply = "");
-  long SendReport(int report_type, const void* report_data);
-  void TraceStart(int report_type, const void* report_data) const;
-  void TraceBody(int report_type, const std::string& report_body) const;
+  void KeepSvcFailure(const char* what, int error, std::string_view reply = "");
+  long SendReport(int svc_type, const void* report_data);
+  void TraceStart(int svc_type, const void* report_data) const;
+  void TraceBody(int svc_type, const std::string& svc_body) const;
 
   base::UniqueFd m_sock;
   SvcFailure svc_failure_;
-  int64_t trace_save_ = 0;
-  int64_t server_index_ = 0;
-  std::array<char, frames::HEADER_SIZE + 1> reply_header_{};  // the last reply's header
+  int64_t svc_trace_save_ = 0;
+  int64_t svc_index_ = 0;
+  std::array<char, frames::HEADER_SIZE + 1> svc_reply_header_{};  // the last reply's header
 };
 
 #endif

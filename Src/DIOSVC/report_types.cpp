@@ -9,28 +9,28 @@
 namespace {
 
 // The alarm's code is carried in the pointer itself.
-std::string AlarmBody(const void* data) {
-  return AlarmText(reinterpret_cast<intptr_t>(data));
+std::string AlarmReportBody(const void* report_data) {
+  return AlarmText(reinterpret_cast<intptr_t>(report_data));
 }
 
 // An LVCSR_DATA_CHANNEL.
-std::string ChannelStatusBody(const void* data) {
-  return frames::ChannelList(*static_cast<const LVCSR_DATA_CHANNEL*>(data));
+std::string ChannelReportBody(const void* report_data) {
+  return frames::ChannelList(*static_cast<const LVCSR_DATA_CHANNEL*>(report_data));
 }
 
 // Two int32_t: percent of CPU and memory.
-std::string ResourceUsageBody(const void* data) {
-  const auto* const usage_percents = static_cast<const int32_t*>(data);
-  return frames::ResourceText(usage_percents[0], usage_percents[1]);
+std::string ResourceReportBody(const void* report_data) {
+  const auto* const report_percents = static_cast<const int32_t*>(report_data);
+  return frames::ResourceText(report_percents[0], report_percents[1]);
 }
 
 }  // namespace
 
 const std::array<ReportType, 3> REPORT_TYPES = {{
-    {REPORT_ALARM, 1125, "ALARM+", AlarmBody, "[ SOCK_SVC ] : svc Alam Send fail."},
-    {REPORT_CHANNEL_STATUS, 1127, "CH_STATE_DATA+", ChannelStatusBody,
+    {REPORT_ALARM, 1125, "ALARM+", AlarmReportBody, "[ SOCK_SVC ] : svc Alam Send fail."},
+    {REPORT_CHANNEL_STATUS, 1127, "CH_STATE_DATA+", ChannelReportBody,
      "[ SOCK_SVC ] : svc ch data send fail."},
-    {REPORT_RESOURCE_USAGE, 1128, "RESOURCE_INFO+", ResourceUsageBody,
+    {REPORT_RESOURCE_USAGE, 1128, "RESOURCE_INFO+", ResourceReportBody,
      "[ SOCK_SVC ] : svc ch resource send fail."},
 }};
 

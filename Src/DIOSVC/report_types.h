@@ -13,10 +13,10 @@ inline constexpr int REPORT_RESOURCE_USAGE = 3;
 // One kind of report. A new one is a row here, and a row of the senders that gather its data.
 struct ReportType {
   int type;
-  int64_t messageId;                      // under which it waits in the mailbox
-  const char* keyword;                    // begins the body of its frame ...
-  std::string (*body)(const void* data);  // ... and this goes on, made of what the sender gathered
-  const char* failure_trace;              // traced when it could not be delivered
+  int64_t messageId;                             // under which it waits in the mailbox
+  const char* keyword;                           // begins the body of its frame ...
+  std::string (*body)(const void* report_data);  // ... and this goes on, made of what the sender gathered
+  const char* failure_trace;                     // traced when it could not be delivered
 };
 extern const std::array<ReportType, 3> REPORT_TYPES;
 // Null for a type that is none.

@@ -13,27 +13,27 @@ namespace frames {
 
 inline constexpr size_t HEADER_SIZE = 16;
 
-std::string OpenFrame(int64_t connection_tag);
-std::string CloseFrame(int64_t connection_tag);
+std::string OpenFrame(int64_t frame_tag);
+std::string CloseFrame(int64_t frame_tag);
 
 // A header, the type's keyword (report_types.h) and the data. For an unknown type there is only the data. The
 // frame is always 30 bytes longer than the data and filled with zeros: an alarm frame, whose keyword is
 // shorter than the others, ends in 8 zero bytes that its length field does not count.
-std::string DataFrame(int64_t connection_tag, int64_t report_type, const std::string& report_data);
+std::string DataFrame(int64_t frame_tag, int64_t report_type, const std::string& frame_data);
 
 // The rest of a header, starting at its length field (bytes 9 to 14).
-inline const char* LengthField(const char* reply_header) {
-  return reply_header + 9;
+inline const char* LengthField(const char* frame_header) {
+  return frame_header + 9;
 }
 // The length field as a number. 0 when it holds no number; never negative.
-int BodyLength(const char* reply_header);
+int BodyLength(const char* frame_header);
 
 // "id:state" of each channel as unsigned numbers, joined by ",". At most as many channels as the engine
 // counts, and no more than it sent.
-std::string ChannelList(const LVCSR_DATA_CHANNEL& status);
+std::string ChannelList(const LVCSR_DATA_CHANNEL& frame_channels);
 
 // "c:<cpu>,m:<memory>", in percent.
-std::string ResourceText(int32_t cpu, int32_t memory);
+std::string ResourceText(int32_t frame_cpu, int32_t frame_memory);
 
 }  // namespace frames
 

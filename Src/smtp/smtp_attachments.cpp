@@ -13,8 +13,8 @@ namespace {
 constexpr smtp_text_rule ATTACHMENT_NAME_RULE{32, "'\"", false, true};
 
 // Sets the status of a file that could not be read, by errno.
-int AttachmentFileFailure(smtp_session* session, int error) {
-  return smtp_status_code_set(session, error == ENOMEM ? SMTP_NO_MEMORY : SMTP_FILE_FAILED);
+int AttachmentFileFailure(smtp_session* session, int attachmentError) {
+  return smtp_status_code_set(session, attachmentError == ENOMEM ? SMTP_NO_MEMORY : SMTP_FILE_FAILED);
 }
 
 bool ValidAttachmentName(const char* name) {
@@ -22,12 +22,12 @@ bool ValidAttachmentName(const char* name) {
 }
 
 // Adds an encoded attachment. Null lines mean that the file failed with errno.
-int AddAttachment(smtp_session* session, const char* name, base::UniqueText base64Lines,
-                  size_t base64Length) {
-  if (base64Lines == nullptr) return AttachmentFileFailure(session, errno);
-  return smtp_guarded(session, [&] {
+int AddAttachment(smtp_session* session, const char* name, base::UniqueText attachmentLines,
+                  size_t attachmentLength) {
+  if (attachmentLines == nullptr) return AttachmentFileFailure(session, errno);
+  return smtp_guarded(session, [session, name, &attachmentLines, attachmentLength] {
     if (!ValidAttachmentName(name)) return smtp_status_code_set(session, SMTP_INVALID);
-    session->attachments.push_back({name, std::move(base64Lines), base64Length});
+    session->attachments.push_back({name, std::move(attachmentLines), attachmentLength});
     return session->status;
   });
 }
@@ -37,27 +37,26 @@ int AddAttachment(smtp_session* session, const char* name, base::UniqueText base
 int smtp_attachment_add_path(smtp_session* session, const char* name, const char* path) {
   if (session->status != SMTP_SUCCESS) return session->status;
   if (path == nullptr) return AttachmentFileFailure(session, ENOENT);
-  size_t base64Length = 0;
-  base::UniqueText base64Lines(smtp_file_base64_lines(path, &base64Length));
-  return AddAttachment(session, name, std::move(base64Lines), base64Length);
+  size_t attachmentLength = 0;
+  base::UniqueText attachmentLines(smtp_file_base64_lines(path, &attachmentLength));
+  return AddAttachment(session, name, std::move(attachmentLines), attachmentLength);
 }
 
 int smtp_attachment_add_fp(smtp_session* session, const char* name, FILE* stream) {
   if (session->status != SMTP_SUCCESS) return session->status;
   if (stream == nullptr) return AttachmentFileFailure(session, EBADF);
-  size_t base64Length = 0;
-  base::UniqueText base64Lines(smtp_ffile_base64_lines(stream, &base64Length));
-  return AddAttachment(session, name, std::move(base64Lines), base64Length);
+  size_t attachmentLength = 0;
+  base::UniqueText attachmentLines(smtp_ffile_base64_lines(stream, &attachmentLength));
+  return AddAttachment(session, name, std::move(attachmentLines), attachmentLength);
 }
 
 int smtp_attachment_add_mem(smtp_session* session, const char* name, const void* data, size_t length) {
   if (session->status != SMTP_SUCCESS) return session->status;
-  if (!ValidAttachmentName(name) || (data == nullptr && length != 0)) {
-    return smtp_status_code_set(session, SMTP_INVALID);
-  }
-  size_t base64Length = 0;
-  base::UniqueText base64Lines(smtp_base64_lines(data, length, &base64Length));
-  return AddAttachment(session, name, std::move(base64Lines), base64Length);
+  const bool attachable = ValidAttachmentName(name) && (data != nullptr || length == 0);
+  if (!attachable) return smtp_status_code_set(session, SMTP_INVALID);
+  size_t attachmentLength = 0;
+  base::UniqueText attachmentLines(smtp_base64_lines(data, length, &attachmentLength));
+  return AddAttachment(session, name, std::move(attachmentLines), attachmentLength);
 }
 
 void smtp_attachment_clear_all(smtp_session* session) {

@@ -11,10 +11,10 @@
 // is read in one go, but it may grow or shrink meanwhile; what is read counts. errno is that of the failed
 // open or read. A FIFO without a writer is an empty file; the call does not wait for one.
 char* smtp_file_get_contents(const char* path, size_t* length);
-char* smtp_ffile_get_contents(FILE* stream, size_t* length);
+char* smtp_ffile_get_contents(FILE* mailFile, size_t* length);
 
 // The same as base64 lines (smtp_base64.h).
 char* smtp_file_base64_lines(const char* path, size_t* length);
-char* smtp_ffile_base64_lines(FILE* stream, size_t* length);
+char* smtp_ffile_base64_lines(FILE* mailFile, size_t* length);
 
 #endif

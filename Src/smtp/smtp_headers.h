@@ -40,7 +40,7 @@ size_t smtp_fold_whitespace_get_offset(const char* headerLine, size_t width);
 // time cannot be told. The zone is given in whole hours, without its minutes (+0530 reads +0500) and without
 // summer time.
 int smtp_date_rfc_2822(char* date);
-// The same for a local time that is zoneOffset seconds ahead of UTC.
-int smtp_date_format(const tm& local, long zoneOffset, char* date);
+// The same for a local time that is headerZone seconds ahead of UTC.
+int smtp_date_format(const tm& headerTime, long headerZone, char* date);
 
 #endif

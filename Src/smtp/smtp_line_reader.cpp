@@ -47,12 +47,12 @@ int smtp_str_getdelimfd_search_delim(const char* received, size_t length, char d
 int smtp_str_getdelimfd_set_line_and_buf(smtp_line_reader* reader, size_t lineLength) {
   size_t lineSize = 0;
   if (smtp_si_add_size_t(lineLength, 1, &lineSize) != 0) return -1;
-  auto* line = static_cast<char*>(std::malloc(lineSize));
-  if (line == nullptr) return -1;
-  reader->line.reset(line);
+  auto* heldLine = static_cast<char*>(std::malloc(lineSize));
+  if (heldLine == nullptr) return -1;
+  reader->line.reset(heldLine);
   reader->lineLength = lineLength;
-  if (lineLength > 0) std::memcpy(line, reader->buffer.get(), lineLength);
-  line[lineLength] = '\0';
+  if (lineLength > 0) std::memcpy(heldLine, reader->buffer.get(), lineLength);
+  heldLine[lineLength] = '\0';
   const size_t taken = std::min(lineSize, reader->held);
   reader->held -= taken;
   if (reader->held > 0) std::memmove(reader->buffer.get(), reader->buffer.get() + taken, reader->held);

@@ -18,41 +18,44 @@ namespace {
 
 constexpr std::string_view BOUNDARY_START = "mime";
 constexpr size_t BOUNDARY_LETTERS = 10;
+constexpr const char* MIME_PART_END = "\r\n\r\n";
 
 // Fills in random numbers, or, where the kernel has none yet, numbers made from the clock.
-void FillBoundaryNumbers(std::array<uint32_t, BOUNDARY_LETTERS>& letterNumbers) {
-  const ssize_t randomBytes = ::getrandom(letterNumbers.data(), sizeof letterNumbers, GRND_NONBLOCK);
-  if (randomBytes == static_cast<ssize_t>(sizeof letterNumbers)) return;
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  auto clockRandom = static_cast<uint64_t>(now.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(now.tv_nsec);
-  for (auto& letterNumber : letterNumbers) {
-    clockRandom = clockRandom * 6364136223846793005U + 1442695040888963407U;
-    letterNumber = static_cast<uint32_t>(clockRandom >> 33U);
+void FillBoundaryNumbers(std::array<uint32_t, BOUNDARY_LETTERS>& boundaryNumbers) {
+  const ssize_t randomBytes = ::getrandom(boundaryNumbers.data(), sizeof boundaryNumbers, GRND_NONBLOCK);
+  if (randomBytes == static_cast<ssize_t>(sizeof boundaryNumbers)) return;
+  timespec boundaryTime{};
+  ::clock_gettime(CLOCK_REALTIME, &boundaryTime);
+  auto boundaryRandom = static_cast<uint64_t>(boundaryTime.tv_sec) * 1'000'000'000U;
+  boundaryRandom += static_cast<uint64_t>(boundaryTime.tv_nsec);
+  for (auto& boundaryNumber : boundaryNumbers) {
+    boundaryRandom = boundaryRandom * 6364136223846793005U + 1442695040888963407U;
+    boundaryNumber = static_cast<uint32_t>(boundaryRandom >> 33U);
   }
 }
 
 }  // namespace
 
 void smtp_gen_mime_boundary(char* destination) {
-  std::array<uint32_t, BOUNDARY_LETTERS> letterNumbers{};
-  FillBoundaryNumbers(letterNumbers);
+  std::array<uint32_t, BOUNDARY_LETTERS> boundaryNumbers{};
+  FillBoundaryNumbers(boundaryNumbers);
   std::memcpy(destination, BOUNDARY_START.data(), BOUNDARY_START.size());
   char* letter = destination + BOUNDARY_START.size();
-  for (const uint32_t letterNumber : letterNumbers) *letter++ = static_cast<char>('A' + letterNumber % 26);
+  for (const uint32_t boundaryNumber : boundaryNumbers)
+    *letter++ = static_cast<char>('A' + boundaryNumber % 26);
   *letter = '\0';
 }
 
 int smtp_print_email(smtp_session* session, const char* body) {
-  const base::UniqueText dotStuffed(smtp_str_replace("\n.", "\n..", body));
-  if (dotStuffed == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
+  const base::UniqueText dotStuffedBody(smtp_str_replace("\n.", "\n..", body));
+  if (dotStuffedBody == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
   if (smtp_header_exists(session, "Content-Type") != 0)
-    return smtp_print_nomime_email(session, dotStuffed.get());
-  return smtp_print_mime_email(session, dotStuffed.get());
+    return smtp_print_nomime_email(session, dotStuffedBody.get());
+  return smtp_print_mime_email(session, dotStuffedBody.get());
 }
 
-int smtp_print_nomime_email(smtp_session* session, const char* body) {
-  return smtp_puts_terminate(session, body);
+int smtp_print_nomime_email(smtp_session* session, const char* nomimeBody) {
+  return smtp_puts_terminate(session, nomimeBody);
 }
 
 int smtp_print_mime_email(smtp_session* session, const char* body) {
@@ -60,8 +63,7 @@ int smtp_print_mime_email(smtp_session* session, const char* body) {
   smtp_gen_mime_boundary(boundary.data());
   smtp_print_mime_header_and_body(session, boundary.data(), body);
   for (const smtp_attachment& attachment : session->attachments) {
-    if (session->status != SMTP_SUCCESS) break;
-    smtp_print_mime_attachment(session, boundary.data(), attachment);
+    if (session->status == SMTP_SUCCESS) smtp_print_mime_attachment(session, boundary.data(), attachment);
   }
   return session->status != SMTP_SUCCESS ? session->status : smtp_print_mime_end(session, boundary.data());
 }
@@ -83,7 +85,7 @@ int smtp_print_mime_attachment(smtp_session* session, const char* boundary,
   // Written without a copy: an attachment may be too large for another one.
   if (smtp_write(session, attachment.base64Lines.get(), attachment.base64Length) != SMTP_SUCCESS)
     return session->status;
-  return smtp_puts(session, "\r\n\r\n");
+  return smtp_puts(session, MIME_PART_END);
 }
 
 int smtp_print_mime_end(smtp_session* session, const char* boundary) {

@@ -7,7 +7,7 @@
 
 // Print what follows the headers. Each returns the status and may throw std::bad_alloc (see smtp_guarded).
 int smtp_print_email(smtp_session* session, const char* body);
-int smtp_print_nomime_email(smtp_session* session, const char* body);
+int smtp_print_nomime_email(smtp_session* session, const char* nomimeBody);
 int smtp_print_mime_email(smtp_session* session, const char* body);
 int smtp_print_mime_header_and_body(smtp_session* session, const char* boundary, const char* body);
 int smtp_print_mime_attachment(smtp_session* session, const char* boundary,

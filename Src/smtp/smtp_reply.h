@@ -30,6 +30,6 @@ int smtp_getline(smtp_session* session);
 // Reads a whole reply and returns the code of its last line. Returns -1 also when a read failed (which sets
 // the status).
 int smtp_read_and_parse_code(smtp_session* session);
-void smtp_set_read_timeout(smtp_session* session, int64_t seconds);
+void smtp_set_read_timeout(smtp_session* session, int64_t replySeconds);
 
 #endif

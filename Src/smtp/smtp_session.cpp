@@ -41,14 +41,15 @@ std::unique_ptr<smtp_session> NewSession(unsigned flags, const char* cafile) {
 
 // Sends one AUTH line: the command, the base64 of the credentials, CRLF. Returns the status.
 int WriteAuthLine(smtp_session* session, const std::string& command, std::string_view credentials) {
-  const base::UniqueText encoded(smtp_base64_encode(credentials.data(), credentials.size()));
-  if (encoded == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
-  return smtp_puts_terminate(session, (command + encoded.get()).c_str());
+  const base::UniqueText encodedCredentials(smtp_base64_encode(credentials.data(), credentials.size()));
+  if (encodedCredentials == nullptr) return smtp_status_code_set(session, SMTP_NO_MEMORY);
+  return smtp_puts_terminate(session, (command + encodedCredentials.get()).c_str());
 }
 
 // Reads a reply that must have this code. Returns the status.
-int ExpectAuthReply(smtp_session* session, int code) {
-  if (session->status != SMTP_SUCCESS || smtp_read_and_parse_code(session) == code) return session->status;
+int ExpectAuthReply(smtp_session* session, int authCode) {
+  if (session->status != SMTP_SUCCESS || smtp_read_and_parse_code(session) == authCode)
+    return session->status;
   return smtp_status_code_set(session, SMTP_AUTH_FAILED);
 }
 
@@ -57,20 +58,20 @@ int ExpectAuthReply(smtp_session* session, int code) {
 smtp_printed* smtp_print_instead = nullptr;
 
 int smtp_connect(smtp_session* session, const char* server, const char* port) {
-  base::AddressList serverAddresses;
-  session->connectError = base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &serverAddresses);
+  base::AddressList smtpAddresses;
+  session->connectError = base::Resolve(server, port, AF_UNSPEC, IPPROTO_TCP, &smtpAddresses);
   if (session->connectError == EAI_SYSTEM) session->connectError = errno;
   if (session->connectError == 0) {
-    for (const addrinfo* address = serverAddresses.get(); address != nullptr; address = address->ai_next) {
-      base::UniqueFd sock = base::OpenSocket(address->ai_family, address->ai_protocol);
-      if (!sock.Valid() || base::Connect(sock.Get(), address->ai_addr, address->ai_addrlen) != 0) {
+    for (const addrinfo* address = smtpAddresses.get(); address != nullptr; address = address->ai_next) {
+      base::UniqueFd smtpSock = base::OpenSocket(address->ai_family, address->ai_protocol);
+      if (!smtpSock.Valid() || base::Connect(smtpSock.Get(), address->ai_addr, address->ai_addrlen) != 0) {
         session->connectError = errno;
         continue;
       }
       // A mail ends with several small writes. They must not wait for each other's acknowledgement.
       const int noDelay = 1;
-      ::setsockopt(sock.Get(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
-      session->sock = std::move(sock);
+      ::setsockopt(smtpSock.Get(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
+      session->sock = std::move(smtpSock);
       return session->status;
     }
   }
@@ -78,8 +79,8 @@ int smtp_connect(smtp_session* session, const char* server, const char* port) {
 }
 
 const char* smtp_connect_errstr(const smtp_session* session) {
-  const int connectError = session->connectError;
-  return connectError < 0 ? ::gai_strerror(connectError) : std::strerror(connectError);
+  const int smtpConnectError = session->connectError;
+  return smtpConnectError < 0 ? ::gai_strerror(smtpConnectError) : std::strerror(smtpConnectError);
 }
 
 int smtp_ehlo(smtp_session* session) {
@@ -124,8 +125,9 @@ int smtp_auth_login(smtp_session* session, const char* user, const char* passwor
 
 int smtp_auth(smtp_session* session, int method, const char* user, const char* password) {
   if (session->status != SMTP_SUCCESS || method == SMTP_METHOD_NONE) return session->status;
-  const bool known = method == SMTP_METHOD_PLAIN || method == SMTP_METHOD_LOGIN;
-  if (!known || user == nullptr || password == nullptr) return smtp_status_code_set(session, SMTP_INVALID);
+  const bool knownAuthMethod = method == SMTP_METHOD_PLAIN || method == SMTP_METHOD_LOGIN;
+  if (!knownAuthMethod || user == nullptr || password == nullptr)
+    return smtp_status_code_set(session, SMTP_INVALID);
   if (session->print != nullptr) return SMTP_SUCCESS;
   const int authStatus = smtp_guarded(session, [&] {
     return method == SMTP_METHOD_PLAIN ? smtp_auth_plain(session, user, password)
@@ -137,15 +139,15 @@ int smtp_auth(smtp_session* session, int method, const char* user, const char* p
 int smtp_close(smtp_session* session) {
   if (session == smtp_no_memory_session()) return session->status;
   const std::unique_ptr<smtp_session> ownedSession(session);
-  const int statusBefore = smtp_status_code_clear(session);
-  if (session->print != nullptr) session->print->status = statusBefore;
+  const int statusBeforeClose = smtp_status_code_clear(session);
+  if (session->print != nullptr) session->print->status = statusBeforeClose;
   if (session->sock.Valid()) {
     // After a failure the server's window may be full: do not wait for it again.
-    if (statusBefore != SMTP_SUCCESS) smtp_set_read_timeout(session, 0);
+    if (statusBeforeClose != SMTP_SUCCESS) smtp_set_read_timeout(session, 0);
     smtp_puts(session, "QUIT\r\n");
     if (session->sock.Reset() != 0 && session->status == SMTP_SUCCESS) {
       smtp_status_code_set(session, SMTP_CLOSE_FAILED);
     }
   }
-  return statusBefore != SMTP_SUCCESS ? statusBefore : session->status;
+  return statusBeforeClose != SMTP_SUCCESS ? statusBeforeClose : session->status;
 }

@@ -27,13 +27,13 @@ constexpr std::array<const char*, SMTP_UNKNOWN + 1> SESSION_STATUS_TEXTS = {
 }  // namespace
 
 smtp_session* smtp_no_memory_session() {
-  static smtp_session session = [] {
+  static smtp_session noMemorySession = [] {
     smtp_session noMemory;
     noMemory.flags = UINT_MAX;
     noMemory.status = SMTP_NO_MEMORY;
     return noMemory;
   }();
-  return &session;
+  return &noMemorySession;
 }
 
 int smtp_status_code_get(const smtp_session* session) {

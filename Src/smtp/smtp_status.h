@@ -1,32 +1,12 @@
-// The session record and its status, for the sources and the tests of this folder.
+// The status of a session: what stands for a lack of memory, and how public functions keep to the first
+// failure.
 #ifndef SMTP_SMTP_STATUS_H
 #define SMTP_SMTP_STATUS_H
 
-#include <cstdint>
 #include <exception>
-#include <string>
-#include <vector>
 
-#include "base/unique_handles.h"
 #include "smtp/smtp.h"
-#include "smtp/smtp_attachments.h"
-#include "smtp/smtp_headers.h"
-#include "smtp/smtp_line_reader.h"
-
-struct smtp_session {
-  unsigned flags = 0;
-  base::UniqueFd sock;
-  smtp_line_reader reader;
-  std::vector<smtp_header> headers;  // sorted by key
-  std::vector<smtp_address> addresses;
-  std::vector<smtp_attachment> attachments;
-  int64_t readTimeout = 0;  // seconds
-  int status = SMTP_SUCCESS;
-  int connectError = 0;  // errno, or negative a result of getaddrinfo(3)
-  int tls_on = 0;        // when not 0, reads return end of input and writes send nothing
-  std::string cafile;
-  smtp_printed* print = nullptr;  // takes the mail in place of a server
-};
+#include "smtp/smtp_session.h"
 
 // The session used when none could be allocated. All bits of its flags are set.
 smtp_session* smtp_no_memory_session();

@@ -13,7 +13,7 @@ int smtp_si_sub_size_t(size_t a, size_t b, size_t* result);
 int smtp_si_mul_size_t(size_t a, size_t b, size_t* result);
 
 // realloc(3) of count * size bytes. Null with ENOMEM also on overflow; the old block then stays.
-void* smtp_reallocarray(void* block, size_t count, size_t size);
+void* smtp_reallocarray(void* arrayBlock, size_t count, size_t size);
 // Sets errno to ENOMEM and returns null.
 char* smtp_out_of_memory();
 char* smtp_strdup(const char* text);
@@ -30,9 +30,9 @@ size_t smtp_utf8_charlen(char lead);
 // The length in bytes of the shortest run of whole characters from the start that has at least minimum bytes,
 // or of the whole text when that is shorter. A character cut by the end of the text counts as whole. SIZE_MAX
 // when a character should begin at a byte that cannot begin one.
-size_t smtp_strnlen_utf8(std::string_view text, size_t minimum);
+size_t smtp_strnlen_utf8(std::string_view smtpText, size_t minimum);
 // Returns 1 when any byte is 128 or above, else 0.
-int smtp_str_has_nonascii_utf8(const char* text);
+int smtp_str_has_nonascii_utf8(const char* smtpText);
 
 // The text in pieces of n bytes, each followed by the ending. A piece that would cut a character is extended
 // to its end. An empty text gives one ending. EINVAL when n is 0 or the text is not UTF-8.
@@ -42,7 +42,7 @@ char* smtp_chunk_split(const char* text, size_t n, const char* pieceEnding);
 int smtp_split_size(size_t textLength, size_t n, size_t endingLength, size_t* splitSize);
 // Writes the pieces of a text as smtp_chunk_split does, nothing for an empty text. Returns the end of what
 // was written, or null when the text is not UTF-8.
-char* smtp_split_into(std::string_view text, size_t n, std::string_view pieceEnding, char* split);
+char* smtp_split_into(std::string_view unsplit, size_t n, std::string_view pieceEnding, char* smtpSplit);
 
 // The bytes that a text may have: none below lowestByte, no 127 and none of refusedBytes. Line breaks are
 // below every lowestByte.
@@ -52,8 +52,8 @@ struct smtp_text_rule {
   bool tab;
   bool eightBit;
 
-  bool Allows(char c) const;
-  bool Allows(const char* text) const;
+  bool Allows(char smtpChar) const;
+  bool Allows(const char* smtpText) const;
 };
 
 #endif

@@ -12,7 +12,7 @@
 inline constexpr size_t SMTP_WRITE_LIMIT = 0x7FFFFFFF;
 
 // Each write returns the status.
-int smtp_write(smtp_session* session, const char* data, size_t length);
+int smtp_write(smtp_session* session, const char* writeData, size_t writeLength);
 int smtp_puts(smtp_session* session, const char* text);
 int smtp_puts(smtp_session* session, const std::string& text);
 // Sends the text and CRLF in one write.

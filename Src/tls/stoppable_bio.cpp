@@ -40,26 +40,26 @@ int64_t BioTimeLeft(const BioSocket& bio_socket) {
 
 // Makes one call on the socket. After the deadline it fails without calling: a peer that keeps sending bytes
 // which are no data could otherwise go on for ever.
-template <typename SocketCall>
-int CallBioSocket(BIO* bio, int retry_flag, SocketCall socket_call) {
+template <typename BioSocketCall>
+int CallBioSocket(BIO* bio, int retry_flag, BioSocketCall socket_call) {
   const BioSocket& bio_socket = *SocketOf(bio);
   BIO_clear_retry_flags(bio);
   const int64_t bio_time_left = BioTimeLeft(bio_socket);
   errno = ETIMEDOUT;
-  const ssize_t call_result = bio_time_left == 0 ? -1 : socket_call(bio_socket.bio_fd, bio_time_left);
-  if (call_result < 0 && errno == ETIMEDOUT) BIO_set_flags(bio, retry_flag | BIO_FLAGS_SHOULD_RETRY);
-  return static_cast<int>(call_result);
+  const ssize_t bio_result = bio_time_left == 0 ? -1 : socket_call(bio_socket.bio_fd, bio_time_left);
+  if (bio_result < 0 && errno == ETIMEDOUT) BIO_set_flags(bio, retry_flag | BIO_FLAGS_SHOULD_RETRY);
+  return static_cast<int>(bio_result);
 }
 
-int WriteBio(BIO* bio, const char* data, int length) {
-  return CallBioSocket(bio, BIO_FLAGS_WRITE, [=](int fd, int64_t milliseconds) {
-    return base::SendSome(fd, data, static_cast<size_t>(length), milliseconds);
+int WriteBio(BIO* bio, const char* bio_data, int bio_length) {
+  return CallBioSocket(bio, BIO_FLAGS_WRITE, [=](int bio_fd, int64_t bio_time_left) {
+    return base::SendSome(bio_fd, bio_data, static_cast<size_t>(bio_length), bio_time_left);
   });
 }
 
-int ReadBio(BIO* bio, char* buffer, int length) {
-  const int bio_bytes = CallBioSocket(bio, BIO_FLAGS_READ, [=](int fd, int64_t milliseconds) {
-    return base::ReceiveSome(fd, buffer, static_cast<size_t>(length), milliseconds);
+int ReadBio(BIO* bio, char* bio_buffer, int bio_length) {
+  const int bio_bytes = CallBioSocket(bio, BIO_FLAGS_READ, [=](int bio_fd, int64_t bio_time_left) {
+    return base::ReceiveSome(bio_fd, bio_buffer, static_cast<size_t>(bio_length), bio_time_left);
   });
 #ifdef BIO_FLAGS_IN_EOF
   // OpenSSL 3 needs this flag to tell the end of the stream from an error.
@@ -109,7 +109,7 @@ const BIO_METHOD* StoppableBioMethod() {
 
 }  // namespace
 
-bool AttachSocket(SSL* session, int fd) {
+bool AttachStoppableBio(SSL* session, int fd) {
   const BIO_METHOD* bio_method = StoppableBioMethod();
   std::unique_ptr<BioSocket> bio_socket(new (std::nothrow) BioSocket{fd});
   BIO* bio = bio_method == nullptr || bio_socket == nullptr ? nullptr : BIO_new(bio_method);
@@ -120,7 +120,7 @@ bool AttachSocket(SSL* session, int fd) {
   return true;
 }
 
-void LimitTime(SSL* session, int64_t milliseconds) {
+void LimitBioTime(SSL* session, int64_t milliseconds) {
   BIO_ctrl(SSL_get_rbio(session), BIO_CONTROL_LIMIT_TIME, milliseconds, nullptr);
 }
 

@@ -12,13 +12,13 @@ namespace tls {
 // on a blocking socket, whatever mode the descriptor is in. Unlike with SSL_set_fd(3), a stop cuts them
 // (SSL_ERROR_SYSCALL with errno ECANCELED), and a peer that is gone raises no SIGPIPE. Returns false when
 // memory runs out.
-bool AttachSocket(SSL* session, int fd);
+bool AttachStoppableBio(SSL* session, int fd);
 
 // Limits all further calls on the session to so many milliseconds from now, or to none with base::FOREVER,
 // which is the initial state. After that time every call that needs the socket fails with SSL_ERROR_WANT_READ
 // or SSL_ERROR_WANT_WRITE, even when bytes are waiting. So a call ends in time whatever the peer sends, and
 // however slowly.
-void LimitTime(SSL* session, int64_t milliseconds);
+void LimitBioTime(SSL* session, int64_t milliseconds);
 
 }  // namespace tls
 

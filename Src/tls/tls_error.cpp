@@ -42,7 +42,8 @@ constexpr const char* UNKNOWN_SSL_ERROR =
 }  // namespace
 
 bool TimedOut(const LVCSR_SOCK_HEAD* tls_head) {
-  return tls_head->uLastError == SSL_ERROR_WANT_READ || tls_head->uLastError == SSL_ERROR_WANT_WRITE;
+  const int32_t tls_error = tls_head->uLastError;
+  return tls_error == SSL_ERROR_WANT_READ || tls_error == SSL_ERROR_WANT_WRITE;
 }
 
 int ErrorCode(const LVCSR_SOCK_HEAD* tls_head) {
@@ -50,6 +51,6 @@ int ErrorCode(const LVCSR_SOCK_HEAD* tls_head) {
 }
 
 const char* ErrorMessage(const LVCSR_SOCK_HEAD* tls_head) {
-  const auto message_row = static_cast<size_t>(tls_head->uLastError);
-  return message_row < SSL_ERROR_MESSAGES.size() ? SSL_ERROR_MESSAGES[message_row] : UNKNOWN_SSL_ERROR;
+  const auto tls_error = static_cast<size_t>(tls_head->uLastError);
+  return tls_error < SSL_ERROR_MESSAGES.size() ? SSL_ERROR_MESSAGES[tls_error] : UNKNOWN_SSL_ERROR;
 }

@@ -39,7 +39,7 @@ int64_t TlsCallLimitMs(const LVCSR_SOCK_HEAD& tls_head) {
 template <typename TlsCall>
 int CallTls(LVCSR_SOCK_HEAD* tls_head, int64_t milliseconds, TlsCall tls_call) {
   if (tls_head->pSSL == nullptr) return FailTls(tls_head, SSL_ERROR_SSL);
-  tls::LimitTime(tls_head->pSSL, milliseconds);
+  tls::LimitBioTime(tls_head->pSSL, milliseconds);
   ERR_clear_error();
   errno = 0;
   const int tls_result = tls_call(tls_head->pSSL);
@@ -49,7 +49,7 @@ int CallTls(LVCSR_SOCK_HEAD* tls_head, int64_t milliseconds, TlsCall tls_call) {
 bool NewTlsSession(LVCSR_SOCK_HEAD* tls_head, int socket) {
   tls_head->uSock = socket;
   tls_head->pSSL = tls_head->pCTX == nullptr ? nullptr : SSL_new(tls_head->pCTX);
-  return tls_head->pSSL != nullptr && tls::AttachSocket(tls_head->pSSL, socket);
+  return tls_head->pSSL != nullptr && tls::AttachStoppableBio(tls_head->pSSL, socket);
 }
 
 SSL_CTX* CreateTlsContext(LVCSR_SOCK_HEAD* tls_head, const SSL_METHOD* method) {
@@ -115,20 +115,21 @@ int CACheck(LVCSR_SOCK_HEAD* tls_head, const char* ca) {
 }
 
 int ExpiresCheck(const char* pem_path) {
-  const base::UniqueFile pem_file(pem_path == nullptr ? nullptr : std::fopen(pem_path, "re"));
-  if (pem_file == nullptr) {
+  const base::UniqueFile certificate_file(pem_path == nullptr ? nullptr : std::fopen(pem_path, "re"));
+  if (certificate_file == nullptr) {
     std::printf("SSL Certificate File Open Error \n");
     return -1;
   }
   char no_pass_phrase[] = "";  // as in CertificateLoad
-  const UniqueCertificate certificate(PEM_read_X509(pem_file.get(), nullptr, nullptr, no_pass_phrase));
+  const UniqueCertificate certificate(
+      PEM_read_X509(certificate_file.get(), nullptr, nullptr, no_pass_phrase));
   if (certificate == nullptr) {
     std::printf("SSL Not Found Certificate (Path: %s) \n", pem_path);
     return -1;
   }
-  const int expiry_order = X509_cmp_time(X509_get0_notAfter(certificate.get()), nullptr);
-  if (expiry_order < 0) std::printf("SSL Certificate Expired \n");
-  return expiry_order > 0 ? 1 : -1;
+  const int certificate_expiry = X509_cmp_time(X509_get0_notAfter(certificate.get()), nullptr);
+  if (certificate_expiry < 0) std::printf("SSL Certificate Expired \n");
+  return certificate_expiry > 0 ? 1 : -1;
 }
 
 int DunraSTT_SSL(const char* cert, const char* key, const char* ca, const char* pass,
@@ -150,13 +151,13 @@ int ServerSockSetting(LVCSR_SOCK_HEAD* tls_head, int socket) {
 int ClientSockSetting(LVCSR_SOCK_HEAD* tls_head, int socket) {
   if (!NewTlsSession(tls_head, socket)) return FailTls(tls_head, SSL_ERROR_SSL);
   const int tls_result = CallTls(tls_head, TlsCallLimitMs(*tls_head), [socket](SSL* session) {
-    const int connected = SSL_connect(session);
+    const int tls_connected = SSL_connect(session);
     // printf must not change errno: the library reads it when it is asked for the error.
-    const int connect_errno = errno;
+    const int tls_errno = errno;
     std::printf("SSL connection on socket %d,Version: %s, Cipher: %s\n", socket, SSL_get_version(session),
                 SSL_get_cipher(session));
-    errno = connect_errno;
-    return connected;
+    errno = tls_errno;
+    return tls_connected;
   });
   return tls_result > 0 ? 1 : -1;
 }

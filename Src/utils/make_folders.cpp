@@ -12,8 +12,8 @@ constexpr size_t FOLDER_PATH_SIZE = 4096;
 constexpr mode_t PARENT_FOLDER_MODE = 0754;
 constexpr mode_t FOLDER_MODE = 0755;
 
-bool IsFolderSeparator(char c) {
-  return c == '/' || c == '\\';
+bool IsFolderSeparator(char folderByte) {
+  return folderByte == '/' || folderByte == '\\';
 }
 
 bool IsRootedFolder(const std::string& folder) {
@@ -23,9 +23,9 @@ bool IsRootedFolder(const std::string& folder) {
 
 }  // namespace
 
-int DunraSTTUtils::MakeFolders(const char* path) {
-  if (path == nullptr) return 0;
-  std::string folders(path, strnlen(path, FOLDER_PATH_SIZE - 1));
+int DunraSTTUtils::MakeFolders(const char* folderPath) {
+  if (folderPath == nullptr) return 0;
+  std::string folders(folderPath, strnlen(folderPath, FOLDER_PATH_SIZE - 1));
   bool skipRootFolder = IsRootedFolder(folders);
   for (size_t i = 0; i < folders.size(); ++i) {
     if (!IsFolderSeparator(folders[i])) continue;
@@ -34,6 +34,6 @@ int DunraSTTUtils::MakeFolders(const char* path) {
     folders[i] = '/';
   }
   if (folders.empty() || folders.back() != '/') ::mkdir(folders.c_str(), FOLDER_MODE);
-  if (::chmod(path, FOLDER_MODE) != 0) std::printf("path: %s\n", folders.c_str());
+  if (::chmod(folderPath, FOLDER_MODE) != 0) std::printf("path: %s\n", folders.c_str());
   return 0;
 }

@@ -48,9 +48,10 @@ class TraceText {
     return *this;
   }
   // Adds a number as printf's "%0<width>ld" does.
-  TraceText& AddNumber(long value, size_t width);
-  // Adds what printf makes of it, cut to limit bytes.
-  [[gnu::format(printf, 3, 0)]] void AddFormatted(size_t limit, const char* format, va_list arguments);
+  TraceText& AddNumber(long traceNumber, size_t width);
+  // Adds what printf makes of it, cut to traceLimit bytes.
+  [[gnu::format(printf, 3, 0)]] void AddFormatted(size_t traceLimit, const char* traceFormat,
+                                                  va_list traceArguments);
 
   size_t Size() const { return static_cast<size_t>(traceEnd_ - traceBegin_); }
   std::string_view View() const { return {traceBegin_, Size()}; }
@@ -66,7 +67,7 @@ class TraceText {
   TraceText(char* begin, char* last) : traceBegin_(begin), traceEnd_(begin), traceLast_(last) {}
   // Formats up to the first conversion other than "%s", "%d" and "%ld", or up to a null text. Returns whether
   // it got to the end of the format.
-  bool AddSimplyFormatted(const char* format, va_list arguments);
+  bool AddSimplyFormatted(const char* traceFormat, va_list traceArguments);
 
   char* traceBegin_;
   char* traceEnd_;
@@ -81,15 +82,15 @@ std::string_view TraceLevelTag(long level);
 
 // Whether a message is pure ASCII without a percent sign, as most are. Such a message is valid UTF-8 and can
 // be its own printf format.
-bool IsPlainMessage(std::string_view message);
+bool IsPlainMessage(std::string_view traceMessage);
 
 // Returns the message in UTF-8: unchanged when it is valid UTF-8, else converted from code page 949, else
 // with '?' for each byte of 0x80 and above.
-std::string MessageToUtf8(std::string message);
+std::string MessageToUtf8(std::string traceMessage);
 
 // The longest message in an ordinary line and in a line of the hang log, in bytes of UTF-8.
 inline constexpr size_t TRACE_MESSAGE_LIMIT = 100'000;
-inline constexpr size_t HANG_MESSAGE_LIMIT = 4000;
+inline constexpr size_t HANG_LINE_MESSAGE_LIMIT = 4000;
 
 TraceSecond TraceSecondOf(const std::tm& local);
 // Begin a line, up to its message. The message and "]\n" follow.

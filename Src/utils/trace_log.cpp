@@ -25,28 +25,28 @@ std::atomic<long> DunraSTTUtils::mDunraSTTLogHostFlag{0};
 
 namespace {
 
-constexpr size_t FORMATTED_MESSAGE_LIMIT = 99'999;
+constexpr size_t FORMATTED_LOG_LIMIT = 99'999;
 constexpr size_t LOG_HOST_NAME_SIZE = 4096;
 constexpr mode_t LOG_FILE_MODE = 0655;
-constexpr mode_t LOG_FOLDER_MODE = 0755;
-constexpr mode_t FOLDER_MODE_BITS = 07777;
+constexpr mode_t DATED_LOG_FOLDER_MODE = 0755;
+constexpr mode_t LOG_FOLDER_MODE_BITS = 07777;
 
 // What the path of a log file depends on, unless it contains the host name.
 struct LogPathKey {
-  time_t secondTime;
+  time_t logSecondTime;
   unsigned settings;
-  char traceType;
+  char logType;
   bool datedFolder;
-  long traceChannel;
+  long logChannel;
   bool operator==(const LogPathKey&) const = default;
 };
 
 // The buffers for one line. The arrays are never cleared: usually only their first bytes are touched.
-struct TraceWorkspace {
-  time_t secondTime;  // the time of `second`; 0: none yet
-  trace::TraceSecond second;
-  LogPathKey logPathKey;  // what `logPath` was made from; its `secondTime` is 0 at first
-  char traceLine[trace::TRACE_LINE_SIZE];
+struct LogWorkspace {
+  time_t logSecondTime;  // the time of `logSecond`; 0: none yet
+  trace::TraceSecond logSecond;
+  LogPathKey logPathKey;  // what `logPath` was made from; its `logSecondTime` is 0 at first
+  char logLine[trace::TRACE_LINE_SIZE];
   char logFolder[trace::LOG_PATH_SIZE];
   char logPath[trace::LOG_PATH_SIZE];
   char logHost[LOG_HOST_NAME_SIZE];
@@ -54,135 +54,135 @@ struct TraceWorkspace {
 
 // One workspace serves all threads; it is too large for a thread's stack. A thread that finds it in use
 // allocates another.
-TraceWorkspace sharedTraceWorkspace;
-std::atomic_flag sharedWorkspaceInUse;
+LogWorkspace sharedLogWorkspace;
+std::atomic_flag sharedLogWorkspaceInUse;
 
-class BorrowedTraceWorkspace {
+class BorrowedLogWorkspace {
  public:
-  BorrowedTraceWorkspace() {
-    if (!sharedWorkspaceInUse.test_and_set(std::memory_order_acquire)) return;
-    ownWorkspace_.reset(new TraceWorkspace);
-    ownWorkspace_->secondTime = 0;
-    ownWorkspace_->logPathKey.secondTime = 0;
+  BorrowedLogWorkspace() {
+    if (!sharedLogWorkspaceInUse.test_and_set(std::memory_order_acquire)) return;
+    ownLogWorkspace_.reset(new LogWorkspace);
+    ownLogWorkspace_->logSecondTime = 0;
+    ownLogWorkspace_->logPathKey.logSecondTime = 0;
   }
-  ~BorrowedTraceWorkspace() {
-    if (!ownWorkspace_) sharedWorkspaceInUse.clear(std::memory_order_release);
+  ~BorrowedLogWorkspace() {
+    if (!ownLogWorkspace_) sharedLogWorkspaceInUse.clear(std::memory_order_release);
   }
-  BorrowedTraceWorkspace(const BorrowedTraceWorkspace&) = delete;
-  BorrowedTraceWorkspace& operator=(const BorrowedTraceWorkspace&) = delete;
-  TraceWorkspace& operator*() const { return ownWorkspace_ ? *ownWorkspace_ : sharedTraceWorkspace; }
+  BorrowedLogWorkspace(const BorrowedLogWorkspace&) = delete;
+  BorrowedLogWorkspace& operator=(const BorrowedLogWorkspace&) = delete;
+  LogWorkspace& operator*() const { return ownLogWorkspace_ ? *ownLogWorkspace_ : sharedLogWorkspace; }
 
  private:
-  std::unique_ptr<TraceWorkspace> ownWorkspace_;
+  std::unique_ptr<LogWorkspace> ownLogWorkspace_;
 };
 
 // What few lines need is kept out of the way of the others (gnu::cold): between two lines the kernel takes
 // most of the processor's cache, and code that is not there costs more than code that runs.
 
-[[gnu::cold]] void BeginTraceSecond(time_t now, TraceWorkspace* workspace) {
-  std::tm local{};
-  localtime_r(&now, &local);
-  workspace->second = trace::TraceSecondOf(local);
-  workspace->secondTime = now;
+[[gnu::cold]] void BeginLogSecond(time_t logNow, LogWorkspace* workspace) {
+  std::tm logLocalTime{};
+  localtime_r(&logNow, &logLocalTime);
+  workspace->logSecond = trace::TraceSecondOf(logLocalTime);
+  workspace->logSecondTime = logNow;
 }
 
 // Returns the nanoseconds of the present time and updates the workspace's second. Most lines share their
 // second with the line before, so it is kept.
-long TellTraceTime(TraceWorkspace* workspace) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  if (now.tv_sec != workspace->secondTime) BeginTraceSecond(now.tv_sec, workspace);
-  return now.tv_nsec;
+long TellLogTime(LogWorkspace* workspace) {
+  timespec logNow{};
+  clock_gettime(CLOCK_REALTIME, &logNow);
+  if (logNow.tv_sec != workspace->logSecondTime) BeginLogSecond(logNow.tv_sec, workspace);
+  return logNow.tv_nsec;
 }
 
-[[gnu::cold]] const char* LogHostName(TraceWorkspace* workspace) {
+[[gnu::cold]] const char* LogHostName(LogWorkspace* workspace) {
   if (gethostname(workspace->logHost, LOG_HOST_NAME_SIZE) != 0) workspace->logHost[0] = '\0';
   workspace->logHost[LOG_HOST_NAME_SIZE - 1] = '\0';
   return workspace->logHost;
 }
 
-[[gnu::cold]] void MakeLogPath(const LogPathKey& key, const char* host, TraceWorkspace* workspace) {
-  const auto [secondTime, changes, type, dated, channel] = key;
-  workspace->logPathKey = key;
+[[gnu::cold]] void MakeLogPath(const LogPathKey& logKey, const char* host, LogWorkspace* workspace) {
+  const auto [logSecondTime, changes, type, dated, channel] = logKey;
+  workspace->logPathKey = logKey;
   trace::TraceText logPath(workspace->logPath);
   if (dated) {
     const char* const logRoot = type == TRACE_HANG ? DunraSTTUtils::GetHangPath() : DunraSTTUtils::GetPath();
-    trace::AddDatedLogFolder(&logPath, logRoot, workspace->second);
+    trace::AddDatedLogFolder(&logPath, logRoot, workspace->logSecond);
     trace::TraceText(workspace->logFolder).Add(logPath.View()).Terminated();
   }
-  trace::AddLogFileName(&logPath, type, channel, workspace->second, host);
+  trace::AddLogFileName(&logPath, type, channel, workspace->logSecond, host);
   logPath.Terminated();
 }
 
 // Sets the paths of the line's file and of its folder. Both are kept, because most lines go to the same file
 // as the line before.
-void SetLogPaths(char type, long channel, bool dated, TraceWorkspace* workspace) {
+void SetLogPaths(char type, long channel, bool dated, LogWorkspace* workspace) {
   const char* const host = DunraSTTUtils::GetLogHostnameFlag() != 0 ? LogHostName(workspace) : nullptr;
-  const LogPathKey key{workspace->secondTime, trace::logSettings.load(std::memory_order_relaxed), type, dated,
-                       channel};
+  const LogPathKey key{workspace->logSecondTime, trace::logSettings.load(std::memory_order_relaxed), type,
+                       dated, channel};
   if (key != workspace->logPathKey || host != nullptr) MakeLogPath(key, host, workspace);
 }
 
 // Creates the folder unless it exists with the right mode.
 void EnsureLogFolder(const char* logFolder) {
   struct stat status;
-  if (::stat(logFolder, &status) == 0 && (status.st_mode & FOLDER_MODE_BITS) == LOG_FOLDER_MODE) return;
+  if (::stat(logFolder, &status) == 0 && (status.st_mode & LOG_FOLDER_MODE_BITS) == DATED_LOG_FOLDER_MODE)
+    return;
   DunraSTTUtils::MakeFolders(logFolder);
 }
 
-int AppendToLogFile(const char* logPath, std::string_view traceLine) {
+int AppendToLogFile(const char* logPath, std::string_view logLine) {
   const base::UniqueFd logFile(::open(logPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, LOG_FILE_MODE));
   if (!logFile.Valid()) return -1;
-  [[maybe_unused]] const ssize_t written = ::write(logFile.Get(), traceLine.data(), traceLine.size());
+  [[maybe_unused]] const ssize_t written = ::write(logFile.Get(), logLine.data(), logLine.size());
   return 0;
 }
 
-void SaveInLogFile(char type, long channel, long save, TraceWorkspace* workspace,
-                   std::string_view traceLine) {
-  const bool dated = save != 0;
-  SetLogPaths(type, channel, dated, workspace);
-  if (dated) EnsureLogFolder(workspace->logFolder);
-  if (AppendToLogFile(workspace->logPath, traceLine) != 0 && type == TRACE_ORDINARY)
+void SaveInLogFile(char type, long channel, long save, LogWorkspace* workspace, std::string_view logLine) {
+  const bool datedLog = save != 0;
+  SetLogPaths(type, channel, datedLog, workspace);
+  if (datedLog) EnsureLogFolder(workspace->logFolder);
+  if (AppendToLogFile(workspace->logPath, logLine) != 0 && type == TRACE_ORDINARY)
     std::fputs("log file open error", stdout);
 }
 
 // The message follows the head of a line.
-[[gnu::cold]] void ConvertTraceMessage(size_t headSize, size_t messageLimit, trace::TraceText* traceLine) {
-  const std::string message = trace::MessageToUtf8(std::string(traceLine->View().substr(headSize)));
-  traceLine->CutTo(headSize);
-  traceLine->Add(std::string_view(message).substr(0, messageLimit));
+[[gnu::cold]] void ConvertLogMessage(size_t headSize, size_t logMessageLimit, trace::TraceText* logLine) {
+  const std::string logMessage = trace::MessageToUtf8(std::string(logLine->View().substr(headSize)));
+  logLine->CutTo(headSize);
+  logLine->Add(std::string_view(logMessage).substr(0, logMessageLimit));
 }
 
-[[gnu::cold]] void EchoTraceAsFormat(std::string_view traceLine) {
-  base::Echo(trace::AsPrintFormat(traceLine));
+[[gnu::cold]] void EchoLogLineAsFormat(std::string_view logLine) {
+  base::Echo(trace::AsPrintFormat(logLine));
 }
 
 [[gnu::format(printf, 6, 0)]] void LogTraceLine(char type, long level, long channel, long save,
-                                                const trace::TracePlace& place, const char* format,
-                                                va_list arguments) {
-  const bool hang = type == TRACE_HANG;
-  const size_t messageLimit = hang ? trace::HANG_MESSAGE_LIMIT : trace::TRACE_MESSAGE_LIMIT;
-  const BorrowedTraceWorkspace borrowed;
-  TraceWorkspace& workspace = *borrowed;
-  const long nanoseconds = TellTraceTime(&workspace);
-  trace::TraceText traceLine(workspace.traceLine);
-  if (hang) {
-    trace::BeginHangLine(&traceLine, workspace.second, nanoseconds);
+                                                const trace::TracePlace& place, const char* logFormat,
+                                                va_list logArguments) {
+  const bool hangLog = type == TRACE_HANG;
+  const size_t logMessageLimit = hangLog ? trace::HANG_LINE_MESSAGE_LIMIT : trace::TRACE_MESSAGE_LIMIT;
+  const BorrowedLogWorkspace borrowed;
+  LogWorkspace& workspace = *borrowed;
+  const long nanoseconds = TellLogTime(&workspace);
+  trace::TraceText logLine(workspace.logLine);
+  if (hangLog) {
+    trace::BeginHangLine(&logLine, workspace.logSecond, nanoseconds);
   } else {
-    trace::BeginOrdinaryLine(&traceLine, workspace.second, nanoseconds, level, channel, place);
+    trace::BeginOrdinaryLine(&logLine, workspace.logSecond, nanoseconds, level, channel, place);
   }
-  const size_t headSize = traceLine.Size();
-  traceLine.AddFormatted(FORMATTED_MESSAGE_LIMIT, format, arguments);
-  const bool plain = trace::IsPlainMessage(traceLine.View().substr(headSize));
-  if (!plain || traceLine.Size() - headSize > messageLimit)
-    ConvertTraceMessage(headSize, messageLimit, &traceLine);
-  traceLine.Add("]\n");
-  if (plain) {
-    base::Echo(traceLine.View());
+  const size_t logHeadSize = logLine.Size();
+  logLine.AddFormatted(FORMATTED_LOG_LIMIT, logFormat, logArguments);
+  const bool plainLog = trace::IsPlainMessage(logLine.View().substr(logHeadSize));
+  if (!plainLog || logLine.Size() - logHeadSize > logMessageLimit)
+    ConvertLogMessage(logHeadSize, logMessageLimit, &logLine);
+  logLine.Add("]\n");
+  if (plainLog) {
+    base::Echo(logLine.View());
   } else {
-    EchoTraceAsFormat(traceLine.View());
+    EchoLogLineAsFormat(logLine.View());
   }
-  if (hang || save != 0) SaveInLogFile(type, channel, save, &workspace, traceLine.View());
+  if (hangLog || save != 0) SaveInLogFile(type, channel, save, &workspace, logLine.View());
 }
 
 constexpr size_t LOG_FOLDER_SIZE = 4096;
@@ -202,14 +202,14 @@ DunraSTTUtils::DunraSTTUtils() {
   ++trace::logSettings;
 }
 
-void DunraSTTUtils::SetPath(const char* path) {
-  KeepLogFolder(mDunraSTTPath, path);
+void DunraSTTUtils::SetPath(const char* logFolder) {
+  KeepLogFolder(mDunraSTTPath, logFolder);
 }
 const char* DunraSTTUtils::GetPath() {
   return mDunraSTTPath;
 }
-void DunraSTTUtils::SetHangPath(const char* path) {
-  KeepLogFolder(mDunraHangPath, path);
+void DunraSTTUtils::SetHangPath(const char* hangLogFolder) {
+  KeepLogFolder(mDunraHangPath, hangLogFolder);
 }
 const char* DunraSTTUtils::GetHangPath() {
   return mDunraHangPath;
@@ -236,21 +236,21 @@ void DunraSTTUtils::LogTrace(char type, long level, long channel, long save, con
   if (!LevelPasses(level)) return;
   // At level 0 only the hang log is kept.
   if (type != TRACE_HANG && (type != TRACE_ORDINARY || GetLogLevel() <= 0)) return;
-  va_list arguments;
-  va_start(arguments, format);
+  va_list logArguments;
+  va_start(logArguments, format);
   try {
-    LogTraceLine(type, level, channel, save, {file, function, line}, format, arguments);
+    LogTraceLine(type, level, channel, save, {file, function, line}, format, logArguments);
   } catch (const std::bad_alloc&) {
     std::fputs("no memory for a trace line\n", stderr);
   }
-  va_end(arguments);
+  va_end(logArguments);
 }
 
 namespace trace {
 namespace {
 
-std::string_view LogDay(const TraceSecond& second) {
-  return {second.day, sizeof second.day - 1};
+std::string_view LogDay(const TraceSecond& logSecond) {
+  return {logSecond.day, sizeof logSecond.day - 1};
 }
 
 }  // namespace
@@ -261,20 +261,20 @@ std::string_view LogDay(const TraceSecond& second) {
 
 [[gnu::cold]] void AddLogFileName(TraceText* logPath, char type, long channel, const TraceSecond& second,
                                   const char* host) {
-  const auto addHost = [&] {
+  const auto addLogHost = [&] {
     if (host != nullptr) logPath->Add(host).Add(".");
   };
   if (type == TRACE_HANG) {
     logPath->Add("hang.");
-    addHost();
+    addLogHost();
     logPath->Add(LogDay(second)).Add(".log");
   } else if (channel == TRACE_MAIN_CHANNEL) {
     logPath->Add("MAIN.");
-    addHost();
+    addLogHost();
     logPath->Add("LOG");
   } else {
     logPath->AddNumber(channel, 5).Add(".");
-    addHost();
+    addLogHost();
     logPath->Add(LogDay(second).substr(4)).Add(".LOG");  // without the year
   }
 }

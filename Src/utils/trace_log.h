@@ -48,9 +48,9 @@ class DunraSTTUtils {
 
   // The folders of the trace logs and of the hang log, used as a prefix: they must end in "/". At most 4,095
   // bytes are kept. A shorter text leaves the rest of a longer one behind it.
-  static void SetPath(const char* path);
+  static void SetPath(const char* logFolder);
   static const char* GetPath();
-  static void SetHangPath(const char* path);
+  static void SetHangPath(const char* hangLogFolder);
   static const char* GetHangPath();
   static void SetLogLevel(long level);
   static long GetLogLevel() { return mDunraSTTLogLvl; }
@@ -60,7 +60,7 @@ class DunraSTTUtils {
   // Creates every folder of a path (separated by "/" or "\") and sets the mode of the last one to 0755.
   // Prints "path: %s\n" when the mode cannot be set. Always returns 0. A path of 4,096 bytes or more is cut
   // to 4,095.
-  static int MakeFolders(const char* path);
+  static int MakeFolders(const char* folderPath);
   // Copies len characters as strncpy(dst, src, len) does: zeros follow a shorter src, and there is no
   // terminator when src has len characters or more. size is ignored.
   static void StrNCopy(char* dst, unsigned size, const char* src, unsigned len);

@@ -163,17 +163,17 @@ void CheckBase64(const std::string& data, size_t piece) {
   HOLDS(encoded.get() == expected && length == expected.size());
   for (size_t at = 78; at < expected.size(); at += 80) expected.insert(at, "\r\n");
   smtp_base64_lines_writer writer;
-  const size_t step = piece * smtp_base64_lines_writer::TWO_LINES_DATA;
+  const size_t step = piece * smtp_base64_lines_writer::TWO_BASE64_LINES_DATA;
   for (size_t at = 0; at < data.size(); at += step) {
-    HOLDS(writer.AddLines(data.data() + at, std::min(step, data.size() - at)) == 0);
+    HOLDS(writer.AddBase64Lines(data.data() + at, std::min(step, data.size() - at)) == 0);
   }
-  const base::UniqueText lines = writer.FinishLines(&length);
+  const base::UniqueText lines = writer.FinishBase64Lines(&length);
   HOLDS(std::string_view(lines.get(), length) == expected + "\r\n");
   // The slower implementation. On a processor without SSSE3 it is the same one.
-  for (size_t at = 0; at + writer.TWO_LINES_DATA < data.size(); at += writer.TWO_LINES_DATA) {
+  for (size_t at = 0; at + writer.TWO_BASE64_LINES_DATA < data.size(); at += writer.TWO_BASE64_LINES_DATA) {
     char by_table[160];
     smtp_base64_two_lines_by_table(reinterpret_cast<const unsigned char*>(data.data() + at), by_table);
-    HOLDS(std::memcmp(lines.get() + at / writer.TWO_LINES_DATA * sizeof by_table, by_table,
+    HOLDS(std::memcmp(lines.get() + at / writer.TWO_BASE64_LINES_DATA * sizeof by_table, by_table,
                       sizeof by_table) == 0);
   }
 }
