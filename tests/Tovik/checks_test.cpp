@@ -370,7 +370,7 @@ TEST(TimerRulesTest, ErrorCheckRunsFromTheSecondLookOfADueMinuteUntilItSucceeds)
 TEST(TimerRulesTest, ShortHangPeriodsGetAMinuteMore) {
   const int64_t cases[][2] = {{30, 90}, {60, 60}, {59, 119}, {0, 60}, {3600, 3600}, {-1, 59}};
   for (const auto& [configured, pause] : cases) EXPECT_EQ(HangPause(configured), pause);
-  EXPECT_EQ(NewerBy(RecipientFileTime("/nowhere/at/all"), 5), 0.0);
+  EXPECT_EQ(RecipientsNewerBy(RecipientFileTime("/nowhere/at/all"), 5), 0.0);
 }
 
 }  // namespace

@@ -58,7 +58,7 @@ TEST(NoticesTest, RepeatedAfterAnHourOrWhenTheTextChanges) {
   // A peer whose words are new each time.
   int told = 0;
   for (int i = 0; i < 100; ++i) told += repeats.Due(3, std::to_string(i), 100'000 + i) ? 1 : 0;
-  EXPECT_EQ(told, static_cast<int>(notices::Repeats::MOST_OF_A_KIND));
+  EXPECT_EQ(told, static_cast<int>(notices::Repeats::MOST_NOTICES_OF_A_KIND));
   EXPECT_EQ(repeats.Due(3, "one more", 103'600), 100 - told);
 }
 

@@ -10,33 +10,34 @@
 namespace alarms {
 namespace {
 
-bool IsUnfitForFileName(char c) {
-  return static_cast<uint8_t>(c) < ' ' || c == '\x7F' || c == '\'' || c == '"';
+bool IsUnfitForAttachmentName(char attachment_char) {
+  return static_cast<uint8_t>(attachment_char) < ' ' || attachment_char == '\x7F' ||
+         attachment_char == '\'' || attachment_char == '"';
 }
 
-std::string AttachmentName(const char* path) {
-  const char* const name_slash = std::strrchr(path, '/');
-  std::string file_name = name_slash == nullptr ? path : name_slash + 1;
-  for (char& c : file_name)
-    if (IsUnfitForFileName(c)) c = '_';
-  return file_name;
+std::string AttachmentName(const char* attachment_path) {
+  const char* const attachment_slash = std::strrchr(attachment_path, '/');
+  std::string attachment_name = attachment_slash == nullptr ? attachment_path : attachment_slash + 1;
+  for (char& attachment_char : attachment_name)
+    if (IsUnfitForAttachmentName(attachment_char)) attachment_char = '_';
+  return attachment_name;
 }
 
 }  // namespace
 
-Attachment ReadAttachment(const char* path) {
+Attachment ReadAttachment(const char* attachment_path) {
   Attachment attachment;
-  attachment.name = AttachmentName(path);
-  attachment.content.reset(smtp_file_get_contents(path, &attachment.size));
+  attachment.name = AttachmentName(attachment_path);
+  attachment.content.reset(smtp_file_get_contents(attachment_path, &attachment.size));
   if (attachment.content == nullptr) attachment.error = errno;
   return attachment;
 }
 
 std::string AttachmentLeftOut(const Attachment& attachment, bool ascii) {
-  std::string file_name = attachment.name;
-  for (char& c : file_name)
-    if (ascii && static_cast<uint8_t>(c) >= 0x80) c = '?';
-  return base::Format("The file %s could not be attached: %s.", file_name.c_str(),
+  std::string attachment_name = attachment.name;
+  for (char& attachment_char : attachment_name)
+    if (ascii && static_cast<uint8_t>(attachment_char) >= 0x80) attachment_char = '?';
+  return base::Format("The file %s could not be attached: %s.", attachment_name.c_str(),
                       std::strerror(attachment.error));
 }
 

@@ -13,11 +13,11 @@ struct Attachment {
   std::string name;  // the path's last part, fit for smtp_attachment_add_mem
   base::UniqueText content;
   size_t size = 0;
-  int error = 0;  // errno when the file could not be read; content is null then
+  int error = 0;  // errno when the attachment could not be read; content is null then
 };
 // Reads a whole file, as smtp_attachment_add_path does. Throws std::bad_alloc only when there is no memory
 // for the name.
-Attachment ReadAttachment(const char* path);
+Attachment ReadAttachment(const char* attachment_path);
 
 // The sentence in a mail that goes out without the file. ascii: bytes of the name that are not ASCII become
 // "?".

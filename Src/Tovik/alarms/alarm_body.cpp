@@ -18,7 +18,7 @@ namespace {
 constexpr const char* NO_BODY_MEMORY = "no memory";
 constexpr const char* BODY_DOES_NOT_CONVERT = "its text does not convert to UTF-8";
 
-Alarm RepairedAlarm(const Alarm& alarm) {
+Alarm RepairedBodyTexts(const Alarm& alarm) {
   return {alarm.kind,
           charset::Repaired(alarm.title),
           charset::Repaired(alarm.label),
@@ -36,28 +36,29 @@ size_t BytesOfBody(std::string_view body) {
   return body.size();
 }
 
-std::string BodyDate(time_t now) {
+std::string BodyDate(time_t body_time) {
   tm body_day{};
-  localtime_r(&now, &body_day);
+  localtime_r(&body_time, &body_day);
   return base::Format("%04d/%02d/%02d %02d:%02d:%02d", body_day.tm_year + 1900, body_day.tm_mon + 1,
                       body_day.tm_mday, body_day.tm_hour, body_day.tm_min, body_day.tm_sec);
 }
 
-std::string FillBodyLayout(Alarm alarm, BodyLayout layout, const std::string& date,
+std::string FillBodyLayout(Alarm alarm, BodyLayout body_layout, const std::string& body_date,
                            const BodyWriting& writing) {
-  std::string body = layout(alarm, date);
-  if (writing.size(body) <= BODY_LIMIT) return body;
-  alarm.title = writing.prefix(alarm.title, BODY_HEADING_LIMIT);
-  alarm.label = writing.prefix(alarm.label, BODY_HEADING_LIMIT);
-  const std::string message = std::exchange(alarm.message, std::string());
-  const size_t body_frame = writing.size(layout(alarm, date));
-  alarm.message = writing.prefix(message, BODY_LIMIT - body_frame);
-  return layout(alarm, date);
+  std::string body = body_layout(alarm, body_date);
+  if (writing.body_size(body) <= BODY_LIMIT) return body;
+  alarm.title = writing.body_prefix(alarm.title, BODY_HEADING_LIMIT);
+  alarm.label = writing.body_prefix(alarm.label, BODY_HEADING_LIMIT);
+  const std::string body_message = std::exchange(alarm.message, std::string());
+  const size_t body_frame = writing.body_size(body_layout(alarm, body_date));
+  alarm.message = writing.body_prefix(body_message, BODY_LIMIT - body_frame);
+  return body_layout(alarm, body_date);
 }
 
-base::UniqueText AlarmBody(const Alarm& alarm, BodyLayout layout, time_t now, const char** reason) try {
-  if (m_text_repair != 0) return RepairedBody(alarm, layout, BODY_IN_UTF8, now, reason);
-  const std::string body = FillBodyLayout(alarm, layout, BodyDate(now));
+base::UniqueText AlarmBody(const Alarm& alarm, BodyLayout body_layout, time_t body_time,
+                           const char** reason) try {
+  if (m_text_repair != 0) return RepairedBody(alarm, body_layout, BODY_IN_UTF8, body_time, reason);
+  const std::string body = FillBodyLayout(alarm, body_layout, BodyDate(body_time));
   char* utf8_body = nullptr;
   uint32_t body_length = 0;
   *reason = BODY_DOES_NOT_CONVERT;
@@ -71,10 +72,10 @@ base::UniqueText AlarmBody(const Alarm& alarm, BodyLayout layout, time_t now, co
   return nullptr;
 }
 
-base::UniqueText RepairedBody(const Alarm& alarm, BodyLayout layout, const BodyWriting& writing, time_t now,
-                              const char** reason) try {
+base::UniqueText RepairedBody(const Alarm& alarm, BodyLayout body_layout, const BodyWriting& writing,
+                              time_t body_time, const char** reason) try {
   *reason = NO_BODY_MEMORY;
-  std::string body = FillBodyLayout(RepairedAlarm(alarm), layout, BodyDate(now), writing);
+  std::string body = FillBodyLayout(RepairedBodyTexts(alarm), body_layout, BodyDate(body_time), writing);
   return base::UniqueText(replaceAll(body.data(), "\n", "<br />"));
 } catch (const std::bad_alloc&) {
   return nullptr;

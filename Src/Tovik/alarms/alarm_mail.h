@@ -15,8 +15,8 @@
 // Any thread. Blocks for the time-outs of the mail session (smtp.h; with MAIL_URL, alarm_mail_by_url.h), and
 // once a stop is requested no longer than its grace.
 int MailAlarm(const Alarm& alarm);
-// The same for an alarm in pieces. attachment_path may be null, the texts may not.
+// The same for an alarm in pieces. mail_attachment_path may be null, the texts may not.
 int SendAlarmEmail(const char* title, uint32_t kind, const char* label, const char* message,
-                   const char* attachment_path);
+                   const char* mail_attachment_path);
 
 #endif

@@ -7,7 +7,7 @@
 namespace alarms {
 namespace {
 
-std::string HtmlMail(const Alarm& alarm, const std::string& date) {
+std::string HtmlMailBody(const Alarm& alarm, const std::string& mail_date) {
   const char* const mail_picture = PictureOf(alarm.kind, &AlarmPictures::mail);
   return base::Format(
       "<html><head><title>No Title</title><body><div>\t<div style='margin:auto;width:800px;'>\t\t"
@@ -25,13 +25,13 @@ std::string HtmlMail(const Alarm& alarm, const std::string& date) {
       "<div style='word-break:break-word;;font-size:10.5pt;font-family:\"Segoe UI\",sans-serif;"
       "color:#323130'>%s</div>\t\t\t\t\t</td>\t\t\t\t</tr>\t\t\t</table>\t\t</div>\t</div></div></body>"
       "</html>",
-      alarm.title.c_str(), mail_picture, alarm.label.c_str(), date.c_str(), alarm.message.c_str());
+      alarm.title.c_str(), mail_picture, alarm.label.c_str(), mail_date.c_str(), alarm.message.c_str());
 }
 
 }  // namespace
 
-base::UniqueText MailBody(const Alarm& alarm, time_t now, const char** reason) {
-  return AlarmBody(alarm, HtmlMail, now, reason);
+base::UniqueText MailBody(const Alarm& alarm, time_t mail_time, const char** reason) {
+  return AlarmBody(alarm, HtmlMailBody, mail_time, reason);
 }
 
 }  // namespace alarms

@@ -10,7 +10,7 @@
 namespace alarms {
 
 // As AlarmBody (alarm_body.h), in the mail's layout.
-base::UniqueText MailBody(const Alarm& alarm, time_t now, const char** reason);
+base::UniqueText MailBody(const Alarm& alarm, time_t mail_time, const char** reason);
 
 }  // namespace alarms
 

@@ -7,6 +7,9 @@
 
 namespace alarms {
 
+// Whether MAIL_URL is set.
+bool MailGoesByUrl();
+
 // Delivers the alarm with this HTML body (UTF-8) and the file (may be null) to all recipients in use, with
 // the configured login and sender. Returns 1 when the server took the mail for at least one recipient, else
 // -1. Standard error gets a line for each refused recipient ("smtp refused: ...") and, for -1, a line that

@@ -25,13 +25,13 @@ constexpr const char* HEAD_FOLD = "\r\n ";
 
 bool IsHeadAscii(std::string_view head_text) {
   return std::all_of(head_text.begin(), head_text.end(),
-                     [](char c) { return static_cast<uint8_t>(c) < 0x80; });
+                     [](char head_char) { return static_cast<uint8_t>(head_char) < 0x80; });
 }
 
 bool HeadHasLongWord(std::string_view head_text) {
   size_t head_word = 0;
-  for (const char c : head_text) {
-    head_word = c == ' ' ? 0 : head_word + 1;
+  for (const char head_char : head_text) {
+    head_word = head_char == ' ' ? 0 : head_word + 1;
     if (head_word > LONGEST_HEAD_WORD) return true;
   }
   return false;
@@ -41,10 +41,10 @@ std::string HeadEncodedWords(std::string_view head_text) {
   std::string head_words;
   while (!head_text.empty()) {
     const std::string_view head_piece = charset::Utf8Prefix(head_text, HEAD_ENCODED_BYTES);
-    const base::UniqueText encoded_piece(smtp_base64_encode(head_piece.data(), head_piece.size()));
-    if (encoded_piece == nullptr) throw std::bad_alloc();
+    const base::UniqueText encoded_head_piece(smtp_base64_encode(head_piece.data(), head_piece.size()));
+    if (encoded_head_piece == nullptr) throw std::bad_alloc();
     if (!head_words.empty()) head_words += HEAD_FOLD;
-    head_words.append("=?UTF-8?B?").append(encoded_piece.get()).append("?=");
+    head_words.append("=?UTF-8?B?").append(encoded_head_piece.get()).append("?=");
     head_text.remove_prefix(head_piece.size());
   }
   return head_words;
@@ -67,52 +67,53 @@ std::string HeadFolded(std::string_view head_text, size_t head_column) {
   return folded_head;
 }
 
-std::string QuotedMailName(std::string_view name) {
-  std::string quoted_name = "\"";
-  for (const char c : name) {
-    if (c == '"' || c == '\\') quoted_name += '\\';
-    quoted_name += c;
+std::string QuotedHeadName(std::string_view head_name) {
+  std::string quoted_head_name = "\"";
+  for (const char head_char : head_name) {
+    if (head_char == '"' || head_char == '\\') quoted_head_name += '\\';
+    quoted_head_name += head_char;
   }
-  return quoted_name + "\"";
+  return quoted_head_name + "\"";
 }
 
-std::string MailboxText(const Mailbox& mailbox) {
-  std::string address = "<" + mailbox.address + ">";
-  if (mailbox.name.empty()) return address;
-  const bool plain = IsHeadAscii(mailbox.name) && mailbox.name.size() <= LONGEST_HEAD_WORD;
-  const std::string name = plain ? QuotedMailName(mailbox.name) : HeadEncodedWords(mailbox.name);
-  return name + (name.size() + address.size() < HEAD_LINE ? " " : HEAD_FOLD) + address;
+std::string HeadMailbox(const Mailbox& mailbox) {
+  std::string head_address = "<" + mailbox.address + ">";
+  if (mailbox.name.empty()) return head_address;
+  const bool plain_head = IsHeadAscii(mailbox.name) && mailbox.name.size() <= LONGEST_HEAD_WORD;
+  const std::string head_name = plain_head ? QuotedHeadName(mailbox.name) : HeadEncodedWords(mailbox.name);
+  return head_name + (head_name.size() + head_address.size() < HEAD_LINE ? " " : HEAD_FOLD) + head_address;
 }
 
 }  // namespace
 
 std::string MailHeadText(const std::string& head_key, const std::string& head_text) {
-  const bool plain =
+  const bool plain_head =
       IsHeadAscii(head_text) && !HeadHasLongWord(head_text) && head_text.find("=?") == std::string::npos;
-  return head_key + ": " + (plain ? HeadFolded(head_text, head_key.size() + 2) : HeadEncodedWords(head_text));
+  return head_key + ": " +
+         (plain_head ? HeadFolded(head_text, head_key.size() + 2) : HeadEncodedWords(head_text));
 }
 
-std::string MailHeadAddresses(const std::string& head_key, const std::vector<Mailbox>& mailboxes) {
+std::string MailHeadAddresses(const std::string& head_key, const std::vector<Mailbox>& head_mailboxes) {
   std::string head_line = head_key + ":";
-  for (size_t i = 0; i < mailboxes.size(); ++i) {
+  for (size_t i = 0; i < head_mailboxes.size(); ++i) {
     head_line += i == 0 ? " " : std::string(",") + HEAD_FOLD;
-    head_line += MailboxText(mailboxes[i]);
+    head_line += HeadMailbox(head_mailboxes[i]);
   }
   return head_line;
 }
 
 std::string MailHeadDate(time_t now) {
-  static constexpr std::array<const char*, 7> DAYS = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  static constexpr std::array<const char*, 12> MONTHS = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  tm mail_day{};
-  localtime_r(&now, &mail_day);
-  const long utc_minutes = std::labs(mail_day.tm_gmtoff) / 60;
+  static constexpr std::array<const char*, 7> HEAD_DAYS = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  static constexpr std::array<const char*, 12> HEAD_MONTHS = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  tm head_day{};
+  localtime_r(&now, &head_day);
+  const long head_zone_minutes = std::labs(head_day.tm_gmtoff) / 60;
   return base::Format("Date: %s, %02d %s %d %02d:%02d:%02d %c%02ld%02ld",
-                      DAYS.at(static_cast<size_t>(mail_day.tm_wday)), mail_day.tm_mday,
-                      MONTHS.at(static_cast<size_t>(mail_day.tm_mon)), mail_day.tm_year + 1900,
-                      mail_day.tm_hour, mail_day.tm_min, mail_day.tm_sec, mail_day.tm_gmtoff < 0 ? '-' : '+',
-                      utc_minutes / 60, utc_minutes % 60);
+                      HEAD_DAYS.at(static_cast<size_t>(head_day.tm_wday)), head_day.tm_mday,
+                      HEAD_MONTHS.at(static_cast<size_t>(head_day.tm_mon)), head_day.tm_year + 1900,
+                      head_day.tm_hour, head_day.tm_min, head_day.tm_sec, head_day.tm_gmtoff < 0 ? '-' : '+',
+                      head_zone_minutes / 60, head_zone_minutes % 60);
 }
 
 std::string MailHeadId(const std::string& sender) {
@@ -124,23 +125,23 @@ std::string MailHeadId(const std::string& sender) {
     message_id = {static_cast<uint64_t>(message_id_time.tv_sec),
                   static_cast<uint64_t>(message_id_time.tv_nsec)};
   }
-  const size_t sender_at = sender.find('@');
-  const std::string sender_domain =
-      sender_at == std::string::npos || sender_at + 1 == sender.size() || !IsHeadAscii(sender)
+  const size_t head_domain_at = sender.find('@');
+  const std::string head_domain =
+      head_domain_at == std::string::npos || head_domain_at + 1 == sender.size() || !IsHeadAscii(sender)
           ? "localhost"
-          : sender.substr(sender_at + 1);
+          : sender.substr(head_domain_at + 1);
   return base::Format("Message-ID: <%016" PRIx64 "%016" PRIx64 "@%s>", message_id[0], message_id[1],
-                      sender_domain.c_str());
+                      head_domain.c_str());
 }
 
-std::string MailHeadDisposition(const std::string& file_name) {
+std::string MailHeadDisposition(const std::string& head_file_name) {
   std::string head_line = "Content-Disposition: attachment; filename";
-  if (IsHeadAscii(file_name) && !HeadHasLongWord(file_name) &&
-      file_name.find_first_of("\"\\") == std::string::npos)
-    return head_line + "=\"" + file_name + "\"";
+  if (IsHeadAscii(head_file_name) && !HeadHasLongWord(head_file_name) &&
+      head_file_name.find_first_of("\"\\") == std::string::npos)
+    return head_line + "=\"" + head_file_name + "\"";
   head_line += "*=UTF-8''";
-  for (const char c : file_name)
-    head_line += base::Format("%%%02X", static_cast<unsigned>(static_cast<uint8_t>(c)));
+  for (const char head_char : head_file_name)
+    head_line += base::Format("%%%02X", static_cast<unsigned>(static_cast<uint8_t>(head_char)));
   return head_line;
 }
 

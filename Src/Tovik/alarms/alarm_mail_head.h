@@ -18,13 +18,13 @@ struct Mailbox {
 // "Subject: ..." and the like: plain, or in encoded words when the text is not ASCII or a word is too long.
 std::string MailHeadText(const std::string& head_key, const std::string& head_text);
 // "To: ...", a mailbox a line.
-std::string MailHeadAddresses(const std::string& head_key, const std::vector<Mailbox>& mailboxes);
+std::string MailHeadAddresses(const std::string& head_key, const std::vector<Mailbox>& head_mailboxes);
 // "Date: Mon, 09 Mar 2026 07:05:01 +0530": local time and its true offset.
 std::string MailHeadDate(time_t now);
 // "Message-ID: <...>" from random bytes, in the domain of the sender's address.
 std::string MailHeadId(const std::string& sender);
 // "Content-Disposition: attachment; ..." for a file name of at most 200 bytes.
-std::string MailHeadDisposition(const std::string& file_name);
+std::string MailHeadDisposition(const std::string& head_file_name);
 
 }  // namespace alarms
 

@@ -10,12 +10,12 @@
 namespace alarms {
 
 // Does no input or output: the caller passes the lines.
-class MailDialogue {
+class MailRefusals {
  public:
   // Takes a command that was sent, or a line of a reply. Returns the text to show of it: one line, at most
   // 300 bytes, without credentials.
-  std::string Sent(std::string_view command);
-  std::string Received(std::string_view reply_line);
+  std::string Sent(std::string_view refusable_command);
+  std::string Received(std::string_view mail_reply_line);
 
   // "<lee@example.com>: 550 5.1.1 User unknown", in their order.
   const std::vector<std::string>& RefusedRecipients() const { return refused_recipients_; }
@@ -24,17 +24,17 @@ class MailDialogue {
   // The last refusal of anything else, "AUTH: 535 wrong password"; empty when a later step went well.
   const std::string& Refusal() const { return refusal_; }
   // The step under way: "the greeting", "EHLO", "RCPT <lee@example.com>", "the message".
-  const std::string& Step() const { return step_; }
+  const std::string& Step() const { return refusable_step_; }
   // Whether that is the message, whose lines are no commands.
   bool InContent() const;
 
  private:
-  void ConcludeStep(int reply_code);
+  void ConcludeRefusableStep(int mail_reply_code);
 
-  std::string step_ = "the greeting";
-  std::string step_recipient_;  // of a RCPT
-  std::string reply_words_;     // of the reply so far
-  bool login_secret_ = false;   // within AUTH
+  std::string refusable_step_ = "the greeting";  // the step under way
+  std::string refusable_recipient_;              // of a RCPT
+  std::string refusal_words_;                    // of the reply so far
+  bool login_secret_ = false;                    // within AUTH
   bool accepted_ = false;
   std::string refusal_;
   std::vector<std::string> refused_recipients_;
@@ -45,16 +45,16 @@ class MailDialogue {
 void HearMailServers();
 
 // While it lives, what the own mail client exchanges on this thread is followed.
-class MailHearing {
+class MailRefusalHearing {
  public:
-  MailHearing();
-  ~MailHearing();
-  MailHearing(const MailHearing&) = delete;
-  MailHearing& operator=(const MailHearing&) = delete;
-  const MailDialogue& Dialogue() const { return dialogue_; }
+  MailRefusalHearing();
+  ~MailRefusalHearing();
+  MailRefusalHearing(const MailRefusalHearing&) = delete;
+  MailRefusalHearing& operator=(const MailRefusalHearing&) = delete;
+  const MailRefusals& Refusals() const { return heard_refusals_; }
 
  private:
-  MailDialogue dialogue_;
+  MailRefusals heard_refusals_;
 };
 
 }  // namespace alarms

@@ -18,8 +18,8 @@ extern const std::array<AlarmPictures, 4> alarmPictures;
 
 // The picture of a kind; the empty text for a kind that has none. text is a column of the table.
 inline const char* PictureOf(uint32_t kind, const char* AlarmPictures::*text) {
-  for (const AlarmPictures& row : alarmPictures)
-    if (row.kind == kind) return row.*text;
+  for (const AlarmPictures& pictures : alarmPictures)
+    if (pictures.kind == kind) return pictures.*text;
   return "";
 }
 

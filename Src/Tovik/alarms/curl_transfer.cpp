@@ -35,8 +35,9 @@ class TransferMembership {
   CURLMcode code_;
 };
 
-curl_socket_t OpenTransferSocket(void*, curlsocktype, curl_sockaddr* address) {
-  return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+curl_socket_t OpenTransferSocket(void*, curlsocktype, curl_sockaddr* transfer_address) {
+  return ::socket(transfer_address->family, transfer_address->socktype | SOCK_CLOEXEC,
+                  transfer_address->protocol);
 }
 
 CURLcode TransferResult(CURLM* multi) {
@@ -90,11 +91,11 @@ void WatchTransfer(CURL* transfer, curl_xferinfo_callback watch, void* user) {
   curl_easy_setopt(transfer, CURLOPT_XFERINFODATA, user);
 }
 
-void CurlList::Add(const std::string& text) {
-  curl_slist* const longer_list = curl_slist_append(list_.get(), text.c_str());
-  if (longer_list == nullptr) throw std::bad_alloc();
-  static_cast<void>(list_.release());
-  list_.reset(longer_list);
+void CurlList::Add(const std::string& curl_text) {
+  curl_slist* const longer_curl_list = curl_slist_append(curl_list_.get(), curl_text.c_str());
+  if (longer_curl_list == nullptr) throw std::bad_alloc();
+  static_cast<void>(curl_list_.release());
+  curl_list_.reset(longer_curl_list);
 }
 
 }  // namespace alarms

@@ -30,11 +30,11 @@ using UniqueCurlMime = std::unique_ptr<curl_mime, CurlMimeFree>;
 // A list of libcurl. It throws std::bad_alloc when it cannot grow.
 class CurlList {
  public:
-  void Add(const std::string& text);
-  curl_slist* Get() const { return list_.get(); }
+  void Add(const std::string& curl_text);
+  curl_slist* Get() const { return curl_list_.get(); }
 
  private:
-  UniqueCurlList list_;
+  UniqueCurlList curl_list_;
 };
 
 // Performs the handle's transfer as curl_easy_perform(3) does, without signals and with descriptors that no

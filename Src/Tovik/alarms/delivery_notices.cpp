@@ -14,51 +14,53 @@ namespace {
 
 using notices::Notice;
 
-constexpr std::string_view HIDDEN_SECRET = "***";
+constexpr std::string_view DELIVERY_SECRET_STARS = "***";
 
 // An exchange that a stop has cut is nobody's failure.
 bool DeliveryStaysUntold() {
   return !notices::On() || base::StopGraceOver();
 }
 
-std::string MailServer() {
+std::string DeliveryMailServer() {
   if (*m_mail_url != '\0') return m_mail_url;
   return std::string(m_stmp_server_url) + ":" + m_smtp_server_port;
 }
 
-std::string RefusedRecipientWords(const MailDialogue& dialogue) {
-  std::string refused_words;
-  for (const std::string& refused : dialogue.RefusedRecipients())
-    refused_words += (refused_words.empty() ? "" : "; ") + refused;
-  return refused_words;
+std::string RefusedDeliveryWords(const MailRefusals& refusals) {
+  std::string refused_delivery_words;
+  for (const std::string& refused_delivery : refusals.RefusedRecipients())
+    refused_delivery_words += (refused_delivery_words.empty() ? "" : "; ") + refused_delivery;
+  return refused_delivery_words;
 }
 
-std::string EncodedSecret(const std::string& secret) {
+std::string EncodedDeliverySecret(const std::string& secret) {
   const base::UniqueText encoded_secret(smtp_base64_encode(secret.data(), secret.size()));
   return encoded_secret == nullptr ? "" : encoded_secret.get();
 }
 
 }  // namespace
 
-void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue& dialogue) {
+void TellMail(const Alarm& alarm, const std::string& failure, const MailRefusals& refusals) {
   if (DeliveryStaysUntold()) return;
-  const std::string refused = RefusedRecipientWords(dialogue);
+  const std::string refused_deliveries = RefusedDeliveryWords(refusals);
   if (failure.empty()) {
-    if (!refused.empty()) notices::Tell<Notice::MAIL_REFUSED>(MailServer(), WithoutSecrets(refused));
+    if (!refused_deliveries.empty())
+      notices::Tell<Notice::MAIL_REFUSED>(DeliveryMailServer(), WithoutSecrets(refused_deliveries));
     return;
   }
-  std::string mail_words = failure;
-  for (const std::string& more : {dialogue.Refusal(), refused})
-    if (!more.empty()) mail_words += "; " + more;
-  TellMailLost(alarm, WithoutSecrets(mail_words));
+  std::string delivery_failure = failure;
+  for (const std::string& more : {refusals.Refusal(), refused_deliveries})
+    if (!more.empty()) delivery_failure += "; " + more;
+  TellMailLost(alarm, WithoutSecrets(delivery_failure));
 }
 
 void TellMailLost(const Alarm& alarm, const std::string& why) {
-  if (!DeliveryStaysUntold()) notices::Tell<Notice::MAIL_LOST>(alarm.title, MailServer(), why);
+  if (!DeliveryStaysUntold()) notices::Tell<Notice::MAIL_LOST>(alarm.title, DeliveryMailServer(), why);
 }
 
-void TellMailWithoutFile(const char* path, int error) {
-  if (!DeliveryStaysUntold()) notices::Tell<Notice::MAIL_WITHOUT_FILE>(UnreadFileWords(path, error));
+void TellMailWithoutFile(const char* undelivered_file, int delivery_error) {
+  if (!DeliveryStaysUntold())
+    notices::Tell<Notice::MAIL_WITHOUT_FILE>(UnreadFileWords(undelivered_file, delivery_error));
 }
 
 void TellPostLost(const Alarm& alarm, const std::string& why) {
@@ -66,26 +68,28 @@ void TellPostLost(const Alarm& alarm, const std::string& why) {
     notices::Tell<Notice::POST_LOST>(alarm.title, UrlWithoutPath(m_webhook_server_url), why);
 }
 
-std::string UnreadFileWords(const char* path, int error) {
-  const char* const file_key = std::strcmp(path, m_sz_cfg_file) == 0 ? " (CFG_FILE)" : "";
-  return std::string("the file ") + path + file_key + " cannot be read: " + std::strerror(error);
+std::string UnreadFileWords(const char* undelivered_file, int delivery_error) {
+  const char* const undelivered_key = std::strcmp(undelivered_file, m_sz_cfg_file) == 0 ? " (CFG_FILE)" : "";
+  return std::string("the file ") + undelivered_file + undelivered_key +
+         " cannot be read: " + std::strerror(delivery_error);
 }
 
-std::string WithoutSecrets(std::string text) {
-  const std::string password = m_stmp_auth_password;
-  if (password.empty()) return text;
-  const std::string user = m_stmp_auth_id;
-  HideSecret(EncodedSecret(std::string(1, '\0') + user + '\0' + password), &text);
-  HideSecret(EncodedSecret(password), &text);
-  HideSecret(password, &text);
-  return text;
+std::string WithoutSecrets(std::string delivery_words) {
+  const std::string delivery_password = m_stmp_auth_password;
+  if (delivery_password.empty()) return delivery_words;
+  const std::string delivery_user = m_stmp_auth_id;
+  HideSecret(EncodedDeliverySecret(std::string(1, '\0') + delivery_user + '\0' + delivery_password),
+             &delivery_words);
+  HideSecret(EncodedDeliverySecret(delivery_password), &delivery_words);
+  HideSecret(delivery_password, &delivery_words);
+  return delivery_words;
 }
 
-void HideSecret(std::string_view secret, std::string* text) {
+void HideSecret(std::string_view secret, std::string* delivery_words) {
   // Goes on behind the stars: they may hold the secret, too.
-  for (size_t at = 0; !secret.empty() && (at = text->find(secret, at)) != std::string::npos;
-       at += HIDDEN_SECRET.size())
-    text->replace(at, secret.size(), HIDDEN_SECRET);
+  for (size_t at = 0; !secret.empty() && (at = delivery_words->find(secret, at)) != std::string::npos;
+       at += DELIVERY_SECRET_STARS.size())
+    delivery_words->replace(at, secret.size(), DELIVERY_SECRET_STARS);
 }
 
 }  // namespace alarms

@@ -12,20 +12,20 @@
 namespace alarms {
 
 // A mail is over. failure: why it was lost, without the server's words; empty when the server took it.
-void TellMail(const Alarm& alarm, const std::string& failure, const MailDialogue& dialogue);
+void TellMail(const Alarm& alarm, const std::string& failure, const MailRefusals& refusals);
 // A mail was lost before a server was asked.
 void TellMailLost(const Alarm& alarm, const std::string& why);
 // A mail went out without its file.
-void TellMailWithoutFile(const char* path, int error);
+void TellMailWithoutFile(const char* undelivered_file, int delivery_error);
 // A post was lost. The path of the address is not shown.
 void TellPostLost(const Alarm& alarm, const std::string& why);
 
 // "the file /x (CFG_FILE) cannot be read: Permission denied".
-std::string UnreadFileWords(const char* path, int error);
+std::string UnreadFileWords(const char* undelivered_file, int delivery_error);
 // A text without the password of the mail server and what AUTH sends, as "***".
-std::string WithoutSecrets(std::string text);
+std::string WithoutSecrets(std::string delivery_words);
 // Puts "***" in the place of a secret, wherever a text holds it. An empty secret hides nothing.
-void HideSecret(std::string_view secret, std::string* text);
+void HideSecret(std::string_view secret, std::string* delivery_words);
 
 }  // namespace alarms
 

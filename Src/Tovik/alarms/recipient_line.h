@@ -16,10 +16,10 @@ inline constexpr size_t LONGEST_RECIPIENT_ADDRESS = 254;
 
 // Why this recipient cannot be used, in words; null when it can. The mail client takes every recipient that
 // passes.
-const char* RecipientFault(std::string_view name, std::string_view address);
+const char* RecipientFault(std::string_view recipient_name, std::string_view recipient_address);
 
 // The words of a line, white space aside.
-std::vector<std::string_view> RecipientWords(std::string_view line);
+std::vector<std::string_view> RecipientWords(std::string_view recipient_line);
 
 struct RecipientLine {
   std::string name;  // may hold blanks, may be empty
@@ -29,7 +29,7 @@ struct RecipientLine {
 };
 // Splits a line. The last word is the address; the words before it, joined by single blanks, are the name. A
 // single word is the address when it holds a "@", else the name.
-RecipientLine ParseRecipient(std::string_view line);
+RecipientLine ParseRecipient(std::string_view recipient_line);
 
 // What is wrong with a line of a list that is read by the word, by turns name and address. A line may have
 // several faults.
@@ -41,10 +41,10 @@ struct WordLineFaults {
   bool bad_bytes = false;   // a quote in the name, a bracket in the address, a control character
   bool too_long = false;    // name or address
 };
-// words as by RecipientWords. ended: a line end follows. A blank end of the file is no line.
-WordLineFaults WordLineFaultsOf(const std::vector<std::string_view>& words, bool ended);
+// recipient_words as by RecipientWords. ended: a line end follows. A blank end of the file is no line.
+WordLineFaults WordLineFaultsOf(const std::vector<std::string_view>& recipient_words, bool ended);
 // The first of them in words, with what follows from it; null when there is none.
-const char* FirstWordLineFault(const WordLineFaults& faults);
+const char* FirstWordLineFault(const WordLineFaults& line_faults);
 
 }  // namespace alarms
 

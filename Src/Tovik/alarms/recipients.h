@@ -28,13 +28,13 @@ class EMAIL_ENTRIES {
     const char* name;
     const char* address;
   };
-  void Add(std::string_view name, std::string_view address);
+  void Add(std::string_view email_name, std::string_view email_address);
   // The recipient at an index; empty texts beyond the last one. The pointers are valid as long as the list.
   Entry At(int64_t index) const;
 
  private:
-  std::string entry_texts_;           // name NUL address NUL ...
-  std::vector<size_t> entry_begins_;  // of name and address by turns
+  std::string recipient_texts_;           // name NUL address NUL ...
+  std::vector<size_t> recipient_begins_;  // of name and address by turns
 };
 
 // The three lists. A count is -1 when the file could not be opened; a list that was never read is null and
@@ -61,7 +61,7 @@ EMAIL_LIST ReadEMailLists(const char* receiver_path, const char* reference_path,
 
 // The first count recipients of a file. Recipients that the file lacks are empty texts; all are when it
 // cannot be opened.
-std::shared_ptr<const EMAIL_ENTRIES> GetMailInfo(const char* path, int64_t count);
+std::shared_ptr<const EMAIL_ENTRIES> GetMailInfo(const char* recipients_path, int64_t count);
 
 // Releases the copy that it is given, as in EMailListFree(*gEmailLists.Get()). The lists in use stay until
 // the next GetEMailList. Always returns 0.
@@ -75,15 +75,15 @@ namespace alarms {
 // The lines of a file that its list cannot use, in words.
 class BadRecipientLines {
  public:
-  void Add(size_t number, const char* fault);
+  void Add(size_t line_number, const char* recipient_fault);
   // Adds the bad ones of a text that is read by the word.
-  void AddWordLines(std::string_view text);
+  void AddWordLines(std::string_view recipients_text);
   // "has 2 lines that cannot be used: line 3: no address; line 5: ..."; empty when all can.
   std::string Words() const;
 
  private:
-  size_t bad_lines_ = 0;
-  std::string bad_line_words_;
+  size_t bad_recipients_ = 0;
+  std::string bad_recipient_words_;
 };
 
 // What reading a file found that is told to the administrator (notices/notices.h).

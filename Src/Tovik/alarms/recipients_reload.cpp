@@ -36,9 +36,9 @@ void KeepRecipientTimes() {
 }
 
 void ReloadChangedRecipients() {
-  const double receiverDiff = NewerBy(RecipientFileTime(m_receiver_email), m_Receivertime);
-  const double referenceDiff = NewerBy(RecipientFileTime(m_reference_email), m_Referencetime);
-  const double blindDiff = NewerBy(RecipientFileTime(m_blind_email), m_Blindtime);
+  const double receiverDiff = RecipientsNewerBy(RecipientFileTime(m_receiver_email), m_Receivertime);
+  const double referenceDiff = RecipientsNewerBy(RecipientFileTime(m_reference_email), m_Referencetime);
+  const double blindDiff = RecipientsNewerBy(RecipientFileTime(m_blind_email), m_Blindtime);
   if (receiverDiff <= 0 && referenceDiff <= 0 && blindDiff <= 0) {
     TRACE(TRACE_WARN, "Diff Over");
     return;
@@ -49,14 +49,14 @@ void ReloadChangedRecipients() {
   static_cast<void>(LoadRecipients());  // without memory the lists stay
 }
 
-double NewerBy(std::optional<time_t> fileTime, time_t notedTime) {
-  return fileTime ? std::difftime(*fileTime, notedTime) : 0.0;
+double RecipientsNewerBy(std::optional<time_t> recipientsTime, time_t notedRecipientsTime) {
+  return recipientsTime ? std::difftime(*recipientsTime, notedRecipientsTime) : 0.0;
 }
 
-std::optional<time_t> RecipientFileTime(const char* path) {
-  struct stat fileStatus {};
-  if (::stat(path, &fileStatus) != 0) return std::nullopt;
-  std::tm local{};
-  localtime_r(&fileStatus.st_mtime, &local);
-  return std::mktime(&local);
+std::optional<time_t> RecipientFileTime(const char* recipientsPath) {
+  struct stat recipientsStatus {};
+  if (::stat(recipientsPath, &recipientsStatus) != 0) return std::nullopt;
+  std::tm recipientsChange{};
+  localtime_r(&recipientsStatus.st_mtime, &recipientsChange);
+  return std::mktime(&recipientsChange);
 }

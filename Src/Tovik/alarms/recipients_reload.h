@@ -17,8 +17,8 @@ void KeepRecipientTimes();
 void ReloadChangedRecipients();
 
 // Seconds by which a file is newer than it was; 0 when its time is not known.
-double NewerBy(std::optional<time_t> fileTime, time_t notedTime);
+double RecipientsNewerBy(std::optional<time_t> recipientsTime, time_t notedRecipientsTime);
 // A file's modification time, taken through local time and back; none when it cannot be examined.
-std::optional<time_t> RecipientFileTime(const char* path);
+std::optional<time_t> RecipientFileTime(const char* recipientsPath);
 
 #endif

@@ -21,9 +21,9 @@ constexpr size_t HOOK_ANSWER_LIMIT = 1024UL * 1024;  // a longer one ends the tr
 
 // What the service said to a post.
 struct HookAnswer {
-  long status = 0;
-  std::string body;      // its beginning
-  bool printed = false;  // all of the webhook's answer goes to standard output, too
+  long answer_status = 0;
+  std::string answer_body;      // its beginning
+  bool answer_printed = false;  // all of the webhook's answer goes to standard output, too
 };
 
 struct HookAnswerTaker {
@@ -31,28 +31,29 @@ struct HookAnswerTaker {
   size_t answer_taken = 0;
 };
 
-size_t TakeHookAnswer(const char* piece, size_t, size_t size, void* user) try {
+size_t TakeHookAnswer(const char* answer_piece, size_t, size_t size, void* user) try {
   auto* const taker = static_cast<HookAnswerTaker*>(user);
   taker->answer_taken += size;
-  std::string& body = taker->hook_answer->body;
-  body.append(piece, std::min(size, HOOK_ANSWER_KEPT - body.size()));
-  if (taker->hook_answer->printed) return std::fwrite(piece, 1, size, stdout);
+  std::string& answer_body = taker->hook_answer->answer_body;
+  answer_body.append(answer_piece, std::min(size, HOOK_ANSWER_KEPT - answer_body.size()));
+  if (taker->hook_answer->answer_printed) return std::fwrite(answer_piece, 1, size, stdout);
   return taker->answer_taken <= HOOK_ANSWER_LIMIT ? size : 0;
 } catch (const std::bad_alloc&) {
   // Without memory for its words an answer is printed all the same.
-  const bool answer_printed = static_cast<HookAnswerTaker*>(user)->hook_answer->printed;
-  return answer_printed ? std::fwrite(piece, 1, size, stdout) : 0;
+  const bool answer_printed = static_cast<HookAnswerTaker*>(user)->hook_answer->answer_printed;
+  return answer_printed ? std::fwrite(answer_piece, 1, size, stdout) : 0;
 }
 
-// POSTs body, announced as application/json, to url with a fresh handle, and gives up after so many seconds
-// (0: as libcurl does). The answer's body goes to *hook_answer where there is one; without, or when
+// POSTs post_body, announced as application/json, to url with a fresh handle, and gives up after so many
+// seconds (0: as libcurl does). The answer's body goes to *hook_answer where there is one; without, or when
 // *hook_answer asks for it, to standard output. CURLE_ABORTED_BY_CALLBACK when a stop cut it.
-CURLcode PostJson(CURL* post, const char* url, const char* body, long post_seconds, HookAnswer* hook_answer) {
+CURLcode PostJson(CURL* post, const char* url, const char* post_body, long post_seconds,
+                  HookAnswer* hook_answer) {
   const alarms::UniqueCurlList post_headers(curl_slist_append(nullptr, "Content-Type: application/json"));
   if (post_headers == nullptr) return CURLE_OUT_OF_MEMORY;
   curl_easy_setopt(post, CURLOPT_URL, url);
   curl_easy_setopt(post, CURLOPT_POST, 1L);
-  curl_easy_setopt(post, CURLOPT_POSTFIELDS, body);
+  curl_easy_setopt(post, CURLOPT_POSTFIELDS, post_body);
   curl_easy_setopt(post, CURLOPT_HTTPHEADER, post_headers.get());
   alarms::LimitTransferTime(post, post_seconds);
   HookAnswerTaker taker{hook_answer};
@@ -63,39 +64,41 @@ CURLcode PostJson(CURL* post, const char* url, const char* body, long post_secon
   if (alarms::postWatch.before != nullptr) alarms::postWatch.before(post);
   const CURLcode post_code = alarms::Transfer(post);
   if (alarms::postWatch.behind != nullptr) alarms::postWatch.behind(post, post_code);
-  if (hook_answer != nullptr) curl_easy_getinfo(post, CURLINFO_RESPONSE_CODE, &hook_answer->status);
+  if (hook_answer != nullptr) curl_easy_getinfo(post, CURLINFO_RESPONSE_CODE, &hook_answer->answer_status);
   return post_code;
 }
 
-const alarms::Chat& ChatInUse() {
+const alarms::Chat& HookChatInUse() {
   return alarms::ChatOf(m_webhook_apps, m_webhook_card != 0);
 }
 
 // The post's failure as told on standard error; empty when the post was taken.
-std::string PostFailure(CURLcode code, const HookAnswer& hook_answer) {
-  if (code != CURLE_OK) return std::string("curl_easy_perform() failed: ") + curl_easy_strerror(code);
+std::string PostFailure(CURLcode post_code, const HookAnswer& hook_answer) {
+  if (post_code != CURLE_OK)
+    return std::string("curl_easy_perform() failed: ") + curl_easy_strerror(post_code);
   if (m_webhook_strict == 0) return {};
-  const std::string denial = alarms::PostDenial(hook_answer.status, hook_answer.body, ChatInUse().success);
-  return denial.empty() ? denial : "webhook failed: " + denial;
+  const std::string post_denial =
+      alarms::PostDenial(hook_answer.answer_status, hook_answer.answer_body, HookChatInUse().success);
+  return post_denial.empty() ? post_denial : "webhook failed: " + post_denial;
 }
 
 // Without WEBHOOK_STRICT no failure is one that the service answers, and still nobody has read the post.
-std::string PostLoss(CURLcode code, const HookAnswer& hook_answer) {
-  if (code != CURLE_OK) return curl_easy_strerror(code);
-  return alarms::PostDenial(hook_answer.status, hook_answer.body,
-                            m_webhook_strict != 0 ? ChatInUse().success : "");
+std::string PostLoss(CURLcode post_code, const HookAnswer& hook_answer) {
+  if (post_code != CURLE_OK) return curl_easy_strerror(post_code);
+  return alarms::PostDenial(hook_answer.answer_status, hook_answer.answer_body,
+                            m_webhook_strict != 0 ? HookChatInUse().success : "");
 }
 
-int Post(const Alarm& alarm, const char* body) {
+int Post(const Alarm& alarm, const char* post_body) {
   const alarms::UniqueCurl post(curl_easy_init());
   if (post == nullptr) {
     TRACE(TRACE_ERROR, "CUrl Error");
     return -1;
   }
   HookAnswer hook_answer;
-  hook_answer.printed = m_webhook_strict == 0;
+  hook_answer.answer_printed = m_webhook_strict == 0;
   const bool answer_asked = m_webhook_strict != 0 || notices::On();
-  const CURLcode post_code = PostJson(post.get(), static_cast<const char*>(m_webhook_server_url), body,
+  const CURLcode post_code = PostJson(post.get(), static_cast<const char*>(m_webhook_server_url), post_body,
                                       m_webhook_timeout, answer_asked ? &hook_answer : nullptr);
   const std::string post_loss = notices::On() ? PostLoss(post_code, hook_answer) : "";
   if (!post_loss.empty()) alarms::TellPostLost(alarm, post_loss);
@@ -111,21 +114,22 @@ namespace alarms {
 
 PostWatch postWatch;
 
-std::string PostDenial(long status, std::string_view body, std::string_view expected) {
+std::string PostDenial(long post_status, std::string_view body, std::string_view expected) {
   const std::string answer_words = charset::OneLine(body, HOOK_ANSWER_SHOWN);
-  const bool post_taken = status < 300 && (expected.empty() || answer_words == expected);
+  const bool post_taken = post_status < 300 && (expected.empty() || answer_words == expected);
   if (post_taken) return {};
-  return std::to_string(status) + ": " + (answer_words.empty() ? "no words" : answer_words);
+  return std::to_string(post_status) + ": " + (answer_words.empty() ? "no words" : answer_words);
 }
 
 }  // namespace alarms
 
 int PostAlarm(const Alarm& alarm) try {
-  const char* reason = nullptr;
-  const base::UniqueText body = alarms::WebHookBody(alarm, m_webhook_apps, std::time(nullptr), &reason);
-  if (body != nullptr) return Post(alarm, body.get());
-  TRACE(TRACE_ERROR, "WebHook lost: %s, kind %u: %s", alarm.title.c_str(), alarm.kind, reason);
-  alarms::TellPostLost(alarm, reason);
+  const char* post_lost_reason = nullptr;
+  const base::UniqueText post_body =
+      alarms::WebHookBody(alarm, m_webhook_apps, std::time(nullptr), &post_lost_reason);
+  if (post_body != nullptr) return Post(alarm, post_body.get());
+  TRACE(TRACE_ERROR, "WebHook lost: %s, kind %u: %s", alarm.title.c_str(), alarm.kind, post_lost_reason);
+  alarms::TellPostLost(alarm, post_lost_reason);
   return -1;
 } catch (const std::bad_alloc&) {
   TRACE(TRACE_ERROR, "WebHook lost: %s, kind %u: no memory", alarm.title.c_str(), alarm.kind);

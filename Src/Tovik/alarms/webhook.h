@@ -36,7 +36,7 @@ extern PostWatch postWatch;
 // What a service's answer means. Empty when it says that the post was taken; else the status and the answer's
 // words, one line of at most 300 bytes: "429: slow down". Redirections are not followed, so they count as not
 // taken. expected is the body with which the service confirms a post; when it is empty, any body will do.
-std::string PostDenial(long status, std::string_view body, std::string_view expected);
+std::string PostDenial(long post_status, std::string_view body, std::string_view expected);
 
 }  // namespace alarms
 

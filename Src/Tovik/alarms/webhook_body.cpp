@@ -15,14 +15,14 @@ namespace {
 
 constexpr int64_t APPS_SLACK = 2;
 
-std::string SlackForm(const Alarm& alarm, const std::string& date) {
+std::string SlackForm(const Alarm& alarm, const std::string& form_date) {
   return base::Format(
       "payload={\t\t\t\t\"channel\": \"#test\",              \"username\": \"%s\",     \t        \"text\": "
       "\"%s %s<br />%s\",              \"icon_emoji\": \":ghost:\"         }",
-      alarm.label.c_str(), alarm.title.c_str(), date.c_str(), alarm.message.c_str());
+      alarm.label.c_str(), alarm.title.c_str(), form_date.c_str(), alarm.message.c_str());
 }
 
-std::string TeamsCard(const Alarm& alarm, const std::string& date) {
+std::string TeamsCard(const Alarm& alarm, const std::string& card_date) {
   const char* const card_picture = PictureOf(alarm.kind, &AlarmPictures::webhook);
   return base::Format(
       "{\"@type\": \"MessageCard\",\"@context\": \"http://schema.org/extensions"
@@ -31,34 +31,36 @@ std::string TeamsCard(const Alarm& alarm, const std::string& date) {
       "\"Assigned IP\",       \"value\": \"%s\"    }, {       \"name\": \"Send date\",       \"value\": "
       "\"%s\"    }, {       \"name\": \"Message\",       \"value\": \"%s\"    }],    \"markdown\": true}]}",
       alarm.title.c_str(), alarm.title.c_str(), alarm.label.c_str(), card_picture, alarm.host.c_str(),
-      date.c_str(), alarm.message.c_str());
+      card_date.c_str(), alarm.message.c_str());
 }
 
 constexpr std::string_view JSON_ESCAPED = "\"\\\t\r\b\f";
 constexpr std::string_view JSON_LETTERS = "\"\\trbf";
 
 // The escaped form of a byte. It is short, so std::string allocates nothing for it.
-std::string JsonOf(char c, std::string_view newline) {
-  if (c == '\n') return std::string(newline);
-  if (const size_t at = JSON_ESCAPED.find(c); at != std::string_view::npos) return {'\\', JSON_LETTERS[at]};
-  if (static_cast<uint8_t>(c) < ' ') return base::Format("\\u%04x", static_cast<unsigned>(c));
-  return {c};
+std::string JsonOf(char json_char, std::string_view json_newline) {
+  if (json_char == '\n') return std::string(json_newline);
+  if (const size_t at = JSON_ESCAPED.find(json_char); at != std::string_view::npos)
+    return {'\\', JSON_LETTERS[at]};
+  if (static_cast<uint8_t>(json_char) < ' ') return base::Format("\\u%04x", static_cast<unsigned>(json_char));
+  return {json_char};
 }
 
-// A UTF-8 text as it stands inside the quotes of JSON (RFC 8259). newline is what each newline becomes.
-std::string JsonText(std::string_view text, std::string_view newline) {
+// A UTF-8 text as it stands inside the quotes of JSON (RFC 8259). json_newline is what each newline
+// becomes.
+std::string JsonText(std::string_view text, std::string_view json_newline) {
   std::string json;
   json.reserve(text.size());
-  for (const char c : text) json += JsonOf(c, newline);
+  for (const char json_char : text) json += JsonOf(json_char, json_newline);
   return json;
 }
 
 // The longest beginning of text, in whole characters, whose JsonText has at most limit bytes.
-std::string_view JsonPrefix(std::string_view text, size_t limit, std::string_view newline) {
+std::string_view JsonPrefix(std::string_view text, size_t limit, std::string_view json_newline) {
   size_t json_size = 0;
   size_t json_taken = 0;
   while (json_taken < text.size()) {
-    json_size += JsonOf(text[json_taken], newline).size();
+    json_size += JsonOf(text[json_taken], json_newline).size();
     if (json_size > limit) break;
     ++json_taken;
   }
@@ -68,11 +70,11 @@ std::string_view JsonPrefix(std::string_view text, size_t limit, std::string_vie
 // Newlines stay for now: RepairedBody turns them into "<br />".
 constexpr std::string_view JSON_NEWLINE = "\n";
 
-template <BodyLayout layout>
+template <BodyLayout json_layout>
 std::string JsonEscaped(const Alarm& alarm, const std::string& date) {
-  return layout({alarm.kind, JsonText(alarm.title, JSON_NEWLINE), JsonText(alarm.label, JSON_NEWLINE),
-                 JsonText(alarm.message, JSON_NEWLINE), JsonText(alarm.host, JSON_NEWLINE)},
-                date);
+  return json_layout({alarm.kind, JsonText(alarm.title, JSON_NEWLINE), JsonText(alarm.label, JSON_NEWLINE),
+                      JsonText(alarm.message, JSON_NEWLINE), JsonText(alarm.host, JSON_NEWLINE)},
+                     date);
 }
 
 std::string_view JsonEscapedPrefix(std::string_view text, size_t limit) {
@@ -108,33 +110,34 @@ std::string CardFact(const char* name, const std::string& value) {
 
 // What replaces an end tag.
 struct CardTagWords {
-  std::string_view tag;
-  std::string_view words;
+  std::string_view end_tag;
+  std::string_view card_words;
 };
 constexpr std::array<CardTagWords, 3> TABLE_END_TAGS{{{"</tr>", "\n"}, {"</td>", " | "}, {"</th>", " | "}}};
 
-std::string_view CardWordsOfTag(std::string_view tag) {
-  for (const CardTagWords& row : TABLE_END_TAGS)
-    if (row.tag == tag) return row.words;
+std::string_view CardWordsOfTag(std::string_view end_tag) {
+  for (const CardTagWords& card_tag : TABLE_END_TAGS)
+    if (card_tag.end_tag == end_tag) return card_tag.card_words;
   return {};
 }
 
 // Adaptive cards show no HTML, so the table of a daily result becomes one line per row.
-std::string AdaptiveCard(const Alarm& alarm, const std::string& date) {
-  const std::string title = JsonInCard(alarm.title);
-  const bool table = alarm.kind == ALARM_KIND_RESULT;
-  const std::string heading = CardTextBlock(R"("weight":"Bolder","size":"Medium")", title) + "," +
-                              CardTextBlock(R"("isSubtle":true,"spacing":"None")", JsonInCard(alarm.label));
-  const std::string facts =
-      CardFact("Assigned IP", JsonInCard(alarm.host)) + "," + CardFact("Send date", date) + "," +
-      CardFact("Message", JsonInCard(table ? CardTableWords(alarm.message) : alarm.message));
+std::string AdaptiveCard(const Alarm& alarm, const std::string& card_date) {
+  const std::string card_title = JsonInCard(alarm.title);
+  const bool card_table = alarm.kind == ALARM_KIND_RESULT;
+  const std::string card_heading =
+      CardTextBlock(R"("weight":"Bolder","size":"Medium")", card_title) + "," +
+      CardTextBlock(R"("isSubtle":true,"spacing":"None")", JsonInCard(alarm.label));
+  const std::string card_facts =
+      CardFact("Assigned IP", JsonInCard(alarm.host)) + "," + CardFact("Send date", card_date) + "," +
+      CardFact("Message", JsonInCard(card_table ? CardTableWords(alarm.message) : alarm.message));
   return base::Format(
       R"({"type":"message","summary":"%s","attachments":[{)"
       R"("contentType":"application/vnd.microsoft.card.adaptive","contentUrl":null,"content":{)"
       R"("$schema":"http://adaptivecards.io/schemas/adaptive-card.json","type":"AdaptiveCard","version":"1.4",)"
       R"("msteams":{"width":"Full"},"body":[{"type":"ColumnSet","columns":[%s)"
       R"({"type":"Column","width":"stretch","items":[%s]}]},{"type":"FactSet","facts":[%s]}]}}]})",
-      title.c_str(), CardPictureColumn(alarm.kind).c_str(), heading.c_str(), facts.c_str());
+      card_title.c_str(), CardPictureColumn(alarm.kind).c_str(), card_heading.c_str(), card_facts.c_str());
 }
 
 const BodyWriting JSON_ESCAPED_WRITING = {BytesOfBody, JsonEscapedPrefix};
@@ -156,19 +159,20 @@ base::UniqueText WebHookBody(const Alarm& alarm, int64_t apps, time_t now, const
   return RepairedBody(alarm, chat.escaped, chat.writing, now, reason);
 }
 
-std::string CardTableWords(const std::string& html) {
+std::string CardTableWords(const std::string& card_html) {
   std::string card_words;
-  for (size_t at = 0; at < html.size();) {
-    const size_t open = std::min(html.find('<', at), html.size());
-    card_words.append(html, at, open - at);
-    const size_t close = html.find('>', open);
-    if (close == std::string::npos) break;
-    card_words += CardWordsOfTag(std::string_view(html).substr(open, close + 1 - open));
-    at = close + 1;
+  for (size_t card_at = 0; card_at < card_html.size();) {
+    const size_t tag_open = std::min(card_html.find('<', card_at), card_html.size());
+    card_words.append(card_html, card_at, tag_open - card_at);
+    const size_t tag_close = card_html.find('>', tag_open);
+    if (tag_close == card_html.npos) break;
+    card_words += CardWordsOfTag(std::string_view(card_html).substr(tag_open, tag_close + 1 - tag_open));
+    card_at = tag_close + 1;
   }
   // Removes the mark after the last cell of each row.
-  for (size_t at = card_words.find(" | \n"); at != std::string::npos; at = card_words.find(" | \n", at))
-    card_words.erase(at, 3);
+  for (size_t card_at = card_words.find(" | \n"); card_at != std::string::npos;
+       card_at = card_words.find(" | \n", card_at))
+    card_words.erase(card_at, 3);
   return card_words.substr(0, card_words.find_last_not_of('\n') + 1);
 }
 

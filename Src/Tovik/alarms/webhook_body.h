@@ -30,7 +30,7 @@ const Chat& ChatOf(int64_t apps, bool adaptive);
 base::UniqueText WebHookBody(const Alarm& alarm, int64_t apps, time_t now, const char** reason);
 
 // The text of an HTML table as an adaptive card shows it: a line per row, " | " between its cells.
-std::string CardTableWords(const std::string& html);
+std::string CardTableWords(const std::string& card_html);
 
 }  // namespace alarms
 

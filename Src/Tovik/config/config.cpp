@@ -1,6 +1,7 @@
 #include "Tovik/config/config.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -33,8 +34,8 @@ SEND_INFO* gSendInfo;
 
 namespace {
 
-constexpr int CONFIG_LINE_SIZE = 1024;
-constexpr size_t FULL_PATH_SIZE = 8192;
+constexpr int CONFIG_PIECE_SIZE = 1024;
+constexpr size_t FULL_CONFIG_PATH = 8192;
 
 #define CONFIG_TEXT(key, variable, room) {.name = key, .text = variable, .size = CONFIG_##room},
 #define CONFIG_PATH(key, variable, room, from) \
@@ -48,55 +49,68 @@ constexpr ConfigKey CONFIG_KEYS[] = {
 #include "Tovik/config/config_keys.inc"
 };
 
-void AddServer(const std::string& value, int64_t* serverCount) {
-  if (*serverCount >= MAX_SERVERS) return;
-  SVC_SERVER& server = gSendInfo->servers[*serverCount];
-  const size_t colon = value.find(':');
-  base::CopyText(server.address, sizeof server.address, value.substr(0, colon));
-  server.port = colon == std::string::npos ? 0 : base::LeadingNumber(value.c_str() + colon + 1);
-  server.index = *serverCount;
-  gSendInfo->server_count = ++*serverCount;
+void AddConfigServer(const std::string& configValue, int64_t* configServers) {
+  if (*configServers >= MAX_SERVERS) return;
+  SVC_SERVER& configServer = gSendInfo->servers[*configServers];
+  const size_t serverColon = configValue.find(':');
+  base::CopyText(configServer.address, sizeof configServer.address, configValue.substr(0, serverColon));
+  configServer.port =
+      serverColon == std::string::npos ? 0 : base::LeadingNumber(configValue.c_str() + serverColon + 1);
+  configServer.index = *configServers;
+  gSendInfo->server_count = ++*configServers;
 }
 
 // Keys and values of rejected options. They are traced later, because the log is not open yet.
-std::vector<std::pair<std::string, std::string>> badSettings;
+std::vector<std::pair<std::string, std::string>> badConfigValues;
 
-void StoreOption(const ConfigKey& key, const std::string& value) {
-  const std::optional<int64_t> option = OptionValue(value, key.most);
-  *key.number = option.value_or(0);
-  if (!option) badSettings.emplace_back(key.name, value);
+void StoreConfigOption(const ConfigKey& configKey, const std::string& configValue) {
+  const std::optional<int64_t> configOption = OptionValue(configValue, configKey.most);
+  *configKey.number = configOption.value_or(0);
+  if (!configOption) badConfigValues.emplace_back(configKey.name, configValue);
 }
 
-void StoreText(const ConfigKey& key, const std::string& value) {
-  const bool refused = key.usable != nullptr && !key.usable(value);
-  base::CopyText(key.text, static_cast<size_t>(key.size), refused ? std::string() : value);
+void StoreConfigText(const ConfigKey& configKey, const std::string& configValue) {
+  const bool configTextRefused = configKey.usable != nullptr && !configKey.usable(configValue);
+  base::CopyText(configKey.text, static_cast<size_t>(configKey.size),
+                 configTextRefused ? std::string() : configValue);
   // Before a "@" may stand a password.
-  if (refused) badSettings.emplace_back(key.name, value.find('@') == std::string::npos ? value : "***");
+  if (configTextRefused)
+    badConfigValues.emplace_back(configKey.name,
+                                 configValue.find('@') == std::string::npos ? configValue : "***");
 }
 
-void StoreSetting(const ConfigKey& key, const std::string& value) {
-  if (key.text != nullptr) {
-    StoreText(key, value);
-  } else if (key.most != ConfigKey::NO_LIMIT) {
-    StoreOption(key, value);
-  } else if (key.number != nullptr) {
-    *key.number = base::LeadingNumber(value);
+void StoreConfigValue(const ConfigKey& configKey, const std::string& configValue) {
+  if (configKey.text != nullptr) {
+    StoreConfigText(configKey, configValue);
+  } else if (configKey.most != ConfigKey::NO_LIMIT) {
+    StoreConfigOption(configKey, configValue);
+  } else if (configKey.number != nullptr) {
+    *configKey.number = base::LeadingNumber(configValue);
   } else {
-    gSendInfo->*key.threshold = base::LeadingNumber(value);
+    gSendInfo->*configKey.threshold = base::LeadingNumber(configValue);
   }
 }
 
-void StoreSettings(FILE* configFile) {
-  int64_t serverCount = 0;
-  ReadSettings(configFile, [&serverCount](const std::string& name, const std::string& value) {
-    const auto* key = std::find_if(std::begin(CONFIG_KEYS), std::end(CONFIG_KEYS),
-                                   [&](const ConfigKey& row) { return name == row.name; });
-    if (key != std::end(CONFIG_KEYS)) {
-      StoreSetting(*key, value);
-    } else if (name.starts_with(CONFIG_SERVER_PREFIX)) {
-      AddServer(value, &serverCount);
+// A key of the file and its value. An unknown key is ignored.
+void StoreNamedValue(const std::string& keyName, const std::string& configValue, int64_t* configServers) {
+  const auto* configKey = std::find_if(std::begin(CONFIG_KEYS), std::end(CONFIG_KEYS),
+                                       [&](const ConfigKey& row) { return keyName == row.name; });
+  if (configKey != std::end(CONFIG_KEYS)) {
+    StoreConfigValue(*configKey, configValue);
+  } else if (keyName.starts_with(CONFIG_SERVER_PREFIX)) {
+    AddConfigServer(configValue, configServers);
+  }
+}
+
+void StoreConfigFile(FILE* configFile) {
+  int64_t configServers = 0;
+  ConfigLine configLine;
+  char configPiece[CONFIG_PIECE_SIZE];
+  while (std::fgets(configPiece, sizeof configPiece, configFile) != nullptr) {
+    if (configLine.Take(configPiece)) {
+      StoreNamedValue(configLine.Key(), configLine.Value(), &configServers);
     }
-  });
+  }
 }
 
 }  // namespace
@@ -105,12 +119,24 @@ std::span<const ConfigKey> ConfigKeys() {
   return CONFIG_KEYS;
 }
 
-void ReadSettings(FILE* configFile, const TakeSetting& take) {
-  ConfigLine configLine;
-  char line[CONFIG_LINE_SIZE];
-  while (std::fgets(line, sizeof line, configFile) != nullptr) {
-    if (configLine.Take(line)) take(configLine.Key(), configLine.Value());
+std::string ConfigFileName(const std::string& configName) {
+  std::string configFileName;
+  bool configNameTaken = false;
+  for (size_t i = 0; i < configName.size(); ++i) {
+    const char nextOfConfigName =
+        configName[i] == '%' && i + 1 < configName.size() ? configName[i + 1] : '\0';
+    if (nextOfConfigName == '%') {
+      configFileName += '%';
+      ++i;
+    } else if (nextOfConfigName == 's' && !configNameTaken) {
+      configFileName += configName;
+      configNameTaken = true;
+      ++i;
+    } else {
+      configFileName += configName[i];
+    }
   }
+  return configFileName;
 }
 
 int ReadCfg() {
@@ -118,10 +144,10 @@ int ReadCfg() {
   const std::string configFileName = ConfigFileName(m_sz_configfile);
   const base::UniqueFile configFile(std::fopen(configFileName.c_str(), "rbe"));
   if (!configFile) return -1;
-  badSettings.clear();
-  StoreSettings(configFile.get());
-  for (const ConfigKey& key : CONFIG_KEYS) {
-    if (key.base != nullptr) FullPath(key.base, key.text, key.size);
+  badConfigValues.clear();
+  StoreConfigFile(configFile.get());
+  for (const ConfigKey& configKey : CONFIG_KEYS) {
+    if (configKey.base != nullptr) FullPath(configKey.base, configKey.text, configKey.size);
   }
   base::CopyText(g_szDebugMsg, sizeof g_szDebugMsg,
                  base::Format("ReadCfg : PROC_NAME( %s ), PROC_FIlE( %s )", m_sz_proc_name, m_sz_proc_file));
@@ -129,31 +155,33 @@ int ReadCfg() {
 }
 
 void TraceBadOptions() {
-  for (const auto& [key, value] : badSettings) {
-    TRACE(TRACE_WARN, "%s: \"%s\" is no value for it and counts as absent", key.c_str(), value.c_str());
+  for (const auto& [configKey, configValue] : badConfigValues) {
+    TRACE(TRACE_WARN, "%s: \"%s\" is no value for it and counts as absent", configKey.c_str(),
+          configValue.c_str());
   }
 }
 
-std::optional<int64_t> OptionValue(const std::string& value, int64_t most) {
-  const bool onlyDigits = !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
-  const int64_t option = base::LeadingNumber(value);
-  return onlyDigits && option <= most ? std::optional(option) : std::nullopt;
+std::optional<int64_t> OptionValue(const std::string& configValue, int64_t mostOption) {
+  const bool onlyDigits =
+      !configValue.empty() && configValue.find_first_not_of("0123456789") == std::string::npos;
+  const int64_t configNumber = base::LeadingNumber(configValue);
+  return onlyDigits && configNumber <= mostOption ? std::optional(configNumber) : std::nullopt;
 }
 
-int FullPath(const char* base, char* path, int size) {
-  if (*path == '/') return 1;
-  std::string fullPath = base;
-  const bool relative = *path == '.';
-  if (relative) {
-    RemoveFirst(path);
-    RemoveFirst(path);
-    fullPath += path;
+int FullPath(const char* basePath, char* configPath, int configPathSize) {
+  if (*configPath == '/') return 1;
+  std::string fullConfigPath = basePath;
+  const bool relativeConfigPath = *configPath == '.';
+  if (relativeConfigPath) {
+    RemoveFirst(configPath);
+    RemoveFirst(configPath);
+    fullConfigPath += configPath;
   }
-  fullPath.resize(std::min(fullPath.size(), FULL_PATH_SIZE - 1));
-  base::CopyText(path, static_cast<size_t>(size), fullPath);
-  return relative ? 1 : -1;
+  fullConfigPath.resize(std::min(fullConfigPath.size(), FULL_CONFIG_PATH - 1));
+  base::CopyText(configPath, static_cast<size_t>(configPathSize), fullConfigPath);
+  return relativeConfigPath ? 1 : -1;
 }
 
-void RemoveFirst(char* text) {
-  if (*text != '\0') std::memmove(text, text + 1, std::strlen(text));
+void RemoveFirst(char* configText) {
+  if (*configText != '\0') std::memmove(configText, configText + 1, std::strlen(configText));
 }

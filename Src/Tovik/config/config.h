@@ -5,8 +5,6 @@
 #define TOVIK_CONFIG_CONFIG_H
 
 #include <cstdint>
-#include <cstdio>
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -81,22 +79,21 @@ inline constexpr const char* CONFIG_SERVER_PREFIX = "ALARM_";
 // In the name of the file "%s" stands for the name itself and "%%" for a percent sign.
 [[nodiscard]] int ReadCfg();
 
+// Expands the name of the configuration file: the first "%s" becomes the name itself, "%%" a percent sign.
+// Everything else stays.
+std::string ConfigFileName(const std::string& configName);
+
 // Traces the options whose values the last ReadCfg rejected. They count as absent.
 void TraceBadOptions();
 
-// Returns the number of an option's value; nothing unless it consists of digits and is at most `most`.
-std::optional<int64_t> OptionValue(const std::string& value, int64_t most);
+// Returns the number of an option's value; nothing unless it consists of digits and is at most mostOption.
+std::optional<int64_t> OptionValue(const std::string& configValue, int64_t mostOption);
 
-// Only reads: calls take for each piece that has a key, in the order of the file, with the value as ReadCfg
-// stores it.
-using TakeSetting = std::function<void(const std::string& key, const std::string& value)>;
-void ReadSettings(FILE* configFile, const TakeSetting& take);
-
-// Makes path absolute in place, within size bytes. "/..." stays. In "./..." base replaces the first two
-// characters. Anything else is replaced by base as a whole. Returns 1, or -1 in the last case.
-int FullPath(const char* base, char* path, int size);
+// Makes configPath absolute in place, within so many bytes. "/..." stays. In "./..." basePath replaces the
+// first two characters. Anything else is replaced by basePath as a whole. Returns 1, or -1 in the last case.
+int FullPath(const char* basePath, char* configPath, int configPathSize);
 
 // Removes the first character of a text in place, if there is one.
-void RemoveFirst(char* text);
+void RemoveFirst(char* configText);
 
 #endif

@@ -5,49 +5,31 @@
 
 namespace {
 
-constexpr const char* AROUND_KEY = " \t\n\v\f\r";
-constexpr const char* BEFORE_VALUE = " \t";
-constexpr std::string_view COMMENT_STARTS = ";:/";
-constexpr std::string_view AFTER_VALUE = " \t\n\r";
+constexpr const char* AROUND_LINE_KEY = " \t\n\v\f\r";
+constexpr const char* BEFORE_LINE_VALUE = " \t";
+constexpr std::string_view COMMENT_LINE_STARTS = ";:/";
+constexpr std::string_view AFTER_LINE_VALUE = " \t\n\r";
 
 }  // namespace
 
-bool ConfigLine::Take(const char* line) {
-  if (*line != '\0' && COMMENT_STARTS.find(*line) != std::string_view::npos) return false;
-  const char* key = line + std::strspn(line, AROUND_KEY);
-  const size_t keyLength = std::strcspn(key, AROUND_KEY);
-  if (keyLength == 0) return false;
-  key_.assign(key, keyLength);
-  const char* value = key + keyLength;
-  value += std::strspn(value, BEFORE_VALUE);
-  if (*value != '\0') value_ = value;
-  TrimValue(&value_);
+bool ConfigLine::Take(const char* configLine) {
+  if (*configLine != '\0' && COMMENT_LINE_STARTS.find(*configLine) != std::string_view::npos) return false;
+  const char* lineKey = configLine + std::strspn(configLine, AROUND_LINE_KEY);
+  const size_t lineKeyLength = std::strcspn(lineKey, AROUND_LINE_KEY);
+  if (lineKeyLength == 0) return false;
+  lineKey_.assign(lineKey, lineKeyLength);
+  const char* lineValue = lineKey + lineKeyLength;
+  lineValue += std::strspn(lineValue, BEFORE_LINE_VALUE);
+  if (*lineValue != '\0') lineValue_ = lineValue;
+  TrimValue(&lineValue_);
   return true;
 }
 
-void TrimValue(std::string* value) {
-  size_t counter = 1;
-  while (value->size() > counter && AFTER_VALUE.find(value->back()) != std::string_view::npos) {
-    value->pop_back();
-    ++counter;
+void TrimValue(std::string* lineValue) {
+  size_t trimCounter = 1;
+  while (lineValue->size() > trimCounter &&
+         AFTER_LINE_VALUE.find(lineValue->back()) != std::string_view::npos) {
+    lineValue->pop_back();
+    ++trimCounter;
   }
-}
-
-std::string ConfigFileName(const std::string& name) {
-  std::string fileName;
-  bool nameTaken = false;
-  for (size_t i = 0; i < name.size(); ++i) {
-    const char next = name[i] == '%' && i + 1 < name.size() ? name[i + 1] : '\0';
-    if (next == '%') {
-      fileName += '%';
-      ++i;
-    } else if (next == 's' && !nameTaken) {
-      fileName += name;
-      nameTaken = true;
-      ++i;
-    } else {
-      fileName += name[i];
-    }
-  }
-  return fileName;
 }

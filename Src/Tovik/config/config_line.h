@@ -10,22 +10,18 @@ class ConfigLine {
  public:
   // Reads a line. Returns false for a comment and for a line without a word; key and value then stay as they
   // are.
-  bool Take(const char* line);
+  bool Take(const char* configLine);
 
-  const std::string& Key() const { return key_; }
-  const std::string& Value() const { return value_; }
+  const std::string& Key() const { return lineKey_; }
+  const std::string& Value() const { return lineValue_; }
 
  private:
-  std::string key_;
-  std::string value_;
+  std::string lineKey_;
+  std::string lineValue_;
 };
 
 // Removes blanks, tabs and line ends from the end of a value, but not always all of them: the n-th one is
 // removed only while more than n characters are left.
-void TrimValue(std::string* value);
-
-// Expands the name of the configuration file: the first "%s" becomes the name itself, "%%" a percent sign.
-// Everything else stays.
-std::string ConfigFileName(const std::string& name);
+void TrimValue(std::string* lineValue);
 
 #endif

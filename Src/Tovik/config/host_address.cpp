@@ -23,36 +23,39 @@ namespace {
 constexpr size_t HOST_NAME_SIZE = 4096;
 
 // Returns the address as text, or an empty text when it is neither IPv4 nor IPv6.
-std::string AddressText(const sockaddr* address) {
-  std::array<char, INET6_ADDRSTRLEN> text{};
-  const void* ip = nullptr;
-  if (address != nullptr && address->sa_family == AF_INET) {
-    ip = &reinterpret_cast<const sockaddr_in*>(address)->sin_addr;
-  } else if (address != nullptr && address->sa_family == AF_INET6) {
-    ip = &reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr;
+std::string HostAddressText(const sockaddr* interfaceAddress) {
+  std::array<char, INET6_ADDRSTRLEN> hostAddress{};
+  const void* hostIp = nullptr;
+  if (interfaceAddress != nullptr && interfaceAddress->sa_family == AF_INET) {
+    hostIp = &reinterpret_cast<const sockaddr_in*>(interfaceAddress)->sin_addr;
+  } else if (interfaceAddress != nullptr && interfaceAddress->sa_family == AF_INET6) {
+    hostIp = &reinterpret_cast<const sockaddr_in6*>(interfaceAddress)->sin6_addr;
   }
-  if (ip == nullptr || inet_ntop(address->sa_family, ip, text.data(), text.size()) == nullptr) return {};
-  return text.data();
+  if (hostIp == nullptr ||
+      inet_ntop(interfaceAddress->sa_family, hostIp, hostAddress.data(), hostAddress.size()) == nullptr)
+    return {};
+  return hostAddress.data();
 }
 
 }  // namespace
 
-void ChooseIpAddr(const ifaddrs* interfaces, char* out, bool told) {
-  for (const ifaddrs* interface = interfaces; interface != nullptr; interface = interface->ifa_next) {
-    const std::string addressText = AddressText(interface->ifa_addr);
-    if (addressText.empty()) continue;
-    if (told) std::printf("%s IP Address %s\n", interface->ifa_name, addressText.c_str());
-    if (interface->ifa_addr->sa_family == AF_INET && addressText == "127.0.0.1") continue;
-    base::CopyText(out, IP_TEXT, addressText);
+void ChooseIpAddr(const ifaddrs* hostInterfaces, char* hostAddressOut, bool hostAddressTold) {
+  for (const ifaddrs* hostInterface = hostInterfaces; hostInterface != nullptr;
+       hostInterface = hostInterface->ifa_next) {
+    const std::string hostAddress = HostAddressText(hostInterface->ifa_addr);
+    if (hostAddress.empty()) continue;
+    if (hostAddressTold) std::printf("%s IP Address %s\n", hostInterface->ifa_name, hostAddress.c_str());
+    if (hostInterface->ifa_addr->sa_family == AF_INET && hostAddress == "127.0.0.1") continue;
+    base::CopyText(hostAddressOut, IP_TEXT, hostAddress);
     return;
   }
 }
 
-void GetMyIpAddr(char* out) {
-  ifaddrs* interfaces = nullptr;
-  if (::getifaddrs(&interfaces) != 0) return;
-  ChooseIpAddr(interfaces, out);
-  ::freeifaddrs(interfaces);
+void GetMyIpAddr(char* hostAddressOut) {
+  ifaddrs* hostInterfaces = nullptr;
+  if (::getifaddrs(&hostInterfaces) != 0) return;
+  ChooseIpAddr(hostInterfaces, hostAddressOut);
+  ::freeifaddrs(hostInterfaces);
 }
 
 std::string HostName() {

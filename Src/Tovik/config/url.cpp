@@ -12,52 +12,54 @@ namespace {
 
 constexpr size_t LONGEST_MAIL_URL = 300;  // a name has at most 253 characters
 constexpr size_t LONG_URL_PART = 8;       // of a URL, by which it might be known
-constexpr std::string_view IN_PORTS = "0123456789";
-constexpr std::string_view IN_HOSTS = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
-constexpr std::string_view IN_IPV6 = "abcdefABCDEF0123456789:.";
+constexpr std::string_view IN_URL_PORTS = "0123456789";
+constexpr std::string_view IN_URL_HOSTS = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
+constexpr std::string_view IN_URL_IPV6 = "abcdefABCDEF0123456789:.";
 
 // Drops a beginning that equals this one, in either case.
-bool Drop(std::string_view* url, std::string_view beginning) {
-  if (url->size() < beginning.size() || ::strncasecmp(url->data(), beginning.data(), beginning.size()) != 0)
+bool DropFromUrl(std::string_view* url, std::string_view urlBeginning) {
+  if (url->size() < urlBeginning.size() ||
+      ::strncasecmp(url->data(), urlBeginning.data(), urlBeginning.size()) != 0)
     return false;
-  url->remove_prefix(beginning.size());
+  url->remove_prefix(urlBeginning.size());
   return true;
 }
 
 // Drops one and more of these characters.
-bool DropAny(std::string_view* url, std::string_view characters) {
-  const size_t length = std::min(url->find_first_not_of(characters), url->size());
-  url->remove_prefix(length);
-  return length > 0;
+bool DropUrlCharacters(std::string_view* url, std::string_view characters) {
+  const size_t urlCharacters = std::min(url->find_first_not_of(characters), url->size());
+  url->remove_prefix(urlCharacters);
+  return urlCharacters > 0;
 }
 
-bool DropHost(std::string_view* url) {
-  if (Drop(url, "[")) return DropAny(url, IN_IPV6) && Drop(url, "]");
-  return !url->starts_with('-') && !url->starts_with('.') && DropAny(url, IN_HOSTS);
+bool DropUrlHost(std::string_view* url) {
+  if (DropFromUrl(url, "[")) return DropUrlCharacters(url, IN_URL_IPV6) && DropFromUrl(url, "]");
+  return !url->starts_with('-') && !url->starts_with('.') && DropUrlCharacters(url, IN_URL_HOSTS);
 }
 
-bool DropPort(std::string_view* url) {
-  const int64_t port = base::LeadingNumber(*url);
-  return DropAny(url, IN_PORTS) && port >= 1 && port <= 65535;
+bool DropUrlPort(std::string_view* url) {
+  const int64_t urlPort = base::LeadingNumber(*url);
+  return DropUrlCharacters(url, IN_URL_PORTS) && urlPort >= 1 && urlPort <= 65535;
 }
 
 }  // namespace
 
 UrlParts SplitUrl(std::string_view url) {
   UrlParts urlParts;
-  if (const size_t end = url.find("://"); end != std::string_view::npos) {
-    urlParts.scheme = url.substr(0, end);
-    urlParts.prefix = url.substr(0, end + 3);
+  if (const size_t schemeEnd = url.find("://"); schemeEnd != std::string_view::npos) {
+    urlParts.scheme = url.substr(0, schemeEnd);
+    urlParts.prefix = url.substr(0, schemeEnd + 3);
     url.remove_prefix(urlParts.prefix.size());
   }
   urlParts.server = url.substr(0, url.find_first_of("/?#\\"));
   urlParts.rest = url.substr(urlParts.server.size());
-  if (const size_t at = urlParts.server.rfind('@'); at != std::string_view::npos) {
-    urlParts.user = urlParts.server.substr(0, at);
-    urlParts.server.remove_prefix(at + 1);
+  if (const size_t urlUserEnd = urlParts.server.rfind('@'); urlUserEnd != std::string_view::npos) {
+    urlParts.user = urlParts.server.substr(0, urlUserEnd);
+    urlParts.server.remove_prefix(urlUserEnd + 1);
   }
-  const std::string_view server = urlParts.server;
-  urlParts.host = server.substr(0, server.starts_with('[') ? server.find(']') + 1 : server.find(':'));
+  const std::string_view urlServer = urlParts.server;
+  urlParts.host =
+      urlServer.substr(0, urlServer.starts_with('[') ? urlServer.find(']') + 1 : urlServer.find(':'));
   return urlParts;
 }
 
@@ -83,9 +85,9 @@ std::vector<std::string> UrlSecrets(std::string_view url) {
 bool UsableMailUrl(const std::string& value) {
   std::string_view url = value;
   if (url.size() > LONGEST_MAIL_URL) return false;
-  if (!Drop(&url, "smtp://") && !Drop(&url, "smtps://")) return false;
-  if (!DropHost(&url)) return false;
-  if (Drop(&url, ":") && !DropPort(&url)) return false;
-  Drop(&url, "/");
+  if (!DropFromUrl(&url, "smtp://") && !DropFromUrl(&url, "smtps://")) return false;
+  if (!DropUrlHost(&url)) return false;
+  if (DropFromUrl(&url, ":") && !DropUrlPort(&url)) return false;
+  DropFromUrl(&url, "/");
   return url.empty();
 }

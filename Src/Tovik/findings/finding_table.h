@@ -22,12 +22,12 @@ inline constexpr int NO_ALARM_CODE = -1;
 // One row of the table. A finding without a label is reported to the management servers only.
 struct FindingRow {
   Finding finding;
-  const char* name;  // for programs and file names
-  int alarmCode;     // DIOSVC/alarm_codes.h
-  uint32_t kind;     // alarms/alarm.h
+  const char* name;  // of the finding, for programs and file names
+  int alarmCode;     // of the finding's report (DIOSVC/alarm_codes.h)
+  uint32_t kind;     // of the finding's alarm (alarms/alarm.h)
   const char* label;
-  const char* subject;  // how the mail's subject ends
-  const char* traced;   // how its trace lines end
+  const char* subject;  // how the subject of the finding's mail ends
+  const char* traced;   // how the finding's trace lines end
 };
 extern const std::array<FindingRow, 8> FINDINGS;
 const FindingRow& FindingRowOf(Finding finding);

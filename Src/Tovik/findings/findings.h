@@ -12,9 +12,9 @@
 // Something found just now. Texts are in code page 949 and borrowed for the call.
 struct Found {
   Finding finding;
-  const char* process = "";  // the engine's name
+  const char* process = "";  // the engine's name, in the finding's messages
   const char* message = "";
-  const char* attachment = nullptr;  // path of a file for the mail
+  const char* attachment = nullptr;  // path of a file for the finding's mail
 };
 
 // The alarm for people. Its title is "[ <host's IP> ] <process> <subject>", cut to 1,023 bytes.
@@ -26,11 +26,12 @@ void Raise(const Found& found);
 
 // The messages whose text comes from the agent.
 //
-// For a dead engine. process is its name; the message has its encoding, code page 949.
-std::string RestartMessage(const char* process);
-// For a threshold that was reached. what is "Channel", "Memory" or "CPU"; figure and limit are in percent.
-std::string OverMessage(const char* process, const char* what, int figure, int limit);
-// Of an engine that hangs. verdict is the hang log's, how many times it was found in a row.
-std::string HangMessage(const char* process, const char* verdict, int64_t times);
+// For a dead engine. found_process is its name; the message has its encoding, code page 949.
+std::string RestartMessage(const char* found_process);
+// For a threshold that was reached. found_what is "Channel", "Memory" or "CPU"; figure and limit are in
+// percent.
+std::string OverMessage(const char* found_process, const char* found_what, int found_figure, int limit);
+// Of an engine that hangs. found_verdict is the hang log's, how many times it was found in a row.
+std::string HangMessage(const char* found_process, const char* found_verdict, int64_t found_times);
 
 #endif

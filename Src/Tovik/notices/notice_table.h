@@ -11,15 +11,17 @@ namespace notices {
 
 // In a sentence, where a text stands: one that tells a notice from another, and one that does not (a time, a
 // process id).
-inline constexpr std::string_view TEXT = "{}";
-inline constexpr std::string_view PASSING = "{~}";
+inline constexpr std::string_view NOTICE_TEXT = "{}";
+inline constexpr std::string_view PASSING_NOTICE_TEXT = "{~}";
 
 // How many texts a sentence takes.
-constexpr size_t TextPlaces(std::string_view sentence) {
-  size_t text_places = 0;
-  for (size_t at = 0; at < sentence.size(); ++at)
-    if (sentence.substr(at).starts_with(TEXT) || sentence.substr(at).starts_with(PASSING)) ++text_places;
-  return text_places;
+constexpr size_t NoticeTextPlaces(std::string_view notice_sentence) {
+  size_t notice_text_places = 0;
+  for (size_t at = 0; at < notice_sentence.size(); ++at)
+    if (notice_sentence.substr(at).starts_with(NOTICE_TEXT) ||
+        notice_sentence.substr(at).starts_with(PASSING_NOTICE_TEXT))
+      ++notice_text_places;
+  return notice_text_places;
 }
 
 enum class Notice {

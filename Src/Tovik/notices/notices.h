@@ -33,9 +33,9 @@ void TellNoticeRow(const NoticeRow& row, std::initializer_list<std::string_view>
 // Writes a notice, if it is due. Texts as they came, in code page 949 or UTF-8. Any thread; waits for a slow
 // journal no longer than base/lossy_stream.h says. Throws nothing.
 template <Notice NOTICE, typename... Texts>
-void Tell(const Texts&... texts) {
-  static_assert(TextPlaces(NoticeRowOf(NOTICE).sentence) == sizeof...(Texts));
-  if (On()) TellNoticeRow(NoticeRowOf(NOTICE), {std::string_view(texts)...});
+void Tell(const Texts&... notice_texts) {
+  static_assert(NoticeTextPlaces(NoticeRowOf(NOTICE).sentence) == sizeof...(Texts));
+  if (On()) TellNoticeRow(NoticeRowOf(NOTICE), {std::string_view(notice_texts)...});
 }
 
 // Pure functions of texts and of a time follow: what a notice says and when it is said again. Without memory
@@ -44,45 +44,45 @@ void Tell(const Texts&... texts) {
 // A text of a peer, a file or the configuration as a notice shows it: UTF-8 (code page 949 is converted, bad
 // bytes become U+FFFD) on one line of at most 300 bytes, control characters and those that turn the direction
 // of writing escaped; "..." ends one that was cut.
-std::string Shown(std::string_view text);
+std::string Shown(std::string_view notice_text);
 
-struct Composed {
+struct ComposedNotice {
   std::string sentence;
   std::string sameness;  // equal for notices that say the same
 };
 // Puts the texts, each Shown, into a sentence.
-Composed Compose(std::string_view sentence, std::span<const std::string_view> texts);
+ComposedNotice Compose(std::string_view sentence, std::span<const std::string_view> notice_texts);
 
 // Remembers what was told, and decides what is told again. Bounded; not for several threads at once.
 class Repeats {
  public:
   // Seconds after which a notice is told again although it says the same.
-  static constexpr int64_t REPEAT_PERIOD = 3600;
+  static constexpr int64_t NOTICE_REPEAT_PERIOD = 3600;
   // So many notices of a kind are told within that time, however their texts change.
-  static constexpr size_t MOST_OF_A_KIND = 16;
+  static constexpr size_t MOST_NOTICES_OF_A_KIND = 16;
 
   // Whether a notice of this kind that says this is told now, on a clock in seconds that only goes on; then
   // how many were held back since: of the same text, or when there were too many different ones, of those.
   std::optional<int64_t> Due(int kind, const std::string& sameness, int64_t now);
 
  private:
-  struct Told {
+  struct ToldNotice {
     std::string sameness;
     int64_t when;
     int64_t held;
   };
-  struct Kind {
-    std::vector<Told> told;
+  struct NoticeKind {
+    std::vector<ToldNotice> told;
     int64_t crowded = 0;
   };
-  std::map<int, Kind> kinds_;
+  std::map<int, NoticeKind> notice_kinds_;
 };
 
 // The line of a sentence: its priority as sd-daemon(3) writes it, and the count where there is one.
 std::string NoticeLine(int priority, const std::string& sentence, int64_t held);
 
 // Whether JOURNAL_STREAM (systemd.exec(5)) names the file of this device and inode.
-bool JournalStreamNames(std::string_view journal_stream, dev_t device, ino_t inode);
+bool JournalStreamNames(std::string_view notice_stream, dev_t device, ino_t inode);
 
 }  // namespace notices
 

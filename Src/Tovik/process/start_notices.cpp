@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "Tovik/config/config.h"
-#include "Tovik/config/config_line.h"
 #include "Tovik/notices/notices.h"
 
 namespace {
