@@ -49,7 +49,7 @@ constexpr int AGENT_START_FAILED = -1;
 constexpr int AGENT_SYSLOG_OPTIONS = LOG_PID | LOG_CONS;
 constexpr long NANOSECONDS_PER_MILLISECOND = 1'000'000;
 
-std::optional<base::StopWaitsOnSignal> agentStartStoppable;  // while the steps that may wait are taken
+std::optional<base::WaitsEndOnSignal> agentStartStoppable;  // while the steps that may wait are taken
 
 bool PrintAgentBanner() {
   timespec agent_start{};

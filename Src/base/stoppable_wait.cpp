@@ -78,7 +78,7 @@ bool StopGraceOver() {
   return stop_grace_end_ms != 0 && StopClockMs() >= stop_grace_end_ms;
 }
 
-StopWaitsOnSignal::StopWaitsOnSignal() {
+WaitsEndOnSignal::WaitsEndOnSignal() {
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
   sigaddset(&stop_signals, SIGINT);
@@ -87,7 +87,7 @@ StopWaitsOnSignal::StopWaitsOnSignal() {
   stopSignalsFd = stop_signals_fd_.Get();
 }
 
-StopWaitsOnSignal::~StopWaitsOnSignal() {
+WaitsEndOnSignal::~WaitsEndOnSignal() {
   stopSignalsFd = -1;
 }
 

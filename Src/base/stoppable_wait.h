@@ -30,18 +30,18 @@ bool StopGraceOver();
 // While such an object exists, the waits of the calling thread also end, at once and without grace, when
 // SIGINT or SIGTERM is pending for the process. It is meant for start-up, when these signals are blocked and
 // nothing handles them yet. Both must be blocked in all threads. The signals stay pending.
-class StopWaitsOnSignal {
+class WaitsEndOnSignal {
  public:
-  StopWaitsOnSignal();
-  ~StopWaitsOnSignal();
-  StopWaitsOnSignal(const StopWaitsOnSignal&) = delete;
-  StopWaitsOnSignal& operator=(const StopWaitsOnSignal&) = delete;
+  WaitsEndOnSignal();
+  ~WaitsEndOnSignal();
+  WaitsEndOnSignal(const WaitsEndOnSignal&) = delete;
+  WaitsEndOnSignal& operator=(const WaitsEndOnSignal&) = delete;
 
  private:
   UniqueFd stop_signals_fd_;
 };
 
-// Whether SIGINT or SIGTERM is pending. Always false without a StopWaitsOnSignal on this thread.
+// Whether SIGINT or SIGTERM is pending. Always false without a WaitsEndOnSignal on this thread.
 bool StopSignalPending();
 
 // Sleeps. Returns true after the whole time, or false as soon as a stop (or a pending signal, see above) ends

@@ -137,7 +137,7 @@ TEST_F(ErrorLogTest, SaysNothingOfASearchThatAStopCuts) {
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
     ::kill(::getpid(), SIGTERM);
-    const base::StopWaitsOnSignal stoppable;
+    const base::WaitsEndOnSignal stoppable;
     std::_Exit(test::TraceOf([&] { ErrorCheckAt(now_); }).empty() && !fs::exists(extract_) ? 0 : 1);
   };
   EXPECT_EXIT(cut_search(), testing::ExitedWithCode(0), "");

@@ -71,7 +71,7 @@ TEST_F(WaitTest, APendingSignalCutsEveryWait) {
   ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
   base::AddressList list;
   {
-    const base::StopWaitsOnSignal stoppable;
+    const base::WaitsEndOnSignal stoppable;
     ::kill(::getpid(), SIGTERM);
     EXPECT_FALSE(base::SleepSeconds(600));
     EXPECT_EQ(base::WaitDescriptor(one, POLLIN, base::FOREVER), -1);

@@ -47,8 +47,8 @@ std::string FillBodyLayout(Alarm alarm, BodyLayout body_layout, const std::strin
 // text does not convert, or no memory. Throws nothing.
 base::UniqueText AlarmBody(const Alarm& alarm, BodyLayout body_layout, time_t body_time, const char** reason);
 
-// The same, but the texts are made UTF-8 first, each line by itself (charset/utf8_repair.h), so it is null only
-// when there is no memory. writing is BODY_IN_UTF8, or that of a layout that escapes the texts.
+// The same, but the texts are made UTF-8 first, each line by itself (charset/utf8_repair.h), so it is null
+// only when there is no memory. writing is BODY_IN_UTF8, or that of a layout that escapes the texts.
 base::UniqueText RepairedBody(const Alarm& alarm, BodyLayout body_layout, const BodyWriting& writing,
                               time_t body_time, const char** reason);
 

@@ -4,7 +4,7 @@
 // sigtimedwait(2) while it sleeps between two heartbeats. So handle_signal always runs on the main thread, at
 // a point where it holds no lock, and may do what a signal handler must not: join threads, free memory,
 // write. A signal that arrives during start-up waits for the first heartbeat, and cuts the waits of start-up
-// short (base::StopWaitsOnSignal).
+// short (base::WaitsEndOnSignal).
 #ifndef TOVIK_PROCESS_SIGNALS_H
 #define TOVIK_PROCESS_SIGNALS_H
 
