@@ -16,7 +16,7 @@ constexpr char END_FOR_THE_AGENT = '\xFF';  // the agent counts lines up to this
 struct ListLine {
   size_t number;
   std::vector<std::string_view> words;
-  alarms::WordLineFaults faults;
+  alarms::RecipientWordFaults faults;
   alarms::RecipientLine alone;  // as MAIL_SKIP_BAD reads it
 };
 
@@ -27,7 +27,8 @@ std::vector<ListLine> LinesOf(std::string_view text) {
     const bool ended = end != std::string_view::npos;
     const std::string_view line = text.substr(0, end);
     const std::vector<std::string_view> words = alarms::RecipientWords(line);
-    lines.push_back({number, words, alarms::WordLineFaultsOf(words, ended), alarms::ParseRecipient(line)});
+    lines.push_back(
+        {number, words, alarms::RecipientWordFaultsOf(words, ended), alarms::ParseRecipient(line)});
     text.remove_prefix(ended ? end + 1 : text.size());
   }
   return lines;

@@ -10,16 +10,15 @@
 namespace alarms {
 namespace {
 
-bool IsUnfitForAttachmentName(char attachment_char) {
-  return static_cast<uint8_t>(attachment_char) < ' ' || attachment_char == '\x7F' ||
-         attachment_char == '\'' || attachment_char == '"';
+bool IsUnfitForAttachmentName(char c) {
+  return static_cast<uint8_t>(c) < ' ' || c == '\x7F' || c == '\'' || c == '"';
 }
 
 std::string AttachmentName(const char* attachment_path) {
   const char* const attachment_slash = std::strrchr(attachment_path, '/');
   std::string attachment_name = attachment_slash == nullptr ? attachment_path : attachment_slash + 1;
-  for (char& attachment_char : attachment_name)
-    if (IsUnfitForAttachmentName(attachment_char)) attachment_char = '_';
+  for (char& c : attachment_name)
+    if (IsUnfitForAttachmentName(c)) c = '_';
   return attachment_name;
 }
 
@@ -35,8 +34,8 @@ Attachment ReadAttachment(const char* attachment_path) {
 
 std::string AttachmentLeftOut(const Attachment& attachment, bool ascii) {
   std::string attachment_name = attachment.name;
-  for (char& attachment_char : attachment_name)
-    if (ascii && static_cast<uint8_t>(attachment_char) >= 0x80) attachment_char = '?';
+  for (char& c : attachment_name)
+    if (ascii && static_cast<uint8_t>(c) >= 0x80) c = '?';
   return base::Format("The file %s could not be attached: %s.", attachment_name.c_str(),
                       std::strerror(attachment.error));
 }

@@ -71,8 +71,8 @@ int AddMailFile(smtp_session* mail_session, const char* mail_file,
 
 // The title. With TEXT_REPAIR its control characters, which a header cannot hold, become blanks.
 std::string MailSubject(std::string mail_title) {
-  for (char& mail_char : mail_title)
-    if (m_text_repair != 0 && std::iscntrl(static_cast<unsigned char>(mail_char)) != 0) mail_char = ' ';
+  for (char& c : mail_title)
+    if (m_text_repair != 0 && std::iscntrl(static_cast<unsigned char>(c)) != 0) c = ' ';
   return mail_title;
 }
 

@@ -25,13 +25,13 @@ constexpr const char* HEAD_FOLD = "\r\n ";
 
 bool IsHeadAscii(std::string_view head_text) {
   return std::all_of(head_text.begin(), head_text.end(),
-                     [](char head_char) { return static_cast<uint8_t>(head_char) < 0x80; });
+                     [](char c) { return static_cast<uint8_t>(c) < 0x80; });
 }
 
 bool HeadHasLongWord(std::string_view head_text) {
   size_t head_word = 0;
-  for (const char head_char : head_text) {
-    head_word = head_char == ' ' ? 0 : head_word + 1;
+  for (const char c : head_text) {
+    head_word = c == ' ' ? 0 : head_word + 1;
     if (head_word > LONGEST_HEAD_WORD) return true;
   }
   return false;
@@ -69,9 +69,9 @@ std::string HeadFolded(std::string_view head_text, size_t head_column) {
 
 std::string QuotedHeadName(std::string_view head_name) {
   std::string quoted_head_name = "\"";
-  for (const char head_char : head_name) {
-    if (head_char == '"' || head_char == '\\') quoted_head_name += '\\';
-    quoted_head_name += head_char;
+  for (const char c : head_name) {
+    if (c == '"' || c == '\\') quoted_head_name += '\\';
+    quoted_head_name += c;
   }
   return quoted_head_name + "\"";
 }
@@ -140,8 +140,8 @@ std::string MailHeadDisposition(const std::string& head_file_name) {
       head_file_name.find_first_of("\"\\") == std::string::npos)
     return head_line + "=\"" + head_file_name + "\"";
   head_line += "*=UTF-8''";
-  for (const char head_char : head_file_name)
-    head_line += base::Format("%%%02X", static_cast<unsigned>(static_cast<uint8_t>(head_char)));
+  for (const char c : head_file_name)
+    head_line += base::Format("%%%02X", static_cast<unsigned>(static_cast<uint8_t>(c)));
   return head_line;
 }
 

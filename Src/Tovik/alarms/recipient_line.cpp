@@ -9,8 +9,8 @@ namespace {
 
 constexpr std::string_view BETWEEN_RECIPIENT_WORDS = " \t\v\f\r\n";
 
-bool IsRecipientControl(char recipient_char) {
-  return static_cast<uint8_t>(recipient_char) < ' ' || recipient_char == '\x7F';
+bool IsRecipientControl(char c) {
+  return static_cast<uint8_t>(c) < ' ' || c == '\x7F';
 }
 
 bool HasRecipientControl(std::string_view recipient_word) {
@@ -30,16 +30,16 @@ constexpr const char* RECIPIENT_LINE_MISREAD =
 constexpr const char* RECIPIENT_LINE_UNSENT =
     "a quote, a bracket, a control character or too long: no mail is sent at all";
 struct RecipientLineFault {
-  bool WordLineFaults::*fault;
+  bool RecipientWordFaults::*fault;
   const char* words;
 };
 constexpr RecipientLineFault RECIPIENT_LINE_FAULTS[] = {
-    {&WordLineFaults::blank, "it is blank: each mail gets a recipient without an address"},
-    {&WordLineFaults::unended, "it has no line end and is not read"},
-    {&WordLineFaults::one_word, RECIPIENT_LINE_MISREAD},
-    {&WordLineFaults::more_words, RECIPIENT_LINE_MISREAD},
-    {&WordLineFaults::bad_bytes, RECIPIENT_LINE_UNSENT},
-    {&WordLineFaults::too_long, RECIPIENT_LINE_UNSENT},
+    {&RecipientWordFaults::blank, "it is blank: each mail gets a recipient without an address"},
+    {&RecipientWordFaults::unended, "it has no line end and is not read"},
+    {&RecipientWordFaults::one_word, RECIPIENT_LINE_MISREAD},
+    {&RecipientWordFaults::more_words, RECIPIENT_LINE_MISREAD},
+    {&RecipientWordFaults::bad_bytes, RECIPIENT_LINE_UNSENT},
+    {&RecipientWordFaults::too_long, RECIPIENT_LINE_UNSENT},
 };
 
 }  // namespace
@@ -68,8 +68,8 @@ const char* RecipientFault(std::string_view recipient_name, std::string_view rec
   return nullptr;
 }
 
-WordLineFaults WordLineFaultsOf(const std::vector<std::string_view>& recipient_words, bool ended) {
-  WordLineFaults line_faults;
+RecipientWordFaults RecipientWordFaultsOf(const std::vector<std::string_view>& recipient_words, bool ended) {
+  RecipientWordFaults line_faults;
   line_faults.blank = recipient_words.empty() && ended;
   line_faults.unended = !recipient_words.empty() && !ended;
   line_faults.one_word = recipient_words.size() == 1;
@@ -84,7 +84,7 @@ WordLineFaults WordLineFaultsOf(const std::vector<std::string_view>& recipient_w
   return line_faults;
 }
 
-const char* FirstWordLineFault(const WordLineFaults& line_faults) {
+const char* FirstRecipientWordFault(const RecipientWordFaults& line_faults) {
   for (const RecipientLineFault& line_fault : RECIPIENT_LINE_FAULTS)
     if (line_faults.*line_fault.fault) return line_fault.words;
   return nullptr;

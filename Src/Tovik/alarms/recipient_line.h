@@ -33,7 +33,7 @@ RecipientLine ParseRecipient(std::string_view recipient_line);
 
 // What is wrong with a line of a list that is read by the word, by turns name and address. A line may have
 // several faults.
-struct WordLineFaults {
+struct RecipientWordFaults {
   bool blank = false;       // makes a recipient without an address
   bool unended = false;     // not read, as it has no line end
   bool one_word = false;    // misread, and all behind it
@@ -42,9 +42,9 @@ struct WordLineFaults {
   bool too_long = false;    // name or address
 };
 // recipient_words as by RecipientWords. ended: a line end follows. A blank end of the file is no line.
-WordLineFaults WordLineFaultsOf(const std::vector<std::string_view>& recipient_words, bool ended);
+RecipientWordFaults RecipientWordFaultsOf(const std::vector<std::string_view>& recipient_words, bool ended);
 // The first of them in words, with what follows from it; null when there is none.
-const char* FirstWordLineFault(const WordLineFaults& line_faults);
+const char* FirstRecipientWordFault(const RecipientWordFaults& line_faults);
 
 }  // namespace alarms
 

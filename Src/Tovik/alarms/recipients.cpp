@@ -242,8 +242,8 @@ void BadRecipientLines::AddWordLines(std::string_view recipients_text) {
   for (size_t line_number = 1; !recipients_text.empty(); ++line_number) {
     const size_t recipient_end = recipients_text.find('\n');
     const bool recipient_ended = recipient_end != std::string_view::npos;
-    const char* const recipient_fault = FirstWordLineFault(
-        WordLineFaultsOf(RecipientWords(recipients_text.substr(0, recipient_end)), recipient_ended));
+    const char* const recipient_fault = FirstRecipientWordFault(
+        RecipientWordFaultsOf(RecipientWords(recipients_text.substr(0, recipient_end)), recipient_ended));
     if (recipient_fault != nullptr) Add(line_number, recipient_fault);
     recipients_text.remove_prefix(recipient_ended ? recipient_end + 1 : recipients_text.size());
   }

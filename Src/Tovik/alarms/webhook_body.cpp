@@ -38,12 +38,11 @@ constexpr std::string_view JSON_ESCAPED = "\"\\\t\r\b\f";
 constexpr std::string_view JSON_LETTERS = "\"\\trbf";
 
 // The escaped form of a byte. It is short, so std::string allocates nothing for it.
-std::string JsonOf(char json_char, std::string_view json_newline) {
-  if (json_char == '\n') return std::string(json_newline);
-  if (const size_t at = JSON_ESCAPED.find(json_char); at != std::string_view::npos)
-    return {'\\', JSON_LETTERS[at]};
-  if (static_cast<uint8_t>(json_char) < ' ') return base::Format("\\u%04x", static_cast<unsigned>(json_char));
-  return {json_char};
+std::string JsonOf(char c, std::string_view json_newline) {
+  if (c == '\n') return std::string(json_newline);
+  if (const size_t at = JSON_ESCAPED.find(c); at != std::string_view::npos) return {'\\', JSON_LETTERS[at]};
+  if (static_cast<uint8_t>(c) < ' ') return base::Format("\\u%04x", static_cast<unsigned>(c));
+  return {c};
 }
 
 // A UTF-8 text as it stands inside the quotes of JSON (RFC 8259). json_newline is what each newline
@@ -51,7 +50,7 @@ std::string JsonOf(char json_char, std::string_view json_newline) {
 std::string JsonText(std::string_view text, std::string_view json_newline) {
   std::string json;
   json.reserve(text.size());
-  for (const char json_char : text) json += JsonOf(json_char, json_newline);
+  for (const char c : text) json += JsonOf(c, json_newline);
   return json;
 }
 
