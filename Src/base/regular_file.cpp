@@ -11,7 +11,7 @@
 namespace base {
 namespace {
 
-constexpr size_t NEWLINE_COUNT_BLOCK = 65536;
+constexpr size_t FILE_COUNT_BLOCK = 65536;
 constexpr char COUNT_END_MARK = '\xFF';
 
 UniqueFd OpenFileToRead(const char* file_path, int flags) {
@@ -58,7 +58,7 @@ int64_t CountFileNewlines(const char* file_path) {
   if (!counted_file.Valid()) return -1;
   if (!IsRegularFile(counted_file.Get(), nullptr)) return 0;
   // Whole blocks: a day's result file is counted as fast as it is read.
-  char count_block[NEWLINE_COUNT_BLOCK];
+  char count_block[FILE_COUNT_BLOCK];
   int64_t newlines = 0;
   while (const size_t file_block_size = ReadUpTo(counted_file.Get(), count_block, sizeof count_block)) {
     const std::string_view file_block(count_block, file_block_size);

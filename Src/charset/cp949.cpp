@@ -80,18 +80,18 @@ uint16_t HangulSyllableCode(const Byte* hangul) {
 
 int32_t encode_UTF8(const char* src, uint32_t len, char** out, uint32_t* out_len) {
   if (len > MAX_CP949_SIZE) return -1;
-  base::UniqueText encoded(static_cast<char*>(std::malloc(EncodedRoom(len))));
-  if (encoded == nullptr) return -1;
-  const ptrdiff_t encodedLength =
-      EncodeCp949(reinterpret_cast<const Byte*>(src), len, reinterpret_cast<Byte*>(encoded.get()));
-  if (encodedLength < 0) return -1;
-  encoded.get()[encodedLength] = '\0';
+  base::UniqueText encodedCp949(static_cast<char*>(std::malloc(EncodedRoom(len))));
+  if (encodedCp949 == nullptr) return -1;
+  const ptrdiff_t encodedCp949Length =
+      EncodeCp949(reinterpret_cast<const Byte*>(src), len, reinterpret_cast<Byte*>(encodedCp949.get()));
+  if (encodedCp949Length < 0) return -1;
+  encodedCp949.get()[encodedCp949Length] = '\0';
 
-  char* const roomyEncoded = encoded.release();
+  char* const roomyEncoded = encodedCp949.release();
   auto* const fittedEncoded =
-      static_cast<char*>(std::realloc(roomyEncoded, static_cast<size_t>(encodedLength) + 1));
+      static_cast<char*>(std::realloc(roomyEncoded, static_cast<size_t>(encodedCp949Length) + 1));
   *out = fittedEncoded != nullptr ? fittedEncoded : roomyEncoded;
-  *out_len = static_cast<uint32_t>(encodedLength);
+  *out_len = static_cast<uint32_t>(encodedCp949Length);
   return 0;
 }
 

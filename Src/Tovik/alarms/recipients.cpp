@@ -30,13 +30,11 @@ constexpr size_t BAD_RECIPIENTS_KEPT = 1000;                 // bytes; a notice 
 // The next word between white space; false at the end of the file.
 bool NextRecipientWord(FILE* recipients_file, std::string& recipients_word) {
   recipients_word.clear();
-  int recipients_byte = getc_unlocked(recipients_file);
-  while (recipients_byte != EOF && std::isspace(recipients_byte))
-    recipients_byte = getc_unlocked(recipients_file);
-  if (recipients_byte == EOF) return false;
-  for (; recipients_byte != EOF && !std::isspace(recipients_byte);
-       recipients_byte = getc_unlocked(recipients_file))
-    if (recipients_word.size() < EMAIL_WORD) recipients_word.push_back(static_cast<char>(recipients_byte));
+  int byte = getc_unlocked(recipients_file);
+  while (byte != EOF && std::isspace(byte)) byte = getc_unlocked(recipients_file);
+  if (byte == EOF) return false;
+  for (; byte != EOF && !std::isspace(byte); byte = getc_unlocked(recipients_file))
+    if (recipients_word.size() < EMAIL_WORD) recipients_word.push_back(static_cast<char>(byte));
   return true;
 }
 
@@ -50,10 +48,10 @@ void CreateRecipientFile(const char* recipients_path) {
 // The next line without its newline, cut to EMAIL_WORD bytes; false at the end of the file.
 bool NextRecipientLine(FILE* recipients_file, std::string& recipients_line) {
   recipients_line.clear();
-  int recipients_byte = getc_unlocked(recipients_file);
-  if (recipients_byte == EOF) return false;
-  for (; recipients_byte != EOF && recipients_byte != '\n'; recipients_byte = getc_unlocked(recipients_file))
-    if (recipients_line.size() < EMAIL_WORD) recipients_line.push_back(static_cast<char>(recipients_byte));
+  int byte = getc_unlocked(recipients_file);
+  if (byte == EOF) return false;
+  for (; byte != EOF && byte != '\n'; byte = getc_unlocked(recipients_file))
+    if (recipients_line.size() < EMAIL_WORD) recipients_line.push_back(static_cast<char>(byte));
   return true;
 }
 
