@@ -81,7 +81,7 @@ int AwaitChildEnd(pid_t childPid, int* waitStatus, const Overdue* overdue) {
   const UniqueFd childPidFd(static_cast<int>(::syscall(SYS_pidfd_open, childPid, 0)));
   int64_t childMsLeft = overdue == nullptr ? FOREVER : overdue->childLimitMs;
   while (true) {
-    if (childMsLeft == 0) {
+    if (overdue != nullptr && childMsLeft == 0) {
       overdue->tellOverdue();
       childMsLeft = FOREVER;
     }

@@ -100,6 +100,7 @@ std::string Complaint(const Call& call) {
   if (call.Value("out") == nullptr || call.Value("out")->empty()) return "render needs --out DIR";
   const std::string* kind = call.Value("kind");
   std::vector<std::string_view> names;
+  names.reserve(FINDINGS.size());
   for (const FindingRow& row : FINDINGS) names.emplace_back(row.name);
   if (kind != nullptr && std::find(names.begin(), names.end(), *kind) == names.end())
     return "no kind " + Shown(*kind) + NearNameHint(*kind, names);

@@ -14,7 +14,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <string_view>
 
+#include "base/format.h"
 #include "base/unique_handles.h"
 #include "ctl/exit_status.h"
 #include "ctl/output.h"
@@ -51,8 +53,8 @@ std::vector<std::string> AddedParts(const std::string& folder) {
   std::vector<std::string> names;
   const base::UniqueDir dir(::opendir(folder.c_str()));
   while (const dirent* entry = dir ? ::readdir(dir.get()) : nullptr) {
-    const std::string name = entry->d_name;
-    if (name.ends_with(".conf")) names.push_back(folder + "/" + name);
+    const std::string_view name = entry->d_name;
+    if (name.ends_with(".conf")) names.push_back(base::Format("%s/%s", folder.c_str(), entry->d_name));
   }
   std::sort(names.begin(), names.end());
   return names;

@@ -17,7 +17,7 @@
 namespace ctl {
 namespace {
 
-constexpr time_t HOUR = 60 * 60;
+constexpr time_t HOUR = time_t{60} * 60;
 constexpr time_t DAY = 24 * HOUR;
 
 // Reads the end of today's log and, when that is shorter than half the tail, first the end of yesterday's.

@@ -11,7 +11,7 @@
 
 namespace ctl {
 
-inline constexpr size_t LOG_TAIL = 256 * 1024;
+inline constexpr size_t LOG_TAIL = size_t{256} * 1024;
 
 // What was seen so far, passed from the thread that reads to the one that waits.
 class SharedPicture {

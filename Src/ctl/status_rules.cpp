@@ -13,7 +13,7 @@ namespace {
 
 using Verdict = std::optional<Complaint>;
 
-constexpr time_t DAY = 24 * 60 * 60;
+constexpr time_t DAY = time_t{24} * 60 * 60;
 constexpr time_t SHORTEST_START = 60;     // seconds that an engine has until it must listen
 constexpr time_t SHORTEST_SILENCE = 600;  // seconds that peers may hold up the agent's checks
 constexpr uint32_t MANY_WAIT = 16;        // when the backlog is not known

@@ -70,7 +70,7 @@ std::optional<UnitWord> ParseUnitWord(const std::string& unit, const std::string
 
 std::string Verdict(const DeathFacts& facts) {
   for (const auto rule : {ByMemory, BySignal, ByItself}) {
-    const std::string answer = rule(facts);
+    std::string answer = rule(facts);
     if (!answer.empty()) return answer;
   }
   return "not known" + Hints(facts);

@@ -120,7 +120,8 @@ bool TakeMailAttachment(Alarm* mailed_alarm, std::optional<alarms::Attachment>* 
     return true;
   }
   alarms::Attachment read_mail_file = alarms::ReadAttachment(mail_file);
-  if (read_mail_file.error == 0) {
+  const bool mail_file_read = read_mail_file.error == 0;
+  if (mail_file_read) {
     *mail_attachment = std::move(read_mail_file);
   } else if (m_mail_skip_bad != 0) {
     TRACE(TRACE_WARN, "Mail without %s: %s", mail_file, std::strerror(read_mail_file.error));
@@ -131,7 +132,7 @@ bool TakeMailAttachment(Alarm* mailed_alarm, std::optional<alarms::Attachment>* 
     std::fprintf(stderr, "smtp failed: %s\n", smtp_status_code_errstr(SMTP_FILE_FAILED));
     alarms::TellMailLost(*mailed_alarm, alarms::UnreadFileWords(mail_file, read_mail_file.error));
   }
-  return read_mail_file.error == 0 || m_mail_skip_bad != 0;
+  return mail_file_read || m_mail_skip_bad != 0;
 }
 
 int ComposeAndSendMail(Alarm alarm) {

@@ -37,14 +37,14 @@ namespace {
 constexpr int CONFIG_PIECE_SIZE = 1024;
 constexpr size_t FULL_CONFIG_PATH = 8192;
 
-#define CONFIG_TEXT(key, variable, room) {.name = key, .text = variable, .size = CONFIG_##room},
+#define CONFIG_TEXT(key, variable, room) {.name = (key), .text = (variable), .size = CONFIG_##room},
 #define CONFIG_PATH(key, variable, room, from) \
-  {.name = key, .text = variable, .size = CONFIG_##room, .base = from},
+  {.name = (key), .text = (variable), .size = CONFIG_##room, .base = (from)},
 #define CONFIG_URL(key, variable, room, takes) \
-  {.name = key, .text = variable, .size = CONFIG_##room, .usable = takes},
-#define CONFIG_NUMBER(key, variable) {.name = key, .number = &(variable)},
-#define CONFIG_OPTION(key, variable, limit) {.name = key, .number = &(variable), .most = limit},
-#define CONFIG_THRESHOLD(key, field) {.name = key, .threshold = &SEND_INFO::field},
+  {.name = (key), .text = (variable), .size = CONFIG_##room, .usable = (takes)},
+#define CONFIG_NUMBER(key, variable) {.name = (key), .number = &(variable)},
+#define CONFIG_OPTION(key, variable, limit) {.name = (key), .number = &(variable), .most = (limit)},
+#define CONFIG_THRESHOLD(key, field) {.name = (key), .threshold = &SEND_INFO::field},
 constexpr ConfigKey CONFIG_KEYS[] = {
 #include "Tovik/config/config_keys.inc"
 };

@@ -10,8 +10,10 @@ namespace {
 using notices::Notice;
 
 std::string OwnProcessName(const sysinfo::ProcessNames& processes, pid_t own_pid) {
-  for (size_t i = 0; i < processes.Size(); ++i)
-    if (processes[i].pid == own_pid && processes[i].name != nullptr) return processes[i].name;
+  for (size_t i = 0; i < processes.Size(); ++i) {
+    const sysinfo::ProcessName process = processes[i];
+    if (process.pid == own_pid && process.name != nullptr) return process.name;
+  }
   return {};
 }
 
