@@ -229,22 +229,37 @@ struct AgentStep {
   bool (*start)();
   void (*stop)();
 };
+// clang-format off
 constexpr AgentStep AGENT_STEPS[] = {
-    {nullptr, RemoveAgentPidFile},     {PrintAgentBanner, nullptr},
-    {AllocateServers, FreeServers},    {FindAgentAddress, nullptr},
-    {ReadAgentConfiguration, nullptr}, {ReadRecipients, ForgetRecipients},
-    {DaemonizeAgent, nullptr},         {HearPeers, nullptr},
-    {FindServiceManager, nullptr},     {ChangeToAgentFolder, nullptr},
-    {OpenAgentSyslog, nullptr},        {TakeAgentSignals, nullptr},
-    {OpenHeartbeats, nullptr},         {ProveAgentConfiguration, nullptr},
-    {ConfigureAgentTrace, nullptr},    {RefuseSecondAgent, nullptr},
-    {WriteAgentPidFile, nullptr},      {TellAgentStart, nullptr},
-    {PrimeCpuUsage, nullptr},          {ReadyWebHooks, nullptr},
-    {nullptr, ForgetChannels},         {StartManageThread, JoinManageThread},
-    {SendAgentStartAlarm, nullptr},    {StartTimerThreads, JoinTimerThreads},
-    {StartLifeline, JoinLifeline},     {FirstChannelQuery, nullptr},
-    {StartTimerThreads, nullptr},  // the channel status, if the engine answered or is to be asked again
+    {nullptr,                 RemoveAgentPidFile},
+    {PrintAgentBanner,        nullptr},
+    {AllocateServers,         FreeServers},
+    {FindAgentAddress,        nullptr},
+    {ReadAgentConfiguration,  nullptr},
+    {ReadRecipients,          ForgetRecipients},
+    {DaemonizeAgent,          nullptr},
+    {HearPeers,               nullptr},
+    {FindServiceManager,      nullptr},
+    {ChangeToAgentFolder,     nullptr},
+    {OpenAgentSyslog,         nullptr},
+    {TakeAgentSignals,        nullptr},
+    {OpenHeartbeats,          nullptr},
+    {ProveAgentConfiguration, nullptr},
+    {ConfigureAgentTrace,     nullptr},
+    {RefuseSecondAgent,       nullptr},
+    {WriteAgentPidFile,       nullptr},
+    {TellAgentStart,          nullptr},
+    {PrimeCpuUsage,           nullptr},
+    {ReadyWebHooks,           nullptr},
+    {nullptr,                 ForgetChannels},
+    {StartManageThread,       JoinManageThread},
+    {SendAgentStartAlarm,     nullptr},
+    {StartTimerThreads,       JoinTimerThreads},
+    {StartLifeline,           JoinLifeline},
+    {FirstChannelQuery,       nullptr},
+    {StartTimerThreads,       nullptr},  // the channel status, if the engine answered or is to be asked again
 };
+// clang-format on
 
 // A second stop signal finds every thread joined and every block freed.
 void StopAgent() {

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <optional>
 
 #include "charset/utf8_text.h"
 
@@ -64,7 +65,7 @@ class Cp949Repair {
     size_t brokenLeft = brokenLine.size();
     bool repairedFull = true;
     while (repairedFull) {
-      std::array<char, 1024> repairedPiece{};
+      std::array<char, 1024> repairedPiece;
       char* repairedEnd = repairedPiece.data();
       size_t repairedRoom = repairedPiece.size();
       repairedFull = ::iconv(iconv_, &brokenBytes, &brokenLeft, &repairedEnd, &repairedRoom) ==
@@ -90,7 +91,7 @@ class Cp949Repair {
 std::string Repaired(std::string_view brokenText) {
   std::string repaired;
   repaired.reserve(brokenText.size());
-  Cp949Repair cp949Repair;
+  std::optional<Cp949Repair> cp949Repair;  // opens tables: most texts are sound and need none
   while (!brokenText.empty()) {
     const std::string_view brokenLine = brokenText.substr(0, brokenText.find('\n'));
     const SoundUtf8 sound = SoundUtf8Start(brokenLine);
@@ -99,7 +100,8 @@ std::string Repaired(std::string_view brokenText) {
     } else if (sound.soundBeyondAscii && IsCutUtf8Character(brokenLine.substr(sound.soundSize))) {
       repaired.append(brokenLine.substr(0, sound.soundSize)).append(REPLACEMENT_CHARACTER);
     } else {
-      cp949Repair.AppendRepaired(brokenLine, &repaired);
+      if (!cp949Repair) cp949Repair.emplace();
+      cp949Repair->AppendRepaired(brokenLine, &repaired);
     }
     brokenText.remove_prefix(brokenLine.size());
     if (brokenText.empty()) break;

@@ -7,7 +7,6 @@
 #include "Tovik/checks/result_file.h"
 
 inline constexpr int AVERAGE_TABLE_SIZE = 4096;  // bytes, terminator included
-inline constexpr int AVERAGE_TABLE_DATE = 64;    // bytes of the date text that the table has room for
 
 // One value that is infinite or NaN makes the average infinite or NaN.
 struct ResultAverages {
@@ -21,7 +20,7 @@ struct ResultAverages {
 ResultAverages AverageOf(const RESULT_LIST* records, int64_t count);
 
 // Formats the table into averageTable (AVERAGE_TABLE_SIZE bytes), in code page 949. The table fits for all
-// averages of records and dates of up to AVERAGE_TABLE_DATE bytes. It holds no double quote, backslash or
+// averages of records and dates of up to 64 bytes. It holds no double quote, backslash or
 // line break, so it may stand inside a JSON text.
 void FormatAverageTable(const char* date, int64_t count, const ResultAverages& averages, char* averageTable);
 

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <memory>
 
-inline constexpr int RESULT_FIELDS = 24;  // of a line; further fields are ignored
 inline constexpr int RESULT_LINE = 4096;  // line buffer, terminator included
 
 // One recognition job. A field that is missing or holds no number gives 0.

@@ -28,10 +28,10 @@ void Raise(const Found& found);
 //
 // For a dead engine. found_process is its name; the message has its encoding, code page 949.
 std::string RestartMessage(const char* found_process);
-// For a threshold that was reached. found_what is "Channel", "Memory" or "CPU"; figure and limit are in
-// percent.
+// For a threshold that was reached. found_what is "Channel", "Memory" or "CPU"; found_figure and limit
+// are in percent.
 std::string OverMessage(const char* found_process, const char* found_what, int found_figure, int limit);
-// Of an engine that hangs. found_verdict is the hang log's, how many times it was found in a row.
+// Of an engine that hangs. found_verdict is the hang log's, found_times how often in a row it was found.
 std::string HangMessage(const char* found_process, const char* found_verdict, int64_t found_times);
 
 #endif
